@@ -1,0 +1,14 @@
+// How a program of the drive-letter host splits its one command-line string into arguments.
+#ifndef COMMON_ARGSPLIT_H
+#define COMMON_ARGSPLIT_H
+
+#include <string>
+#include <vector>
+
+// The arguments in `command_line` by the Microsoft C runtime's rules: blanks and tabs separate,
+// double quotes group, 2n backslashes before a quote give n and a grouping quote, 2n+1 give n and a
+// literal one, any others stand for themselves. The first argument (the program) is taken by the
+// same rules.
+std::vector<std::string> split_command_line(const char *command_line);
+
+#endif

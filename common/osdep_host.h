@@ -1,0 +1,135 @@
+// The seam between the hosts: what each of them does in its own way, as small primitives. The two
+// implementations are osdep_posix.cpp and osdep_windows.cpp; nothing else knows which host it is
+// on. Paths are in the narrow code page (UTF-8 on both hosts). Unless it says otherwise a primitive
+// that fails leaves its reason in errno.
+#ifndef COMMON_OSDEP_HOST_H
+#define COMMON_OSDEP_HOST_H
+
+#include "pathstyle.h"
+#include "xalloc.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <span>
+#include <string>
+
+// --- Facts
+
+const PathStyle &host_path_style();
+
+// 0x10000 on the host with drive letters and backslashes, 0 elsewhere.
+int32_t host_kind();
+const char *host_osname();
+
+// Processors the system reports; may be below 1 when it does not know.
+int host_processor_count();
+
+// The running program's own full path; null if the system does not tell.
+OwnedString host_program_path();
+
+// A short name, letters and digits only, that no other running process is likely to be given.
+OwnedString host_unique_seed();
+
+// Environment variables that may name the directory for temporaries, in order, and what to use when
+// none is set.
+std::span<const char *const> host_temp_variables();
+const char *host_temp_default();
+
+// Signals that end the program through the fatal handler, in order of installation.
+std::span<const int> host_caught_signals();
+
+// Enters "name=value" into the environment, which keeps the block.
+int host_putenv(char *assignment);
+void host_tzset();
+
+// --- Files and directories
+
+enum class FileKind { regular, directory, other };
+
+struct HostStat {
+    FileKind kind;
+    uint64_t size; // bytes
+};
+
+// Links are followed.
+bool host_stat(const char *path, HostStat *result);
+
+// What makes a file the same file under another name.
+struct FileIdentity {
+    uint64_t volume;
+    uint64_t file;
+    bool operator==(const FileIdentity &) const = default;
+};
+bool host_file_identity(const char *path, FileIdentity *result);
+
+// fopen, with a stream that programs started later do not inherit.
+FILE *host_fopen(const char *path, const char *mode);
+
+// Opens a regular file for reading in binary. Anything else fails without being opened, so that a
+// FIFO or a device can neither block nor answer.
+FILE *host_fopen_regular(const char *path);
+FILE *host_freopen(const char *path, const char *mode, FILE *stream);
+
+// fseek and ftell over 64-bit offsets from the start of the file.
+bool host_seek(FILE *stream, int64_t offset);
+
+// Up to `size` bytes straight from the descriptor; 0 at the end, -1 on error. Interrupted calls are
+// repeated.
+int64_t host_read(int descriptor, void *buffer, size_t size);
+
+// Calls `entry` with each name in the directory, "." and ".." included, in the system's order, until
+// it returns false. `held` is false for a name that the narrow code page cannot spell; the name is
+// then an approximation. Returns false if the directory cannot be opened or listed to its end.
+using DirectoryEntryFn = bool (*)(void *context, const char *name, bool held);
+bool host_list_directory(const char *path, DirectoryEntryFn entry, void *context);
+
+bool host_mkdir(const char *path);
+bool host_rmdir(const char *path);
+bool host_remove(const char *path);
+
+// Renames a file over whatever file stands at `to`.
+bool host_replace(const char *from, const char *to);
+
+// Gives `to` the access rights of `from`, as far as the host has any.
+void host_copy_mode(const char *from, const char *to);
+
+// The file a link leads to in the end; a copy of `path` when it is none.
+OwnedString host_resolve_links(const char *path);
+
+OwnedString host_getcwd();
+bool host_chdir(const char *path);
+
+// The host's short form of an existing path (the path itself where there is none); null on failure.
+OwnedString host_shortpath(const char *path);
+
+// The last component of `path` as the directory stores it, case included; null if there is no such
+// entry.
+OwnedString host_stored_name(const char *path);
+
+// --- Descriptors
+
+int host_fileno(FILE *stream);
+int host_dup(int descriptor); // the duplicate is not inherited by started programs
+int host_dup2(int from, int to);
+int host_close(int descriptor);
+
+// --- Processes
+
+// A started program, to be waited for once; 0 is none.
+using ProcessHandle = intptr_t;
+
+// Starts `exe` without a console window and without waiting. The program receives `argv`
+// (null-terminated), or `command_line` where the host passes one string; both say the same. 0 if it
+// could not be started.
+ProcessHandle host_start_process(const char *exe, const char *const *argv, const char *command_line);
+
+// Waits for a started program and gives its exit status: false if the status cannot be had. A
+// program that died of a signal has a nonzero status.
+bool host_wait_process(ProcessHandle process, int *status);
+
+// Runs a program to its end and returns its exit status, or -1 with errno set if it could not be
+// started. The arguments are joined by blanks and split again by the started program as
+// split_command_line() does, on every host.
+int host_spawn_wait(const char *path, const char *const *argv);
+
+#endif

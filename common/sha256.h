@@ -1,0 +1,27 @@
+// SHA-256 (FIPS 180-4), incrementally over bytes.
+#ifndef COMMON_SHA256_H
+#define COMMON_SHA256_H
+
+#include <cstddef>
+#include <cstdint>
+
+constexpr size_t SHA256_BLOCK_SIZE = 64;
+constexpr size_t SHA256_DIGEST_SIZE = 32;
+
+struct Sha256Context {
+    uint8_t data[SHA256_BLOCK_SIZE]; // the block being filled
+    uint32_t datalen;                // bytes in it
+    uint64_t bitlen;                 // message bits compressed so far
+    uint32_t state[8];
+};
+
+void sha256_init(Sha256Context *ctx);
+void sha256_update(Sha256Context *ctx, const void *bytes, size_t length);
+
+// Pads, and writes SHA256_DIGEST_SIZE bytes. The context is spent.
+void sha256_final(Sha256Context *ctx, uint8_t *digest);
+
+// Compresses one block into the state, leaving the other fields alone.
+void sha256_transform(Sha256Context *ctx, const uint8_t *block);
+
+#endif

@@ -1,0 +1,78 @@
+// Digests of files and the manifest: its lines, the walk that writes them, the check of one file.
+//
+// A manifest is text without header or trailer, one line a file: 64 lower-case hexadecimal digits
+// of the file's SHA-256, a blank, an asterisk and the path relative to the installation directory,
+// which begins with ".\" and joins its components with single backslashes on every host.
+#ifndef COMMON_SHAHASH_H
+#define COMMON_SHAHASH_H
+
+#include "vector.h"
+#include "xalloc.h"
+
+#include <cstdint>
+#include <cstdio>
+
+// --- Digests of files. A digest is SHA256_DIGEST_SIZE or SHA1_DIGEST_SIZE bytes, owned by the
+// caller; a text is interned lower-case hexadecimal.
+
+// Of what an open file still holds, read straight from its descriptor in blocks of 16 KiB: the
+// stream must be fresh and binary. A read error ends it as the end of the file does.
+OwnedBytes sha256_stream(FILE *file);
+OwnedBytes sha1_stream(FILE *file);
+
+// Of a named file; one that cannot be opened ends the process.
+OwnedBytes sha256_file(const char *path);
+OwnedBytes sha1_file(const char *path);
+const char *sha256_file_hex(const char *path);
+const char *sha1_file_hex(const char *path);
+
+const char *sha256_hex(const uint8_t *digest);
+const char *sha1_hex(const uint8_t *digest);
+
+// The digest that 64 (40) hexadecimal digits of either case spell. Nothing is rejected: a character
+// below "A" counts as its distance from "0", any other as its code less 55, in four bits.
+OwnedBytes sha256_from_hex(const char *text);
+OwnedBytes sha1_from_hex(const char *text);
+
+// --- Manifest
+
+struct ManifestEntry {
+    const char *path;   // as in the manifest, interned
+    const char *digest; // 64 hexadecimal digits, interned
+};
+
+// Writes the manifest of all files under `dir`. Nothing appears at `manifest` before it is complete,
+// and a manifest that stood there stays if anything fails. `flags` is for the walk, which ignores
+// it. A file that cannot be opened ends the process.
+bool shahash_write_manifest(uint32_t flags, const char *dir, const char *manifest);
+bool shahash_write_manifest_default_flags(const char *dir, const char *manifest);
+
+// Appends a ManifestEntry for every file under `dir`, depth first in listing order, with `relative`
+// in the place of `dir` in its path. A directory that cannot be opened adds nothing. False, after a
+// line on standard error, if a name cannot stand in a manifest.
+bool shahash_walk(uint32_t flags, Vector *entries, const char *dir, const char *relative);
+
+// True if the file's digest is `digest`, byte for byte. False for null, for a missing file and for
+// one that is neither a file nor a directory; a file that cannot be opened ends the process.
+bool shahash_verify_file(const char *digest, const char *path);
+
+// Splits a manifest line in place: `digest` before the first space, `path` behind it without white
+// space around it and without one leading asterisk. False for a line without a space.
+bool shahash_parse_line(char *line, const char **digest, const char **path);
+
+// The records of a whole manifest, each path joined to `base`; null if it cannot be read or a line
+// has no space. The caller frees the vector and the entries.
+Vector *shahash_read_manifest(const char *manifest, const char *base);
+
+// Checks every line, after changing to `dir` (and back) when it is given; stops at the first line
+// that is malformed, missing or different.
+bool shahash_check_manifest(const char *manifest, const char *dir);
+
+// Checks ManifestEntry records, all of them; false if a path is null, empty or missing, or a file
+// differs.
+bool shahash_check_entries(Vector *entries);
+
+// Says which file on standard error and ends the process with status 1.
+[[noreturn]] void shahash_fatal_cannot_open(const char *path);
+
+#endif
