@@ -54,6 +54,9 @@ struct HostStat {
 // Links are followed.
 bool host_stat(const char *path, HostStat *result);
 
+// Whether `path` itself is a link to a file or directory.
+bool host_is_link(const char *path);
+
 // What makes a file the same file under another name.
 struct FileIdentity {
     uint64_t volume;
@@ -70,22 +73,25 @@ FILE *host_fopen(const char *path, const char *mode);
 FILE *host_fopen_regular(const char *path);
 FILE *host_freopen(const char *path, const char *mode, FILE *stream);
 
-// fseek and ftell over 64-bit offsets from the start of the file.
+// fseek and ftell over 64-bit offsets from the start of the file; -1 if that is unknown.
 bool host_seek(FILE *stream, int64_t offset);
+int64_t host_tell(FILE *stream);
 
 // Up to `size` bytes straight from the descriptor; 0 at the end, -1 on error. Interrupted calls are
 // repeated.
 int64_t host_read(int descriptor, void *buffer, size_t size);
 
-// Calls `entry` with each name in the directory, "." and ".." included, in the system's order, until
-// it returns false. `held` is false for a name that the narrow code page cannot spell; the name is
-// then an approximation. Returns false if the directory cannot be opened or listed to its end.
+// Calls `entry` with each name in the directory, "." and ".." included, in the system's order,
+// until it returns false. `held` is false for a name that no path in the narrow code page leads to;
+// the name is then an approximation. The directory is read and closed before the first call, so
+// that walks of any depth hold no descriptors. Returns false if it cannot be opened or read to its
+// end; what was read has been passed on then.
 using DirectoryEntryFn = bool (*)(void *context, const char *name, bool held);
 bool host_list_directory(const char *path, DirectoryEntryFn entry, void *context);
 
 bool host_mkdir(const char *path);
 bool host_rmdir(const char *path);
-bool host_remove(const char *path);
+bool host_remove(const char *path); // a file, or a link whatever it leads to
 
 // Renames a file over whatever file stands at `to`.
 bool host_replace(const char *from, const char *to);
@@ -95,6 +101,9 @@ void host_copy_mode(const char *from, const char *to);
 
 // The file a link leads to in the end; a copy of `path` when it is none.
 OwnedString host_resolve_links(const char *path);
+
+// `path` from the root, so that it outlives a change of the current directory. Links are kept.
+OwnedString host_absolute_path(const char *path);
 
 OwnedString host_getcwd();
 bool host_chdir(const char *path);
@@ -121,7 +130,8 @@ using ProcessHandle = intptr_t;
 // Starts `exe` without a console window and without waiting. The program receives `argv`
 // (null-terminated), or `command_line` where the host passes one string; both say the same. 0 if it
 // could not be started.
-ProcessHandle host_start_process(const char *exe, const char *const *argv, const char *command_line);
+ProcessHandle host_start_process(const char *exe, const char *const *argv,
+                                 const char *command_line);
 
 // Waits for a started program and gives its exit status: false if the status cannot be had. A
 // program that died of a signal has a nonzero status.

@@ -1,0 +1,348 @@
+// The primitives of osdep_host.h on Linux.
+#include "argsplit.h"
+#include "osdep_host.h"
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <ctime>
+#include <dirent.h>
+#include <fcntl.h>
+#include <sched.h>
+#include <spawn.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+// Repeats a system call while signals interrupt it.
+template <class Call> static auto uninterrupted(Call call) {
+    auto result = call();
+    while (result == -1 && errno == EINTR)
+        result = call();
+    return result;
+}
+
+// What a link says, read with a buffer that grows until it fits; null if `path` is no link.
+static OwnedString read_link(const char *path) {
+    std::string target(256, '\0');
+    for (;;) {
+        const ssize_t length = readlink(path, target.data(), target.size());
+        if (length < 0)
+            return nullptr;
+        if (static_cast<size_t>(length) < target.size())
+            return xstrndup(target.data(), static_cast<size_t>(length));
+        target.resize(target.size() * 2);
+    }
+}
+
+// --- Facts
+
+const PathStyle &host_path_style() {
+    return slash_path_style;
+}
+
+int32_t host_kind() {
+    return 0;
+}
+
+const char *host_osname() {
+    return "Linux";
+}
+
+int host_processor_count() {
+    // The set must be as large as the kernel's own, or the call fails with EINVAL.
+    for (int capacity = CPU_SETSIZE; capacity <= (1 << 20); capacity *= 2) {
+        std::vector<cpu_set_t> set(CPU_ALLOC_SIZE(capacity) / sizeof(cpu_set_t));
+        const size_t bytes = set.size() * sizeof(cpu_set_t);
+        if (sched_getaffinity(0, bytes, set.data()) == 0)
+            return CPU_COUNT_S(bytes, set.data());
+        if (errno != EINVAL)
+            break;
+    }
+    return static_cast<int>(sysconf(_SC_NPROCESSORS_ONLN));
+}
+
+OwnedString host_program_path() {
+    return read_link("/proc/self/exe");
+}
+
+OwnedString host_unique_seed() {
+    unsigned long long bits = 0;
+    if (getrandom(&bits, sizeof bits, 0) != sizeof bits) {
+        timespec now = {};
+        clock_gettime(CLOCK_MONOTONIC, &now);
+        bits = static_cast<unsigned long long>(getpid()) << 40 ^
+               static_cast<unsigned long long>(now.tv_sec) << 30 ^
+               static_cast<unsigned long long>(now.tv_nsec);
+    }
+    return str_format("%llx", bits);
+}
+
+std::span<const char *const> host_temp_variables() {
+    static constexpr std::array<const char *, 3> names = {"TEMP", "TMP", "TMPDIR"};
+    return names;
+}
+
+// Not the current directory, which may be the tree that is being hashed.
+const char *host_temp_default() {
+    return "/tmp";
+}
+
+std::span<const int> host_caught_signals() {
+    static constexpr std::array<int, 5> signals = {SIGINT, SIGTERM, SIGABRT, SIGSEGV, SIGFPE};
+    return signals;
+}
+
+int host_putenv(char *assignment) {
+    return putenv(assignment);
+}
+
+void host_tzset() {
+    tzset();
+}
+
+// --- Files and directories
+
+static FileKind kind_of(mode_t mode) {
+    if (S_ISREG(mode))
+        return FileKind::regular;
+    return S_ISDIR(mode) ? FileKind::directory : FileKind::other;
+}
+
+bool host_stat(const char *path, HostStat *result) {
+    struct stat status = {};
+    if (stat(path, &status) != 0)
+        return false;
+    *result = {kind_of(status.st_mode), static_cast<uint64_t>(status.st_size)};
+    return true;
+}
+
+bool host_is_link(const char *path) {
+    struct stat status = {};
+    return lstat(path, &status) == 0 && S_ISLNK(status.st_mode);
+}
+
+bool host_file_identity(const char *path, FileIdentity *result) {
+    struct stat status = {};
+    if (stat(path, &status) != 0)
+        return false;
+    *result = {status.st_dev, status.st_ino};
+    return true;
+}
+
+// Unlike the other host's, fopen opens directories here, which then read as empty.
+FILE *host_fopen(const char *path, const char *mode) {
+    FILE *stream = fopen(path, (std::string(mode) + 'e').c_str());
+    struct stat status = {};
+    if (stream != nullptr && fstat(fileno(stream), &status) == 0 && S_ISDIR(status.st_mode)) {
+        fclose(stream);
+        errno = EISDIR;
+        return nullptr;
+    }
+    return stream;
+}
+
+// The kind is asked before opening, because opening can set a device going, and again after it,
+// because the name may have changed hands; O_NONBLOCK covers a FIFO put there in between.
+FILE *host_fopen_regular(const char *path) {
+    struct stat status = {};
+    if (stat(path, &status) != 0)
+        return nullptr;
+    if (!S_ISREG(status.st_mode)) {
+        errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+        return nullptr;
+    }
+    const int flags = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+    const int descriptor = uninterrupted([&] { return open(path, flags); });
+    if (descriptor == -1)
+        return nullptr;
+    FILE *stream = nullptr;
+    if (fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode))
+        stream = fdopen(descriptor, "rb");
+    else
+        errno = EINVAL;
+    if (stream == nullptr)
+        host_close(descriptor);
+    return stream;
+}
+
+// The new stream is inherited: it takes the place of a standard one.
+FILE *host_freopen(const char *path, const char *mode, FILE *stream) {
+    HostStat status;
+    if (host_stat(path, &status) && status.kind == FileKind::directory) {
+        errno = EISDIR;
+        return nullptr;
+    }
+    return freopen(path, mode, stream);
+}
+
+bool host_seek(FILE *stream, int64_t offset) {
+    return fseeko(stream, offset, SEEK_SET) == 0;
+}
+
+int64_t host_tell(FILE *stream) {
+    return ftello(stream);
+}
+
+int64_t host_read(int descriptor, void *buffer, size_t size) {
+    return uninterrupted([&] { return read(descriptor, buffer, size); });
+}
+
+bool host_list_directory(const char *path, DirectoryEntryFn entry, void *context) {
+    DIR *directory = opendir(path);
+    if (directory == nullptr)
+        return false;
+    std::vector<std::string> names;
+    errno = 0;
+    while (const dirent *found = readdir(directory)) {
+        names.emplace_back(found->d_name);
+        errno = 0;
+    }
+    const int failure = errno;
+    closedir(directory);
+    for (const std::string &name : names)
+        if (!entry(context, name.c_str(), true))
+            break;
+    errno = failure;
+    return failure == 0;
+}
+
+bool host_mkdir(const char *path) {
+    return mkdir(path, 0777) == 0;
+}
+
+bool host_rmdir(const char *path) {
+    return rmdir(path) == 0;
+}
+
+bool host_remove(const char *path) {
+    return unlink(path) == 0;
+}
+
+bool host_replace(const char *from, const char *to) {
+    return rename(from, to) == 0;
+}
+
+void host_copy_mode(const char *from, const char *to) {
+    struct stat status = {};
+    if (stat(from, &status) == 0)
+        chmod(to, status.st_mode & 0777);
+}
+
+OwnedString host_resolve_links(const char *path) {
+    constexpr int longest_chain = 40; // as the kernel's
+    std::string resolved = path;
+    for (int i = 0; i < longest_chain; ++i) {
+        const OwnedString target = read_link(resolved.c_str());
+        if (target == nullptr)
+            break;
+        if (target.get()[0] == '/')
+            resolved.clear();
+        else
+            resolved.resize(resolved.rfind('/') + 1); // npos + 1 is 0
+        resolved += target.get();
+    }
+    return xstrdup(resolved.c_str());
+}
+
+OwnedString host_absolute_path(const char *path) {
+    const OwnedString directory = path[0] == '/' ? nullptr : host_getcwd();
+    return directory == nullptr ? xstrdup(path)
+                                : path_join_style(slash_path_style, directory.get(), path);
+}
+
+OwnedString host_getcwd() {
+    return OwnedString(getcwd(nullptr, 0));
+}
+
+bool host_chdir(const char *path) {
+    return chdir(path) == 0;
+}
+
+OwnedString host_shortpath(const char *path) {
+    HostStat status;
+    return host_stat(path, &status) ? xstrdup(path) : nullptr;
+}
+
+// The directory is read, because a file system that ignores case finds other spellings as well.
+OwnedString host_stored_name(const char *path) {
+    struct Search {
+        const char *name;
+        bool found;
+    } search = {path_basename(slash_path_style, path), false};
+    const OwnedString directory = path_dirname(slash_path_style, path);
+    const auto compare = [](void *context, const char *name, bool) {
+        auto *wanted = static_cast<Search *>(context);
+        wanted->found = strcmp(name, wanted->name) == 0;
+        return !wanted->found;
+    };
+    host_list_directory(directory != nullptr ? directory.get() : ".", compare, &search);
+    return search.found ? xstrdup(search.name) : nullptr;
+}
+
+// --- Descriptors
+
+int host_fileno(FILE *stream) {
+    return fileno(stream);
+}
+
+int host_dup(int descriptor) {
+    return fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+}
+
+int host_dup2(int from, int to) {
+    return uninterrupted([&] { return dup2(from, to); });
+}
+
+int host_close(int descriptor) {
+    return close(descriptor);
+}
+
+// --- Processes
+
+// 0, with errno set, if the program cannot be started. posix_spawn copies no memory, however much
+// this process holds.
+static pid_t start(const char *path, char *const *argv) {
+    // A parent that ignored SIGCHLD has us ignore it too, and statuses would be lost.
+    signal(SIGCHLD, SIG_DFL);
+    pid_t child = 0;
+    const int failure = posix_spawn(&child, path, nullptr, nullptr, argv, environ);
+    errno = failure;
+    return failure == 0 ? child : 0;
+}
+
+ProcessHandle host_start_process(const char *exe, const char *const *argv, const char *) {
+    return start(exe, const_cast<char *const *>(argv));
+}
+
+bool host_wait_process(ProcessHandle process, int *status) {
+    int state = 0;
+    const pid_t child = static_cast<pid_t>(process);
+    if (child <= 0 || uninterrupted([&] { return waitpid(child, &state, 0); }) != child)
+        return false;
+    *status = WIFEXITED(state) ? WEXITSTATUS(state) : 128 + WTERMSIG(state);
+    return true;
+}
+
+int host_spawn_wait(const char *path, const char *const *argv) {
+    std::string command_line;
+    for (const char *const *argument = argv; *argument != nullptr; ++argument) {
+        if (argument != argv)
+            command_line += ' ';
+        command_line += *argument;
+    }
+    std::vector<std::string> arguments = split_command_line(command_line.c_str());
+    if (arguments.empty())
+        arguments.emplace_back(path);
+    std::vector<char *> pointers;
+    for (std::string &argument : arguments)
+        pointers.push_back(argument.data());
+    pointers.push_back(nullptr);
+
+    int status = -1;
+    const pid_t child = start(path, pointers.data());
+    return child != 0 && host_wait_process(child, &status) ? status : -1;
+}

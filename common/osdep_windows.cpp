@@ -1,0 +1,496 @@
+// The primitives of osdep_host.h on Windows. Paths come in the process's narrow code page, which
+// the application manifest makes UTF-8, and go to the system as UTF-16.
+#define WIN32_LEAN_AND_MEAN
+#define NOMINMAX
+#define _CRT_RAND_S
+#include "osdep_host.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstring>
+#include <ctime>
+#include <direct.h>
+#include <fcntl.h>
+#include <io.h>
+#include <process.h>
+#include <sys/stat.h>
+#include <vector>
+#include <windows.h>
+
+// Read by the start-up code: wildcards in arguments are left as they are.
+extern "C" {
+int _dowildcard = 0;
+}
+
+// Sets errno to the nearest of a system error; always false.
+static bool fail(DWORD error = GetLastError()) {
+    switch (error) {
+    case ERROR_FILE_NOT_FOUND:
+    case ERROR_PATH_NOT_FOUND:
+    case ERROR_INVALID_NAME:
+    case ERROR_BAD_NETPATH:
+    case ERROR_BAD_NET_NAME:
+    case ERROR_INVALID_DRIVE:
+        errno = ENOENT;
+        break;
+    case ERROR_ACCESS_DENIED:
+    case ERROR_SHARING_VIOLATION:
+    case ERROR_LOCK_VIOLATION:
+    case ERROR_WRITE_PROTECT:
+        errno = EACCES;
+        break;
+    case ERROR_FILE_EXISTS:
+    case ERROR_ALREADY_EXISTS:
+        errno = EEXIST;
+        break;
+    case ERROR_DIR_NOT_EMPTY:
+        errno = ENOTEMPTY;
+        break;
+    case ERROR_NO_UNICODE_TRANSLATION:
+        errno = EILSEQ;
+        break;
+    case ERROR_DISK_FULL:
+        errno = ENOSPC;
+        break;
+    default:
+        errno = EINVAL;
+    }
+    return false;
+}
+
+static bool succeed_or_fail(BOOL done) {
+    return done ? true : fail();
+}
+
+// --- Text
+
+static OwnedString to_narrow(const wchar_t *wide) {
+    const int size = WideCharToMultiByte(CP_ACP, 0, wide, -1, nullptr, 0, nullptr, nullptr);
+    OwnedString narrow(static_cast<char *>(xalloc(static_cast<size_t>(size) + 1)));
+    WideCharToMultiByte(CP_ACP, 0, wide, -1, narrow.get(), size, nullptr, nullptr);
+    return narrow;
+}
+
+// Empty if the text is not of the narrow code page.
+static std::wstring to_wide(const char *narrow) {
+    const int size = MultiByteToWideChar(CP_ACP, MB_ERR_INVALID_CHARS, narrow, -1, nullptr, 0);
+    if (size <= 0)
+        return {};
+    std::wstring wide(static_cast<size_t>(size), L'\0');
+    MultiByteToWideChar(CP_ACP, 0, narrow, -1, wide.data(), size);
+    wide.pop_back(); // the terminator that was counted
+    return wide;
+}
+
+// Asks a system call that fills a buffer, and says how much it needs, until all fits. Empty on
+// failure.
+template <class Call> static std::wstring filled(Call call) {
+    std::wstring text(MAX_PATH, L'\0');
+    for (;;) {
+        const DWORD length = call(text.data(), static_cast<DWORD>(text.size()));
+        if (length < text.size()) {
+            text.resize(length);
+            return text;
+        }
+        text.resize(static_cast<size_t>(length) * 2);
+    }
+}
+
+static std::wstring full_path(const wchar_t *path) {
+    return filled(
+        [&](wchar_t *buffer, DWORD size) { return GetFullPathNameW(path, size, buffer, nullptr); });
+}
+
+static bool is_verbatim(const std::wstring &path) {
+    return path.starts_with(L"\\\\?\\") || path.starts_with(L"\\\\.\\");
+}
+
+// A path as the system calls take it. One that is long when made absolute is spelt in the form that
+// knows no limit of 260 characters (of 248 for a directory), so that it is reached whatever the
+// machine's settings.
+class SystemPath {
+  public:
+    explicit SystemPath(const char *path) : text(to_wide(path)) {
+        constexpr DWORD longest_plain = 247;
+        if (is_verbatim(text) ||
+            GetFullPathNameW(text.c_str(), 0, nullptr, nullptr) <= longest_plain)
+            return;
+        const std::wstring full = full_path(text.c_str());
+        if (is_verbatim(full))
+            text = full;
+        else if (full.starts_with(L"\\\\"))
+            text = L"\\\\?\\UNC" + full.substr(1);
+        else
+            text = L"\\\\?\\" + full;
+    }
+    const wchar_t *get() const { return text.c_str(); }
+
+  private:
+    std::wstring text; // empty, which names nothing, if it could not be spelt
+};
+
+// --- Facts
+
+const PathStyle &host_path_style() {
+    return drive_path_style;
+}
+
+int32_t host_kind() {
+    return 0x10000;
+}
+
+const char *host_osname() {
+    return "Microsoft Windows";
+}
+
+int host_processor_count() {
+    SYSTEM_INFO info = {};
+    GetSystemInfo(&info);
+    return static_cast<int>(info.dwNumberOfProcessors);
+}
+
+// What _pgmptr holds, without its limit of 260 bytes.
+OwnedString host_program_path() {
+    const std::wstring path = filled(
+        [](wchar_t *buffer, DWORD size) { return GetModuleFileNameW(nullptr, buffer, size); });
+    return path.empty() ? nullptr : to_narrow(path.c_str());
+}
+
+OwnedString host_unique_seed() {
+    unsigned high = 0;
+    unsigned low = 0;
+    if (rand_s(&high) != 0 || rand_s(&low) != 0) {
+        high = GetCurrentProcessId();
+        LARGE_INTEGER ticks = {};
+        QueryPerformanceCounter(&ticks);
+        low = ticks.LowPart;
+    }
+    return str_format("%x%08x", high, low);
+}
+
+std::span<const char *const> host_temp_variables() {
+    static constexpr std::array<const char *, 2> names = {"TEMP", "TMP"};
+    return names;
+}
+
+const char *host_temp_default() {
+    return ".";
+}
+
+std::span<const int> host_caught_signals() {
+    static constexpr std::array<int, 6> signals = {SIGBREAK, SIGINT,  SIGTERM,
+                                                   SIGABRT,  SIGSEGV, SIGFPE};
+    return signals;
+}
+
+int host_putenv(char *assignment) {
+    return _putenv(assignment);
+}
+
+void host_tzset() {
+    _tzset();
+}
+
+// --- Files and directories
+
+class SystemHandle {
+  public:
+    explicit SystemHandle(HANDLE opened) : handle(opened) {}
+    ~SystemHandle() {
+        if (*this)
+            CloseHandle(handle);
+    }
+    SystemHandle(const SystemHandle &) = delete;
+    SystemHandle &operator=(const SystemHandle &) = delete;
+    explicit operator bool() const { return handle != INVALID_HANDLE_VALUE; }
+    HANDLE get() const { return handle; }
+
+  private:
+    HANDLE handle;
+};
+
+// Opens a file, directory or device for questions about it, following links.
+static SystemHandle open_for_query(const SystemPath &path) {
+    const DWORD share = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    return SystemHandle(CreateFileW(path.get(), FILE_READ_ATTRIBUTES, share, nullptr, OPEN_EXISTING,
+                                    FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+}
+
+static uint64_t joined(DWORD high, DWORD low) {
+    return static_cast<uint64_t>(high) << 32 | low;
+}
+
+// BY_HANDLE_FILE_INFORMATION and WIN32_FILE_ATTRIBUTE_DATA share these members.
+template <class Information> static HostStat stat_of(const Information &information) {
+    const bool directory = (information.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+    return {directory ? FileKind::directory : FileKind::regular,
+            joined(information.nFileSizeHigh, information.nFileSizeLow)};
+}
+
+static bool stat_opened(const SystemPath &path, HostStat *result) {
+    const SystemHandle file = open_for_query(path);
+    if (!file)
+        return fail();
+    if (GetFileType(file.get()) != FILE_TYPE_DISK) {
+        *result = {FileKind::other, 0};
+        return true;
+    }
+    BY_HANDLE_FILE_INFORMATION information;
+    if (!GetFileInformationByHandle(file.get(), &information))
+        return fail();
+    *result = stat_of(information);
+    return true;
+}
+
+// The attributes are the quick answer. They do not follow links, and for a device's name they
+// either fail or come without times; those are opened.
+bool host_stat(const char *path, HostStat *result) {
+    const SystemPath system_path(path);
+    WIN32_FILE_ATTRIBUTE_DATA data = {};
+    if (!GetFileAttributesExW(system_path.get(), GetFileExInfoStandard, &data)) {
+        const DWORD error = GetLastError();
+        const bool missing = error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
+        return missing ? fail(error) : stat_opened(system_path, result);
+    }
+    if ((data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 ||
+        joined(data.ftLastWriteTime.dwHighDateTime, data.ftLastWriteTime.dwLowDateTime) == 0)
+        return stat_opened(system_path, result);
+    *result = stat_of(data);
+    return true;
+}
+
+// Reparse points of other kinds (files kept elsewhere, compressed ones) are no links.
+bool host_is_link(const char *path) {
+    const SystemPath system_path(path);
+    const DWORD attributes = GetFileAttributesW(system_path.get());
+    if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0)
+        return false;
+    WIN32_FIND_DATAW data;
+    const HANDLE search = FindFirstFileW(system_path.get(), &data);
+    if (search == INVALID_HANDLE_VALUE)
+        return false;
+    FindClose(search);
+    return IsReparseTagNameSurrogate(data.dwReserved0);
+}
+
+bool host_file_identity(const char *path, FileIdentity *result) {
+    const SystemHandle file = open_for_query(SystemPath(path));
+    BY_HANDLE_FILE_INFORMATION information;
+    if (!file || !GetFileInformationByHandle(file.get(), &information))
+        return fail();
+    *result = {information.dwVolumeSerialNumber,
+               joined(information.nFileIndexHigh, information.nFileIndexLow)};
+    return true;
+}
+
+// The flags of _wopen that say the same as a mode of fopen.
+static int open_flags(const char *mode) {
+    const bool update = strchr(mode, '+') != nullptr;
+    const int access = update ? _O_RDWR : mode[0] == 'r' ? _O_RDONLY : _O_WRONLY;
+    const int creation = mode[0] == 'w'   ? _O_CREAT | _O_TRUNC
+                         : mode[0] == 'a' ? _O_CREAT | _O_APPEND
+                                          : 0;
+    const int translation = strchr(mode, 'b') != nullptr ? _O_BINARY : _O_TEXT;
+    return access | creation | translation | _O_NOINHERIT;
+}
+
+// Opened as a descriptor first: only there can inheritance be refused on every version of the
+// runtime.
+FILE *host_fopen(const char *path, const char *mode) {
+    const SystemPath system_path(path);
+    const int descriptor = _wopen(system_path.get(), open_flags(mode), _S_IREAD | _S_IWRITE);
+    if (descriptor == -1)
+        return nullptr;
+    FILE *stream = _fdopen(descriptor, mode);
+    if (stream == nullptr)
+        _close(descriptor);
+    return stream;
+}
+
+FILE *host_fopen_regular(const char *path) {
+    HostStat status;
+    if (!host_stat(path, &status))
+        return nullptr;
+    if (status.kind != FileKind::regular) {
+        errno = status.kind == FileKind::directory ? EISDIR : EINVAL;
+        return nullptr;
+    }
+    return host_fopen(path, "rb");
+}
+
+FILE *host_freopen(const char *path, const char *mode, FILE *stream) {
+    return _wfreopen(SystemPath(path).get(), to_wide(mode).c_str(), stream);
+}
+
+bool host_seek(FILE *stream, int64_t offset) {
+    return _fseeki64(stream, offset, SEEK_SET) == 0;
+}
+
+int64_t host_tell(FILE *stream) {
+    return _ftelli64(stream);
+}
+
+int64_t host_read(int descriptor, void *buffer, size_t size) {
+    const size_t most = INT_MAX;
+    return _read(descriptor, buffer, static_cast<unsigned>(std::min(size, most)));
+}
+
+// Whether a path with the narrow name leads back to the entry. The system's path rules drop dots
+// and blanks at the end of a name.
+static bool is_held(const char *narrow, const std::wstring &wide) {
+    const bool dots = wide == L"." || wide == L"..";
+    return to_wide(narrow) == wide && (dots || (!wide.ends_with(L'.') && !wide.ends_with(L' ')));
+}
+
+bool host_list_directory(const char *path, DirectoryEntryFn entry, void *context) {
+    std::string pattern = path;
+    if (!pattern.empty() && strchr("\\/:", pattern.back()) == nullptr)
+        pattern += '\\';
+    pattern += '*';
+    WIN32_FIND_DATAW data;
+    const HANDLE search =
+        FindFirstFileExW(SystemPath(pattern.c_str()).get(), FindExInfoBasic, &data,
+                         FindExSearchNameMatch, nullptr, FIND_FIRST_EX_LARGE_FETCH);
+    // A drive's top directory has no "." and can be empty.
+    if (search == INVALID_HANDLE_VALUE)
+        return GetLastError() == ERROR_FILE_NOT_FOUND ? true : fail();
+    std::vector<std::wstring> names;
+    do
+        names.emplace_back(data.cFileName);
+    while (FindNextFileW(search, &data));
+    const DWORD error = GetLastError();
+    FindClose(search);
+    for (const std::wstring &name : names) {
+        const OwnedString narrow = to_narrow(name.c_str());
+        if (!entry(context, narrow.get(), is_held(narrow.get(), name)))
+            break;
+    }
+    return error == ERROR_NO_MORE_FILES ? true : fail(error);
+}
+
+bool host_mkdir(const char *path) {
+    return succeed_or_fail(CreateDirectoryW(SystemPath(path).get(), nullptr));
+}
+
+bool host_rmdir(const char *path) {
+    return succeed_or_fail(RemoveDirectoryW(SystemPath(path).get()));
+}
+
+bool host_remove(const char *path) {
+    const SystemPath system_path(path);
+    const DWORD attributes = GetFileAttributesW(system_path.get());
+    const bool directory =
+        attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+    if (directory && host_is_link(path))
+        return succeed_or_fail(RemoveDirectoryW(system_path.get()));
+    return succeed_or_fail(DeleteFileW(system_path.get()));
+}
+
+bool host_replace(const char *from, const char *to) {
+    return succeed_or_fail(
+        MoveFileExW(SystemPath(from).get(), SystemPath(to).get(), MOVEFILE_REPLACE_EXISTING));
+}
+
+// Access lists come from the directory, which is the same; hidden files stay hidden.
+void host_copy_mode(const char *from, const char *to) {
+    const DWORD attributes = GetFileAttributesW(SystemPath(from).get());
+    if (attributes != INVALID_FILE_ATTRIBUTES)
+        SetFileAttributesW(SystemPath(to).get(), attributes);
+}
+
+OwnedString host_resolve_links(const char *path) {
+    if (!host_is_link(path))
+        return xstrdup(path);
+    const SystemHandle file = open_for_query(SystemPath(path));
+    if (!file)
+        return xstrdup(path);
+    const std::wstring target = filled([&](wchar_t *buffer, DWORD size) {
+        return GetFinalPathNameByHandleW(file.get(), buffer, size, FILE_NAME_NORMALIZED);
+    });
+    return target.empty() ? xstrdup(path) : to_narrow(target.c_str());
+}
+
+OwnedString host_absolute_path(const char *path) {
+    const std::wstring full = full_path(to_wide(path).c_str());
+    return full.empty() ? xstrdup(path) : to_narrow(full.c_str());
+}
+
+OwnedString host_getcwd() {
+    const std::wstring directory =
+        filled([](wchar_t *buffer, DWORD size) { return GetCurrentDirectoryW(size, buffer); });
+    return directory.empty() ? nullptr : to_narrow(directory.c_str());
+}
+
+bool host_chdir(const char *path) {
+    return _wchdir(to_wide(path).c_str()) == 0;
+}
+
+OwnedString host_shortpath(const char *path) {
+    const SystemPath system_path(path);
+    const std::wstring name = filled([&](wchar_t *buffer, DWORD size) {
+        return GetShortPathNameW(system_path.get(), buffer, size);
+    });
+    return name.empty() ? nullptr : to_narrow(name.c_str());
+}
+
+OwnedString host_stored_name(const char *path) {
+    WIN32_FIND_DATAW data;
+    const HANDLE search = FindFirstFileW(SystemPath(path).get(), &data);
+    if (search == INVALID_HANDLE_VALUE) {
+        fail();
+        return nullptr;
+    }
+    FindClose(search);
+    return to_narrow(data.cFileName);
+}
+
+// --- Descriptors
+
+int host_fileno(FILE *stream) {
+    return _fileno(stream);
+}
+
+int host_dup(int descriptor) {
+    const int duplicate = _dup(descriptor);
+    if (duplicate != -1)
+        SetHandleInformation(reinterpret_cast<HANDLE>(_get_osfhandle(duplicate)),
+                             HANDLE_FLAG_INHERIT, 0);
+    return duplicate;
+}
+
+int host_dup2(int from, int to) {
+    return _dup2(from, to);
+}
+
+int host_close(int descriptor) {
+    return _close(descriptor);
+}
+
+// --- Processes
+
+ProcessHandle host_start_process(const char *exe, const char *const *, const char *command_line) {
+    STARTUPINFOA startup = {};
+    startup.dwFlags = STARTF_USESHOWWINDOW;
+    startup.wShowWindow = SW_SHOWMAXIMIZED;
+    PROCESS_INFORMATION process = {};
+    std::string line = command_line != nullptr ? command_line : ""; // the call may write into it
+    if (!CreateProcessA(exe, line.data(), nullptr, nullptr, FALSE, CREATE_NO_WINDOW, nullptr,
+                        nullptr, &startup, &process)) {
+        fail();
+        return 0;
+    }
+    CloseHandle(process.hThread);
+    return reinterpret_cast<ProcessHandle>(process.hProcess);
+}
+
+// _cwait closes the handle.
+bool host_wait_process(ProcessHandle process, int *status) {
+    return process != 0 && _cwait(status, process, _WAIT_CHILD) != -1;
+}
+
+int host_spawn_wait(const char *path, const char *const *argv) {
+    return static_cast<int>(_spawnv(_P_WAIT, path, argv));
+}
