@@ -27,6 +27,8 @@ int host_processor_count();
 // The running program's own full path; null if the system does not tell.
 OwnedString host_program_path();
 
+uint32_t host_process_id();
+
 // A short name, letters and digits only, that no other running process is likely to be given.
 OwnedString host_unique_seed();
 

@@ -69,6 +69,10 @@ OwnedString host_program_path() {
     return read_link("/proc/self/exe");
 }
 
+uint32_t host_process_id() {
+    return static_cast<uint32_t>(getpid());
+}
+
 OwnedString host_unique_seed() {
     unsigned long long bits = 0;
     if (getrandom(&bits, sizeof bits, 0) != sizeof bits) {

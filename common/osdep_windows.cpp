@@ -159,6 +159,10 @@ OwnedString host_program_path() {
     return path.empty() ? nullptr : to_narrow(path.c_str());
 }
 
+uint32_t host_process_id() {
+    return GetCurrentProcessId();
+}
+
 OwnedString host_unique_seed() {
     unsigned high = 0;
     unsigned low = 0;

@@ -1,0 +1,156 @@
+#include "osdep.h"
+
+#include <array>
+#include <cctype>
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+int os_exists(const char *path) {
+    HostStat status;
+    return path != nullptr && host_stat(path, &status);
+}
+
+int os_is_dir(const char *path) {
+    HostStat status;
+    return path != nullptr && host_stat(path, &status) && status.kind == FileKind::directory;
+}
+
+uint32_t os_filesize(const char *path) {
+    HostStat status;
+    return path != nullptr && host_stat(path, &status) ? static_cast<uint32_t>(status.size) : 0;
+}
+
+// --- Making directories
+
+// "C:" is no directory that could be made.
+static bool is_bare_drive(const char *path) {
+    return host_path_style().drives && isalpha(static_cast<unsigned char>(path[0])) &&
+           strcmp(path + 1, ":") == 0;
+}
+
+int os_mkdir(const char *path) {
+    if (path == nullptr)
+        return -1;
+    if (is_bare_drive(path) || os_is_dir(path))
+        return 0;
+    return os_exists(path) ? 1 : os_mkdir_parents(path);
+}
+
+int os_mkdir_parents(const char *path) {
+    const OwnedString parent = os_dirname(path);
+    const bool parent_stands = parent == nullptr || *parent == '\0' ||
+                               is_bare_drive(parent.get()) || os_is_dir(parent.get());
+    if (!parent_stands && (os_exists(parent.get()) || os_mkdir_parents(parent.get()) != 0))
+        return 1;
+    return host_mkdir(path) ? 0 : 1;
+}
+
+// --- Removing them
+
+static int remove_tree(const char *path);
+
+// Links are removed themselves, wherever they lead: what they lead to is not ours.
+static int remove_entry(const char *path) {
+    if (!host_is_link(path) && os_is_dir(path))
+        return remove_tree(path);
+    return host_remove(path) ? 0 : -1;
+}
+
+static int remove_tree(const char *path) {
+    if (!os_is_dir(path))
+        return -1; // gone since it was listed
+    std::vector<std::string> names;
+    const auto collect = [](void *context, const char *name, bool) {
+        if (strcmp(name, ".") != 0 && strcmp(name, "..") != 0)
+            static_cast<std::vector<std::string> *>(context)->emplace_back(name);
+        return true;
+    };
+    if (!host_list_directory(path, collect, &names))
+        return 0;
+    for (const std::string &name : names)
+        if (const int failure = remove_entry(os_join(path, name.c_str()).get()))
+            return failure;
+    return host_rmdir(path) ? 0 : -1;
+}
+
+int os_rmtree(const char *path) {
+    return os_is_dir(path) ? remove_entry(path) : -1;
+}
+
+// --- Copying files
+
+struct FileCloser {
+    void operator()(FILE *f) const { fclose(f); }
+};
+using FilePtr = std::unique_ptr<FILE, FileCloser>;
+
+// False unless every byte was read and has been handed to the system.
+static bool write_copy(FILE *source, const char *to) {
+    FilePtr target(host_fopen(to, "wb"));
+    if (target == nullptr)
+        return false;
+    static std::array<char, 65536> buffer;
+    size_t size = 0;
+    while ((size = fread(buffer.data(), 1, buffer.size(), source)) > 0)
+        if (fwrite(buffer.data(), 1, size, target.get()) != size)
+            return false;
+    const bool complete = ferror(source) == 0 && fflush(target.get()) == 0;
+    return fclose(target.release()) == 0 && complete;
+}
+
+// A new name in the directory of `path`: what stands before its last component, by position. (The
+// precedence of separators would find another directory for "a\b/c".)
+static std::string sibling_of(const std::string &path) {
+    const PathStyle &style = host_path_style();
+    size_t end = path.size();
+    while (end > 0 && !path_is_separator(style, path[end - 1]) &&
+           !(style.drives && path[end - 1] == ':'))
+        --end;
+    return path.substr(0, end) + "zv" + host_unique_seed().get() + ".tmp";
+}
+
+static bool is_writable(const char *path) {
+    return FilePtr(host_fopen(path, "r+b")) != nullptr;
+}
+
+// The copy grows under a name of its own, which an interrupted run removes at exit.
+static bool replace_with_copy(FILE *source, const char *to, bool exists) {
+    // Renaming would also replace a file that is protected against writing.
+    if (exists && !is_writable(to))
+        return false;
+    const std::string sibling = sibling_of(to);
+    os_remove_at_exit(sibling.c_str());
+    bool done = write_copy(source, sibling.c_str());
+    if (done && exists)
+        host_copy_mode(to, sibling.c_str());
+    done = done && host_replace(sibling.c_str(), to);
+    if (!done)
+        host_remove(sibling.c_str());
+    return done;
+}
+
+static bool same_file(const char *a, const char *b) {
+    FileIdentity first;
+    FileIdentity second;
+    return host_file_identity(a, &first) && host_file_identity(b, &second) && first == second;
+}
+
+bool copyfile_helper(const char *from, const char *to) {
+    if (from == nullptr || to == nullptr)
+        return false;
+    const FilePtr source(host_fopen(from, "rb"));
+    if (source == nullptr)
+        return false;
+    HostStat old;
+    const bool exists = host_stat(to, &old);
+    if (exists ? old.kind == FileKind::directory : errno != ENOENT)
+        return false;
+    // A link's name need not lead back to the open file that it stands for (/dev/stdout).
+    const OwnedString target = host_resolve_links(to);
+    if (exists && (old.kind != FileKind::regular || !same_file(to, target.get())))
+        return write_copy(source.get(), to);
+    return replace_with_copy(source.get(), target.get(), exists);
+}
