@@ -57,6 +57,7 @@ void *hash_remove(HashTable *h, const void *key);
 uint32_t hash_count(const HashTable *h);
 
 // Calls fn for every entry, bucket by bucket, until one returns other than 0; returns that, or 0.
+// fn may remove the entry that it is given, but no other.
 using HashVisitFn = int (*)(void *ctx, const void *key, void *value);
 int hash_forEach(const HashTable *h, void *ctx, HashVisitFn fn);
 
@@ -71,6 +72,7 @@ void hash_free(HashTable *h); // nothing for null
 HashTable *hash_copy(const HashTable *h, const char *file, uint32_t line);
 
 // Moves every entry to an array of `size` buckets, entries of one old bucket keeping their order.
+// Of the accounts, util and max_util become the new number of buckets in use; the rest goes on.
 void hash_rebuild(HashTable *h, uint32_t size);
 
 uint32_t voidhash(const void *key); // the pointer's low 32 bits

@@ -42,6 +42,9 @@ struct Vector {
 // --- Creation
 
 Vector *vec_new(const char *file, uint32_t line);
+
+// With slots for `initial_capacity` elements to begin with. A vector of 0 never gets any: adding to
+// it fails the assertion "p->data != NULL".
 Vector *vec_newSized(uint32_t initial_capacity, const char *file, uint32_t line);
 
 // A shallow copy without open iterations; null for null.
@@ -50,7 +53,8 @@ Vector *vec_copy(const Vector *p, const char *file, uint32_t line);
 // Frees the vector and its cursors, not its elements.
 void vec_free(Vector *p);
 
-// --- Adding and changing. Capacity is always above the highest index asked for.
+// --- Adding and changing. Capacity is always above the highest index asked for; where its bytes
+// would no longer fit in 32 bits the program ends as out of memory.
 
 void vec_append(Vector *p, const void *e);
 
@@ -66,9 +70,11 @@ uint32_t vec_insertAt(Vector *p, const void *e, uint32_t pos);
 void vec_setAt(Vector *p, const void *e, uint32_t i);
 
 // Takes out the element at `from`, closes the gap and puts it at `to`. Nothing if from >= count.
+// The count stays: with to >= count the slots behind the last element move in, null or left over.
 void vec_moveTo(Vector *p, uint32_t from, uint32_t to);
 
-// Appends the elements of `n`, or those that `p` does not hold yet. Returns n's count.
+// Appends the elements that `n` has now, or those that `p` does not hold yet; `n` may be `p`.
+// Returns n's count at the call.
 uint32_t vec_appendAll(Vector *p, Vector *n);
 uint32_t vec_mergeUnique(Vector *p, Vector *n);
 
@@ -133,7 +139,8 @@ template <class T> T *vec_at(const Vector *p, uint32_t i) {
 }
 
 // The elements of a vector for a range-based for, under a cursor of its own that is taken off
-// however the loop is left: for (auto *line : VecEach<const char>(lines)).
+// however the loop is left: for (auto *line : VecEach<const char>(lines)). As in a loop of
+// vec_next, the cursor stands behind the element that the body handles, which may remove it.
 template <class T> class VecEach {
   public:
     explicit VecEach(Vector *p) : vector(p) { vec_iterStart(p); }
@@ -145,11 +152,8 @@ template <class T> class VecEach {
     struct End {};
     struct Iterator {
         Vector *vector;
-        T *operator*() const { return static_cast<T *>(vec_peek(vector)); }
-        Iterator &operator++() {
-            vec_next(vector);
-            return *this;
-        }
+        T *operator*() const { return static_cast<T *>(vec_next(vector)); }
+        Iterator &operator++() { return *this; }
         bool operator!=(End) const { return vec_hasMore(vector); }
     };
     Iterator begin() const { return {vector}; }

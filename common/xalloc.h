@@ -29,6 +29,9 @@ using OwnedBytes = std::unique_ptr<uint8_t[], FreeDeleter>;
 // error and exits with status 1; runtime_init() routes it to message 296.
 extern void (*out_of_memory_hook)();
 
+// Ends the program through the hook: for a size that cannot even be asked for.
+[[noreturn]] void out_of_memory();
+
 // A zero-filled block of `size` bytes, to be given to free(). Never null, for size 0 either.
 void *xalloc(size_t size);
 
@@ -37,7 +40,7 @@ template <class T> T *xnew() {
     return static_cast<T *>(xalloc(sizeof(T)));
 }
 
-// A copy of `text`, or of its first `length` bytes.
+// A copy of `text`, or of its first `length` bytes at most.
 OwnedString xstrdup(const char *text);
 OwnedString xstrndup(const char *text, size_t length);
 

@@ -1,0 +1,87 @@
+#include "xalloc.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cstring>
+
+static void report_and_exit() {
+    std::fputs("out of memory\n", stderr);
+    std::exit(1);
+}
+
+void (*out_of_memory_hook)() = report_and_exit;
+
+void out_of_memory() {
+    out_of_memory_hook();
+    std::abort();
+}
+
+void *xalloc(size_t size) {
+    void *block = std::calloc(1, std::max<size_t>(size, 1));
+    if (!block)
+        out_of_memory();
+    return block;
+}
+
+OwnedString xstrdup(const char *text) {
+    return xstrndup(text, std::strlen(text));
+}
+
+OwnedString xstrndup(const char *text, size_t length) {
+    length = strnlen(text, length);
+    OwnedString copy(static_cast<char *>(xalloc(length + 1)));
+    std::memcpy(copy.get(), text, length);
+    return copy;
+}
+
+OwnedString str_concat(const char *a, const char *b) {
+    size_t a_length = std::strlen(a);
+    size_t b_length = std::strlen(b);
+    OwnedString both(static_cast<char *>(xalloc(a_length + b_length + 1)));
+    std::memcpy(both.get(), a, a_length);
+    std::memcpy(both.get() + a_length, b, b_length);
+    return both;
+}
+
+OwnedString str_concat_free(OwnedString a, const char *b) {
+    return str_concat(a.get(), b);
+}
+
+OwnedString str_format(const char *format, ...) {
+    va_list args;
+    va_start(args, format);
+    OwnedString text = str_vformat(format, args);
+    va_end(args);
+    return text;
+}
+
+OwnedString str_vformat(const char *format, va_list args) {
+    static std::array<char, 4096> scratch;
+    // Zeroed, so that there is an end even where a failing vsnprintf leaves none.
+    scratch.fill(0);
+    int length = std::vsnprintf(scratch.data(), scratch.size(), format, args);
+    // Negative: more than an int can count.
+    if (length < 0 || static_cast<size_t>(length) >= scratch.size())
+        std::fputs("buffer overflow in vsnprintf", stderr);
+    return xstrndup(scratch.data(), scratch.size() - 1);
+}
+
+int str_icmp(const char *a, const char *b) {
+    return str_nicmp(a, b, SIZE_MAX);
+}
+
+int str_nicmp(const char *a, const char *b, size_t length) {
+    for (size_t i = 0; i < length; i++) {
+        auto a_byte = static_cast<unsigned char>(a[i]);
+        auto b_byte = static_cast<unsigned char>(b[i]);
+        int order = std::tolower(a_byte) - std::tolower(b_byte);
+        if (order != 0 || a_byte == 0)
+            return order;
+    }
+    return 0;
+}
+
+void fprint_quoted(FILE *stream, const char *text) {
+    std::fprintf(stream, "\"%s\"", text);
+}
