@@ -1,0 +1,135 @@
+#include "registry.h"
+
+#include "osdep.h"
+#include "stringcache.h"
+#include "trace.h"
+#include "zvinstdir.h"
+
+static const char *c_stdlib;
+
+namespace {
+
+struct PathType {
+    int32_t type;
+    const char *subdir;
+    bool by_c_stdlib;      // with the C library variant below
+    const char *word;      // what an override is called; null if there can be none
+    int32_t override_type; // the type whose override counts
+};
+
+constexpr PathType PATH_TYPES[] = {
+    {REG_BASE, "", false, nullptr, REG_BASE},
+    {REG_BIN, "bin", false, "bin", REG_BIN},
+    {REG_LIB, "lib", true, "lib", REG_LIB},
+    {REG_HELP, "help", false, nullptr, REG_HELP},
+    {REG_INCLUDE, "include", false, "inc", REG_INCLUDE},
+    {REG_DAT, "dat", false, "dat", REG_DAT},
+    {REG_SOURCES, "sources", true, "src", REG_SOURCES},
+    {REG_RESOURCES, "resources", false, nullptr, REG_RESOURCES},
+    {REG_DOCS, "docs", false, nullptr, REG_DOCS},
+    {REG_C_INCLUDE, "include", true, nullptr, REG_INCLUDE},
+};
+
+} // namespace
+
+// What stands above the subdirectory of each type, where the user has said so.
+static const char *overrides[REG_C_INCLUDE + 1];
+
+static const PathType *find_type(int32_t type) {
+    for (const PathType &known : PATH_TYPES)
+        if (known.type == type)
+            return &known;
+    return nullptr;
+}
+
+const char *reg_create_path(const char *base, int32_t type) {
+    TRACE_ENTER("base: \"%s\", type: %d", base ? base : "(null)", type);
+    const PathType *known = find_type(type);
+    if (!base || !known) {
+        TRACE_EXIT();
+        return nullptr;
+    }
+    const char *subdir = known->subdir;
+    if (c_stdlib && known->by_c_stdlib) {
+        base = sc_pathJoin(base, subdir);
+        subdir = c_stdlib;
+    }
+    TRACE_EXIT("Returning concatenation of path: \"%s\" and \"%s\"", base, subdir);
+    return sc_pathJoin(base, subdir);
+}
+
+// The directory of a type that is overridden, else null.
+static const char *reg_path_mods(int32_t type) {
+    TRACE_ENTER("type: %d", type);
+    const PathType *known = find_type(type);
+    const char *base = known ? overrides[known->override_type] : nullptr;
+    const char *dir = base ? reg_create_path(base, type) : nullptr;
+    TRACE_EXIT("\"%s\"", dir ? dir : "null");
+    return dir;
+}
+
+const char *reg_instdir(int32_t type) {
+    TRACE_ENTER("type: %d", type);
+    if (const char *dir = reg_path_mods(type)) {
+        TRACE_EXIT("\"%s\"", dir);
+        return dir;
+    }
+    const char *base = zvinstdir(ZVINSTDIR_LUM);
+    if (!os_exists(base))
+        base = set_zvinstall_paths() ? zvinstall_ver : nullptr;
+    if (!base) {
+        TRACE_EXIT("Could not locate installation directory");
+        return nullptr;
+    }
+    if (type == REG_BASE) {
+        TRACE_EXIT("Returning installation directory: \"%s\"", base);
+        return base;
+    }
+    const char *dir = reg_create_path(base, type);
+    TRACE_EXIT("\"%s\"", dir ? dir : "null");
+    return dir;
+}
+
+const char *reg_mkpath(int32_t type, const char *name) {
+    TRACE_ENTER("type: %d, name: \"%s\"", type, name ? name : "(null)");
+    if (os_is_absolute(name)) {
+        TRACE_EXIT("Returning absolute path: \"%s\"", name);
+        return sc_strdup(name);
+    }
+    const char *dir = reg_instdir(type);
+    const char *path = dir ? sc_pathJoin(dir, name) : nullptr;
+    TRACE_EXIT("Returning path: \"%s\"", path ? path : "null");
+    return path;
+}
+
+int reg_set_path(int32_t type, const char *path) {
+    TRACE_ENTER("type: %d, path: \"%s\"", type, path ? path : "null");
+    if (path && !os_exists(path)) {
+        TRACE_EXIT("Path does not exist: \"%s\"", path);
+        return 0;
+    }
+    if (path && !os_is_dir(path)) {
+        TRACE_EXIT("Path is not a directory: \"%s\"", path);
+        return 0;
+    }
+    const PathType *known = find_type(type);
+    if (!known || !known->word) {
+        TRACE_EXIT();
+        return 0;
+    }
+    overrides[type] = sc_strdup(path);
+    TRACE_EXIT("%s path now set to: \"%s\"", known->word, path ? path : "null");
+    return 1;
+}
+
+void reg_set_c_stdlib(const char *name) {
+    TRACE_ENTER("\"%s\"", name ? name : "null");
+    c_stdlib = sc_strdup(name);
+    TRACE_EXIT("standard C library is now set to: \"%s\"", name ? name : "null");
+}
+
+const char *reg_get_c_stdlib() {
+    TRACE_ENTER();
+    TRACE_EXIT("standard C library is presently: \"%s\"", c_stdlib ? c_stdlib : "null");
+    return c_stdlib;
+}
