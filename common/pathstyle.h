@@ -43,7 +43,9 @@ OwnedString path_stem(const PathStyle &style, const char *path, bool with_dot);
 
 // A copy without repeated separators, "." and ".." components and a trailing separator. Separators
 // are not converted, a leading "." or ".." stays, and a run of separators becomes its last one. The
-// root ("C:\", "/") keeps its separator; ".." never climbs above the start.
+// root ("C:\", "/") keeps its separator. ".." never climbs above the start: in the drive family it
+// takes whatever is there ("a\..\b" gives "\b", "C:\.." nothing), in the slash family it stops at
+// "/", and a relative path stays relative ("a/../../b" gives "../b"). Null for null.
 OwnedString path_normalise(const PathStyle &style, const char *path);
 
 #endif
