@@ -110,7 +110,7 @@ void os_keep_temps(bool flag); // nothing is removed at exit
 
 // --- Environment and time (osdep_time.cpp)
 
-// 0 for a null name, else the result of the host's putenv.
+// 0 for a null name, else the result of the host's call: 0 on success.
 int os_setenv(const char *name, const char *value);
 
 // The time, after fixing the process's time zone to EST0EDT on the first call. Null is allowed.

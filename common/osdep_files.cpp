@@ -6,6 +6,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 int os_exists(const char *path) {
@@ -117,13 +118,14 @@ static bool is_writable(const char *path) {
 }
 
 // The copy grows under a name of its own, which an interrupted run removes at exit.
-static bool replace_with_copy(FILE *source, const char *to, bool exists) {
+static bool replace_with_copy(FilePtr source, const char *to, bool exists) {
     // Renaming would also replace a file that is protected against writing.
     if (exists && !is_writable(to))
         return false;
     const std::string sibling = sibling_of(to);
     os_remove_at_exit(sibling.c_str());
-    bool done = write_copy(source, sibling.c_str());
+    bool done = write_copy(source.get(), sibling.c_str());
+    source.reset(); // which may be the destination, and must be closed to be replaced
     if (done && exists)
         host_copy_mode(to, sibling.c_str());
     done = done && host_replace(sibling.c_str(), to);
@@ -141,7 +143,7 @@ static bool same_file(const char *a, const char *b) {
 bool copyfile_helper(const char *from, const char *to) {
     if (from == nullptr || to == nullptr)
         return false;
-    const FilePtr source(host_fopen(from, "rb"));
+    FilePtr source(host_fopen(from, "rb"));
     if (source == nullptr)
         return false;
     HostStat old;
@@ -152,5 +154,5 @@ bool copyfile_helper(const char *from, const char *to) {
     const OwnedString target = host_resolve_links(to);
     if (exists && (old.kind != FileKind::regular || !same_file(to, target.get())))
         return write_copy(source.get(), to);
-    return replace_with_copy(source.get(), target.get(), exists);
+    return replace_with_copy(std::move(source), target.get(), exists);
 }

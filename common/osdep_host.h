@@ -40,8 +40,8 @@ const char *host_temp_default();
 // Signals that end the program through the fatal handler, in order of installation.
 std::span<const int> host_caught_signals();
 
-// Enters "name=value" into the environment, which keeps the block.
-int host_putenv(char *assignment);
+// Enters a variable into the environment, which keeps a copy; 0 on success.
+int host_setenv(const char *name, const char *value);
 void host_tzset();
 
 // --- Files and directories

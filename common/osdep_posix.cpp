@@ -100,8 +100,8 @@ std::span<const int> host_caught_signals() {
     return signals;
 }
 
-int host_putenv(char *assignment) {
-    return putenv(assignment);
+int host_setenv(const char *name, const char *value) {
+    return setenv(name, value, 1);
 }
 
 void host_tzset() {

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <string>
+#include <utility>
 
 static constexpr const char *temp_progname = "kestrel";
 

@@ -3,10 +3,7 @@
 #include <ctime>
 
 int os_setenv(const char *name, const char *value) {
-    if (name == nullptr)
-        return 0;
-    const OwnedString prefix = str_concat(name, "=");
-    return host_putenv(str_concat(prefix.get(), value != nullptr ? value : "").release());
+    return name != nullptr ? host_setenv(name, value != nullptr ? value : "") : 0;
 }
 
 // The zone is fixed so that times which are written do not depend on the machine's setting.

@@ -190,8 +190,8 @@ std::span<const int> host_caught_signals() {
     return signals;
 }
 
-int host_putenv(char *assignment) {
-    return _putenv(assignment);
+int host_setenv(const char *name, const char *value) {
+    return _putenv((std::string(name) + '=' + value).c_str());
 }
 
 void host_tzset() {
