@@ -1,0 +1,44 @@
+// The program that tests start. Without an option of the list in main() it prints its arguments.
+#include "osdep.h"
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <string_view>
+
+// Makes temporaries and shows their names. They must go at exit, although the program has changed
+// its directory by then. With "keep" as the second argument they stay.
+static int temporaries(const char *keep) {
+    os_keep_temps(keep != nullptr);
+    for (const char *suffix : {"out", ".out", static_cast<const char *>(nullptr), ""}) {
+        const OwnedString name = os_tempname(suffix);
+        if (name == nullptr)
+            return 1;
+        puts(name.get());
+        fclose(host_fopen(name.get(), "w"));
+    }
+    const OwnedString directory = os_tempdir_new();
+    puts(directory.get());
+    fclose(host_fopen(os_join(directory.get(), "inner").get(), "w"));
+    fclose(host_fopen("registered.txt", "w"));
+    os_remove_at_exit("registered.txt");
+    os_remove_at_exit("never made");
+    return host_chdir("..") ? 0 : 1;
+}
+
+int main(int argc, char **argv) {
+    const std::string_view option = argc > 1 ? argv[1] : "";
+    const char *value = argc > 2 ? argv[2] : nullptr;
+    if (option == "--exit")
+        return atoi(value);
+    if (option == "--raise")
+        return raise(atoi(value));
+    if (option == "--stderr")
+        return fputs(value, stderr) < 0;
+    if (option == "--temps")
+        return temporaries(value);
+    if (option == "--inherited") // a descriptor of the starting program
+        return host_dup(atoi(value)) != -1;
+    for (int i = 1; i < argc; ++i)
+        printf("<%s>\n", argv[i]);
+}

@@ -1,0 +1,239 @@
+#include "osdep.h"
+#include "scratch.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <vector>
+
+namespace fs = std::filesystem;
+
+static std::vector<std::string> listing(const char *directory) {
+    std::vector<std::string> names;
+    const auto collect = [](void *context, const char *name, bool held) {
+        EXPECT_TRUE(held) << name;
+        static_cast<std::vector<std::string> *>(context)->emplace_back(name);
+        return true;
+    };
+    EXPECT_TRUE(host_list_directory(directory, collect, &names));
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+static std::string deep(int levels) {
+    std::string path = "d";
+    for (int i = 1; i < levels; ++i)
+        path += host_path_style().separator + std::string("d");
+    return path;
+}
+
+TEST(OsFiles, MakingDirectories) {
+    const Scratch scratch;
+    const std::string file = scratch.write("file", "x");
+    EXPECT_EQ(os_mkdir(nullptr), -1);
+    EXPECT_EQ(os_mkdir(""), 1);
+    EXPECT_EQ(os_mkdir(scratch.path(deep(5).c_str()).c_str()), 0);
+    EXPECT_TRUE(os_is_dir(scratch.path(deep(5).c_str()).c_str()));
+    EXPECT_EQ(os_mkdir(scratch.directory()), 0);
+    EXPECT_NE(os_mkdir_parents(scratch.directory()), 0) << "it is there already";
+    EXPECT_EQ(os_mkdir(file.c_str()), 1);
+    EXPECT_EQ(os_mkdir(os_join(file.c_str(), "below").get()), 1);
+    EXPECT_EQ(os_mkdir(os_join(file.c_str(), deep(3).c_str()).get()), 1);
+    EXPECT_EQ(os_mkdir(host_path_style().drives ? "Q:" : "/"), 0);
+}
+
+TEST(OsFiles, RemovingTrees) {
+    const Scratch scratch;
+    const std::string top = scratch.path("top");
+    ASSERT_EQ(os_mkdir(os_join(top.c_str(), deep(40).c_str()).get()), 0);
+    scratch.write(native_join("top", "file").c_str(), "x");
+    scratch.write(native_join("top", (deep(40) + ".txt").c_str()).c_str(), "x");
+    EXPECT_EQ(os_rmtree(top.c_str()), 0);
+    EXPECT_FALSE(os_exists(top.c_str()));
+    EXPECT_EQ(os_rmtree(top.c_str()), -1);
+    const std::string file = scratch.write("file", "x");
+    EXPECT_EQ(os_rmtree(file.c_str()), -1);
+    EXPECT_TRUE(os_exists(file.c_str()));
+}
+
+// Whether a link could be made; some systems ask for a privilege.
+static bool make_link(const std::string &target, const std::string &link, bool directory) {
+    std::error_code failure;
+    if (directory)
+        fs::create_directory_symlink(target, link, failure);
+    else
+        fs::create_symlink(target, link, failure);
+    return !failure && host_is_link(link.c_str());
+}
+
+TEST(OsFiles, RemovingTreesLeavesTheTargetsOfLinks) {
+    const Scratch scratch;
+    ASSERT_EQ(os_mkdir(scratch.path("precious").c_str()), 0);
+    ASSERT_EQ(os_mkdir(scratch.path("top").c_str()), 0);
+    const std::string file = scratch.write(native_join("precious", "file").c_str(), "x");
+    const std::string link = scratch.path(native_join("top", "link").c_str());
+    if (!make_link(scratch.path("precious"), link, true))
+        GTEST_SKIP() << "no links here";
+    make_link(scratch.path("gone"), scratch.path(native_join("top", "dangling").c_str()), false);
+    EXPECT_EQ(os_rmtree(scratch.path("top").c_str()), 0);
+    EXPECT_FALSE(os_exists(scratch.path("top").c_str()));
+    EXPECT_TRUE(os_exists(file.c_str()));
+
+    ASSERT_TRUE(make_link(scratch.path("precious"), scratch.path("direct"), true));
+    EXPECT_EQ(os_rmtree(scratch.path("direct").c_str()), 0);
+    EXPECT_FALSE(host_is_link(scratch.path("direct").c_str()));
+    EXPECT_TRUE(os_exists(file.c_str()));
+}
+
+TEST(OsFiles, ListingTellsEveryNameOnce) {
+    const Scratch scratch;
+    std::string longest; // 255 bytes
+    for (int i = 0; i < 85; ++i)
+        longest += "\xe2\x82\xac";
+    std::vector<std::string> names = {".", "..", ".hidden", "a b", "\xc3\xa4", longest};
+    for (size_t i = 2; i < names.size(); ++i)
+        EXPECT_EQ(read_file(scratch.write(names[i].c_str(), names[i])), names[i]);
+    std::sort(names.begin(), names.end());
+    EXPECT_EQ(listing(scratch.directory()), names);
+
+    const auto never = [](void *, const char *, bool) {
+        ADD_FAILURE();
+        return true;
+    };
+    EXPECT_FALSE(host_list_directory(scratch.path("gone").c_str(), never, nullptr));
+    EXPECT_FALSE(host_list_directory(scratch.path("a b").c_str(), never, nullptr));
+}
+
+TEST(OsFiles, PathsBeyond260Characters) {
+    const Scratch scratch;
+    const std::string directory = scratch.path(deep(150).c_str());
+    ASSERT_EQ(os_mkdir(directory.c_str()), 0);
+    const std::string file =
+        scratch.write(native_join(deep(150).c_str(), "file").c_str(), "far down");
+    EXPECT_EQ(read_file(file), "far down");
+    EXPECT_EQ(os_filesize(file.c_str()), 8u);
+    EXPECT_EQ(listing(directory.c_str()), (std::vector<std::string>{".", "..", "file"}));
+    EXPECT_TRUE(os_name_case_matches(file.c_str()));
+}
+
+TEST(OsFiles, SizesBeyond4GiB) {
+    const Scratch scratch;
+    const std::string file = scratch.path("sparse");
+    const int64_t offset = (int64_t{5} << 30) + 6;
+    std::error_code failure;
+    scratch.write("sparse", "");
+    fs::resize_file(file, static_cast<uintmax_t>(offset) + 1, failure);
+    ASSERT_FALSE(failure) << failure.message();
+    HostStat status;
+    ASSERT_TRUE(host_stat(file.c_str(), &status));
+    EXPECT_EQ(status.size, static_cast<uint64_t>(offset) + 1);
+    EXPECT_EQ(os_filesize(file.c_str()), (1u << 30) + 7);
+    FILE *f = host_fopen_regular(file.c_str());
+    ASSERT_NE(f, nullptr);
+    EXPECT_TRUE(host_seek(f, offset));
+    EXPECT_EQ(host_tell(f), offset);
+    EXPECT_EQ(getc(f), 0);
+    EXPECT_EQ(getc(f), EOF);
+    fclose(f);
+    host_remove(file.c_str());
+}
+
+TEST(OsFiles, OnlyRegularFilesAreOpenedForReading) {
+    const Scratch scratch;
+    const char *device = os_kind() != 0 ? "NUL" : "/dev/null";
+    HostStat status;
+    ASSERT_TRUE(host_stat(device, &status));
+    EXPECT_EQ(status.kind, FileKind::other);
+    EXPECT_EQ(host_fopen_regular(device), nullptr);
+    EXPECT_EQ(host_fopen_regular(scratch.directory()), nullptr);
+    EXPECT_EQ(host_fopen(scratch.directory(), "r"), nullptr);
+    EXPECT_EQ(host_fopen_regular(scratch.path("gone").c_str()), nullptr);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(os_filesize(nullptr), 0u);
+    EXPECT_EQ(os_filesize(scratch.path("gone").c_str()), 0u);
+}
+
+// --- Copying
+
+// More than a buffer, with bytes that text mode would change.
+static std::string sample() {
+    std::string text;
+    for (int i = 0; i < 70000; ++i)
+        text += static_cast<char>(i % 251);
+    return text + "\r\n\x1a\n";
+}
+
+TEST(OsCopyFile, MakesOrReplacesTheDestination) {
+    const Scratch scratch;
+    const std::string from = scratch.write("from", sample());
+    const std::string empty = scratch.write("empty", "");
+    ASSERT_EQ(os_mkdir(scratch.path("dir").c_str()), 0);
+    const std::string to = scratch.path(native_join("dir", "to").c_str());
+    for (const std::string &source : {from, empty, from}) {
+        EXPECT_TRUE(copyfile_helper(source.c_str(), to.c_str()));
+        EXPECT_EQ(read_file(to), read_file(source));
+    }
+    EXPECT_TRUE(copyfile_helper(from.c_str(), from.c_str()));
+    EXPECT_EQ(read_file(from), sample());
+    EXPECT_EQ(listing(scratch.path("dir").c_str()).size(), 3u) << "something was left behind";
+}
+
+TEST(OsCopyFile, FailureLeavesTheDestination) {
+    const Scratch scratch;
+    const std::string from = scratch.write("from", "new");
+    const std::string to = scratch.write("to", "old");
+    const std::string directory = scratch.directory();
+    // A file that opens, and whose first page cannot be read.
+    const std::string unreadable = os_kind() != 0 ? directory : "/proc/self/mem";
+    const struct {
+        std::string from, to;
+    } cases[] = {{unreadable, to},
+                 {scratch.path("gone"), to},
+                 {directory, to},
+                 {from, directory},
+                 {from, native_join(to.c_str(), "below")},
+                 {from, scratch.path(deep(2).c_str())},
+                 {from, ""}};
+    for (const auto &c : cases)
+        EXPECT_FALSE(copyfile_helper(c.from.c_str(), c.to.c_str())) << c.from << " " << c.to;
+    EXPECT_EQ(read_file(to), "old");
+    EXPECT_EQ(listing(scratch.directory()).size(), 4u) << "something was left behind";
+}
+
+TEST(OsCopyFile, WritesIntoWhatIsNoFile) {
+    const Scratch scratch;
+    const std::string from = scratch.write("from", "text");
+    const char *device = os_kind() != 0 ? "NUL" : "/dev/null";
+    EXPECT_TRUE(copyfile_helper(from.c_str(), device));
+    HostStat status;
+    ASSERT_TRUE(host_stat(device, &status));
+    EXPECT_EQ(status.kind, FileKind::other) << "the device was replaced";
+    const char *full = os_kind() != 0 ? scratch.directory() : "/dev/full";
+    EXPECT_FALSE(copyfile_helper(from.c_str(), full));
+}
+
+TEST(OsCopyFile, KeepsRights) {
+    const Scratch scratch;
+    const std::string from = scratch.write("from", "new");
+    const std::string to = scratch.write("to", "old");
+    fs::permissions(to, fs::perms::owner_read | fs::perms::owner_write | fs::perms::others_exec);
+    const fs::perms before = fs::status(to).permissions();
+    EXPECT_TRUE(copyfile_helper(from.c_str(), to.c_str()));
+    EXPECT_EQ(fs::status(to).permissions(), before);
+}
+
+TEST(OsCopyFile, WritesWhereLinksLead) {
+    const Scratch scratch;
+    const std::string from = scratch.write("from", "new");
+    scratch.write("there", "old");
+    for (const char *target : {"there", "not yet there"}) {
+        const std::string link = scratch.path("link");
+        if (!make_link(target, link, false))
+            GTEST_SKIP() << "no links here";
+        EXPECT_TRUE(copyfile_helper(from.c_str(), link.c_str()));
+        EXPECT_EQ(read_file(scratch.path(target)), "new");
+        EXPECT_TRUE(host_is_link(link.c_str()));
+        host_remove(link.c_str());
+    }
+}

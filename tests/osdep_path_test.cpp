@@ -1,0 +1,82 @@
+#include "osdep.h"
+#include "scratch.h"
+
+#include <gtest/gtest.h>
+
+// Enters a directory for as long as it lives.
+class Inside {
+  public:
+    explicit Inside(const std::string &path) { EXPECT_TRUE(host_chdir(path.c_str())) << path; }
+    ~Inside() { host_chdir(previous.get()); }
+
+  private:
+    OwnedString previous = os_getcwd();
+};
+
+// A path spelt with "/" in the host's own way.
+static std::string native(std::string path) {
+    for (char &c : path)
+        if (c == '/')
+            c = host_path_style().separator;
+    return path;
+}
+
+TEST(OsPath, FullAndRelativePaths) {
+    const Scratch scratch;
+    ASSERT_EQ(os_mkdir(scratch.path("work").c_str()), 0);
+    ASSERT_EQ(os_mkdir(scratch.path("work2").c_str()), 0);
+    const Inside inside(scratch.path("work"));
+    const std::string here = text_of(os_getcwd());
+    const struct {
+        const char *path, *full, *relative;
+    } cases[] = {
+        {"x", "/x", "x"},
+        {"a/./b/../c/", "/a/c", "a/c"},
+        {"x/..", "", "."},
+        {"..", nullptr, nullptr}, // the parent, whose text is no continuation
+        {"../work2/x", "2/x", "2/x"},
+        {"../work/x", "/x", "x"},
+    };
+    for (const auto &c : cases) {
+        const std::string path = native(c.path);
+        const std::string full =
+            c.full != nullptr ? here + native(c.full) : text_of(os_dirname(here.c_str()));
+        EXPECT_EQ(text_of(os_fullpath(path.c_str())), full) << path;
+        EXPECT_EQ(text_of(os_relpath(path.c_str())),
+                  c.relative != nullptr ? native(c.relative) : full)
+            << path;
+    }
+    EXPECT_EQ(text_of(os_relpath(here.c_str())), ".");
+    EXPECT_EQ(os_fullpath(nullptr), nullptr);
+    EXPECT_EQ(os_relpath(nullptr), nullptr);
+}
+
+TEST(OsPath, RelativeToTheTop) {
+    const std::string top = os_kind() != 0 ? "C:\\" : "/";
+    const Inside inside(top);
+    EXPECT_EQ(text_of(os_fullpath("x")), top + "x");
+    EXPECT_EQ(text_of(os_relpath("x")), "x");
+}
+
+TEST(OsPath, StoredNames) {
+    const Scratch scratch;
+    const std::string file = scratch.write("Mixed.Txt", "x");
+    const struct {
+        const char *name;
+        bool matches;
+    } cases[] = {{"Mixed.Txt", true}, {"mixed.txt", false}, {"Mixed.*", false}, {"gone", false}};
+    for (const auto &c : cases)
+        EXPECT_EQ(os_name_case_matches(scratch.path(c.name).c_str()), c.matches) << c.name;
+    const Inside inside(scratch.directory());
+    EXPECT_TRUE(os_name_case_matches("Mixed.Txt"));
+    EXPECT_NE(os_shortpath(file.c_str()), nullptr);
+    EXPECT_EQ(os_shortpath(scratch.path("gone").c_str()), nullptr);
+}
+
+TEST(OsPath, OwnPathIsTheRunningProgram) {
+    const OwnedString path = os_progpath();
+    EXPECT_TRUE(os_is_absolute(path.get()));
+    HostStat status;
+    ASSERT_TRUE(host_stat(path.get(), &status));
+    EXPECT_EQ(status.kind, FileKind::regular);
+}
