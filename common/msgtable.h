@@ -91,7 +91,7 @@ uint32_t findMsgFiles(const char *dir, uint32_t langid, Vector *list);
 // Puts a list of message files into order, the newest first.
 void msgfile_sort(Vector *list);
 
-// Whether a path begins with the installation's "bin" directory.
+// Whether a path begins with the installation's "bin" directory and a separator.
 bool msgfile_in_bin(const char *path);
 
 // The newest message file of the installation's "dat" directory, or the one beside the program's

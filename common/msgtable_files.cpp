@@ -72,7 +72,8 @@ uint64_t getMsgFileVersion(const char *m) {
 
 bool msgfile_in_bin(const char *path) {
     const char *bin = reg_instdir(REG_BIN);
-    return bin && sc_hasPrefix(path, bin);
+    const char *rest = bin ? sc_afterPrefix(path, bin) : nullptr;
+    return rest && path_is_separator(host_path_style(), *rest);
 }
 
 static int compare_files(const void *slot_a, const void *slot_b) {

@@ -1,0 +1,373 @@
+#include "alert.h"
+
+#include "osdep.h"
+#include "stringcache.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <string>
+#include <utility>
+
+namespace {
+
+// One row of each type; the last three print "%s", "%s" and "%d".
+enum : uint32_t { MESSAGE = 3, WARNING = 1501, ERROR_ROW = 1502, FATAL = 1503 };
+const char MESSAGE_TEXT[] = "malformed error information on line * in file *";
+
+std::string shown;
+std::string observed;
+
+void observe(uint32_t number, uintptr_t a, uintptr_t b, uintptr_t c) {
+    for (uintptr_t word : {uintptr_t{number}, a, b, c})
+        observed += std::to_string(word) + " ";
+}
+
+class AlertTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        GTEST_FLAG_SET(death_test_style, "threadsafe");
+        alert_init();
+        load_edf(msgtable_builtin_name());
+        set_maxerrors(UINT_MAX);
+        alert_set_output([](const char *line) { shown += line; });
+        shown.clear();
+        observed.clear();
+    }
+    void TearDown() override {
+        alert_set_output(nullptr);
+        alert_set_hook(nullptr);
+        alert_set_position(nullptr, nullptr, nullptr, nullptr);
+        alert_use_formats(false);
+        alert_set_formats(nullptr, nullptr, nullptr);
+        alert_control(0, ALERT_CLEAR);
+        set_warnlevel(0);
+        errno = 0;
+    }
+
+    // The name of a file that no message was shown for.
+    static const char *new_file() {
+        static int count = 0;
+        return sc_format("file %d", ++count);
+    }
+
+    // What was shown since the last call.
+    static std::string take() { return std::exchange(shown, {}); }
+};
+
+// A process of its own for whatever counts or ends; its exit status is the answer.
+class AlertExitTest : public testing::Test {
+  protected:
+    void SetUp() override { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+    void TearDown() override { alert_exit_hook = saved_hook; }
+
+    void (*const saved_hook)(int status) = alert_exit_hook;
+};
+
+TEST_F(AlertTest, FixedLayout) {
+    const uint32_t line = 12;
+    const struct {
+        const char *file;
+        const uint32_t *line;
+        int (*entry)(uint32_t number, ...);
+        const char *position;
+    } cases[] = {
+        {nullptr, nullptr, alert_repeat, ""},
+        {"", nullptr, alert_repeat, ""},
+        {"file", nullptr, alert_repeat, "file: "},
+        {"file", &line, alert_repeat, "file: 12: "},
+        {nullptr, &line, alert_repeat, "12: "},
+        {"file", &line, alert_nl_repeat, "Non line specific message: "},
+        {nullptr, &line, alert_nl_repeat, ""},
+        {"file", &line, alert_nopos, ": "},
+    };
+    for (const auto &test : cases) {
+        const std::string position = test.position;
+        alert_set_position(test.file, test.line, nullptr, nullptr);
+        EXPECT_EQ(test.entry(MESSAGE), 1);
+        EXPECT_EQ(take(), position + MESSAGE_TEXT + "\n");
+        EXPECT_EQ(test.entry(ERROR_ROW, "a", "b", 7), 1);
+        EXPECT_EQ(take(), position + "(1502) assertion failure: a (b:7) \n");
+        EXPECT_EQ(test.entry(WARNING, "a", "b", 7), 1);
+        EXPECT_EQ(take(), position + "(1501) assertion failure: a (b:7)  (warning)\n");
+    }
+}
+
+TEST_F(AlertTest, TemplateLayout) {
+    const uint32_t line = 12, base = 100, column = 103;
+    errno = 0;
+    const std::string no_error = std::strerror(0);
+    const struct {
+        const char *format;
+        std::string with_all, in_no_line, nowhere, unregistered;
+    } cases[] = {
+        {"%a: %n", "kestrel: 9", "kestrel: 9", "kestrel: 9", "kestrel: 9"},
+        {"%f: %l: %c: |", "f: 12: 3: |", "Non line specific message: : 3: |", "|", ": : : |"},
+        {"%f:%l |", "f:12 |", "Non line specific message: |", " |", ": |"},
+        {"%q%%%", "q%", "q%", "q%", "q%"},
+        {"%m", no_error, no_error, no_error, no_error},
+        {"", "", "", "", ""},
+    };
+    alert_use_formats(true);
+    for (const auto &test : cases) {
+        alert_set_formats(test.format, "wrong", "wrong");
+        alert_set_position("f", &line, &base, &column);
+        alert_repeat(9);
+        EXPECT_EQ(take(), test.with_all + "\n");
+        alert_nl_repeat(9);
+        EXPECT_EQ(take(), test.in_no_line + "\n");
+        alert_nopos(9);
+        EXPECT_EQ(take(), test.nowhere + "\n");
+        alert_set_position(nullptr, nullptr, nullptr, nullptr);
+        alert_repeat(9);
+        EXPECT_EQ(take(), test.unregistered + "\n");
+    }
+    alert_set_formats("wrong", "%s|", "wrong");
+    alert_nl_repeat(WARNING, "a", "b", 7);
+    EXPECT_EQ(take(), "assertion failure: a (b:7) |\n");
+    alert_set_formats("wrong", "wrong", nullptr);
+    alert_repeat(MESSAGE);
+    EXPECT_EQ(take(), std::string(": : ") + MESSAGE_TEXT + "\n");
+}
+
+TEST_F(AlertTest, TemplatesFromTheEnvironment) {
+    os_setenv("ZQT_ERR_FORMAT", "env");
+    alert_default_formats("given", "given", nullptr);
+    EXPECT_STREQ(alert_get_err_format(), "env");
+    EXPECT_STREQ(alert_get_warn_format(), "given");
+    EXPECT_STREQ(alert_get_msg_format(), "%f: %l: %s");
+    alert_set_formats("given", nullptr, nullptr);
+    EXPECT_STREQ(alert_get_err_format(), "given");
+    EXPECT_STREQ(alert_get_warn_format(), "%f: %l: (%n) %s (warning)");
+    alert_set_formats(nullptr, nullptr, nullptr);
+    EXPECT_STREQ(alert_get_err_format(), "env");
+}
+
+// The text of the error goes where "%m" is, but what follows writes over it. Formats reach the
+// layout here as they may come from a caller that was not checked.
+TEST_F(AlertTest, FormatsThatEndEarlyOrNameTheError) {
+    int (*unchecked)(uint32_t, const char *, const char *, ...) = alert_text;
+    const std::string reason = std::strerror(ENOENT);
+    const struct {
+        const char *format;
+        int error;
+        std::string expected;
+    } cases[] = {
+        {"a: %m", ENOENT, "a: " + reason},
+        {"a: %m", 0, "a: "},
+        {"a: %m%%!", ENOENT, "a: %!" + reason.substr(3)},
+        {"%m%m", ENOENT, reason},
+        {"100%", 0, "100%"},
+        {"100%-5l", 0, "100%-5l"},
+        {"%m and a text that is longer than any reason: %s", ENOENT,
+         " and a text that is longer than any reason: x"},
+    };
+    for (const auto &test : cases) {
+        errno = test.error;
+        unchecked(7, "M", test.format, "x");
+        EXPECT_EQ(take(), test.expected + "\n") << test.format;
+    }
+    errno = ENOENT;
+    alert_adhoc("e", "%s", "x");
+    EXPECT_EQ(take(), "(0) x\n");
+}
+
+TEST_F(AlertTest, LongTextsAreCut) {
+    const std::string text(9000, 'x');
+    rawmsg("%s", text.c_str());
+    EXPECT_EQ(take(), text.substr(0, 8190) + "\n");
+    alert_adhoc("M", "%s", text.c_str());
+    EXPECT_EQ(take(), text.substr(0, 511) + "\n");
+    alert_text(1234567, "E", "%s", text.c_str());
+    EXPECT_EQ(take(), "(1234567) " + text.substr(0, 501) + "\n");
+    int (*unchecked)(const char *, const char *, ...) = alert_adhoc;
+    const std::string format = text.substr(0, 510) + "%s"; // does not fit the room for formats
+    unchecked("M", format.c_str(), "y");
+    EXPECT_EQ(take(), text.substr(0, 510) + "\n");
+}
+
+TEST_F(AlertTest, ALineInPieces) {
+    contmsg(0, "%d", 1);
+    rawmsg("between");
+    contmsg(0, "%d", 2);
+    contmsg(1, "%d", 3);
+    contmsg(1, "%d", 4);
+    EXPECT_EQ(take(), "between\n\t123\n\t4\n");
+}
+
+TEST_F(AlertTest, TheSameLineIsToldOnce) {
+    uint32_t line = 1;
+    alert_set_position(new_file(), &line, nullptr, nullptr);
+    EXPECT_EQ(alert(MESSAGE), 1);
+    EXPECT_EQ(alert(MESSAGE), 0);
+    EXPECT_EQ(alert_nl(MESSAGE), 0); // the same line, though it is not printed
+    EXPECT_EQ(alert_repeat(MESSAGE), 1);
+    EXPECT_EQ(alert(WARNING, "a", "b", 7), 1);
+    line = 2;
+    EXPECT_EQ(alert(MESSAGE), 1);
+    alert_set_position(new_file(), &line, nullptr, nullptr);
+    EXPECT_EQ(alert(MESSAGE), 1);
+    line = 3;
+    set_warnlevel(1);
+    EXPECT_EQ(alert(WARNING, "a", "b", 7), 0); // hidden, so not told yet
+    set_warnlevel(0);
+    EXPECT_EQ(alert(WARNING, "a", "b", 7), 1);
+}
+
+TEST_F(AlertTest, TheObserverSeesNumberAndArguments) {
+    const uint32_t line = 1;
+    const char *const a = "a";
+    const char *const b = "b";
+    auto word = [](const char *s) { return std::to_string(reinterpret_cast<uintptr_t>(s)) + " "; };
+    alert_set_hook(observe);
+    alert_nl_repeat(ERROR_ROW, a, b, 7);
+    EXPECT_EQ(std::exchange(observed, {}), "1502 " + word(a) + word(b) + "7 ");
+    alert_set_position(new_file(), &line, nullptr, nullptr);
+    alert(MESSAGE);
+    EXPECT_EQ(std::exchange(observed, {}), "3 0 0 0 3 0 0 0 ");
+    alert(MESSAGE);
+    EXPECT_EQ(std::exchange(observed, {}), "3 0 0 0 ");
+    alert_adhoc("M", "%% %*d %.1f %s", 5, 6, 1.5, a);
+    EXPECT_EQ(std::exchange(observed, {}), "0 5 6 0 ");
+    alert_adhoc("M", "%lld %zu %.*s", 1LL << 31, size_t{2}, 1, b);
+    EXPECT_EQ(std::exchange(observed, {}), "0 2147483648 2 1 ");
+    alert_text(7, "M", "%s", a);
+    EXPECT_EQ(observed, "");
+}
+
+TEST_F(AlertTest, StatesChangeWhatALookupGives) {
+    const struct {
+        uint32_t op;
+        uint32_t message, warning, error, fatal;
+    } cases[] = {
+        {ALERT_DEFAULT, MSG_MESSAGE, MSG_WARNING, MSG_ERROR, MSG_FATAL},
+        {ALERT_HIDE, MSG_SUPPRESSED, MSG_SUPPRESSED, MSG_ERROR, MSG_FATAL},
+        {ALERT_OFF, MSG_SUPPRESSED, MSG_SUPPRESSED, MSG_SUPPRESSED, MSG_FATAL},
+        {ALERT_SOFTEN, MSG_MESSAGE, MSG_WARNING, MSG_WARNING, MSG_FATAL},
+        {ALERT_HARDEN, MSG_MESSAGE, MSG_ERROR, MSG_ERROR, MSG_FATAL},
+        {ALERT_DISABLED, MSG_SUPPRESSED, MSG_SUPPRESSED, MSG_SUPPRESSED, MSG_FATAL},
+    };
+    set_warnlevel(4);
+    for (const auto &test : cases) {
+        for (uint32_t number : {MESSAGE, WARNING, ERROR_ROW, FATAL})
+            alert_control(number, test.op);
+        EXPECT_EQ(alert_lookup(MESSAGE)->type, test.message) << test.op;
+        EXPECT_EQ(alert_lookup(WARNING)->type, test.warning) << test.op;
+        EXPECT_EQ(alert_lookup(ERROR_ROW)->type, test.error) << test.op;
+        EXPECT_EQ(alert_lookup(FATAL)->type, test.fatal) << test.op;
+    }
+    EXPECT_EQ(alert_nl_repeat(ERROR_ROW, "a", "b", 7), 0);
+    alert_control(ERROR_ROW, ALERT_SOFTEN);
+    EXPECT_EQ(alert_lookup(ERROR_ROW)->level, 4);
+    EXPECT_EQ(alert_nl_repeat(ERROR_ROW, "a", "b", 7), 1);
+    EXPECT_EQ(take(), "(1502) assertion failure: a (b:7)  (warning)\n");
+}
+
+TEST_F(AlertTest, StatesAreSavedAndRestored) {
+    alert_control(WARNING, ALERT_HIDE);
+    alert_control(0, ALERT_PUSH);
+    alert_control(WARNING, ALERT_HARDEN);
+    alert_control(0, ALERT_OFF_ALL);
+    EXPECT_EQ(alert_state(ERROR_ROW), ALERT_OFF);
+    EXPECT_EQ(alert_state(FATAL), ALERT_DEFAULT);
+    EXPECT_EQ(alert_state(1504), ALERT_DEFAULT);
+    alert_control(0, ALERT_POP);
+    EXPECT_EQ(alert_state(WARNING), ALERT_HIDE);
+    EXPECT_EQ(alert_state(ERROR_ROW), ALERT_DEFAULT);
+    alert_control(0, ALERT_POP); // the last one stays
+    EXPECT_EQ(alert_state(WARNING), ALERT_HIDE);
+    alert_control(0, ALERT_CLEAR);
+    alert_control(10000, ALERT_OFF); // beyond what was cleared
+    EXPECT_EQ(alert_state(WARNING), ALERT_DEFAULT);
+    for (uint32_t number : {10001U, UINT_MAX}) {
+        alert_control(number, ALERT_OFF);
+        EXPECT_EQ(alert_state(number), ALERT_DEFAULT);
+    }
+    alert_control(WARNING, 11);
+    EXPECT_EQ(alert_state(WARNING), ALERT_DEFAULT);
+}
+
+TEST_F(AlertTest, DisableLists) {
+    const struct {
+        const char *list;
+        uint32_t message, warning, error; // states of the three numbers
+    } cases[] = {
+        {nullptr, 0, 0, 0},
+        {"", 0, 0, 0},
+        {"0,1502", 1, 1, 0},
+        {"3,1502:off", 1, 0, 5},
+        {",3:Offx, 1501 :off,,1502,", 5, 1, 1},
+        {"x,:off,-3,99999999999999,1501", 0, 1, 0},
+    };
+    for (const auto &test : cases) {
+        alert_control(0, ALERT_CLEAR);
+        alert_disable(test.list);
+        EXPECT_EQ(alert_state(MESSAGE), test.message) << test.list;
+        EXPECT_EQ(alert_state(WARNING), test.warning) << test.list;
+        EXPECT_EQ(alert_state(ERROR_ROW), test.error) << test.list;
+        EXPECT_EQ(alert_state(0), 0U) << test.list;
+    }
+}
+
+TEST_F(AlertTest, LevelsOfTheCallersTypes) {
+    const struct {
+        const char *type;
+        int32_t level;
+    } cases[] = {{"-2", -2}, {"3", 3}, {"-", 10}, {"M", 10}, {"w3", 10}, {"", 10}, {"E", 10}};
+    for (const auto &test : cases) {
+        set_warnlevel(test.level);
+        EXPECT_EQ(alert_adhoc(test.type, "x"), 1) << test.type;
+        EXPECT_EQ(set_warnlevel(test.level + 1), test.level);
+        EXPECT_EQ(alert_adhoc(test.type, "x"), 0) << test.type;
+    }
+    EXPECT_EQ(alert_adhoc("F", "x"), 0); // not even the end, at a threshold of 11
+}
+
+TEST_F(AlertExitTest, TheErrorPastTheLimitEndsTheProgram) {
+    EXPECT_EXIT(
+        {
+            alert_exit_hook = [](int status) {
+                fputs(shown.c_str(), stderr);
+                exit(status + 40);
+            };
+            alert_set_output([](const char *line) { shown += line; });
+            for (int i = 1; i <= 21; i++)
+                alert_nl_repeat(ERROR_ROW, "a", "b", i);
+        },
+        testing::ExitedWithCode(41), "b:20. \ntoo many errors .21.\n$");
+    EXPECT_EXIT((set_maxerrors(0), alert_adhoc("e", "lost")), testing::ExitedWithCode(1),
+                "^too many errors .1.\n$");
+}
+
+TEST_F(AlertExitTest, FatalMessagesEndTheProgram) {
+    alert_exit_hook = [](int status) { fprintf(stderr, "status %d", status); }; // and returns
+    EXPECT_EXIT(alert(FATAL, "a", "b", 7), testing::ExitedWithCode(1),
+                "^.1503. assertion failure: a .b:7. \nstatus 1$");
+    EXPECT_EXIT((errno = ENOENT, alert_nl(141, "debug-out", "x")), testing::ExitedWithCode(1),
+                "^.141. can't open debug-out file \"x\": No such file or directory\nstatus 1$");
+    EXPECT_EXIT(alert_adhoc("f", "x"), testing::ExitedWithCode(1), "^.0. x\nstatus 1$");
+    EXPECT_EXIT(alert_fatal(3), testing::ExitedWithCode(1),
+                "^.5. QRN has encountered .* following details: .* fatal error 3\nstatus 1$");
+}
+
+TEST_F(AlertExitTest, FailureIsCountedErrorsOrWarnings) {
+    EXPECT_EXIT(
+        {
+            alert_set_warn_fails(true);
+            set_warnlevel(1);
+            alert_nl_repeat(WARNING, "a", "b", 7);
+            int hidden = alert_failed();
+            set_warnlevel(0);
+            alert_nl_repeat(WARNING, "a", "b", 7);
+            int warned = alert_failed();
+            alert_set_warn_fails(false);
+            int ignored = alert_failed();
+            alert_nl_repeat(9);
+            exit(hidden + 2 * warned + 4 * ignored + 8 * alert_failed());
+        },
+        testing::ExitedWithCode(2 + 8), "");
+}
+
+} // namespace

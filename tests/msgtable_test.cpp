@@ -1,0 +1,259 @@
+#include "msgtable.h"
+
+#include "alert.h"
+#include "registry.h"
+#include "scratch.h"
+#include "stringcache.h"
+#include "zvinstdir.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace {
+
+const char NEWER[] = "99999999999999_en.msgs";
+std::string reports;
+
+class MsgTableTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        GTEST_FLAG_SET(death_test_style, "threadsafe");
+        reports.clear();
+    }
+    void TearDown() override { zvinstall_ver = zvinstall_dir = nullptr; }
+
+    // The installation for this test; `dat` is its directory of message files.
+    void make_installation() {
+        dat = scratch.path("dat");
+        os_mkdir_parents(scratch.path("bin").c_str());
+        os_mkdir_parents(dat.c_str());
+        ASSERT_EQ(zvinstdir_set(sc_strdup(scratch.directory())), 0);
+    }
+
+    std::string in_dat(const char *name) const { return native_join(dat.c_str(), name); }
+
+    Scratch scratch;
+    std::string dat;
+};
+
+// After alert_init, so that the built-in types are in force and the reports come to us.
+class MessageFileTest : public MsgTableTest {
+  protected:
+    void SetUp() override {
+        MsgTableTest::SetUp();
+        alert_init();
+        msgtable_malformed_hook = [](uint32_t line, const char *file) {
+            reports += std::to_string(line) + " " + (file ? os_basename(file) : "null") + "\n";
+        };
+    }
+    void TearDown() override {
+        MsgTableTest::TearDown();
+        alert_init();
+        load_edf(msgtable_builtin_name());
+    }
+};
+
+TEST_F(MessageFileTest, TheBuiltInTableStands) {
+    EXPECT_EQ(msgtable_row(141).type, MSG_FATAL);
+    EXPECT_STREQ(msgtable_row(141).text, "can't open %s file \"%s\": %m");
+    EXPECT_EQ(msgtable_row(1501).type, MSG_WARNING);
+    EXPECT_STREQ(msgtable_row(1501).text, "assertion failure: %s (%s:%d) ");
+    EXPECT_EQ(msgtable_row(1504).type, MSG_ERROR);
+    EXPECT_TRUE(msgnum_valid(0) && msgnum_valid(1503));
+    EXPECT_FALSE(msgnum_valid(-1) || msgnum_valid(1504));
+}
+
+// What a line in a message file makes of the rows 296 ("out of memory", fatal) and 1502, which
+// prints "%s", "%s" and "%d".
+TEST_F(MessageFileTest, LinesOfATable) {
+    const std::string longest(255 - 6, 'x');
+    const char *const builtin_text = "out of memory";
+    const char *const assertion = "assertion failure: %s (%s:%d) ";
+    const struct {
+        std::string line;
+        uint32_t number;
+        bool malformed;
+        uint32_t type;
+        int32_t level;
+        std::string text;
+    } cases[] = {
+        {"296\tE\tvoll", 296, false, MSG_ERROR, 0, "voll"},
+        {" \t296 \t-3x  voll \t\n", 296, false, MSG_WARNING, -3, " voll \t"},
+        {"296x\t7\tvoll\r\n", 296, false, MSG_WARNING, 7, "voll"},
+        {"296\t-\tvoll\r", 296, false, MSG_WARNING, 0, "voll"},
+        {"296\t99999999999\tvoll", 296, false, MSG_WARNING, INT32_MAX, "voll"},
+        {"296\tw\tvoll", 296, true, 0, 0, "voll"},
+        {std::string("296\tE\tvo\0ll\n", 12), 296, false, MSG_ERROR, 0, "vo"},
+        {"296\tE\tvoll 100%% %m", 296, false, MSG_ERROR, 0, "voll 100%% %m"},
+        {"296\tE\tvoll %s", 296, true, MSG_ERROR, 0, builtin_text},
+        {"296\tE\tvoll %n", 296, true, MSG_ERROR, 0, builtin_text},
+        {"296\tE\t100%", 296, true, MSG_ERROR, 0, builtin_text},
+        {"1502\tE\t%s, %s, %d!", 1502, false, MSG_ERROR, 0, "%s, %s, %d!"},
+        {"1502\tE\t%s, %d, %s!", 1502, true, MSG_ERROR, 0, assertion},
+        {"1502\tE\t%s, %s, %*d", 1502, true, MSG_ERROR, 0, assertion},
+        {"296\tE\tvoll\n296\tM\tvoller", 296, false, MSG_MESSAGE, 0, "voller"},
+        {"10000\tE\tx\nx\tE\tx\n296\tE\tvoll", 296, false, MSG_ERROR, 0, "voll"},
+        {"#296\tE\tvoll", 296, false, MSG_FATAL, 0, builtin_text},
+        {"297\tE\tvoll", 296, false, MSG_FATAL, 0, builtin_text},
+        {" \t", 296, true, MSG_FATAL, 0, builtin_text},
+        {"-296\tE\tvoll", 296, true, MSG_FATAL, 0, builtin_text},
+        {"10001\tE\tvoll", 296, true, MSG_FATAL, 0, builtin_text},
+        {"18446744073709551912\tE\tvoll", 296, true, MSG_FATAL, 0, builtin_text},
+        {"296\tE\t\n", 296, true, MSG_FATAL, 0, builtin_text},
+        {"296\tE\t" + longest + "\r\n", 296, false, MSG_ERROR, 0, longest},
+        {"296\tE\t" + longest + "\n296\tM\tx", 296, false, MSG_MESSAGE, 0, "x"},
+        {"296\tE\t" + longest + "296\tM\tx", 296, false, MSG_MESSAGE, 0, "x"},
+    };
+    for (const auto &test : cases) {
+        reports.clear();
+        const Vector *table = load_edf(scratch.write("table", test.line).c_str());
+        ASSERT_NE(table, nullptr);
+        const auto *row = vec_at<MsgRec>(table, test.number);
+        ASSERT_NE(row, nullptr) << test.line;
+        EXPECT_EQ(row->type, test.type) << test.line;
+        EXPECT_EQ(row->level, test.level) << test.line;
+        EXPECT_EQ(row->text, test.text) << test.line;
+        EXPECT_EQ(reports.empty(), !test.malformed) << test.line;
+        EXPECT_EQ(vec_elementAt(table, 297), nullptr);
+        EXPECT_EQ(vec_size(table), 1504U); // whatever numbers the file has
+    }
+}
+
+TEST_F(MessageFileTest, LaterFilesChangeTextsOnly) {
+    ASSERT_NE(load_edf(scratch.write("first", "296\tM\tvoll\n").c_str()), nullptr);
+    EXPECT_EQ(msgtable_row(296).type, MSG_FATAL);
+    EXPECT_STREQ(msgtable_row(296).text, "voll");
+    EXPECT_EQ(load_edf(scratch.path("missing").c_str()), nullptr);
+    EXPECT_STREQ(os_basename(alert_msgfile()), "first");
+    EXPECT_STREQ(msgtable_row(296).text, "voll");
+    ASSERT_NE(load_edf(scratch.write("second", "#\n\n1\tM\tx %u\n\n").c_str()), nullptr);
+    EXPECT_EQ(reports, "2 first\n4 first\n");
+    EXPECT_STREQ(msgtable_row(296).text, "out of memory");
+}
+
+TEST_F(MessageFileTest, OpeningTakesWhatIsNewer) {
+    make_installation();
+    const std::string plain = scratch.write("99_en.msgs", "296\tF\tplain\n");
+    const std::string bin_name = native_join("bin", "99_en.msgs");
+    const std::string in_bin = scratch.write(bin_name.c_str(), "296\tF\tin bin\n");
+    const std::string beside = scratch.write("binary_99", "296\tF\tbeside\n");
+    const std::string newer = scratch.write(NEWER, "296\tF\tnewer\n");
+    const std::string missing = scratch.path("99999999999999999_en.msgs");
+    const std::string other = scratch.write("99_a.msgs", "296\tF\tother\n");
+    const struct {
+        std::string in_force;
+        std::string opened;
+        bool result;
+        const char *text;
+    } cases[] = {
+        {msgtable_builtin_name(), plain, true, "out of memory"},
+        {plain, other, true, "plain"}, // smaller by bytes
+        {other, plain, true, "plain"},
+        {plain, in_bin, true, "in bin"},
+        {in_bin, plain, true, "in bin"},
+        {scratch.write("en.msgs", "296\tF\tzero\n"), beside, true, "zero"},
+        {plain, plain, true, "plain"},
+        {plain, newer, true, "newer"},
+        {plain, missing, false, "plain"},
+        {plain, msgtable_builtin_name(), true, "out of memory"},
+        {newer, msgtable_builtin_name(), true, "newer"},
+    };
+    for (const auto &test : cases) {
+        load_edf(test.in_force.c_str());
+        EXPECT_EQ(open_edf(test.opened.c_str()), test.result) << test.in_force << test.opened;
+        EXPECT_STREQ(msgtable_row(296).text, test.text) << test.in_force << test.opened;
+    }
+    EXPECT_FALSE(open_edf(nullptr));
+    EXPECT_FALSE(open_edf_dir(missing.c_str()));
+    EXPECT_TRUE(open_edf_dir(dat.c_str()));
+    load_edf(plain.c_str());
+    EXPECT_TRUE(open_edf_dir(scratch.directory()));
+    EXPECT_STREQ(alert_msgfile(), newer.c_str());
+}
+
+TEST_F(MsgTableTest, VersionsOfFileNames) {
+    EXPECT_EQ(getMsgFileVersion("20230208172133_en.msgs"), 20230208172133U);
+    EXPECT_EQ(getMsgFileVersion(native_join("12", "34_en.msgs").c_str()), 34U);
+    EXPECT_EQ(getMsgFileVersion("18446744073709551616_en.msgs"), UINT64_MAX);
+    for (const char *name :
+         {"en_msgs.txt", "-7_en.msgs", " 7_en.msgs", "", static_cast<const char *>(nullptr)})
+        EXPECT_EQ(getMsgFileVersion(name), 0U);
+}
+
+TEST_F(MsgTableTest, Languages) {
+    for (const char *name : {"FR", "french", "francais"})
+        EXPECT_EQ(lang_lookup(name), 12U) << name;
+    EXPECT_EQ(lang_lookup("en"), 9U);
+    for (const char *name : {"fra", "", ";", "German;Deutsch", static_cast<const char *>(nullptr)})
+        EXPECT_EQ(lang_lookup(name), 255U);
+    EXPECT_STREQ(lang_code(12), "fr");
+    EXPECT_STREQ(lang_code(255), "en");
+    EXPECT_STREQ(lang_code(8), "en");
+}
+
+TEST_F(MsgTableTest, TheNewestFileOfTheInstallationIsChosen) {
+    make_installation();
+    EXPECT_STREQ(msg_filename(LANG_NONE), msgtable_builtin_name());
+    const struct {
+        const char *added;
+        uint32_t langid;
+        const char *chosen; // null for the built-in table
+    } steps[] = {
+        {"en_msgs.txt", LANG_NONE, nullptr},
+        {"20230208172132_en.msgs", LANG_NONE, nullptr},
+        {"99999999999999_de.msgs", LANG_NONE, nullptr},
+        {"99999999999999_en.msgs.bak", LANG_NONE, nullptr},
+        {"20230208172134_en.msgs", LANG_NONE, "20230208172134_en.msgs"},
+        {"99999999999999_a_en.msgs", LANG_NONE, "99999999999999_a_en.msgs"},
+        {"99999999999999_b_en.msgs", LANG_NONE, "99999999999999_b_en.msgs"},
+        {"99999999999999_A_en.msgs", LANG_NONE, "99999999999999_b_en.msgs"},
+        {"de_msgs.txt", 7, "99999999999999_de.msgs"},
+    };
+    for (const auto &step : steps) {
+        scratch.write(("dat/" + std::string(step.added)).c_str(), "");
+        EXPECT_EQ(msg_filename(step.langid),
+                  step.chosen ? in_dat(step.chosen) : msgtable_builtin_name())
+            << step.added;
+    }
+    VectorPtr list(vec_new(__FILE__, __LINE__));
+    EXPECT_EQ(findMsgFiles(dat.c_str(), 7, list.get()), 2U);
+    EXPECT_EQ(findMsgFiles(dat.c_str(), 12, list.get()), 0U);
+    EXPECT_EQ(findMsgFiles(scratch.path("no").c_str(), 7, list.get()), 0U);
+    EXPECT_EQ(vec_size(list.get()), 2U);
+}
+
+TEST_F(MsgTableTest, FilesInBinGoFirstAmongEquals) {
+    make_installation();
+    VectorPtr list(vec_new(__FILE__, __LINE__));
+    const std::string bin = scratch.path("bin");
+    const std::string paths[] = {in_dat("7_b.msgs"), native_join(bin.c_str(), "7_a.msgs"),
+                                 in_dat("7_c.msgs"), in_dat("8_a.msgs")};
+    for (const std::string &path : paths)
+        vec_append(list.get(), path.c_str());
+    msgfile_sort(list.get());
+    for (uint32_t i : {3U, 1U, 2U, 0U}) {
+        EXPECT_EQ(vec_at<const char>(list.get(), 0), paths[i]);
+        vec_removeAt(list.get(), 0);
+    }
+}
+
+TEST_F(MsgTableTest, TheFirstFileSettlesTypesAndIsReported) {
+    make_installation();
+    scratch.write("dat/99999999999999_en.msgs", "#\n296\tM\tvoll\n5\tM\tnur %s\n\n");
+    EXPECT_EXIT({ exit(alert(296) == 1 ? 40 : 41); }, testing::ExitedWithCode(40),
+                "Malformed error information on line 4, in file .null.\n\nvoll\n");
+    EXPECT_EXIT(alert_fatal(7), testing::ExitedWithCode(7), "\nnur .* fatal error 7\n");
+    EXPECT_EXIT(alert_fatal(0), testing::ExitedWithCode(1), "\nnur .* fatal error 0\n");
+}
+
+// It lists like a message file, but cannot be read as one.
+TEST_F(MsgTableTest, AnUnreadableFileLeavesTheBuiltInTable) {
+    make_installation();
+    os_mkdir_parents(in_dat(NEWER).c_str());
+    EXPECT_EXIT(alert(296), testing::ExitedWithCode(1), "^.296. out of memory\n");
+    EXPECT_EXIT(alert_open_lang(LANG_DEFAULT), testing::ExitedWithCode(1),
+                "Could not open message file .*99999999999999_en.msgs\n\n");
+}
+
+} // namespace
