@@ -64,11 +64,6 @@ static void parse_out(const char *argument) {
     open_out_file(path, append ? "a" : "w");
 }
 
-// remove() would take an empty directory as well on some hosts.
-static bool remove_old_package(const char *path) {
-    return !os_is_dir(path) && host_remove(path);
-}
-
 static void parse_zip(const char *argument) {
     if (zip_path != nullptr) {
         zvdebug_warn("Zip file already set to \"%s\", ignoring addtional zip options", zip_path);
@@ -81,7 +76,7 @@ static void parse_zip(const char *argument) {
     const char *path = sc_strdup(named ? argument : "qrn_package.zip");
     if (!update && os_exists(path)) {
         zvdebug_warn("Package zip \"%s\" already exists and will be over-written", path);
-        if (!remove_old_package(path))
+        if (!host_remove(path))
             zvdebug_warn("Unable to remove \"%s\", it will be updated if possible", path);
     }
     zip_path = path;
