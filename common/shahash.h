@@ -41,9 +41,9 @@ struct ManifestEntry {
     const char *digest; // 64 hexadecimal digits, interned
 };
 
-// Writes the manifest of all files under `dir`. Nothing appears at `manifest` before it is complete,
-// and a manifest that stood there stays if anything fails. `flags` is for the walk, which ignores
-// it. A file that cannot be opened ends the process.
+// Writes the manifest of all files under `dir`. Nothing appears at `manifest` before it is
+// complete, and a manifest that stood there stays if anything fails. `flags` is for the walk, which
+// ignores it. A file that cannot be opened ends the process.
 bool shahash_write_manifest(uint32_t flags, const char *dir, const char *manifest);
 bool shahash_write_manifest_default_flags(const char *dir, const char *manifest);
 

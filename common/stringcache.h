@@ -84,7 +84,7 @@ const char *sc_readLine(FILE *stream, size_t *length = nullptr);
 // A null or empty part gives the other one, untouched; a leading separator of `name` is dropped,
 // and none is added to a `dir` that ends with one.
 const char *sc_pathJoin(const char *dir, const char *name);
-const char *sc_addExt(const char *s, const char *ext);     // "s.ext"; a leading dot of ext is skipped
+const char *sc_addExt(const char *s, const char *ext); // "s.ext"; a leading dot of ext is skipped
 const char *sc_replaceExt(const char *s, const char *ext); // cut at the last dot, wherever it is
 const char *sc_stripExt(const char *s);                    // cut at a dot in the last component
 const char *sc_basename(const char *path);

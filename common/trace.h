@@ -69,7 +69,8 @@ void tracef(const char *src, uint32_t line, const char *fmt, ...) PRINTF_LIKE(3,
 void trace(const char *src, uint32_t line, const char *txt);
 
 // The tracing convention: entry and exit whenever the log is on, free lines under TRACE_GENERAL.
-#define TRACE_ENTER(...) TRACE_IF(trace_flags != 0, trace_enter, __func__ __VA_OPT__(, ) __VA_ARGS__)
+#define TRACE_ENTER(...)                                                                           \
+    TRACE_IF(trace_flags != 0, trace_enter, __func__ __VA_OPT__(, ) __VA_ARGS__)
 #define TRACE_EXIT(...) TRACE_IF(trace_flags != 0, trace_exit, __func__ __VA_OPT__(, ) __VA_ARGS__)
 #define TRACE_MESSAGE(...) TRACE_IF((trace_flags & TRACE_GENERAL) != 0, tracef, __VA_ARGS__)
 #define TRACE_IF(condition, writer, ...)                                                           \

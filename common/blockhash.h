@@ -1,0 +1,68 @@
+// What SHA-1 and SHA-256 share (FIPS 180-4, section 5): filling 64-byte blocks, and the padding.
+// A context has the fields data, datalen, bitlen and state; `compress` takes the context, a run of
+// blocks and their number.
+#ifndef COMMON_BLOCKHASH_H
+#define COMMON_BLOCKHASH_H
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+constexpr size_t HASH_BLOCK_SIZE = 64;
+constexpr size_t HASH_LENGTH_OFFSET = 56; // where the last block holds the message's length
+
+inline void store_be32(uint8_t *to, uint32_t value) {
+    for (int shift = 24; shift >= 0; shift -= 8)
+        *to++ = static_cast<uint8_t>(value >> shift);
+}
+
+inline uint32_t load_be32(const uint8_t *from) {
+    return uint32_t{from[0]} << 24 | uint32_t{from[1]} << 16 | uint32_t{from[2]} << 8 | from[3];
+}
+
+// Whole blocks are compressed straight from the caller's bytes; only what begins or ends inside a
+// block goes through ctx->data.
+template <class Context, class Compress>
+void blockhash_update(Context *ctx, const uint8_t *bytes, size_t length, Compress compress) {
+    if (length == 0)
+        return;
+    if (ctx->datalen != 0) {
+        size_t part = std::min(length, HASH_BLOCK_SIZE - ctx->datalen);
+        std::memcpy(ctx->data + ctx->datalen, bytes, part);
+        ctx->datalen += static_cast<uint32_t>(part);
+        bytes += part;
+        length -= part;
+        if (ctx->datalen < HASH_BLOCK_SIZE)
+            return;
+        compress(ctx, ctx->data, 1);
+        ctx->bitlen += 8 * HASH_BLOCK_SIZE;
+    }
+    size_t blocks = length / HASH_BLOCK_SIZE;
+    compress(ctx, bytes, blocks);
+    ctx->bitlen += 8 * HASH_BLOCK_SIZE * uint64_t{blocks};
+    ctx->datalen = static_cast<uint32_t>(length % HASH_BLOCK_SIZE);
+    std::memcpy(ctx->data, bytes + blocks * HASH_BLOCK_SIZE, ctx->datalen);
+}
+
+template <class Context, class Compress>
+void blockhash_final(Context *ctx, uint8_t *digest, Compress compress) {
+    size_t used = ctx->datalen;
+    ctx->bitlen += 8 * uint64_t{used};
+    ctx->data[used++] = 0x80;
+    if (used > HASH_LENGTH_OFFSET) {
+        std::memset(ctx->data + used, 0, HASH_BLOCK_SIZE - used);
+        compress(ctx, ctx->data, 1);
+        used = 0;
+    }
+    std::memset(ctx->data + used, 0, HASH_LENGTH_OFFSET - used);
+    store_be32(ctx->data + HASH_LENGTH_OFFSET, static_cast<uint32_t>(ctx->bitlen >> 32));
+    store_be32(ctx->data + HASH_LENGTH_OFFSET + 4, static_cast<uint32_t>(ctx->bitlen));
+    compress(ctx, ctx->data, 1);
+    for (uint32_t word : ctx->state) {
+        store_be32(digest, word);
+        digest += 4;
+    }
+}
+
+#endif

@@ -1,0 +1,6 @@
+// SHA-256 on processors for which there is no implementation of their own.
+#include "sha256_blocks.h"
+
+Sha256BlocksFn sha256_blocks_native() {
+    return nullptr;
+}
