@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <string>
 
 // --- Digests of files. A digest is SHA256_DIGEST_SIZE or SHA1_DIGEST_SIZE bytes, owned by the
 // caller; a text is interned lower-case hexadecimal.
@@ -56,9 +57,18 @@ bool shahash_walk(uint32_t flags, Vector *entries, const char *dir, const char *
 // one that is neither a file nor a directory; a file that cannot be opened ends the process.
 bool shahash_verify_file(const char *digest, const char *path);
 
-// Splits a manifest line in place: `digest` before the first space, `path` behind it without white
-// space around it and without one leading asterisk. False for a line without a space.
-bool shahash_parse_line(char *line, const char **digest, const char **path);
+// The two fields of a manifest line.
+struct ManifestLine {
+    std::string digest; // what stands before the first space
+    std::string path;   // behind it, without white space around it and without one leading asterisk
+};
+
+// False for a line without a space; the fields are then as they were.
+bool shahash_parse_line(const char *line, ManifestLine *fields);
+
+// The next line of a manifest, interned, and the bytes it takes in the file; null at the end. Sets
+// `intact` to false, and never back, if the line holds a NUL, which no manifest does.
+const char *shahash_read_line(FILE *manifest, size_t *length, bool *intact);
 
 // The records of a whole manifest, each path joined to `base`; null if it cannot be read or a line
 // has no space. The caller frees the vector and the entries.

@@ -1,0 +1,341 @@
+#include "shahash.h"
+
+#include "osdep.h"
+#include "sha1.h"
+#include "sha256.h"
+#include "stringcache.h"
+
+#include <algorithm>
+#include <array>
+#include <cassert>
+#include <cstring>
+#include <string_view>
+
+// --- Digests of files
+
+// What the two algorithms differ in.
+struct Sha256 {
+    using Context = Sha256Context;
+    static constexpr size_t size = SHA256_DIGEST_SIZE;
+    static constexpr auto init = sha256_init;
+    static constexpr auto update = sha256_update;
+    static constexpr auto final = sha256_final;
+};
+
+struct Sha1 {
+    using Context = Sha1Context;
+    static constexpr size_t size = SHA1_DIGEST_SIZE;
+    static constexpr auto init = sha1_init;
+    static constexpr auto update = sha1_update;
+    static constexpr auto final = sha1_final;
+};
+
+static constexpr size_t READ_SIZE = 16384;
+
+static OwnedBytes new_digest(size_t size) {
+    return OwnedBytes(static_cast<uint8_t *>(xalloc(size)));
+}
+
+template <class Hash> static OwnedBytes digest_of_stream(FILE *file) {
+    typename Hash::Context ctx;
+    Hash::init(&ctx);
+    uint8_t buffer[READ_SIZE];
+    const int descriptor = host_fileno(file);
+    for (int64_t got; (got = host_read(descriptor, buffer, sizeof buffer)) > 0;)
+        Hash::update(&ctx, buffer, static_cast<size_t>(got));
+    OwnedBytes digest = new_digest(Hash::size);
+    Hash::final(&ctx, digest.get());
+    return digest;
+}
+
+template <class Hash> static OwnedBytes digest_of_file(const char *path) {
+    FILE *file = host_fopen_regular(path);
+    if (file == nullptr)
+        shahash_fatal_cannot_open(path);
+    OwnedBytes digest = digest_of_stream<Hash>(file);
+    fclose(file);
+    return digest;
+}
+
+// Lower-case hexadecimal, most significant digit first, and a NUL.
+template <size_t size> static std::array<char, 2 * size + 1> hex_text(const uint8_t *digest) {
+    std::array<char, 2 * size + 1> text;
+    for (size_t i = 0; i < size; i++) {
+        text[2 * i] = "0123456789abcdef"[digest[i] >> 4];
+        text[2 * i + 1] = "0123456789abcdef"[digest[i] & 15];
+    }
+    text.back() = '\0';
+    return text;
+}
+
+static int digit_value(char digit) {
+    const int code = static_cast<unsigned char>(digit);
+    return (code < 'A' ? code - '0' : code - 55) & 15;
+}
+
+static OwnedBytes digest_from_hex(const char *text, size_t size) {
+    OwnedBytes digest = new_digest(size);
+    for (size_t i = 0; i < size; i++)
+        digest[i] =
+            static_cast<uint8_t>(digit_value(text[2 * i]) << 4 | digit_value(text[2 * i + 1]));
+    return digest;
+}
+
+OwnedBytes sha256_stream(FILE *file) {
+    return digest_of_stream<Sha256>(file);
+}
+
+OwnedBytes sha1_stream(FILE *file) {
+    return digest_of_stream<Sha1>(file);
+}
+
+OwnedBytes sha256_file(const char *path) {
+    return digest_of_file<Sha256>(path);
+}
+
+OwnedBytes sha1_file(const char *path) {
+    return digest_of_file<Sha1>(path);
+}
+
+const char *sha256_file_hex(const char *path) {
+    return sha256_hex(sha256_file(path).get());
+}
+
+const char *sha1_file_hex(const char *path) {
+    return sha1_hex(sha1_file(path).get());
+}
+
+const char *sha256_hex(const uint8_t *digest) {
+    return sc_strdup(hex_text<SHA256_DIGEST_SIZE>(digest).data());
+}
+
+const char *sha1_hex(const uint8_t *digest) {
+    return sc_strdup(hex_text<SHA1_DIGEST_SIZE>(digest).data());
+}
+
+OwnedBytes sha256_from_hex(const char *text) {
+    return digest_from_hex(text, SHA256_DIGEST_SIZE);
+}
+
+OwnedBytes sha1_from_hex(const char *text) {
+    return digest_from_hex(text, SHA1_DIGEST_SIZE);
+}
+
+void shahash_fatal_cannot_open(const char *path) {
+    fprintf(stderr, "!! Cannot open file \"%s\"\n", path);
+    exit(1);
+}
+
+// --- Walk
+
+// A directory being walked and the one it was entered from.
+struct WalkedDirectory {
+    const WalkedDirectory *parent;
+    FileIdentity identity;
+    bool known; // the identity is
+};
+
+// A link to a directory that is being walked already would lead round for ever.
+static bool is_loop(const WalkedDirectory *directory) {
+    for (const auto *outer = directory->parent; outer != nullptr; outer = outer->parent)
+        if (outer->known && directory->known && outer->identity == directory->identity)
+            return true;
+    return false;
+}
+
+struct Walk {
+    Vector *entries;
+    const char *dir;
+    const char *relative;
+    const WalkedDirectory *parent;
+};
+
+static bool walk_directory(const Walk &walk);
+
+// Backslashes join the components of a manifest's paths and line ends end them.
+static bool fits_manifest(const char *name) {
+    return strpbrk(name, "\r\n\\") == nullptr;
+}
+
+static bool walk_entry(const Walk &walk, const char *name, bool held) {
+    if (strcmp(name, ".") == 0 || strcmp(name, "..") == 0)
+        return true;
+    const OwnedString full = os_join(walk.dir, name);
+    if (!held || !fits_manifest(name)) {
+        fprintf(stderr, "The name of file \"%s\" cannot be written to a manifest\n", full.get());
+        return false;
+    }
+    const OwnedString relative = path_join_style(drive_path_style, walk.relative, name);
+    if (os_is_dir(full.get()))
+        return walk_directory({walk.entries, full.get(), relative.get(), walk.parent});
+
+    auto *entry = xnew<ManifestEntry>();
+    entry->digest = sha256_file_hex(full.get());
+    entry->path = sc_strdup(relative.get());
+    vec_append(walk.entries, entry);
+    return true;
+}
+
+static bool walk_directory(const Walk &walk) {
+    WalkedDirectory here = {walk.parent, {}, false};
+    here.known = host_file_identity(walk.dir, &here.identity);
+    if (is_loop(&here))
+        return true;
+
+    struct Listing {
+        Walk walk;
+        bool complete;
+    } listing = {{walk.entries, walk.dir, walk.relative, &here}, true};
+    const auto visit = [](void *context, const char *name, bool held) {
+        auto *current = static_cast<Listing *>(context);
+        current->complete = walk_entry(current->walk, name, held);
+        return current->complete;
+    };
+    host_list_directory(walk.dir, visit, &listing);
+    return listing.complete;
+}
+
+bool shahash_walk(uint32_t, Vector *files, const char *dir, const char *relative) {
+    assert(files != NULL);
+    assert(dir != NULL);
+    return walk_directory({files, dir, relative, nullptr});
+}
+
+// --- Writing a manifest
+
+static void free_entries(Vector *entries) {
+    for (auto *entry : VecEach<ManifestEntry>(entries))
+        free(entry);
+    vec_free(entries);
+}
+
+// False unless every line has been handed to the system.
+static bool write_entries(Vector *entries, const char *path) {
+    FILE *file = host_fopen(path, "w");
+    if (file == nullptr)
+        return false;
+    for (const auto *entry : VecEach<ManifestEntry>(entries))
+        fprintf(file, "%s *%s\n", entry->digest, entry->path);
+    const bool written = ferror(file) == 0;
+    return fclose(file) == 0 && written;
+}
+
+bool shahash_write_manifest(uint32_t flags, const char *dir, const char *manifest) {
+    // The file is made after the walk, which would list it if the temporaries lie under `dir`.
+    const OwnedString temporary = os_tempname_plain();
+    if (temporary == nullptr)
+        return false;
+    Vector *entries = vec_new(__FILE__, __LINE__);
+    const bool done = shahash_walk(flags, entries, dir, dir) &&
+                      write_entries(entries, temporary.get()) &&
+                      copyfile_helper(temporary.get(), manifest);
+    free_entries(entries);
+    return done;
+}
+
+bool shahash_write_manifest_default_flags(const char *dir, const char *manifest) {
+    return shahash_write_manifest(static_cast<uint32_t>(os_kind()), dir, manifest);
+}
+
+// --- Reading and checking
+
+bool shahash_parse_line(const char *line, ManifestLine *fields) {
+    const char *space = strchr(line, ' ');
+    if (space == nullptr)
+        return false;
+    constexpr const char *white = " \t\n\v\f\r";
+    const std::string_view rest = space;
+    const size_t first = std::min(rest.find_first_not_of(white), rest.size());
+    std::string_view path = rest.substr(first, rest.find_last_not_of(white) + 1 - first);
+    if (path.starts_with('*'))
+        path.remove_prefix(1);
+    fields->digest.assign(line, space);
+    fields->path = path;
+    return true;
+}
+
+const char *shahash_read_line(FILE *manifest, size_t *length, bool *intact) {
+    const char *line = sc_readLine(manifest, length);
+    if (line != nullptr && strlen(line) != *length)
+        *intact = false;
+    return line;
+}
+
+// The components of a manifest's path, put together the host's way.
+static std::string host_spelling(const char *path) {
+    std::string spelling = path;
+    std::replace(spelling.begin(), spelling.end(), '\\', host_path_style().separator);
+    return spelling;
+}
+
+bool shahash_verify_file(const char *digest, const char *path) {
+    if (digest == nullptr || path == nullptr)
+        return false;
+    const std::string file = host_spelling(path);
+    HostStat status;
+    if (!host_stat(file.c_str(), &status) || status.kind == FileKind::other)
+        return false;
+    const OwnedBytes actual = sha256_file(file.c_str());
+    return strcmp(hex_text<SHA256_DIGEST_SIZE>(actual.get()).data(), digest) == 0;
+}
+
+Vector *shahash_read_manifest(const char *manifest, const char *base) {
+    FILE *file = host_fopen_regular(manifest);
+    if (file == nullptr)
+        return nullptr;
+    Vector *entries = vec_new(__FILE__, __LINE__);
+    ManifestLine fields;
+    size_t length = 0;
+    bool sound = true;
+    while (const char *line = sound ? shahash_read_line(file, &length, &sound) : nullptr) {
+        if (!sound || !shahash_parse_line(line, &fields)) {
+            sound = false;
+            break;
+        }
+        auto *entry = xnew<ManifestEntry>();
+        entry->digest = sc_strdup(fields.digest.c_str());
+        entry->path = sc_pathJoin(base, host_spelling(fields.path.c_str()).c_str());
+        vec_append(entries, entry);
+    }
+    sound = sound && ferror(file) == 0;
+    fclose(file);
+    if (sound)
+        return entries;
+    free_entries(entries);
+    return nullptr;
+}
+
+static bool check_lines(FILE *file) {
+    ManifestLine fields;
+    size_t length = 0;
+    bool intact = true;
+    while (const char *line = shahash_read_line(file, &length, &intact))
+        if (!intact || !shahash_parse_line(line, &fields) ||
+            !shahash_verify_file(fields.digest.c_str(), fields.path.c_str()))
+            return false;
+    return ferror(file) == 0;
+}
+
+bool shahash_check_manifest(const char *manifest, const char *dir) {
+    FILE *file = host_fopen_regular(manifest);
+    if (file == nullptr)
+        return false;
+    const OwnedString before = os_getcwd();
+    bool passed = dir == nullptr || (before != nullptr && host_chdir(dir));
+    if (passed) {
+        passed = check_lines(file);
+        if (dir != nullptr)
+            passed = host_chdir(before.get()) && passed;
+    }
+    fclose(file);
+    return passed;
+}
+
+bool shahash_check_entries(Vector *entries) {
+    bool passed = true;
+    for (const auto *entry : VecEach<ManifestEntry>(entries))
+        if (entry->path == nullptr || *entry->path == '\0' ||
+            !shahash_verify_file(entry->digest, entry->path))
+            passed = false;
+    return passed;
+}

@@ -1,0 +1,91 @@
+// --check: verifies one range of a manifest's lines.
+#include "kestrel.h"
+#include "shahash.h"
+#include "stringcache.h"
+#include "trace.h"
+
+#include <cstdio>
+#include <utility>
+
+const char *manifest_path(const char *manifest, const char *instdir) {
+    return manifest != nullptr ? manifest : sc_pathJoin(instdir, "manifest");
+}
+
+bool enter_directory(const char *directory) {
+    if (!host_chdir(directory))
+        return false;
+    TRACE_MESSAGE("Working directory changed to \"%s\"", directory);
+    return true;
+}
+
+// The lines of the range, as far as the file has them; null for a manifest that cannot be read or
+// holds a NUL.
+static VectorPtr gather_lines(FILE *file, int32_t position, uint32_t start, uint32_t end) {
+    VectorPtr lines(vec_new(__FILE__, __LINE__));
+    const bool seeking = position >= 1;
+    if (seeking) {
+        TRACE_MESSAGE("Starting line is %d. Seek to manifest start position: %ld", start,
+                      static_cast<long>(position));
+        if (!host_seek(file, position))
+            return nullptr;
+    }
+    TRACE_MESSAGE("Reading manifest from line %d to line %d", start, end);
+    size_t length = 0;
+    bool intact = true;
+    for (uint64_t i = seeking ? start : 0; i <= end; i++) {
+        const char *line = shahash_read_line(file, &length, &intact);
+        if (line == nullptr)
+            break;
+        if (i >= start)
+            vec_append(lines.get(), line);
+    }
+    return intact && ferror(file) == 0 ? std::move(lines) : nullptr;
+}
+
+bool check_manifest_range(const char *manifest, const char *instdir, int32_t position,
+                          uint32_t start, uint32_t end) {
+    TRACE_ENTER();
+    if (!os_exists(instdir)) {
+        TRACE_EXIT("Given installation path \"%s\" does not exist", instdir);
+        return false;
+    }
+    manifest = manifest_path(manifest, instdir);
+    TRACE_MESSAGE("Performing partial check of manifest \"%s\" for installation \"%s\"", manifest,
+                  instdir);
+    const OwnedString before = os_getcwd();
+    if (!enter_directory(instdir)) {
+        TRACE_EXIT("Could not change to directory: \"%s\"", instdir);
+        return false;
+    }
+    FILE *file = host_fopen_regular(manifest);
+    if (file == nullptr) {
+        TRACE_EXIT("Could not open manifest file \"%s\"", manifest);
+        return false;
+    }
+    const VectorPtr lines = gather_lines(file, position, start, end);
+    fclose(file);
+    if (lines == nullptr) {
+        TRACE_EXIT("Manifest data was malformed");
+        return false;
+    }
+    if (vec_size(lines.get()) == 0) {
+        TRACE_EXIT("ERROR: no data was read from the manifest");
+        return false;
+    }
+    ManifestLine fields;
+    for (const char *line : VecEach<const char>(lines)) {
+        if (!shahash_parse_line(line, &fields)) {
+            TRACE_EXIT("Manifest data was malformed");
+            return false;
+        }
+        if (!shahash_verify_file(fields.digest.c_str(), fields.path.c_str())) {
+            TRACE_MESSAGE("File \"%s\" did not verify against manifest hash.", fields.path.c_str());
+            TRACE_EXIT();
+            return false;
+        }
+    }
+    if (before != nullptr)
+        enter_directory(before.get());
+    TRACE_EXIT("All hashes in the range verified correctly");
+    return true;
+}

@@ -1,0 +1,44 @@
+// -g: writes the manifest of an installation.
+#include "kestrel.h"
+#include "osdep.h"
+#include "shahash.h"
+#include "trace.h"
+
+#include <cstdio>
+
+static constexpr int32_t drive_path_family = 0x10000;
+
+// The walk begins at ".", so that every path in the manifest is relative to the installation.
+static bool write_manifest(const char *manifest) {
+    return (os_kind() & drive_path_family) != 0
+               ? shahash_write_manifest(drive_path_family, ".", manifest)
+               : shahash_write_manifest_default_flags(".", manifest);
+}
+
+bool generate_manifest(const char *manifest, const char *instdir) {
+    TRACE_ENTER();
+    if (!os_exists(instdir)) {
+        TRACE_EXIT("Given installation path \"%s\" does not exist", instdir);
+        return false;
+    }
+    manifest = manifest_path(manifest, instdir);
+    TRACE_MESSAGE("Generate manifest \"%s\" for installation \"%s\"", manifest, instdir);
+    if (verbose != 0)
+        printf("Generating manifest \"%s\" for installation \"%s\"\n", manifest, instdir);
+
+    const OwnedString before = os_getcwd();
+    if (!enter_directory(instdir)) {
+        TRACE_EXIT("Could not change to directory: \"%s\"\n", instdir);
+        return false;
+    }
+    const bool written = write_manifest(manifest);
+    if (!written)
+        TRACE_MESSAGE("Could not generate manifest");
+    if (before == nullptr || !enter_directory(before.get())) {
+        TRACE_EXIT("Could not change to directory: \"%s\"\n", instdir);
+        return false;
+    }
+    TRACE_MESSAGE("Compiler integrity hash file saved to: %s\n", manifest);
+    TRACE_EXIT();
+    return written;
+}

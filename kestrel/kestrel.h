@@ -1,0 +1,65 @@
+// The tool: writes a manifest of an installation, or checks one.
+#ifndef KESTREL_KESTREL_H
+#define KESTREL_KESTREL_H
+
+#include "osdep.h"
+#include "vector.h"
+
+#include <cstdint>
+
+// Progress lines go to standard output while this is not 0.
+extern int32_t verbose;
+
+// Tasks asked for; below 1, the number of processors decides.
+extern int32_t task_limit;
+
+// Ends the debug log's run and the process.
+[[noreturn]] void cleanup(int status);
+
+// The three modes. `instdir` is an absolute path; a null `manifest` is the file "manifest" in it.
+
+// Writes the manifest of every file under the installation; true when it was written.
+bool generate_manifest(const char *manifest, const char *instdir);
+
+// Checks the whole manifest, divided among copies of the program; true when every line verified.
+bool check_manifest(const char *manifest, const char *instdir);
+
+// Checks the lines from `start` to `end`, both included and counted from 0; true when there are any
+// and all of them verified. `position` is the offset in bytes of line `start`; below 1, lines are
+// counted from the beginning of the file. Lines beyond the end of the file are passed over.
+bool check_manifest_range(const char *manifest, const char *instdir, int32_t position,
+                          uint32_t start, uint32_t end);
+
+// --- Steps that the modes share
+
+// `manifest`, or the default one of the installation when it is null.
+const char *manifest_path(const char *manifest, const char *instdir);
+
+// Changes the current directory and says so in the debug log; false if that fails.
+bool enter_directory(const char *directory);
+
+// --- Division of the check into tasks
+
+// Tasks for a manifest of `lines` lines when nobody has asked for a number: four a processor,
+// lowered until each does more than 100 lines; one with one processor.
+uint32_t adjusted_task_count(uint32_t lines, int32_t processors);
+
+// A range of lines, both ends included; the end of the last is one past the last line.
+struct TaskRange {
+    uint32_t start;
+    uint32_t end;
+};
+
+// The range of task `index` of `tasks`. Together the ranges cover every line. With fewer lines than
+// tasks, those of the tasks between the first and the last are empty (end < start).
+TaskRange task_range(uint32_t lines, uint32_t tasks, uint32_t index);
+
+// Starts a copy of the program, or another; 0 if it could not be started. `args` begins with the
+// program's path; null entries are passed over.
+ProcessHandle runProgram(const char *exe, Vector *args);
+
+// The arguments as one command line (interned): double quotes escaped, arguments with white space
+// enclosed in them, each followed by a blank. Null for null or an empty vector.
+const char *vecString(Vector *args);
+
+#endif

@@ -1,0 +1,209 @@
+// The program's entry: options, their validation and the choice of the mode.
+#include "cmdline.h"
+#include "kestrel.h"
+#include "package.h"
+#include "runtime.h"
+#include "stringcache.h"
+#include "trace.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <source_location>
+#include <string_view>
+
+int32_t verbose = 1;
+int32_t task_limit = -1;
+
+constexpr int VERSION_MAJOR = 2;
+constexpr int VERSION_MINOR = 41;
+
+struct Options {
+    const char *manifest = nullptr;
+    const char *instdir = nullptr;
+    bool generate = false;
+    bool check = false;
+    bool range_check = false;
+    int32_t position = -1;
+    int32_t start = -1;
+    int32_t end = -1;
+};
+
+void cleanup(int status) {
+    TRACE_ENTER();
+    TRACE_MESSAGE("Exiting with status code %d", status);
+    package_finish();
+    TRACE_EXIT();
+    exit(status);
+}
+
+static void print_option(const char *name, const char *text) {
+    printf("  %-25s    %s\n", name, text);
+}
+
+static void print_usage() {
+    printf("Norvane Kestrel V%d.%02d\n", VERSION_MAJOR, VERSION_MINOR);
+    puts("Copyright (c) 2023 Norvane\n");
+    puts("Options:");
+    print_option("-g", "Generate a manifest containing hashes of files found under the directory "
+                       "specified by --instdir");
+    print_option("-c", "Check a manifest containing hashes of files found under the directory "
+                       "specified by --instdir");
+    print_option("-v", "Turn on verbose (default is on)");
+    print_option("-h", "Display this help text");
+    print_option("--manifest=<argument>", "The path to the manifest file");
+    print_option("--instdir=<argument>",
+                 "The top-level directory where under the files to be verified or hashed exist");
+    print_option("--tasks=<argument>", "Specify how many parallel tasks should be used. If not "
+                                       "specified, it will be calculated automatically");
+    print_option("--help", "Display this help text");
+    puts("\n\n"
+         "Example usage:\n"
+         "  To generate a new manifest file named \"foo\" for the files under the directory "
+         "\"bar\", use;\n"
+         "    kestrel -v -g --manifest=foo --instdir=bar\n"
+         "\n"
+         "  To check hashes in manifest file \"foo\" against the files under the directory "
+         "\"bar\", use;\n"
+         "    kestrel -v -c --manifest=foo --instdir=bar\n");
+}
+
+// --- Options
+
+// As atol() where a long has 32 bits, with numbers out of range cut to it.
+static int32_t number_of(const char *text) {
+    return static_cast<int32_t>(std::clamp<long>(strtol(text, nullptr, 10), INT32_MIN, INT32_MAX));
+}
+
+static const char *absolute_path(const char *path) {
+    return os_is_absolute(path) ? sc_strdup(path) : sc_strdup(os_fullpath(path).get());
+}
+
+// Leaves main() from wherever it stands.
+[[noreturn]] static void leave_main(int status, const char *result,
+                                    std::source_location where = std::source_location::current()) {
+    if (trace_flags != 0)
+        trace_exit(where.file_name(), where.line(), "main", result != nullptr ? "%s" : nullptr,
+                   result);
+    cleanup(status);
+}
+
+// "<position>,<start>,<end>". A range check is quiet.
+static void read_range(const char *text, Options &options) {
+    verbose = 0;
+    const char *first = strchr(text, ',');
+    const char *second = first != nullptr ? strchr(first + 1, ',') : nullptr;
+    if (second == nullptr) {
+        fputs("Invalid syntax for option: --check\n", stderr);
+        leave_main(1, "Invalid syntax for --check option");
+    }
+    options.position = number_of(text);
+    options.start = number_of(first + 1);
+    options.end = number_of(second + 1);
+    options.range_check = true;
+}
+
+// Arguments that are no option are passed over.
+static void read_option(const char *argument, Options &options) {
+    const std::string_view option = argument;
+    const auto value_of = [&](std::string_view prefix) {
+        return option.starts_with(prefix) ? argument + prefix.size() : nullptr;
+    };
+    if (const char *path = value_of("--manifest=")) {
+        options.manifest = absolute_path(path);
+        TRACE_MESSAGE("Manifest file set to \"%s\"", options.manifest);
+    } else if (const char *directory = value_of("--instdir=")) {
+        options.instdir = absolute_path(directory);
+        TRACE_MESSAGE("Install directory set to \"%s\"", options.instdir);
+    } else if (option == "-v") {
+        verbose++;
+        TRACE_MESSAGE("Got verbose option");
+    } else if (option == "-g") {
+        options.generate = true;
+        TRACE_MESSAGE("Got generate option");
+    } else if (option == "-c") {
+        options.check = true;
+        TRACE_MESSAGE("Got check option");
+    } else if (option == "-h" || option == "--help") {
+        print_usage();
+        cleanup(0);
+    } else if (const char *range = value_of("--check=")) {
+        read_range(range, options);
+        TRACE_MESSAGE("Got range check option; Start position: %ld, start line: %d, end line: %d",
+                      static_cast<long>(options.position), options.start, options.end);
+    } else if (const char *tasks = value_of("--tasks=")) {
+        task_limit = number_of(tasks);
+        TRACE_MESSAGE("Got task limit option for %d tasks", task_limit);
+    }
+}
+
+// --- Modes
+
+static void print_verdict(bool passed) {
+    if (verbose != 0)
+        printf("Verification %s\n", passed ? "passed" : "failed");
+}
+
+[[noreturn]] static void generate(const Options &options) {
+    if (options.check) {
+        print_usage();
+        fputs("Both the generate -g and check -c options were provided. Only one can be accepted\n",
+              stderr);
+        leave_main(1, "Both the generate and check options were given");
+    }
+    if (!generate_manifest(options.manifest, options.instdir)) {
+        fputs("There was a problem generating the manifest file\n", stderr);
+        leave_main(1, "Could not create manifest");
+    }
+    if (verbose != 0)
+        puts("Manifest file successfully created");
+    leave_main(0, "Manifest was successfully created");
+}
+
+// With a range given as well, the whole check runs first and the range decides.
+[[noreturn]] static void check(const Options &options) {
+    if (!options.check && !options.range_check) {
+        print_usage();
+        fputs("Missing generate -g or check -c options. One of them must be provided\n", stderr);
+        leave_main(1, "No generate/check/range check option was given");
+    }
+    bool passed = false;
+    if (options.check) {
+        passed = check_manifest(options.manifest, options.instdir);
+        TRACE_MESSAGE("Verification %s", passed ? "passed" : "failed");
+    }
+    if (options.range_check) {
+        passed = check_manifest_range(options.manifest, options.instdir, options.position,
+                                      static_cast<uint32_t>(options.start),
+                                      static_cast<uint32_t>(options.end));
+        TRACE_MESSAGE("Verification %s", passed ? "passed" : "failed");
+    }
+    print_verdict(passed);
+    leave_main(passed ? 0 : 1, nullptr);
+}
+
+int main(int argc, char **argv) {
+    runtime_init(cleanup);
+    os_catch_signals();
+    sc_strdup(argc > 0 ? argv[0] : nullptr);
+    Vector *arguments = cmdline_args(argc, argv);
+    TRACE_ENTER();
+
+    Options options;
+    for (const char *argument : VecEach<const char>(arguments))
+        read_option(argument, options);
+    vec_free(arguments);
+
+    if (options.instdir == nullptr) {
+        print_usage();
+        TRACE_MESSAGE("Installation directory was not specified");
+        fputs("Missing installation directory. Please specify the tool path with the option: "
+              "--instdir=path\n",
+              stderr);
+        cleanup(1);
+    }
+    if (options.generate)
+        generate(options);
+    check(options);
+}
