@@ -1,0 +1,170 @@
+#include "sha1.h"
+#include "sha256.h"
+#include "sha256_blocks.h"
+
+#include <array>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <random>
+#include <string>
+#include <vector>
+
+// The two algorithms, for the tests that hold for either.
+struct Sha256 {
+    using Context = Sha256Context;
+    static constexpr size_t size = SHA256_DIGEST_SIZE;
+    static constexpr auto init = sha256_init;
+    static constexpr auto update = sha256_update;
+    static constexpr auto final = sha256_final;
+    static constexpr auto transform = sha256_transform;
+};
+
+struct Sha1 {
+    using Context = Sha1Context;
+    static constexpr size_t size = SHA1_DIGEST_SIZE;
+    static constexpr auto init = sha1_init;
+    static constexpr auto update = sha1_update;
+    static constexpr auto final = sha1_final;
+    static constexpr auto transform = sha1_transform;
+};
+
+// In hexadecimal, of a message given in pieces, or of one piece given several times.
+template <class Hash>
+static std::string digest_of(const std::vector<std::string> &pieces, int times = 1) {
+    typename Hash::Context ctx;
+    Hash::init(&ctx);
+    for (int i = 0; i < times; i++)
+        for (const std::string &piece : pieces)
+            Hash::update(&ctx, piece.data(), piece.size());
+    uint8_t digest[Hash::size];
+    Hash::final(&ctx, digest);
+    std::string text;
+    for (const uint8_t byte : digest)
+        for (const int digit : {byte >> 4, byte & 15})
+            text += "0123456789abcdef"[digit];
+    return text;
+}
+
+TEST(Sha, DigestsOfTheStandardAndOfEveryPadding) {
+    const auto as = [](size_t n) { return std::string(n, 'a'); };
+    const struct {
+        std::string message;
+        const char *sha256, *sha1;
+    } cases[] = {
+        {"", "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855",
+         "da39a3ee5e6b4b0d3255bfef95601890afd80709"},
+        {"abc", "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad",
+         "a9993e364706816aba3e25717850c26c9cd0d89d"},
+        {"abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq",
+         "248d6a61d20638b8e5c026930c3e6039a33ce45964ff2167f6ecedd419db06c1",
+         "84983e441c3bd26ebaae4aa1f95129e5e54670f1"},
+        {"abcdefghbcdefghicdefghijdefghijkefghijklfghijklmghijklmn"
+         "hijklmnoijklmnopjklmnopqklmnopqrlmnopqrsmnopqrstnopqrstu",
+         "cf5b16a778af8380036ce59e7b0492370b249b11e8f07a51afac45037afee9d1",
+         "a49b2446a02c645bf419f995b67091253a04a259"},
+        {as(55), "9f4390f8d30c2dd92ec9f095b65e2b9ae9b0a925a5258e241c9f1e910f734318",
+         "c1c8bbdc22796e28c0e15163d20899b65621d65a"},
+        {as(56), "b35439a4ac6f0948b6d6f9e3c6af0f5f590ce20f1bde7090ef7970686ec6738a",
+         "c2db330f6083854c99d4b5bfb6e8f29f201be699"},
+        {as(63), "7d3e74a05d7db15bce4ad9ec0658ea98e3f06eeecf16b4c6fff2da457ddc2f34",
+         "03f09f5b158a7a8cdad920bddc29b81c18a551f5"},
+        {as(64), "ffe054fe7ae0cb6dc65c3af9b61d5209f439851db43d0ba5997337df154668eb",
+         "0098ba824b5c16427bd7a1122a5a442a25ec644d"},
+        {as(65), "635361c48bb9eab14198e76ea8ab7f1a41685d6ad62aa9146d301d4f17eb0ae0",
+         "11655326c708d70319be2610e8a57d9a5b959d3b"},
+        {as(1000000), "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0",
+         "34aa973cd4c4daa4f61eeb2bdbad27316534016f"},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(digest_of<Sha256>({c.message}), c.sha256) << c.message.size();
+        EXPECT_EQ(digest_of<Sha1>({c.message}), c.sha1) << c.message.size();
+    }
+}
+
+// 512 MiB of zeros: the length in bits needs the upper half of its field.
+TEST(Sha, LengthsBeyond32Bits) {
+    EXPECT_EQ(digest_of<Sha256>({std::string(1 << 20, '\0')}, 512),
+              "9acca8e8c22201155389f65abbf6bc9723edc7384ead80503839f49dcc56d767");
+}
+
+static std::string random_bytes(size_t size, uint32_t seed) {
+    std::mt19937 random(seed);
+    std::string bytes;
+    while (bytes.size() < size)
+        bytes += static_cast<char>(random());
+    return bytes;
+}
+
+template <class Hash> static void expect_splits_not_to_matter() {
+    const std::string message = random_bytes(260, 1);
+    const std::string whole = digest_of<Hash>({message});
+    for (size_t at = 0; at <= message.size(); at++) {
+        const std::string tail = message.substr(at);
+        EXPECT_EQ(digest_of<Hash>({message.substr(0, at), tail}), whole) << at;
+        const size_t middle = tail.size() / 2;
+        EXPECT_EQ(digest_of<Hash>(
+                      {message.substr(0, at), tail.substr(0, middle), "", tail.substr(middle)}),
+                  whole)
+            << at;
+    }
+    std::vector<std::string> bytes;
+    for (const char byte : message)
+        bytes.emplace_back(1, byte);
+    EXPECT_EQ(digest_of<Hash>(bytes), whole);
+}
+
+TEST(Sha, PiecesGiveTheDigestOfTheWhole) {
+    expect_splits_not_to_matter<Sha256>();
+    expect_splits_not_to_matter<Sha1>();
+}
+
+template <class Hash> static void expect_fields() {
+    const std::string bytes = random_bytes(400, 2);
+    const struct {
+        size_t length;
+        uint32_t datalen;
+        uint64_t bitlen;
+    } updates[] = {{0, 0, 0},      {63, 63, 0},   {1, 0, 512},    {0, 0, 512},   {64, 0, 1024},
+                   {130, 2, 2048}, {62, 0, 2560}, {60, 60, 2560}, {10, 6, 3072}, {0, 6, 3072}};
+    typename Hash::Context ctx;
+    Hash::init(&ctx);
+    size_t at = 0;
+    for (const auto &update : updates) {
+        Hash::update(&ctx, update.length != 0 ? bytes.data() + at : nullptr, update.length);
+        at += update.length;
+        EXPECT_EQ(ctx.datalen, update.datalen) << at;
+        EXPECT_EQ(ctx.bitlen, update.bitlen) << at;
+        EXPECT_EQ(memcmp(ctx.data, bytes.data() + at - ctx.datalen, ctx.datalen), 0) << at;
+    }
+    // One block at a time into the state gives what the updates gave.
+    typename Hash::Context blocks;
+    Hash::init(&blocks);
+    for (size_t block = 0; block < 6; block++)
+        Hash::transform(&blocks, reinterpret_cast<const uint8_t *>(bytes.data()) + 64 * block);
+    EXPECT_EQ(memcmp(blocks.state, ctx.state, sizeof ctx.state), 0);
+    EXPECT_EQ(blocks.datalen, 0u);
+    EXPECT_EQ(blocks.bitlen, 0u);
+}
+
+TEST(Sha, ContextTellsWhatIsPending) {
+    expect_fields<Sha256>();
+    expect_fields<Sha1>();
+}
+
+TEST(Sha, NativeBlocksGiveWhatThePortableOnesGive) {
+    const Sha256BlocksFn native = sha256_blocks_native();
+    if (native == nullptr)
+        GTEST_SKIP() << "this processor has no instructions for it";
+    uint32_t seed = 3;
+    for (const size_t count : {0, 1, 2, 3, 16, 257}) {
+        for (const size_t offset : {0, 1, 7}) { // the bytes need not be aligned
+            const std::string bytes = random_bytes(offset + 64 * count, seed++);
+            const auto *data = reinterpret_cast<const uint8_t *>(bytes.data()) + offset;
+            std::array<uint32_t, 8> expected = {1, 0xffffffff, 0x80000000, 7, seed, 0, 99, ~seed};
+            std::array<uint32_t, 8> state = expected;
+            sha256_blocks_portable(expected.data(), data, count);
+            native(state.data(), data, count);
+            EXPECT_EQ(state, expected) << count << " blocks at " << offset;
+        }
+    }
+}
