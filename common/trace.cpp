@@ -134,9 +134,18 @@ void zvdebug_warn(const char *format, ...) {
     zvdebug_warn_hook(text.c_str());
 }
 
+int gInDebugger = 0;
+
+void db_assert() {
+    // Not to be optimised away: breakpoints are set here.
+    asm volatile("");
+}
+
 void zvdebug_assert(const char *condition, const char *file, uint32_t line) {
-    if (trace_assert_mode != ASSERT_IGNORE)
-        zvdebug_assert_hook(1504 - trace_assert_mode, condition, file, line);
+    if (trace_assert_mode == ASSERT_IGNORE)
+        return;
+    db_assert();
+    zvdebug_assert_hook(1504 - trace_assert_mode, condition, file, line);
 }
 
 // --- Depth

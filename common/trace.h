@@ -46,6 +46,10 @@ void zvdebug_warn(const char *format, ...) PRINTF_LIKE(1, 2);
 // Reports a failed condition as the assertion mode says; nothing in mode ignore.
 void zvdebug_assert(const char *condition, const char *file, uint32_t line);
 
+// Where a debugger stops at a failed assertion; and what it sets to tell the program of itself.
+extern "C" __attribute__((noinline)) void db_assert();
+extern "C" int gInDebugger;
+
 // A check that costs one load and branch unless --zvdebug=assert asks for it. The text of the
 // expression is what is reported.
 #define DEBUG_ASSERT(expression)                                                                   \
@@ -73,6 +77,11 @@ void trace(const char *src, uint32_t line, const char *txt);
     TRACE_IF(trace_flags != 0, trace_enter, __func__ __VA_OPT__(, ) __VA_ARGS__)
 #define TRACE_EXIT(...) TRACE_IF(trace_flags != 0, trace_exit, __func__ __VA_OPT__(, ) __VA_ARGS__)
 #define TRACE_MESSAGE(...) TRACE_IF((trace_flags & TRACE_GENERAL) != 0, tracef, __VA_ARGS__)
+
+// A line under the name of the function it reports for, whenever the log is on.
+#define TRACE_REPORT(function, format, ...)                                                        \
+    TRACE_IF(trace_flags != 0, tracef, "%s: " format, function __VA_OPT__(, ) __VA_ARGS__)
+
 #define TRACE_IF(condition, writer, ...)                                                           \
     ((condition) ? writer(__FILE__, __LINE__, __VA_ARGS__) : (void)0)
 
