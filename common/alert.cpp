@@ -348,8 +348,8 @@ void alert_fatal(int code) {
     const char *name = os_basename(path.get());
     if (!name || !*name)
         name = "QRN";
-    const char *suffix = sc_endsWithI(name, ".exe");
-    name = suffix ? sc_ncopy(name, static_cast<size_t>(suffix - name)) : name;
+    if (sc_hasSuffixI(name, ".exe"))
+        name = sc_ncopy(name, std::strlen(name) - std::strlen(".exe"));
     const char *text = sc_format("%s fatal error %d", name, code);
     TRACE_ENTER("%s", text);
     alert_repeat(5, text);

@@ -12,8 +12,12 @@
 #include <string_view>
 #include <vector>
 
-// How deep response files may name each other.
+// How deep response files may name each other, and how many are read in one expansion: files that
+// each name the next one twice would double their words with every level.
 static constexpr uint32_t MAX_NESTING = 32;
+static constexpr uint32_t MAX_FILES = 2000;
+
+static uint32_t files_read = 0;
 
 static const char *progname = nullptr;
 static bool zvdebug_seen = false;
@@ -119,12 +123,13 @@ static bool is_endless(const OpenFile &file) {
     for (const OpenFile *outer = file.outer; outer != nullptr; outer = outer->outer)
         if (file.known && outer->known && file.identity == outer->identity)
             return true;
-    return file.depth > MAX_NESTING;
+    return file.depth > MAX_NESTING || files_read >= MAX_FILES;
 }
 
 // Reads the words of a file by way of standard input, which is at its end afterwards, before any
 // of them is looked at: they may name further files.
 static bool read_response_file(const char *path, Arguments &words) {
+    files_read++;
     std::string text;
     if (host_freopen(path, "r", stdin) == nullptr || !read_input(text))
         return false;
@@ -140,7 +145,8 @@ static void expand_arguments(Vector *args, std::span<const char *const> argument
 // False if the file cannot be used; the argument is then kept as it stands.
 static bool expand_file(Vector *args, const char *path, ArgumentFn callback,
                         const OpenFile *outer) {
-    if (*path == '\0' || !os_exists(path))
+    HostStat status;
+    if (*path == '\0' || !host_stat(path, &status) || status.kind != FileKind::regular)
         return false;
     const OpenFile file = enter_file(path, outer);
     Arguments words;
@@ -185,6 +191,7 @@ Vector *cmdline_expand(int argc, const char *const *argv, ArgumentFn callback) {
         return args;
     if (progname == nullptr && argv[0] != nullptr)
         progname = sc_strdup(os_basename(argv[0]));
+    files_read = 0;
     expand_arguments(args, {argv + 1, static_cast<size_t>(argc) - 1}, callback, nullptr);
     return args;
 }

@@ -183,7 +183,6 @@ int hash_haskey(const HashTable *h, const void *key) {
 }
 
 void *hash_remove(HashTable *h, const void *key) {
-    HashEntry **bucket = bucket_of(h, key);
     HashEntry **link = find_link(h, key);
     HashEntry *entry = *link;
     if (!entry)
@@ -192,7 +191,7 @@ void *hash_remove(HashTable *h, const void *key) {
     *link = entry->next;
     free_entry(entry);
     h->count--;
-    if (h->master && !*bucket) {
+    if (h->master && !*bucket_of(h, key)) {
         assert(is_alive(h));
         h->master->util--;
     }

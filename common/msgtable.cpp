@@ -179,15 +179,20 @@ static Vector *parse_table(std::string_view text, const Vector *known) {
     return table;
 }
 
+// A file is found by its name, in the current directory too, and a full table has under 3 MB.
+static constexpr size_t MAX_FILE_SIZE = 16 << 20;
+
 static bool read_file(const char *name, std::string &text) {
     FILE *file = name ? host_fopen_regular(name) : nullptr;
     if (!file)
         return false;
     char block[4096];
-    for (size_t got; (got = std::fread(block, 1, sizeof block, file)) > 0;)
+    for (size_t got;
+         text.size() <= MAX_FILE_SIZE && (got = std::fread(block, 1, sizeof block, file)) > 0;)
         text.append(block, got);
+    const bool complete = std::ferror(file) == 0 && text.size() <= MAX_FILE_SIZE;
     std::fclose(file);
-    return true;
+    return complete;
 }
 
 // Moves the rows of `from` that `table` has into it, and frees `from` with the rest.

@@ -4,6 +4,7 @@
 #include "registry.h"
 #include "stringcache.h"
 #include "trace.h"
+#include "zvinstdir.h"
 
 #include <charconv>
 #include <cinttypes>
@@ -137,15 +138,8 @@ uint32_t findMsgFiles(const char *dir, uint32_t langid, Vector *list) {
 
 // The "dat" directory beside the directory that the program runs from; null if there is none.
 static const char *program_dat_dir() {
-    OwnedString dir = os_dirname(os_progpath().get());
-    if (!dir)
-        return nullptr;
-    size_t length = std::strlen(dir.get());
-    while (length > 0 &&
-           (dir.get()[length - 1] == '.' || dir.get()[length - 1] == host_path_style().separator))
-        dir.get()[--length] = '\0';
-    OwnedString parent = os_dirname(dir.get());
-    return parent ? sc_pathJoin(parent.get(), "dat") : nullptr;
+    const char *parent = sc_dirname(zvinstall_program_dir(os_progpath().get()));
+    return parent ? sc_pathJoin(parent, "dat") : nullptr;
 }
 
 const char *msg_filename(uint32_t langid) {

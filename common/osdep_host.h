@@ -17,7 +17,8 @@
 
 const PathStyle &host_path_style();
 
-// 0x10000 on the host with drive letters and backslashes, 0 elsewhere.
+// HOST_DRIVE_PATHS on the host with drive letters and backslashes, 0 elsewhere.
+constexpr int32_t HOST_DRIVE_PATHS = 0x10000;
 int32_t host_kind();
 const char *host_osname();
 

@@ -139,7 +139,7 @@ const PathStyle &host_path_style() {
 }
 
 int32_t host_kind() {
-    return 0x10000;
+    return HOST_DRIVE_PATHS;
 }
 
 const char *host_osname() {

@@ -6,14 +6,16 @@
 
 #include <new>
 
-// A report that itself needs memory must not come back here for ever.
+// The report may itself run out of memory, while it loads the messages, and then the clean-up may.
+// alert_repeat() needs none by itself, unlike alert(), which remembers what it has shown.
 static void report_out_of_memory() {
-    static bool reporting = false;
-    if (!reporting) {
-        reporting = true;
-        alert(296);
-    }
+    static int entries = 0;
+    const int entry = entries++;
+    if (entry == 0)
+        alert_repeat(296);
     fputs("(296) out of memory\n", stderr);
+    if (entry <= 1)
+        alert_exit_hook(1);
     _Exit(1);
 }
 

@@ -10,6 +10,7 @@
 #include <cassert>
 #include <cstring>
 #include <string_view>
+#include <utility>
 
 // --- Digests of files
 
@@ -165,13 +166,13 @@ static bool walk_entry(const Walk &walk, const char *name, bool held) {
         fprintf(stderr, "The name of file \"%s\" cannot be written to a manifest\n", full.get());
         return false;
     }
-    const OwnedString relative = path_join_style(drive_path_style, walk.relative, name);
+    OwnedString relative = path_join_style(drive_path_style, walk.relative, name);
     if (os_is_dir(full.get()))
         return walk_directory({walk.entries, full.get(), relative.get(), walk.parent});
 
     auto *entry = xnew<ManifestEntry>();
     entry->digest = sha256_file_hex(full.get());
-    entry->path = sc_strdup(relative.get());
+    entry->path = relative.release();
     vec_append(walk.entries, entry);
     return true;
 }
@@ -204,8 +205,10 @@ bool shahash_walk(uint32_t, Vector *files, const char *dir, const char *relative
 // --- Writing a manifest
 
 static void free_entries(Vector *entries) {
-    for (auto *entry : VecEach<ManifestEntry>(entries))
+    for (auto *entry : VecEach<ManifestEntry>(entries)) {
+        free(const_cast<char *>(entry->path));
         free(entry);
+    }
     vec_free(entries);
 }
 
@@ -239,26 +242,19 @@ bool shahash_write_manifest_default_flags(const char *dir, const char *manifest)
 
 // --- Reading and checking
 
-bool shahash_parse_line(const char *line, ManifestLine *fields) {
-    const char *space = strchr(line, ' ');
-    if (space == nullptr)
+bool shahash_parse_line(std::string_view line, ManifestLine *fields) {
+    const size_t space = line.find(' ');
+    if (space == line.npos || line.find('\0') != line.npos)
         return false;
     constexpr const char *white = " \t\n\v\f\r";
-    const std::string_view rest = space;
+    const std::string_view rest = line.substr(space);
     const size_t first = std::min(rest.find_first_not_of(white), rest.size());
     std::string_view path = rest.substr(first, rest.find_last_not_of(white) + 1 - first);
     if (path.starts_with('*'))
         path.remove_prefix(1);
-    fields->digest.assign(line, space);
+    fields->digest = line.substr(0, space);
     fields->path = path;
     return true;
-}
-
-const char *shahash_read_line(FILE *manifest, size_t *length, bool *intact) {
-    const char *line = sc_readLine(manifest, length);
-    if (line != nullptr && strlen(line) != *length)
-        *intact = false;
-    return line;
 }
 
 // The components of a manifest's path, put together the host's way.
@@ -279,23 +275,26 @@ bool shahash_verify_file(const char *digest, const char *path) {
     return strcmp(hex_text<SHA256_DIGEST_SIZE>(actual.get()).data(), digest) == 0;
 }
 
+static void append_record(Vector *entries, const char *base, const ManifestLine &fields) {
+    const std::string path = host_spelling(fields.path.c_str());
+    OwnedString joined = os_join(base, path.c_str());
+    auto *entry = xnew<ManifestEntry>();
+    entry->digest = sc_strdup(fields.digest.c_str());
+    entry->path = (joined != nullptr ? std::move(joined) : xstrdup(path.c_str())).release();
+    vec_append(entries, entry);
+}
+
 Vector *shahash_read_manifest(const char *manifest, const char *base) {
     FILE *file = host_fopen_regular(manifest);
     if (file == nullptr)
         return nullptr;
     Vector *entries = vec_new(__FILE__, __LINE__);
     ManifestLine fields;
-    size_t length = 0;
     bool sound = true;
-    while (const char *line = sound ? shahash_read_line(file, &length, &sound) : nullptr) {
-        if (!sound || !shahash_parse_line(line, &fields)) {
-            sound = false;
-            break;
-        }
-        auto *entry = xnew<ManifestEntry>();
-        entry->digest = sc_strdup(fields.digest.c_str());
-        entry->path = sc_pathJoin(base, host_spelling(fields.path.c_str()).c_str());
-        vec_append(entries, entry);
+    for (std::string_view line; sound && !(line = sc_readLineBytes(file)).empty();) {
+        sound = shahash_parse_line(line, &fields);
+        if (sound)
+            append_record(entries, base, fields);
     }
     sound = sound && ferror(file) == 0;
     fclose(file);
@@ -307,10 +306,8 @@ Vector *shahash_read_manifest(const char *manifest, const char *base) {
 
 static bool check_lines(FILE *file) {
     ManifestLine fields;
-    size_t length = 0;
-    bool intact = true;
-    while (const char *line = shahash_read_line(file, &length, &intact))
-        if (!intact || !shahash_parse_line(line, &fields) ||
+    for (std::string_view line; !(line = sc_readLineBytes(file)).empty();)
+        if (!shahash_parse_line(line, &fields) ||
             !shahash_verify_file(fields.digest.c_str(), fields.path.c_str()))
             return false;
     return ferror(file) == 0;

@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <string>
+#include <string_view>
 
 // --- Digests of files. A digest is SHA256_DIGEST_SIZE or SHA1_DIGEST_SIZE bytes, owned by the
 // caller; a text is interned lower-case hexadecimal.
@@ -38,7 +39,7 @@ OwnedBytes sha1_from_hex(const char *text);
 // --- Manifest
 
 struct ManifestEntry {
-    const char *path;   // as in the manifest, interned
+    const char *path;   // as in the manifest; the entry's own
     const char *digest; // 64 hexadecimal digits, interned
 };
 
@@ -63,12 +64,8 @@ struct ManifestLine {
     std::string path;   // behind it, without white space around it and without one leading asterisk
 };
 
-// False for a line without a space; the fields are then as they were.
-bool shahash_parse_line(const char *line, ManifestLine *fields);
-
-// The next line of a manifest, interned, and the bytes it takes in the file; null at the end. Sets
-// `intact` to false, and never back, if the line holds a NUL, which no manifest does.
-const char *shahash_read_line(FILE *manifest, size_t *length, bool *intact);
+// False for a line without a space or with a NUL; the fields are then as they were.
+bool shahash_parse_line(std::string_view line, ManifestLine *fields);
 
 // The records of a whole manifest, each path joined to `base`; null if it cannot be read or a line
 // has no space. The caller frees the vector and the entries.

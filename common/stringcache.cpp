@@ -330,7 +330,7 @@ static size_t read_block(FILE *stream, char *block) {
     return before < 1023 && feed[1] == '\0' ? before + 1 : before - 1;
 }
 
-const char *sc_readLine(FILE *stream, size_t *length) {
+std::string_view sc_readLineBytes(FILE *stream) {
     size_t used = 0;
     while (stream != nullptr) {
         char *block = reserve(used + 1024, used) + used;
@@ -340,12 +340,13 @@ const char *sc_readLine(FILE *stream, size_t *length) {
         if (got < 1023 || block[got - 1] == '\n')
             break;
     }
-    if (length != nullptr)
-        *length = used;
-    if (used == 0)
-        return nullptr;
-    scratch[used] = '\0'; // at the end of the stream the last block is filling
-    return intern(scratch);
+    if (used != 0)
+        scratch[used] = '\0'; // at the end of the stream the last block is filling
+    return {scratch, used};
+}
+
+const char *sc_readLine(FILE *stream) {
+    return sc_readLineBytes(stream).empty() ? nullptr : intern(scratch);
 }
 
 // --- Paths
@@ -393,10 +394,9 @@ const char *sc_dirname(const char *path) {
 }
 
 const char *sc_nativePath(const char *s) {
-    constexpr int32_t drive_letter_host = 0x10000;
     if (s == nullptr || *s == '\0')
         return s;
-    if ((host_kind() & drive_letter_host) != 0)
+    if ((host_kind() & HOST_DRIVE_PATHS) != 0)
         return sc_translate(s, "/", "\\");
     const bool has_drive = isalpha(static_cast<unsigned char>(s[0])) != 0 && s[1] == ':';
     return has_drive ? s : intern(s);

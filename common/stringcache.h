@@ -13,6 +13,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <string_view>
 
 // --- Control
 
@@ -75,9 +76,12 @@ const char *sc_translate(const char *s, const char *from, const char *to);
 Vector *sc_split(const char *s, const char *delimiters);
 
 // The next line of a stream, of any length, line end included; null at the end. A line ends with a
-// line feed. `length`, when given, receives the bytes read, which are more than the result's
-// length when the line holds a NUL.
-const char *sc_readLine(FILE *stream, size_t *length = nullptr);
+// line feed.
+const char *sc_readLine(FILE *stream);
+
+// The same without interning, for lines that are read once: the line's bytes, NULs and all. Valid
+// until the next call of anything here; empty at the end of the stream.
+std::string_view sc_readLineBytes(FILE *stream);
 
 // --- Paths, by the host's rules
 

@@ -6,6 +6,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 
 uint32_t trace_flags = 0;
 FILE *trace_stream = nullptr;
@@ -61,13 +62,16 @@ static void append_format(std::string &text, const char *format, ...) {
 }
 
 // Writes what belongs together in one piece, so that processes that append to one log mix whole
-// lines only. Leaves errno alone: logging must not change what is logged.
+// lines only, as long as they fit the stream's buffer. Leaves errno alone: logging must not change
+// what is logged.
 static void emit(const std::string &text) {
     if (trace_stream == nullptr)
         return;
+    static bool failed = false; // set before the warning, which may be logged too
     const int saved_errno = errno;
-    fwrite(text.data(), 1, text.size(), trace_stream);
-    fflush(trace_stream);
+    const bool written = fwrite(text.data(), 1, text.size(), trace_stream) == text.size();
+    if ((fflush(trace_stream) != 0 || !written) && !std::exchange(failed, true))
+        zvdebug_warn("Unable to write to the debug-out file");
     errno = saved_errno;
 }
 
@@ -150,7 +154,7 @@ void zvdebug_assert(const char *condition, const char *file, uint32_t line) {
 
 // --- Depth
 
-static void move_to(uint32_t depth) {
+void trace_set_depth(uint32_t depth) {
     layout.depth = depth;
     const uint64_t blanks = uint64_t{depth} * layout.step;
     layout.indent = static_cast<uint32_t>(std::min<uint64_t>(blanks, UINT32_MAX));
@@ -160,23 +164,19 @@ void trace_push() {
     if (layout.depth == UINT32_MAX)
         zvdebug_warn("max debug-out indent level readched");
     else
-        move_to(layout.depth + 1);
+        trace_set_depth(layout.depth + 1);
 }
 
 void trace_pop() {
     if (layout.depth == 0)
         zvdebug_warn("min debug-out indent level reached");
     else
-        move_to(layout.depth - 1);
-}
-
-void trace_set_depth(uint32_t depth) {
-    move_to(depth);
+        trace_set_depth(layout.depth - 1);
 }
 
 void trace_set_step(uint32_t step) {
     layout.step = step;
-    move_to(layout.depth);
+    trace_set_depth(layout.depth);
 }
 
 void trace_set_width(uint32_t width) {
@@ -287,7 +287,7 @@ static void append_row(std::string &text, std::span<const unsigned char> row, si
         append_format(text, " %02X", byte);
     if (!with_chars)
         return;
-    text.append(3 * (per_row - row.size()), ' ');
+    text.append(3 * std::min<size_t>(per_row - row.size(), PADDING_LIMIT), ' ');
     text += " |";
     for (const unsigned char byte : row) {
         text += ' ';

@@ -3,13 +3,14 @@
 //
 // Creators pass their source position, which the accounting (vec_trackInit) reports. A null vector
 // is let pass by vec_size, vec_first, vec_next, vec_peek, vec_iterStart, vec_hasMore and vec_free;
-// everything else asserts "p != NULL".
+// everything else asserts "p != NULL", but for vec_copy and the end of a loop in vec_iterEnd.
 #ifndef COMMON_VECTOR_H
 #define COMMON_VECTOR_H
 
 #include "sorting.h"
 
 #include <cstdint>
+#include <cstdlib>
 #include <memory>
 
 struct VecIterator {
@@ -132,6 +133,16 @@ struct VecDeleter {
     void operator()(Vector *p) const { vec_free(p); }
 };
 using VectorPtr = std::unique_ptr<Vector, VecDeleter>;
+
+// A vector that owns its elements, blocks to be given to free().
+struct VecBlocksDeleter {
+    void operator()(Vector *p) const {
+        for (uint32_t i = 0; i < vec_size(p); i++)
+            std::free(vec_elementAt(p, i));
+        vec_free(p);
+    }
+};
+using BlockVectorPtr = std::unique_ptr<Vector, VecBlocksDeleter>;
 
 // The element at `i` as a pointer to T; null beyond the end.
 template <class T> T *vec_at(const Vector *p, uint32_t i) {

@@ -41,6 +41,7 @@ static void open_out_file(const char *path, const char *mode) {
         alert_nl(141, "debug-out", path);
         return;
     }
+    setvbuf(stream, nullptr, _IOFBF, 65536); // so that lines of any likely length go out whole
     if (trace_stream != nullptr)
         fclose(trace_stream);
     trace_stream = stream;
@@ -64,6 +65,7 @@ static void parse_out(const char *argument) {
     open_out_file(path, append ? "a" : "w");
 }
 
+// An empty name, behind "+" too, is the default one.
 static void parse_zip(const char *argument) {
     if (zip_path != nullptr) {
         zvdebug_warn("Zip file already set to \"%s\", ignoring addtional zip options", zip_path);

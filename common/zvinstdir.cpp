@@ -26,8 +26,7 @@ static InstallPaths nameless(const char *dir) {
     return not_located(sc_format("ERROR - couldn't get a basename from the path: \"%s\"", dir));
 }
 
-// The directory that `program` stands in, without dots and separators at its end; null for none.
-static const char *program_directory(const char *program) {
+const char *zvinstall_program_dir(const char *program) {
     OwnedString dir = os_dirname(program);
     if (!dir)
         return nullptr;
@@ -51,7 +50,7 @@ static InstallPaths accept_version(const char *version) {
 }
 
 InstallPaths zvinstall_locate(const char *program) {
-    const char *dir = program_directory(program);
+    const char *dir = zvinstall_program_dir(program);
     if (!dir)
         return not_located("ERROR - couldn't get a path based on progname");
     TRACE_MESSAGE("Application appears to be running from directory: \"%s\"", dir);

@@ -30,6 +30,9 @@ enum : int32_t {
 extern const char *zvinstall_ver;
 extern const char *zvinstall_dir;
 
+// The directory that `program` stands in, without dots and separators at its end; null for none.
+const char *zvinstall_program_dir(const char *program);
+
 // The two directories for a program at `program`. On failure both are null and `reason` says why,
 // or is null where the log has been told already.
 struct InstallPaths {

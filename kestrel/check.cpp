@@ -12,21 +12,14 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 // --- The index: where each line begins
 
-// Frees the cells of an index with it.
-struct IndexDeleter {
-    void operator()(Vector *index) const {
-        for (uint32_t i = 0; i < vec_size(index); i++)
-            free(vec_elementAt(index, i));
-        vec_free(index);
-    }
-};
 // Element k is a cell with the offset of line k; the last one's is the end of the file.
-using LineIndex = std::unique_ptr<Vector, IndexDeleter>;
+using LineIndex = BlockVectorPtr;
 
 // False if there is no memory for the cell.
 static bool append_offset(Vector *index, uint32_t offset) {
@@ -44,10 +37,9 @@ static LineIndex index_lines(FILE *file, const char **failure) {
     *failure = "Could not allocate memory";
     if (!append_offset(index.get(), 0))
         return nullptr;
-    size_t length = 0;
-    bool intact = true;
-    for (uint64_t offset = 0; shahash_read_line(file, &length, &intact) != nullptr;) {
-        offset += length;
+    uint64_t offset = 0;
+    for (std::string_view line; !(line = sc_readLineBytes(file)).empty();) {
+        offset += line.size();
         if (offset > INT32_MAX) {
             *failure = "Manifest is too large";
             return nullptr;

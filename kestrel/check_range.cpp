@@ -5,6 +5,7 @@
 #include "trace.h"
 
 #include <cstdio>
+#include <string_view>
 #include <utility>
 
 const char *manifest_path(const char *manifest, const char *instdir) {
@@ -20,8 +21,8 @@ bool enter_directory(const char *directory) {
 
 // The lines of the range, as far as the file has them; null for a manifest that cannot be read or
 // holds a NUL.
-static VectorPtr gather_lines(FILE *file, int32_t position, uint32_t start, uint32_t end) {
-    VectorPtr lines(vec_new(__FILE__, __LINE__));
+static BlockVectorPtr gather_lines(FILE *file, int32_t position, uint32_t start, uint32_t end) {
+    BlockVectorPtr lines(vec_new(__FILE__, __LINE__));
     const bool seeking = position >= 1;
     if (seeking) {
         TRACE_MESSAGE("Starting line is %d. Seek to manifest start position: %ld", start,
@@ -30,16 +31,16 @@ static VectorPtr gather_lines(FILE *file, int32_t position, uint32_t start, uint
             return nullptr;
     }
     TRACE_MESSAGE("Reading manifest from line %d to line %d", start, end);
-    size_t length = 0;
-    bool intact = true;
     for (uint64_t i = seeking ? start : 0; i <= end; i++) {
-        const char *line = shahash_read_line(file, &length, &intact);
-        if (line == nullptr)
+        const std::string_view line = sc_readLineBytes(file);
+        if (line.empty())
             break;
+        if (line.find('\0') != line.npos)
+            return nullptr;
         if (i >= start)
-            vec_append(lines.get(), line);
+            vec_append(lines.get(), xstrndup(line.data(), line.size()).release());
     }
-    return intact && ferror(file) == 0 ? std::move(lines) : nullptr;
+    return ferror(file) == 0 ? std::move(lines) : nullptr;
 }
 
 bool check_manifest_range(const char *manifest, const char *instdir, int32_t position,
@@ -62,7 +63,7 @@ bool check_manifest_range(const char *manifest, const char *instdir, int32_t pos
         TRACE_EXIT("Could not open manifest file \"%s\"", manifest);
         return false;
     }
-    const VectorPtr lines = gather_lines(file, position, start, end);
+    const BlockVectorPtr lines = gather_lines(file, position, start, end);
     fclose(file);
     if (lines == nullptr) {
         TRACE_EXIT("Manifest data was malformed");
@@ -73,7 +74,7 @@ bool check_manifest_range(const char *manifest, const char *instdir, int32_t pos
         return false;
     }
     ManifestLine fields;
-    for (const char *line : VecEach<const char>(lines)) {
+    for (const char *line : VecEach<const char>(lines.get())) {
         if (!shahash_parse_line(line, &fields)) {
             TRACE_EXIT("Manifest data was malformed");
             return false;

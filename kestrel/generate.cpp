@@ -6,12 +6,10 @@
 
 #include <cstdio>
 
-static constexpr int32_t drive_path_family = 0x10000;
-
 // The walk begins at ".", so that every path in the manifest is relative to the installation.
 static bool write_manifest(const char *manifest) {
-    return (os_kind() & drive_path_family) != 0
-               ? shahash_write_manifest(drive_path_family, ".", manifest)
+    return (os_kind() & HOST_DRIVE_PATHS) != 0
+               ? shahash_write_manifest(HOST_DRIVE_PATHS, ".", manifest)
                : shahash_write_manifest_default_flags(".", manifest);
 }
 

@@ -247,17 +247,15 @@ TEST(StringCache, ReadsOneWholeLineACall) {
         LineFile file(bytes);
         long position = 0;
         for (const std::string &line : all) {
-            size_t length = 0;
-            const char *text = sc_readLine(file.stream, &length);
-            ASSERT_STREQ(text, line.c_str());
-            ASSERT_EQ(length, line.size());
-            ASSERT_EQ(address(text), sc_strdup(line.c_str()));
-            position += static_cast<long>(length);
+            ASSERT_EQ(sc_readLineBytes(file.stream), line);
+            position += static_cast<long>(line.size());
             ASSERT_EQ(ftell(file.stream), position);
         }
-        size_t length = 99;
-        EXPECT_EQ(sc_readLine(file.stream, &length), nullptr);
-        EXPECT_EQ(length, 0U);
+        EXPECT_TRUE(sc_readLineBytes(file.stream).empty());
+        rewind(file.stream);
+        for (const std::string &line : all)
+            ASSERT_EQ(address(sc_readLine(file.stream)), sc_strdup(line.c_str()));
+        EXPECT_EQ(sc_readLine(file.stream), nullptr);
     }
     EXPECT_EQ(sc_readLine(nullptr), nullptr);
 }
