@@ -29,10 +29,26 @@ static const char *argument_text(Vector *options) {
 
 // --- Command files
 
+// What separates the words of a command file.
+static constexpr const char *white_space = " \t\n\r";
+
+// The expansion passes on what begins with "@" without unescaping it, so only white space is
+// protected. The last quote must not come to stand behind a backslash, which would take it for its
+// own. For text with quotes there is no such form.
+static const char *file_argument_word(const char *option) {
+    const std::string text = option;
+    if (strpbrk(option, white_space) == nullptr)
+        return option;
+    const size_t end = text.find_last_not_of('\\') + 1;
+    return sc_strdup(('"' + text.substr(0, end) + '"' + text.substr(end)).c_str());
+}
+
 // As the expansion reads it back.
 static const char *command_file_word(const char *option) {
+    if (*option == '@' && strchr(option, '"') == nullptr)
+        return file_argument_word(option);
     const char *word = sc_escape(option, "\\ '\"", '\\');
-    return strpbrk(word, " \t\n\r") != nullptr ? sc_quote(word, '"') : word;
+    return strpbrk(word, white_space) != nullptr ? sc_quote(word, '"') : word;
 }
 
 static bool write_command_file(const char *path, Vector *options) {
@@ -143,6 +159,10 @@ int cmdline_exe(Vector *options, uint32_t mode, int32_t echo) {
     TRACE_ENTER();
     DEBUG_ASSERT(vec_size(options) > 0);
     const char *program = vec_at<const char>(options, 0);
+    if (program == nullptr) {
+        TRACE_EXIT();
+        return 1;
+    }
     const char *text = argument_text(options);
     const char *shown = text != nullptr ? text : "";
     const VectorPtr args(vec_new(__FILE__, __LINE__));

@@ -25,10 +25,16 @@ static std::string archive_name(const char *file) {
     std::string name = file;
     if (os_is_absolute(file)) {
         const size_t root = host_path_style().drives ? strlen("C:\\") : strlen("/");
-        name = "SYSTEM_ROOT/" + name.substr(std::min(root, name.size()));
+        name = os_join("SYSTEM_ROOT", file + std::min(root, name.size())).get();
     }
     std::replace(name.begin(), name.end(), '\\', '/');
     return name;
+}
+
+// Anything else could block when it is read, or never end.
+static bool is_regular(const char *path) {
+    HostStat status;
+    return host_stat(path, &status) && status.kind == FileKind::regular;
 }
 
 // One file on its way into the package.
@@ -47,9 +53,11 @@ static void warn_not_ended(const Addition &add) {
 static bool write_addition(mz_zip_archive *zip, const Addition &add) {
     constexpr mz_uint level_and_flags = 6 | MZ_ZIP_FLAG_CASE_SENSITIVE;
     const std::string name = archive_name(add.file);
-    const auto length = static_cast<mz_uint16>(add.comment != nullptr ? strlen(add.comment) : 0);
+    const size_t length = add.comment != nullptr ? strlen(add.comment) : 0;
+    const auto kept = static_cast<mz_uint16>(std::min<size_t>(length, UINT16_MAX));
     const bool added =
-        mz_zip_writer_add_file(zip, name.c_str(), add.file, add.comment, length, level_and_flags);
+        is_regular(add.file) &&
+        mz_zip_writer_add_file(zip, name.c_str(), add.file, add.comment, kept, level_and_flags);
     if (!added)
         zvdebug_warn("Unable to add archive \"%s\" (from \"%s\") to package zip (%s)", name.c_str(),
                      add.file, add.package);
@@ -79,12 +87,14 @@ static bool is_writable(const char *path) {
 
 // Appending overwrites the archive's directory before it is whole again, so it happens to a copy.
 static void append_to_package(const Addition &add) {
-    const OwnedString copy = os_tempname("zip");
+    const OwnedString copy = is_regular(add.package) ? os_tempname("zip") : nullptr;
     mz_zip_archive zip = {};
     if (copy == nullptr || !copyfile_helper(add.package, copy.get()) ||
         !mz_zip_reader_init_file(&zip, copy.get(), 0)) {
         zvdebug_warn("Unable to open package zip file (%s) for reading to append \"%s\"",
                      add.package, add.file);
+        if (copy != nullptr)
+            host_remove(copy.get());
         return;
     }
     if (!is_writable(add.package) || !mz_zip_writer_init_from_reader(&zip, copy.get()))
@@ -178,6 +188,7 @@ static int spawn_in_debugger(const char *app, const char *cmdfile, const Vector 
         vec_append(debugged.get(), argument);
     for (uint32_t i = 1; i < vec_size(args); i++)
         vec_append(debugged.get(), vec_elementAt(args, i));
+    vec_append(debugged.get(), nullptr);
     const int status = spawn(db_debugger_path, debugged.get());
     host_remove(cmdfile);
     return status;
@@ -185,11 +196,13 @@ static int spawn_in_debugger(const char *app, const char *cmdfile, const Vector 
 
 int db_debugger(const char *app, Vector *args, bool force) {
     DEBUG_ASSERT(app != NULL);
-    vec_append(args, nullptr);
+    if (app == nullptr)
+        return -1;
     if ((force || zvdebug_debug_named(os_basename(app))) && debugger_exists()) {
         const OwnedString cmdfile = os_tempname_plain();
         if (write_commands(cmdfile.get()))
             return spawn_in_debugger(app, cmdfile.get(), args);
     }
+    vec_append(args, nullptr);
     return spawn(app, args);
 }

@@ -22,7 +22,7 @@ void package_finish();
 
 // Runs a program to its end and returns its exit status, or -1 if it could not be started: under
 // the debugger if `force` is set or --zvdebug=debug names it, and plainly otherwise. `args` begins
-// with the program's own name; a terminating null is appended to it.
+// with the program's own name; a plain start appends a terminating null to it.
 int db_debugger(const char *app, Vector *args, bool force);
 
 // The debugger that is looked for.
