@@ -108,11 +108,9 @@ static std::string_view next_token(std::string_view &rest) {
     return token;
 }
 
-// The integer that a token begins with, 0 without digits, kept within 32 bits.
+// The integer that a token begins with, 0 without digits.
 static int32_t decimal(std::string_view token) {
-    long long value = std::strtoll(std::string(token).c_str(), nullptr, 10);
-    return static_cast<int32_t>(std::clamp<long long>(value, std::numeric_limits<int32_t>::min(),
-                                                      std::numeric_limits<int32_t>::max()));
+    return str_to_int32(std::string(token).c_str());
 }
 
 // False for a type that is not known, which leaves the row's type 0.

@@ -26,27 +26,24 @@ uint32_t os_filesize(const char *path) {
 
 // --- Making directories
 
-// "C:" is no directory that could be made.
-static bool is_bare_drive(const char *path) {
-    return host_path_style().drives && isalpha(static_cast<unsigned char>(path[0])) &&
-           strcmp(path + 1, ":") == 0;
-}
-
 int os_mkdir(const char *path) {
     if (path == nullptr)
         return -1;
-    if (is_bare_drive(path) || os_is_dir(path))
+    if (path_is_bare_drive(host_path_style(), path) || os_is_dir(path))
         return 0;
     return os_exists(path) ? 1 : os_mkdir_parents(path);
 }
 
 int os_mkdir_parents(const char *path) {
+    // An empty parent is a drive's top directory; one that is there when it was made just now came
+    // of a separator at the end of the path, and is the directory asked for.
     const OwnedString parent = os_dirname(path);
     const bool parent_stands = parent == nullptr || *parent == '\0' ||
-                               is_bare_drive(parent.get()) || os_is_dir(parent.get());
+                               path_is_bare_drive(host_path_style(), parent.get()) ||
+                               os_is_dir(parent.get());
     if (!parent_stands && (os_exists(parent.get()) || os_mkdir_parents(parent.get()) != 0))
         return 1;
-    return host_mkdir(path) ? 0 : 1;
+    return host_mkdir(path) || (!parent_stands && os_is_dir(path)) ? 0 : 1;
 }
 
 // --- Removing them
@@ -69,7 +66,7 @@ static int remove_tree(const char *path) {
             static_cast<std::vector<std::string> *>(context)->emplace_back(name);
         return true;
     };
-    if (!host_list_directory(path, collect, &names))
+    if (host_list_directory(path, collect, &names) == Listing::unopened)
         return 0;
     for (const std::string &name : names)
         if (const int failure = remove_entry(os_join(path, name.c_str()).get()))
@@ -82,11 +79,6 @@ int os_rmtree(const char *path) {
 }
 
 // --- Copying files
-
-struct FileCloser {
-    void operator()(FILE *f) const { fclose(f); }
-};
-using FilePtr = std::unique_ptr<FILE, FileCloser>;
 
 // False unless every byte was read and has been handed to the system.
 static bool write_copy(FILE *source, const char *to) {

@@ -41,6 +41,10 @@ const char *host_temp_default();
 // Signals that end the program through the fatal handler, in order of installation.
 std::span<const int> host_caught_signals();
 
+// Lets exit() take two seconds from within a signal's handler before `give_up` is called: the
+// signal may have struck where exit() then waits for ever.
+void host_limit_exit(void (*give_up)(int));
+
 // Enters a variable into the environment, which keeps a copy; 0 on success.
 int host_setenv(const char *name, const char *value);
 void host_tzset();
@@ -68,6 +72,11 @@ struct FileIdentity {
 };
 bool host_file_identity(const char *path, FileIdentity *result);
 
+struct FileCloser {
+    void operator()(FILE *stream) const { std::fclose(stream); }
+};
+using FilePtr = std::unique_ptr<FILE, FileCloser>;
+
 // fopen, with a stream that programs started later do not inherit.
 FILE *host_fopen(const char *path, const char *mode);
 
@@ -87,10 +96,10 @@ int64_t host_read(int descriptor, void *buffer, size_t size);
 // Calls `entry` with each name in the directory, "." and ".." included, in the system's order,
 // until it returns false. `held` is false for a name that no path in the narrow code page leads to;
 // the name is then an approximation. The directory is read and closed before the first call, so
-// that walks of any depth hold no descriptors. Returns false if it cannot be opened or read to its
-// end; what was read has been passed on then.
+// that walks of any depth hold no descriptors. Of one that breaks off, what was read is passed on.
+enum class Listing { complete, broken, unopened };
 using DirectoryEntryFn = bool (*)(void *context, const char *name, bool held);
-bool host_list_directory(const char *path, DirectoryEntryFn entry, void *context);
+Listing host_list_directory(const char *path, DirectoryEntryFn entry, void *context);
 
 bool host_mkdir(const char *path);
 bool host_rmdir(const char *path);
@@ -119,6 +128,10 @@ OwnedString host_shortpath(const char *path);
 OwnedString host_stored_name(const char *path);
 
 // --- Descriptors
+
+// Opens whatever of standard input, output and error is closed to nowhere, so that no file that is
+// opened later takes its place.
+void host_open_standard_streams();
 
 int host_fileno(FILE *stream);
 int host_dup(int descriptor); // the duplicate is not inherited by started programs

@@ -96,8 +96,14 @@ const char *host_temp_default() {
 }
 
 std::span<const int> host_caught_signals() {
-    static constexpr std::array<int, 5> signals = {SIGINT, SIGTERM, SIGABRT, SIGSEGV, SIGFPE};
+    static constexpr std::array<int, 6> signals = {SIGHUP,  SIGINT,  SIGTERM,
+                                                   SIGABRT, SIGSEGV, SIGFPE};
     return signals;
+}
+
+void host_limit_exit(void (*give_up)(int)) {
+    signal(SIGALRM, give_up);
+    alarm(2);
 }
 
 int host_setenv(const char *name, const char *value) {
@@ -195,10 +201,10 @@ int64_t host_read(int descriptor, void *buffer, size_t size) {
     return uninterrupted([&] { return read(descriptor, buffer, size); });
 }
 
-bool host_list_directory(const char *path, DirectoryEntryFn entry, void *context) {
+Listing host_list_directory(const char *path, DirectoryEntryFn entry, void *context) {
     DIR *directory = opendir(path);
     if (directory == nullptr)
-        return false;
+        return Listing::unopened;
     std::vector<std::string> names;
     errno = 0;
     while (const dirent *found = readdir(directory)) {
@@ -211,7 +217,7 @@ bool host_list_directory(const char *path, DirectoryEntryFn entry, void *context
         if (!entry(context, name.c_str(), true))
             break;
     errno = failure;
-    return failure == 0;
+    return failure == 0 ? Listing::complete : Listing::broken;
 }
 
 bool host_mkdir(const char *path) {
@@ -289,6 +295,12 @@ OwnedString host_stored_name(const char *path) {
 
 // --- Descriptors
 
+void host_open_standard_streams() {
+    for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; descriptor++)
+        if (fcntl(descriptor, F_GETFD) == -1)
+            open("/dev/null", O_RDWR); // which takes the lowest number, this one
+}
+
 int host_fileno(FILE *stream) {
     return fileno(stream);
 }
@@ -332,15 +344,12 @@ bool host_wait_process(ProcessHandle process, int *status) {
 }
 
 int host_spawn_wait(const char *path, const char *const *argv) {
+    // The path is no part of it: quotes cannot stand in one on the host that passes one string.
     std::string command_line;
-    for (const char *const *argument = argv; *argument != nullptr; ++argument) {
-        if (argument != argv)
-            command_line += ' ';
-        command_line += *argument;
-    }
+    for (size_t i = 1; argv[0] != nullptr && argv[i] != nullptr; i++)
+        command_line += (i > 1 ? " " : "") + std::string(argv[i]);
     std::vector<std::string> arguments = split_command_line(command_line.c_str());
-    if (arguments.empty())
-        arguments.emplace_back(path);
+    arguments.emplace(arguments.begin(), path);
     std::vector<char *> pointers;
     for (std::string &argument : arguments)
         pointers.push_back(argument.data());

@@ -5,7 +5,6 @@
 #include <cassert>
 #include <cctype>
 #include <cerrno>
-#include <climits>
 #include <csignal>
 #include <cstdarg>
 #include <cstdlib>
@@ -15,14 +14,9 @@ static constexpr int stderr_fd = 2;
 
 // --- Host facts
 
-// As atoi(), with numbers out of range cut to it.
-static int number_of(const char *text) {
-    return static_cast<int>(std::clamp<long>(strtol(text, nullptr, 10), INT_MIN, INT_MAX));
-}
-
 int32_t os_ncores(bool use_env) {
     const char *announced = use_env ? getenv("bamboo_capability_Cores") : nullptr;
-    const int cores = announced != nullptr ? number_of(announced) : 0;
+    const int cores = announced != nullptr ? str_to_int32(announced) : 0;
     return std::max(cores != 0 ? cores : host_processor_count(), 1);
 }
 
@@ -64,15 +58,28 @@ static void restore_stream(int *saved, int descriptor, FILE *stream, const char 
     fflush(stream);
 }
 
+// The status that the program is ending with on a signal; 0 while it is not.
+static volatile std::sig_atomic_t dying = 0;
+
+static void give_up(int) {
+    _Exit(dying);
+}
+
+// exit() may fail, or wait for ever, when the signal has struck inside of the heap, a stream or
+// exit() itself; the second signal or the time limit then ends the program with the first's status.
 static void fatal_signal(int number) {
+    if (dying != 0)
+        give_up(number);
+    const std::span<const int> caught = host_caught_signals();
+    dying = std::find(caught.begin(), caught.end(), number) != caught.end() ? number : 1;
+    host_limit_exit(give_up);
     restore_stream(&saved_stdout_fd, stdout_fd, stdout, "\n");
     restore_stream(&saved_stderr_fd, stderr_fd, stderr, "");
     if (number == SIGFPE || number == SIGSEGV || number == SIGABRT)
         fputs("\n\nAn unexpected problem has been encountered and the program must quit; contact "
               "Norvane support with details\n\n",
               stderr);
-    const std::span<const int> caught = host_caught_signals();
-    exit(std::find(caught.begin(), caught.end(), number) != caught.end() ? number : 1);
+    exit(dying);
 }
 
 void os_catch_signals() {
@@ -81,7 +88,8 @@ void os_catch_signals() {
     if (saved_stderr_fd == -1)
         saved_stderr_fd = host_dup(stderr_fd);
     for (const int number : host_caught_signals())
-        signal(number, fatal_signal);
+        if (signal(number, fatal_signal) == SIG_IGN)
+            signal(number, SIG_IGN); // as whoever started the program wants it
     signals_installed = true;
 }
 

@@ -73,12 +73,14 @@ void os_keep_temps(bool flag) {
 
 // --- The directory and the names in it
 
-// The base directory, ready for a name to follow.
+// The base directory, ready for a name to follow. One that is relative to the current directory is
+// what the drive-letter host is used to; elsewhere it is no place for temporaries.
 static std::string temp_base() {
     std::string base;
     for (const char *variable : host_temp_variables())
         if (const char *value = getenv(variable); base.empty() && value != nullptr)
-            base = value;
+            if (host_path_style().drives || os_is_absolute(value))
+                base = value;
     if (base.empty())
         base = host_temp_default();
     const PathStyle &style = host_path_style();

@@ -190,6 +190,9 @@ std::span<const int> host_caught_signals() {
     return signals;
 }
 
+// Interruptions arrive in a thread of their own here, so that exit() does not wait for itself.
+void host_limit_exit(void (*)(int)) {}
+
 int host_setenv(const char *name, const char *value) {
     return _putenv((std::string(name) + '=' + value).c_str());
 }
@@ -349,7 +352,7 @@ static bool is_held(const char *narrow, const std::wstring &wide) {
     return to_wide(narrow) == wide && (dots || (!wide.ends_with(L'.') && !wide.ends_with(L' ')));
 }
 
-bool host_list_directory(const char *path, DirectoryEntryFn entry, void *context) {
+Listing host_list_directory(const char *path, DirectoryEntryFn entry, void *context) {
     std::string pattern = path;
     if (!pattern.empty() && strchr("\\/:", pattern.back()) == nullptr)
         pattern += '\\';
@@ -359,8 +362,11 @@ bool host_list_directory(const char *path, DirectoryEntryFn entry, void *context
         FindFirstFileExW(SystemPath(pattern.c_str()).get(), FindExInfoBasic, &data,
                          FindExSearchNameMatch, nullptr, FIND_FIRST_EX_LARGE_FETCH);
     // A drive's top directory has no "." and can be empty.
-    if (search == INVALID_HANDLE_VALUE)
-        return GetLastError() == ERROR_FILE_NOT_FOUND ? true : fail();
+    if (search == INVALID_HANDLE_VALUE) {
+        const DWORD error = GetLastError();
+        fail(error);
+        return error == ERROR_FILE_NOT_FOUND ? Listing::complete : Listing::unopened;
+    }
     std::vector<std::wstring> names;
     do
         names.emplace_back(data.cFileName);
@@ -372,7 +378,8 @@ bool host_list_directory(const char *path, DirectoryEntryFn entry, void *context
         if (!entry(context, narrow.get(), is_held(narrow.get(), name)))
             break;
     }
-    return error == ERROR_NO_MORE_FILES ? true : fail(error);
+    fail(error);
+    return error == ERROR_NO_MORE_FILES ? Listing::complete : Listing::broken;
 }
 
 bool host_mkdir(const char *path) {
@@ -452,6 +459,8 @@ OwnedString host_stored_name(const char *path) {
 }
 
 // --- Descriptors
+
+void host_open_standard_streams() {}
 
 int host_fileno(FILE *stream) {
     return _fileno(stream);

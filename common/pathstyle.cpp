@@ -1,6 +1,7 @@
 #include "pathstyle.h"
 
 #include <cassert>
+#include <cctype>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -27,6 +28,11 @@ bool path_is_absolute(const PathStyle &style, const char *path) {
     if (!style.drives)
         return path[0] == style.separator;
     return path[1] == ':' || (path[0] == '\\' && path[1] == '\\');
+}
+
+bool path_is_bare_drive(const PathStyle &style, const char *path) {
+    return style.drives && isalpha(static_cast<unsigned char>(path[0])) && path[1] == ':' &&
+           path[2] == '\0';
 }
 
 OwnedString path_join_style(const PathStyle &style, const char *dir, const char *name) {

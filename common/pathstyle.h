@@ -24,6 +24,9 @@ const char *path_last_separator(const PathStyle &style, const char *path);
 // False for null.
 bool path_is_absolute(const PathStyle &style, const char *path);
 
+// "C:" and no more, in the drive family.
+bool path_is_bare_drive(const PathStyle &style, const char *path);
+
 // `dir`, one separator, `name`; one written separator at the end of `dir` and one at the start of
 // `name` are dropped. Null if `dir` is null or empty; `name` must not be null.
 OwnedString path_join_style(const PathStyle &style, const char *dir, const char *name);

@@ -1,6 +1,7 @@
 #include "runtime.h"
 
 #include "alert.h"
+#include "osdep_host.h"
 #include "trace.h"
 #include "xalloc.h"
 
@@ -29,6 +30,7 @@ static void report_assertion(uint32_t number, const char *condition, const char 
 }
 
 void runtime_init(void (*cleanup)(int status)) {
+    host_open_standard_streams();
     alert_exit_hook = cleanup;
     out_of_memory_hook = report_out_of_memory;
     std::set_new_handler(report_out_of_memory);

@@ -50,12 +50,10 @@ template <class Hash> static OwnedBytes digest_of_stream(FILE *file) {
 }
 
 template <class Hash> static OwnedBytes digest_of_file(const char *path) {
-    FILE *file = host_fopen_regular(path);
+    const FilePtr file(host_fopen_regular(path));
     if (file == nullptr)
         shahash_fatal_cannot_open(path);
-    OwnedBytes digest = digest_of_stream<Hash>(file);
-    fclose(file);
-    return digest;
+    return digest_of_stream<Hash>(file.get());
 }
 
 // Lower-case hexadecimal, most significant digit first, and a NUL.
@@ -76,9 +74,11 @@ static int digit_value(char digit) {
 
 static OwnedBytes digest_from_hex(const char *text, size_t size) {
     OwnedBytes digest = new_digest(size);
-    for (size_t i = 0; i < size; i++)
-        digest[i] =
-            static_cast<uint8_t>(digit_value(text[2 * i]) << 4 | digit_value(text[2 * i + 1]));
+    const auto next = [&] { return *text != '\0' ? digit_value(*text++) : 0; };
+    for (size_t i = 0; i < size; i++) {
+        const int high = next();
+        digest[i] = static_cast<uint8_t>(high << 4 | next());
+    }
     return digest;
 }
 
@@ -129,29 +129,28 @@ void shahash_fatal_cannot_open(const char *path) {
 
 // --- Walk
 
-// A directory being walked and the one it was entered from.
-struct WalkedDirectory {
-    const WalkedDirectory *parent;
-    FileIdentity identity;
-    bool known; // the identity is
-};
-
-// A link to a directory that is being walked already would lead round for ever.
-static bool is_loop(const WalkedDirectory *directory) {
-    for (const auto *outer = directory->parent; outer != nullptr; outer = outer->parent)
-        if (outer->known && directory->known && outer->identity == directory->identity)
-            return true;
-    return false;
-}
-
+// A directory being walked.
 struct Walk {
     Vector *entries;
     const char *dir;
     const char *relative;
-    const WalkedDirectory *parent;
+    const Walk *parent;   // the directory it was entered from
+    bool complete = true; // no name in it was refused
+    bool linked = false;  // it was reached over a link
+    bool known = false;   // the identity is
+    FileIdentity identity = {};
 };
 
-static bool walk_directory(const Walk &walk);
+// A link to a directory that is being walked already would lead round for ever. Where there is no
+// link no identity is trusted: some file systems have none to tell.
+static bool is_loop(const Walk &walk) {
+    for (const Walk *outer = walk.parent; walk.linked && outer != nullptr; outer = outer->parent)
+        if (outer->known && walk.known && outer->identity == walk.identity)
+            return true;
+    return false;
+}
+
+static bool walk_directory(Walk walk);
 
 // Backslashes join the components of a manifest's paths and line ends end them.
 static bool fits_manifest(const char *name) {
@@ -167,8 +166,10 @@ static bool walk_entry(const Walk &walk, const char *name, bool held) {
         return false;
     }
     OwnedString relative = path_join_style(drive_path_style, walk.relative, name);
+    if (relative == nullptr)
+        relative = xstrdup(name);
     if (os_is_dir(full.get()))
-        return walk_directory({walk.entries, full.get(), relative.get(), walk.parent});
+        return walk_directory({walk.entries, full.get(), relative.get(), &walk});
 
     auto *entry = xnew<ManifestEntry>();
     entry->digest = sha256_file_hex(full.get());
@@ -177,23 +178,23 @@ static bool walk_entry(const Walk &walk, const char *name, bool held) {
     return true;
 }
 
-static bool walk_directory(const Walk &walk) {
-    WalkedDirectory here = {walk.parent, {}, false};
-    here.known = host_file_identity(walk.dir, &here.identity);
-    if (is_loop(&here))
+static bool walk_directory(Walk walk) {
+    walk.linked = walk.parent != nullptr && (walk.parent->linked || host_is_link(walk.dir));
+    walk.known = host_file_identity(walk.dir, &walk.identity);
+    if (is_loop(walk))
         return true;
 
-    struct Listing {
-        Walk walk;
-        bool complete;
-    } listing = {{walk.entries, walk.dir, walk.relative, &here}, true};
     const auto visit = [](void *context, const char *name, bool held) {
-        auto *current = static_cast<Listing *>(context);
-        current->complete = walk_entry(current->walk, name, held);
+        auto *current = static_cast<Walk *>(context);
+        current->complete = walk_entry(*current, name, held);
         return current->complete;
     };
-    host_list_directory(walk.dir, visit, &listing);
-    return listing.complete;
+    const Listing listing = host_list_directory(walk.dir, visit, &walk);
+    if (walk.complete && listing == Listing::broken) {
+        fprintf(stderr, "Cannot read directory \"%s\"\n", walk.dir);
+        return false;
+    }
+    return walk.complete;
 }
 
 bool shahash_walk(uint32_t, Vector *files, const char *dir, const char *relative) {
@@ -204,7 +205,7 @@ bool shahash_walk(uint32_t, Vector *files, const char *dir, const char *relative
 
 // --- Writing a manifest
 
-static void free_entries(Vector *entries) {
+void shahash_free_entries(Vector *entries) {
     for (auto *entry : VecEach<ManifestEntry>(entries)) {
         free(const_cast<char *>(entry->path));
         free(entry);
@@ -214,13 +215,13 @@ static void free_entries(Vector *entries) {
 
 // False unless every line has been handed to the system.
 static bool write_entries(Vector *entries, const char *path) {
-    FILE *file = host_fopen(path, "w");
+    FilePtr file(host_fopen(path, "w"));
     if (file == nullptr)
         return false;
     for (const auto *entry : VecEach<ManifestEntry>(entries))
-        fprintf(file, "%s *%s\n", entry->digest, entry->path);
-    const bool written = ferror(file) == 0;
-    return fclose(file) == 0 && written;
+        fprintf(file.get(), "%s *%s\n", entry->digest, entry->path);
+    const bool written = ferror(file.get()) == 0;
+    return fclose(file.release()) == 0 && written;
 }
 
 bool shahash_write_manifest(uint32_t flags, const char *dir, const char *manifest) {
@@ -232,7 +233,7 @@ bool shahash_write_manifest(uint32_t flags, const char *dir, const char *manifes
     const bool done = shahash_walk(flags, entries, dir, dir) &&
                       write_entries(entries, temporary.get()) &&
                       copyfile_helper(temporary.get(), manifest);
-    free_entries(entries);
+    shahash_free_entries(entries);
     return done;
 }
 
@@ -285,22 +286,20 @@ static void append_record(Vector *entries, const char *base, const ManifestLine 
 }
 
 Vector *shahash_read_manifest(const char *manifest, const char *base) {
-    FILE *file = host_fopen_regular(manifest);
+    const FilePtr file(host_fopen_regular(manifest));
     if (file == nullptr)
         return nullptr;
     Vector *entries = vec_new(__FILE__, __LINE__);
     ManifestLine fields;
     bool sound = true;
-    for (std::string_view line; sound && !(line = sc_readLineBytes(file)).empty();) {
+    for (std::string_view line; sound && !(line = sc_readLineBytes(file.get())).empty();) {
         sound = shahash_parse_line(line, &fields);
         if (sound)
             append_record(entries, base, fields);
     }
-    sound = sound && ferror(file) == 0;
-    fclose(file);
-    if (sound)
+    if (sound && ferror(file.get()) == 0)
         return entries;
-    free_entries(entries);
+    shahash_free_entries(entries);
     return nullptr;
 }
 
@@ -314,18 +313,16 @@ static bool check_lines(FILE *file) {
 }
 
 bool shahash_check_manifest(const char *manifest, const char *dir) {
-    FILE *file = host_fopen_regular(manifest);
+    const FilePtr file(host_fopen_regular(manifest));
     if (file == nullptr)
         return false;
+    if (dir == nullptr)
+        return check_lines(file.get());
     const OwnedString before = os_getcwd();
-    bool passed = dir == nullptr || (before != nullptr && host_chdir(dir));
-    if (passed) {
-        passed = check_lines(file);
-        if (dir != nullptr)
-            passed = host_chdir(before.get()) && passed;
-    }
-    fclose(file);
-    return passed;
+    if (before == nullptr || !host_chdir(dir))
+        return false;
+    const bool passed = check_lines(file.get());
+    return host_chdir(before.get()) && passed;
 }
 
 bool shahash_check_entries(Vector *entries) {

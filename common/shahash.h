@@ -32,7 +32,8 @@ const char *sha256_hex(const uint8_t *digest);
 const char *sha1_hex(const uint8_t *digest);
 
 // The digest that 64 (40) hexadecimal digits of either case spell. Nothing is rejected: a character
-// below "A" counts as its distance from "0", any other as its code less 55, in four bits.
+// below "A" counts as its distance from "0", any other as its code less 55, in four bits; a text
+// that is too short is filled up with "0".
 OwnedBytes sha256_from_hex(const char *text);
 OwnedBytes sha1_from_hex(const char *text);
 
@@ -42,6 +43,9 @@ struct ManifestEntry {
     const char *path;   // as in the manifest; the entry's own
     const char *digest; // 64 hexadecimal digits, interned
 };
+
+// Frees a vector of entries with them and their paths.
+void shahash_free_entries(Vector *entries);
 
 // Writes the manifest of all files under `dir`. Nothing appears at `manifest` before it is
 // complete, and a manifest that stood there stays if anything fails. `flags` is for the walk, which
@@ -68,7 +72,7 @@ struct ManifestLine {
 bool shahash_parse_line(std::string_view line, ManifestLine *fields);
 
 // The records of a whole manifest, each path joined to `base`; null if it cannot be read or a line
-// has no space. The caller frees the vector and the entries.
+// has no space. To be freed by shahash_free_entries.
 Vector *shahash_read_manifest(const char *manifest, const char *base);
 
 // Checks every line, after changing to `dir` (and back) when it is given; stops at the first line

@@ -82,6 +82,11 @@ int str_nicmp(const char *a, const char *b, size_t length) {
     return 0;
 }
 
+int32_t str_to_int32(const char *text) {
+    const long long value = std::strtoll(text, nullptr, 10);
+    return static_cast<int32_t>(std::clamp<long long>(value, INT32_MIN, INT32_MAX));
+}
+
 void fprint_quoted(FILE *stream, const char *text) {
     std::fprintf(stream, "\"%s\"", text);
 }

@@ -59,6 +59,9 @@ OwnedString str_vformat(const char *format, va_list args) PRINTF_LIKE(1, 0);
 int str_icmp(const char *a, const char *b);
 int str_nicmp(const char *a, const char *b, size_t length);
 
+// As atoi(), with numbers out of range cut to it.
+int32_t str_to_int32(const char *text);
+
 // Prints `text` in double quotes.
 void fprint_quoted(FILE *stream, const char *text);
 

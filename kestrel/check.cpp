@@ -130,7 +130,7 @@ ProcessHandle runProgram(const char *exe, Vector *args) {
 }
 
 // Without a separator at the end, which would escape the quote that may follow it.
-static const char *plain_directory(const char *directory) {
+static const char *without_end_separators(const char *directory) {
     const PathStyle &style = host_path_style();
     size_t length = strlen(directory);
     while (length > 1 && path_is_separator(style, directory[length - 1]) &&
@@ -147,7 +147,7 @@ static const char *debug_argument(const TaskRange &range) {
         return nullptr;
     const char *name = sc_format("kestrel_%u-%u.out", range.start, range.end);
     if (const char *log = zvdebug_out_path())
-        name = sc_pathJoin(sc_dirname(log), name);
+        name = sc_concat(sc_ncopy(log, static_cast<size_t>(os_basename(log) - log)), name);
     if (strchr(name, ',') != nullptr)
         return nullptr;
     if (*name == '+')
@@ -158,16 +158,16 @@ static const char *debug_argument(const TaskRange &range) {
 // What every task is told.
 struct TaskSetting {
     const char *exe;
-    const char *manifest;
-    const char *instdir;
+    const char *manifest_option;
+    const char *instdir_option;
 };
 
 static ProcessHandle start_task(const TaskSetting &setting, uint32_t position,
                                 const TaskRange &range) {
     const VectorPtr args(vec_new(__FILE__, __LINE__));
     vec_append(args.get(), setting.exe);
-    vec_append(args.get(), setting.manifest);
-    vec_append(args.get(), setting.instdir);
+    vec_append(args.get(), setting.manifest_option);
+    vec_append(args.get(), setting.instdir_option);
     vec_append(args.get(),
                sc_format("--check=%ld,%u,%u", static_cast<long>(position), range.start, range.end));
     if (const char *debug = debug_argument(range))
@@ -219,18 +219,19 @@ bool check_manifest(const char *manifest, const char *instdir) {
     if (verbose != 0)
         printf("Checking manifest \"%s\" for installation \"%s\"\n", manifest, instdir);
     const OwnedString before = os_getcwd();
-    if (!enter_directory(instdir)) {
+    // Without a current directory a relative path has stayed one, and would lead elsewhere.
+    if ((before == nullptr && !os_is_absolute(manifest)) || !enter_directory(instdir)) {
         TRACE_EXIT("Could not change to directory: \"%s\"", instdir);
         return false;
     }
-    FILE *file = host_fopen_regular(manifest);
+    FilePtr file(host_fopen_regular(manifest));
     if (file == nullptr) {
         TRACE_EXIT("Could not open manifest file \"%s\"", manifest);
         return false;
     }
     const char *failure = nullptr;
-    const LineIndex index = index_lines(file, &failure);
-    fclose(file);
+    LineIndex index = index_lines(file.get(), &failure);
+    file.reset();
     if (index == nullptr) {
         TRACE_EXIT("%s", failure);
         return false;
@@ -242,20 +243,21 @@ bool check_manifest(const char *manifest, const char *instdir) {
     const uint32_t tasks = choose_task_count(lines);
     if (tasks == 1) {
         TRACE_EXIT("Only 1 core available, doing manifest directly...");
+        index.reset();
         return check_manifest_range(manifest, instdir, 0, 0, lines);
     }
-    const OwnedBytes table(static_cast<uint8_t *>(calloc(tasks, sizeof(ProcessHandle))));
+    const std::unique_ptr<ProcessHandle[], FreeDeleter> handles(
+        static_cast<ProcessHandle *>(calloc(tasks, sizeof(ProcessHandle))));
     const OwnedString exe = os_progpath();
-    if (table == nullptr) {
+    if (handles == nullptr) {
         TRACE_EXIT("Could not allocate memory");
         return false;
     }
     const TaskSetting setting = {
         exe != nullptr ? sc_strdup(exe.get()) : "",
         sc_format("--manifest=%s", cmdline_escape(manifest)),
-        sc_format("--instdir=%s", cmdline_escape(plain_directory(instdir)))};
-    const bool passed =
-        run_tasks(setting, index, tasks, reinterpret_cast<ProcessHandle *>(table.get()));
+        sc_format("--instdir=%s", cmdline_escape(without_end_separators(instdir)))};
+    const bool passed = run_tasks(setting, index, tasks, handles.get());
     TRACE_EXIT("Hash verification %s", passed ? "passed" : "failed");
     return passed;
 }

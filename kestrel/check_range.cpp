@@ -19,9 +19,11 @@ bool enter_directory(const char *directory) {
     return true;
 }
 
-// The lines of the range, as far as the file has them; null for a manifest that cannot be read or
-// holds a NUL.
-static BlockVectorPtr gather_lines(FILE *file, int32_t position, uint32_t start, uint32_t end) {
+// The lines of the range, as far as the file has them; null, with the reason in `failure`, for a
+// manifest that cannot be read or holds a NUL.
+static BlockVectorPtr gather_lines(FILE *file, int32_t position, uint32_t start, uint32_t end,
+                                   const char **failure) {
+    *failure = "Could not read manifest file";
     BlockVectorPtr lines(vec_new(__FILE__, __LINE__));
     const bool seeking = position >= 1;
     if (seeking) {
@@ -35,8 +37,10 @@ static BlockVectorPtr gather_lines(FILE *file, int32_t position, uint32_t start,
         const std::string_view line = sc_readLineBytes(file);
         if (line.empty())
             break;
-        if (line.find('\0') != line.npos)
+        if (line.find('\0') != line.npos) {
+            *failure = "Manifest data was malformed";
             return nullptr;
+        }
         if (i >= start)
             vec_append(lines.get(), xstrndup(line.data(), line.size()).release());
     }
@@ -54,19 +58,21 @@ bool check_manifest_range(const char *manifest, const char *instdir, int32_t pos
     TRACE_MESSAGE("Performing partial check of manifest \"%s\" for installation \"%s\"", manifest,
                   instdir);
     const OwnedString before = os_getcwd();
-    if (!enter_directory(instdir)) {
+    // Without a current directory a relative path has stayed one, and would lead elsewhere.
+    if ((before == nullptr && !os_is_absolute(manifest)) || !enter_directory(instdir)) {
         TRACE_EXIT("Could not change to directory: \"%s\"", instdir);
         return false;
     }
-    FILE *file = host_fopen_regular(manifest);
+    FilePtr file(host_fopen_regular(manifest));
     if (file == nullptr) {
         TRACE_EXIT("Could not open manifest file \"%s\"", manifest);
         return false;
     }
-    const BlockVectorPtr lines = gather_lines(file, position, start, end);
-    fclose(file);
+    const char *failure = nullptr;
+    const BlockVectorPtr lines = gather_lines(file.get(), position, start, end, &failure);
+    file.reset();
     if (lines == nullptr) {
-        TRACE_EXIT("Manifest data was malformed");
+        TRACE_EXIT("%s", failure);
         return false;
     }
     if (vec_size(lines.get()) == 0) {

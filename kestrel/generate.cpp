@@ -25,14 +25,14 @@ bool generate_manifest(const char *manifest, const char *instdir) {
         printf("Generating manifest \"%s\" for installation \"%s\"\n", manifest, instdir);
 
     const OwnedString before = os_getcwd();
-    if (!enter_directory(instdir)) {
+    if (before == nullptr || !enter_directory(instdir)) {
         TRACE_EXIT("Could not change to directory: \"%s\"\n", instdir);
         return false;
     }
     const bool written = write_manifest(manifest);
     if (!written)
         TRACE_MESSAGE("Could not generate manifest");
-    if (before == nullptr || !enter_directory(before.get())) {
+    if (!enter_directory(before.get())) {
         TRACE_EXIT("Could not change to directory: \"%s\"\n", instdir);
         return false;
     }

@@ -7,6 +7,9 @@
 
 #include <cstdint>
 
+// The first argument as it came; null without any.
+extern const char *program_name;
+
 // Progress lines go to standard output while this is not 0.
 extern int32_t verbose;
 

@@ -6,13 +6,13 @@
 #include "stringcache.h"
 #include "trace.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <source_location>
 #include <string_view>
 
+const char *program_name = nullptr;
 int32_t verbose = 1;
 int32_t task_limit = -1;
 
@@ -71,11 +71,6 @@ static void print_usage() {
 
 // --- Options
 
-// As atol() where a long has 32 bits, with numbers out of range cut to it.
-static int32_t number_of(const char *text) {
-    return static_cast<int32_t>(std::clamp<long>(strtol(text, nullptr, 10), INT32_MIN, INT32_MAX));
-}
-
 static const char *absolute_path(const char *path) {
     return os_is_absolute(path) ? sc_strdup(path) : sc_strdup(os_fullpath(path).get());
 }
@@ -98,9 +93,9 @@ static void read_range(const char *text, Options &options) {
         fputs("Invalid syntax for option: --check\n", stderr);
         leave_main(1, "Invalid syntax for --check option");
     }
-    options.position = number_of(text);
-    options.start = number_of(first + 1);
-    options.end = number_of(second + 1);
+    options.position = str_to_int32(text);
+    options.start = str_to_int32(first + 1);
+    options.end = str_to_int32(second + 1);
     options.range_check = true;
 }
 
@@ -133,7 +128,7 @@ static void read_option(const char *argument, Options &options) {
         TRACE_MESSAGE("Got range check option; Start position: %ld, start line: %d, end line: %d",
                       static_cast<long>(options.position), options.start, options.end);
     } else if (const char *tasks = value_of("--tasks=")) {
-        task_limit = number_of(tasks);
+        task_limit = str_to_int32(tasks);
         TRACE_MESSAGE("Got task limit option for %d tasks", task_limit);
     }
 }
@@ -186,7 +181,7 @@ static void print_verdict(bool passed) {
 int main(int argc, char **argv) {
     runtime_init(cleanup);
     os_catch_signals();
-    sc_strdup(argc > 0 ? argv[0] : nullptr);
+    program_name = sc_strdup(argc > 0 ? argv[0] : nullptr);
     Vector *arguments = cmdline_args(argc, argv);
     TRACE_ENTER();
 

@@ -16,7 +16,7 @@ static std::vector<std::string> listing(const char *directory) {
         static_cast<std::vector<std::string> *>(context)->emplace_back(name);
         return true;
     };
-    EXPECT_TRUE(host_list_directory(directory, collect, &names));
+    EXPECT_EQ(host_list_directory(directory, collect, &names), Listing::complete);
     std::sort(names.begin(), names.end());
     return names;
 }
@@ -101,8 +101,8 @@ TEST(OsFiles, ListingTellsEveryNameOnce) {
         ADD_FAILURE();
         return true;
     };
-    EXPECT_FALSE(host_list_directory(scratch.path("gone").c_str(), never, nullptr));
-    EXPECT_FALSE(host_list_directory(scratch.path("a b").c_str(), never, nullptr));
+    EXPECT_EQ(host_list_directory(scratch.path("gone").c_str(), never, nullptr), Listing::unopened);
+    EXPECT_EQ(host_list_directory(scratch.path("a b").c_str(), never, nullptr), Listing::unopened);
 }
 
 TEST(OsFiles, PathsBeyond260Characters) {

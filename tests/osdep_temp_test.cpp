@@ -56,8 +56,8 @@ TEST(OsTemp, BaseNamesAndRemovalAtExit) {
     } cases[] = {
         {elsewhere, "sub", elsewhere + separator},
         {elsewhere + separator, "", elsewhere + separator},
-        {"", "sub", "sub" + separator},
-        {"sub" + separator + "new", "", "sub" + separator + "new" + separator},
+        {"", "sub", windows ? "sub\\" : "/tmp/"},
+        {"sub\\new", "", windows ? "sub\\new\\" : "/tmp/"},
         {"", "", windows ? ".\\" : "/tmp/"},
     };
     for (const auto &c : cases) {
