@@ -1,0 +1,532 @@
+// The tool seen from outside, and the division of its work.
+#include "cmdline.h"
+#include "kestrel.h"
+#include "scratch.h"
+#include "stringcache.h"
+
+#include <algorithm>
+#include <gtest/gtest.h>
+#include <random>
+#include <sstream>
+#include <vector>
+
+// What the tool's entry defines, which is not part of this program.
+const char *program_name = nullptr;
+int32_t verbose = 0;
+int32_t task_limit = -1;
+
+using Lines = std::vector<std::string>;
+
+static Lines split(const std::string &text) {
+    Lines lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line); lines.push_back(line))
+        std::erase(line, '\r');
+    return lines;
+}
+
+static std::string joined(const Lines &lines, const char *line_end) {
+    std::string text;
+    for (const std::string &line : lines)
+        text += line + line_end;
+    return text;
+}
+
+// --- Division of the work
+
+TEST(KestrelTasks, EveryLineBelongsToOneRange) {
+    for (uint32_t lines = 0; lines <= 300; lines++) {
+        for (uint32_t tasks = 1; tasks <= 40; tasks++) {
+            uint32_t next = 0;
+            for (uint32_t i = 0; i < tasks; i++) {
+                const TaskRange range = task_range(lines, tasks, i);
+                ASSERT_EQ(range.start, next) << lines << " lines, task " << i << " of " << tasks;
+                ASSERT_GE(range.end + 1, next) << lines << " lines, task " << i << " of " << tasks;
+                next = range.end + 1;
+            }
+            ASSERT_EQ(next, lines + 1) << lines << " lines, " << tasks << " tasks";
+        }
+    }
+    EXPECT_EQ(task_range(1000, 8, 7).start, 876u);
+    EXPECT_EQ(task_range(UINT32_MAX, 2, 1).end, UINT32_MAX);
+}
+
+TEST(KestrelTasks, CountFollowsLinesAndProcessors) {
+    const struct {
+        uint32_t lines;
+        int32_t processors;
+        uint32_t tasks;
+    } cases[] = {{1000, 2, 8},   {808, 2, 8},  {807, 2, 7},   {500, 2, 4},
+                 {10, 4, 16},    {16, 4, 16},  {17, 4, 1},    {202, 4, 2},
+                 {100000, 1, 1}, {5000, 0, 1}, {5000, -3, 1}, {10, INT32_MAX, INT32_MAX / 4 * 4}};
+    for (const auto &c : cases)
+        EXPECT_EQ(adjusted_task_count(c.lines, c.processors), c.tasks) << c.lines;
+}
+
+TEST(KestrelTasks, ProgramsAreStartedWithQuotedArguments) {
+    const char *const none = nullptr;
+    const VectorPtr args(vec_new(__FILE__, __LINE__));
+    EXPECT_EQ(vecString(nullptr), nullptr);
+    EXPECT_EQ(vecString(args.get()), nullptr);
+    for (const char *argument : {"C:\\a b\\k.exe", "plain\\", "\"hi\" you", "\"", "a\tb", none, ""})
+        vec_append(args.get(), argument);
+    EXPECT_STREQ(vecString(args.get()),
+                 "\"C:\\a b\\k.exe\" plain\\ \"\\\"hi\\\" you\" \\\" \"a\tb\"  ");
+
+    const std::string program = child_program();
+    const VectorPtr exit(vec_new(__FILE__, __LINE__));
+    for (const char *argument : {program.c_str(), none, "--exit", "7", none})
+        vec_append(exit.get(), argument);
+    EXPECT_EQ(runProgram((program + ".gone").c_str(), exit.get()), 0);
+    int status = 0;
+    EXPECT_TRUE(host_wait_process(runProgram(program.c_str(), exit.get()), &status));
+    EXPECT_EQ(status, 7);
+}
+
+// --- Running the tool
+
+struct Outcome {
+    int status;
+    std::string output; // of both streams, which mix in another order on each host
+    bool operator==(const Outcome &other) const {
+        Lines mine = split(output), theirs = split(other.output);
+        std::sort(mine.begin(), mine.end());
+        std::sort(theirs.begin(), theirs.end());
+        return status == other.status && mine == theirs;
+    }
+};
+
+static std::ostream &operator<<(std::ostream &to, const Outcome &outcome) {
+    return to << "status " << outcome.status << ", output: " << outcome.output;
+}
+
+// The argument, spelt so that it arrives as `text`: the tool takes backslashes away, and before it
+// the runtime that splits the command line.
+static const char *spelt(const std::string &text) {
+    std::string result;
+    size_t backslashes = 0;
+    for (const char c : std::string(cmdline_escape(text.c_str()))) {
+        if (c == '"')
+            result.append(backslashes + 1, '\\');
+        backslashes = c == '\\' ? backslashes + 1 : 0;
+        result += c;
+    }
+    if (text.find_first_of(" \t\n") != std::string::npos)
+        result.append(backslashes, '\\');
+    return sc_strdup(result.c_str());
+}
+
+static Outcome kestrel(const Lines &arguments) {
+    const OwnedString directory = os_dirname(os_progpath().get());
+    std::string program = native_join(directory.get(), "kestrel");
+    if (!os_exists(program.c_str()))
+        program += ".exe";
+    Vector *args = vec_new(__FILE__, __LINE__);
+    vec_append(args, program.c_str());
+    for (const std::string &argument : arguments)
+        vec_append(args, spelt(argument));
+    FILE *f = os_popen(args);
+    if (f == nullptr)
+        return {-1, "(not run)"};
+    const std::string output = read_all(f);
+    return {os_pclose(f), output};
+}
+
+// A tree of small files and its manifest beside it, in a directory that may have an odd name.
+class Installation {
+  public:
+    explicit Installation(const std::string &name = "dir", int files = 20)
+        : top(scratch.path(name.c_str())), tree(native_join(top.c_str(), "tree")),
+          manifest(native_join(top.c_str(), "manifest")) {
+        host_mkdir(top.c_str());
+        host_mkdir(tree.c_str());
+        for (int i = 0; i < files; i++)
+            add("f" + std::to_string(i), std::to_string(i));
+    }
+
+    static void write(const std::string &path, const std::string &bytes) {
+        FILE *f = host_fopen(path.c_str(), "wb");
+        ASSERT_NE(f, nullptr) << path;
+        fwrite(bytes.data(), 1, bytes.size(), f);
+        fclose(f);
+    }
+
+    void add(const std::string &name, const std::string &bytes) const {
+        write(native_join(tree.c_str(), name.c_str()), bytes);
+    }
+
+    // Runs -g; the lines of the manifest.
+    Lines generate() const {
+        EXPECT_EQ(run({"-g"}),
+                  (Outcome{0, announced("Generating") + "Manifest file successfully created\n"}));
+        return split(read_file(manifest));
+    }
+
+    Outcome run(Lines arguments) const {
+        arguments.push_back("--manifest=" + manifest);
+        arguments.push_back("--instdir=" + tree);
+        return kestrel(arguments);
+    }
+
+    Outcome check(size_t tasks) const { return run({"-c", "--tasks=" + std::to_string(tasks)}); }
+
+    Outcome verdict(bool passed) const {
+        return {passed ? 0 : 1,
+                announced("Checking") + "Verification " + (passed ? "passed\n" : "failed\n")};
+    }
+
+    std::string announced(const char *mode) const {
+        return std::string(mode) + " manifest \"" + manifest + "\" for installation \"" + tree +
+               "\"\n";
+    }
+
+    const Scratch scratch;
+    const std::string top, tree, manifest;
+};
+
+// --- Options
+
+static const char *const HELP_BODY = R"(
+Options:
+  -g                           Generate a manifest containing hashes of files found under the directory specified by --instdir
+  -c                           Check a manifest containing hashes of files found under the directory specified by --instdir
+  -v                           Turn on verbose (default is on)
+  -h                           Display this help text
+  --manifest=<argument>        The path to the manifest file
+  --instdir=<argument>         The top-level directory where under the files to be verified or hashed exist
+  --tasks=<argument>           Specify how many parallel tasks should be used. If not specified, it will be calculated automatically
+  --help                       Display this help text
+
+
+Example usage:
+  To generate a new manifest file named "foo" for the files under the directory "bar", use;
+    kestrel -v -g --manifest=foo --instdir=bar
+
+  To check hashes in manifest file "foo" against the files under the directory "bar", use;
+    kestrel -v -c --manifest=foo --instdir=bar
+
+)";
+
+TEST(KestrelOptions, HelpAndComplaints) {
+    const std::string help = kestrel({"-h"}).output;
+    EXPECT_EQ(help.find("Norvane Kestrel V2.41\n"), 0u);
+    EXPECT_NE(split(help)[1].find("2023"), std::string::npos);
+    EXPECT_EQ(help.substr(help.find('\n', help.find('\n') + 1) + 1), HELP_BODY);
+
+    const std::string nowhere = "Missing installation directory. Please specify the tool path with "
+                                "the option: --instdir=path\n";
+    const std::string none =
+        "Missing generate -g or check -c options. One of them must be provided\n";
+    const std::string both =
+        "Both the generate -g and check -c options were provided. Only one can be accepted\n";
+    const std::string syntax = "Invalid syntax for option: --check\n";
+    const Installation inst("dir", 1);
+    const std::string here = "--instdir=" + inst.tree, gone = "--instdir=" + inst.manifest;
+    const std::string no_log = native_join(inst.manifest.c_str(), "log");
+    const struct {
+        Lines arguments;
+        Outcome outcome;
+    } cases[] = {
+        {{"--help", "--check=1"}, {0, help}},
+        {{"-g", "-c", here, "-h"}, {0, help}},
+        {{}, {1, nowhere + help}},
+        {{here}, {1, none + help}},
+        {{here, "-v", "-vv", "-gx", "-C", "--helpme", "--zv", "stray"}, {1, none + help}},
+        {{"-g", "-c", here}, {1, both + help}},
+        {{"--check=5,1", "-h"}, {1, syntax}},
+        {{here, "--check="}, {1, syntax}},
+        {{"-g", gone}, {1, "There was a problem generating the manifest file\n"}},
+        {{"-c", gone}, {1, "Verification failed\n"}},
+        {{"-c", here, "--check=0,0,0"}, {1, ""}},
+        {{"--check=0,0,0", here, "-v"}, {1, "Verification failed\n"}},
+        {{"--zvdebug=on,out:" + no_log, "-g", here},
+         {1, "(141) can't open debug-out file \"" + no_log + "\": No such file or directory\n"}},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(kestrel(c.arguments), c.outcome) << testing::PrintToString(c.arguments);
+    EXPECT_FALSE(os_exists(native_join(inst.tree.c_str(), "manifest").c_str()));
+}
+
+TEST(KestrelOptions, ManifestIsWrittenAndChecked) {
+    const Installation inst;
+    Installation::write(inst.manifest, std::string(100000, 'x'));
+    EXPECT_EQ(inst.generate().size(), 20u);
+    const std::string text = read_file(inst.manifest);
+    EXPECT_EQ(inst.check(2), inst.verdict(true));
+    EXPECT_EQ(inst.run({"-g", "--check=0,0,0"}), (Outcome{0, ""}));
+
+    // Relative paths, of which the last counts, and the manifest's place when none is given.
+    const OwnedString before = os_getcwd();
+    EXPECT_TRUE(host_chdir(inst.top.c_str()));
+    EXPECT_EQ(kestrel({"-g", "--instdir=x", "--manifest=./tree/../m", "--instdir=tree/"}).status,
+              0);
+    EXPECT_EQ(kestrel({"-c", "--instdir=./tree/", "--manifest=m", "--tasks=3"}).status, 0);
+    EXPECT_EQ(kestrel({"-g", "--instdir=tree"}).status, 0);
+    EXPECT_EQ(kestrel({"-c", "--instdir=tree", "--tasks=3"}).status, 0);
+    for (const char *manifest : {"m", "tree/manifest"})
+        EXPECT_EQ(read_file(manifest), text);
+    host_chdir(before.get());
+}
+
+// --- Checking
+
+TEST(KestrelCheck, RangesOfLines) {
+    const Installation inst("dir", 10); // whose lines have one length
+    const Lines lines = inst.generate();
+    const size_t length = read_file(inst.manifest).size() / 10;
+    inst.add(lines[3].substr(68), "damaged");
+    const struct {
+        size_t position;
+        const char *range;
+        int status;
+    } cases[] = {{0, "0,2", 0},          {0, "0,3", 1},
+                 {0, "3,3", 1},          {0, "4,2147483647", 0},
+                 {0, "9,10", 0},         {0, "10,10", 1}, // no data
+                 {0, "2,1", 1},          {length, "1,2", 0},
+                 {length, "90,91", 0}, // only the position counts
+                 {length + 1, "1,1", 1}, {4 * length, "4,2147483647", 0},
+                 {0, "x,,", 0},          {0, "-1,-1", 1}};
+    for (const auto &c : cases)
+        EXPECT_EQ(inst.run({"--check=" + std::to_string(c.position) + "," + c.range}),
+                  (Outcome{c.status, ""}))
+            << c.position << " " << c.range;
+    EXPECT_EQ(inst.run({"-c", "--tasks=2", "--check=-9,4,9"}).status, 0) << "the range decides";
+}
+
+TEST(KestrelCheck, DamageIsFoundByAnyNumberOfTasks) {
+    const Installation inst;
+    const Lines lines = inst.generate();
+    const std::string text = joined(lines, "\n");
+    const std::string head = text.substr(0, text.rfind(lines[19]));
+    for (const size_t tasks : {1, 2, 3, 7, 8, 16}) {
+        EXPECT_EQ(inst.check(tasks), inst.verdict(true)) << tasks;
+        // The ends of the first two ranges and of the last.
+        for (const size_t line : {size_t{0}, 20 / tasks, 20 / tasks + 1, size_t{19}}) {
+            const std::string name = lines[std::min(line, size_t{19})].substr(68);
+            const std::string file = native_join(inst.tree.c_str(), name.c_str());
+            const std::string bytes = read_file(file);
+            if (line % 2 == 0)
+                inst.add(name, bytes + " ");
+            else
+                host_remove(file.c_str());
+            EXPECT_EQ(inst.check(tasks), inst.verdict(false)) << line << " of " << tasks;
+            inst.add(name, bytes);
+        }
+        for (const size_t left : {size_t{30}, size_t{66}, lines[19].size() - 1}) {
+            Installation::write(inst.manifest, head + lines[19].substr(0, left));
+            EXPECT_EQ(inst.check(tasks), inst.verdict(false)) << left << " left, " << tasks;
+        }
+        Installation::write(inst.manifest, text);
+    }
+    // Tasks without lines have verified nothing.
+    for (const size_t tasks : {20, 40})
+        EXPECT_EQ(inst.check(tasks), inst.verdict(false)) << tasks;
+}
+
+TEST(KestrelCheck, OnlySoundManifestsPass) {
+    const Installation inst("dir", 12);
+    const Lines lines = inst.generate();
+    host_mkdir(native_join(inst.tree.c_str(), "sub").c_str());
+    const std::string text = joined(lines, "\n");
+    const std::string half = joined({lines.begin(), lines.begin() + 6}, "\n");
+    const std::string rest = text.substr(half.size());
+    const std::string nul(1, '\0');
+    std::string slashes = text, upper = lines[0], noise;
+    std::replace(slashes.begin(), slashes.end(), '\\', '/');
+    upper[upper.find_first_of("abcdef")] ^= 0x20;
+    for (std::mt19937 random(1); noise.size() < 100000;)
+        noise += static_cast<char>(random());
+    const struct {
+        const char *what;
+        std::string text;
+        bool passes = false;
+    } cases[] = {
+        {"LF", text, true},
+        {"CR LF", joined(lines, "\r\n"), true},
+        {"slashes", slashes, true},
+        {"no last line end", text.substr(0, text.size() - 1), true},
+        {"empty", ""},
+        {"empty last line", text + "\n"},
+        {"blank line", half + " \n" + rest},
+        {"upper case", half + upper + "\n" + rest},
+        {"directory", half + lines[0].substr(0, 66) + ".\\sub\n" + rest},
+        {"NUL before the line end", half + lines[0] + nul + "\n" + rest},
+        {"NUL in the digest", half + nul + lines[0] + "\n" + rest},
+        {"NUL at the end", text + nul},
+        {"no line ends", joined(lines, "")},
+        {"CR alone", joined(lines, "\r")},
+        {"one long line", half + std::string(2000000, 'a') + "\n" + rest},
+        {"noise", noise},
+        {"noise within", half + noise + rest},
+    };
+    for (const auto &c : cases) {
+        Installation::write(inst.manifest, c.text);
+        for (const size_t tasks : {1, 3}) {
+            const Outcome outcome = inst.check(tasks);
+            EXPECT_EQ(outcome.status, c.passes ? 0 : 1) << c.what << ", " << tasks << " tasks";
+            EXPECT_EQ(outcome == inst.verdict(true), c.passes) << c.what << ", " << tasks;
+        }
+    }
+    const std::string device = os_kind() != 0 ? "NUL" : "/dev/zero";
+    for (const std::string &manifest : {device, inst.tree})
+        EXPECT_EQ(kestrel({"-c", "--instdir=" + inst.tree, "--manifest=" + manifest}).status, 1);
+}
+
+// Blanks before the asterisk give lines of any length, about the length of the reader's block too.
+TEST(KestrelCheck, LinesOfAnyLengthAreWholeLines) {
+    const Installation inst("dir", 1);
+    const std::string line = inst.generate()[0];
+    std::string text;
+    for (const size_t length : {1021, 1022, 1023, 1024, 1025, 2044, 2045, 2046, 2047, 2048, 9000})
+        for (const char *end : {"\n", "\r\n"})
+            text += std::string(line).insert(65, length - line.size(), ' ') + end;
+    for (const size_t tasks : {1, 2, 5, 9}) {
+        Installation::write(inst.manifest, text);
+        EXPECT_EQ(inst.check(tasks), inst.verdict(true)) << tasks;
+        Installation::write(inst.manifest, text + "0" + line + "\n");
+        EXPECT_EQ(inst.check(tasks), inst.verdict(false)) << tasks;
+    }
+}
+
+TEST(KestrelCheck, OddNamesReachTheTasks) {
+    Lines names = {"two words",   " lead", "'lead", "it's",      "a,b",
+                   "100%TEMP%",   "%s%n",  "@file", "--check=1", "\xc3\xa4 \xe2\x82\xac",
+                   "a;&$(x)`y`^!"};
+    if (!host_path_style().drives)
+        for (const char *name : {"say \"hi\"", "\"", "back\\slash", "back\\ \\\"'", "end\\",
+                                 "end \\\\", "tab\tend ", "line\nend", "*?<>|:"})
+            names.push_back(name);
+    for (const std::string &name : names) {
+        const Installation inst(name, 5);
+        // A manifest holds no backslash in a name, and its reader trims.
+        if (name.find_first_of("\\\n") == std::string::npos && !name.ends_with(' '))
+            inst.add(name, "odd");
+        inst.generate();
+        EXPECT_EQ(inst.check(3), inst.verdict(true));
+        inst.add("f4", "damaged");
+        EXPECT_EQ(inst.check(3), inst.verdict(false));
+    }
+}
+
+// --- The debug log
+
+// What a log enters and does not leave, outermost first.
+static std::string left_open(const Lines &log) {
+    Lines open;
+    bool entered = false;
+    for (const std::string &line : log) {
+        std::istringstream words(line.substr(line.find('>') + 1));
+        std::string word, name;
+        words >> word >> std::ws;
+        std::getline(words, name, '(');
+        if (word == "ENTER") {
+            entered = true;
+            open.push_back(name);
+        } else if (word == "EXIT") {
+            if (open.empty() || open.back() != name)
+                return "EXIT " + name + " without its ENTER";
+            open.pop_back();
+        }
+    }
+    return entered ? joined(open, "") : "nothing was entered";
+}
+
+static size_t count(const Lines &log, const std::string &end) {
+    return static_cast<size_t>(std::count_if(
+        log.begin(), log.end(), [&](const std::string &line) { return line.ends_with(end); }));
+}
+
+TEST(KestrelLog, EntriesAndExitsBalance) {
+    const Installation inst("dir", 4);
+    inst.generate();
+    const std::string log = native_join(inst.top.c_str(), "log");
+    const std::string tree = "--instdir=" + inst.tree, manifest = "--manifest=" + inst.manifest;
+    const std::string no_tree = "--instdir=" + inst.manifest, no_manifest = "--manifest=" + log;
+    const struct {
+        Lines arguments;
+        int status;
+        const char *open;
+    } cases[] = {
+        {{"-h"}, 0, "main"},
+        {{"-c"}, 1, "main"},
+        {{tree}, 1, ""},
+        {{tree, "-g", "-c"}, 1, ""},
+        {{no_tree, "-g"}, 1, ""},
+        {{no_tree, "-c"}, 1, ""},
+        {{tree, "-g", "--manifest=" + inst.tree}, 1, ""},
+        {{tree, "-c", no_manifest, "--tasks=1"}, 1, ""},
+        {{tree, "-g", manifest}, 0, ""},
+        {{tree, "-c", manifest, "--tasks=1"}, 0, ""},
+        {{tree, "-c", manifest, "--tasks=2"}, 0, ""},
+    };
+    for (const auto &c : cases) {
+        Lines arguments = c.arguments;
+        arguments.push_back("--zvdebug=on,alerts,out:" + log);
+        EXPECT_EQ(kestrel(arguments).status, c.status) << testing::PrintToString(arguments);
+        const Lines lines = split(read_file(log));
+        EXPECT_EQ(left_open(lines), c.open) << testing::PrintToString(arguments);
+        EXPECT_EQ(count(lines, "Exiting with status code " + std::to_string(c.status)), 1u);
+    }
+}
+
+TEST(KestrelLog, TasksLogBesideIt) {
+    const Installation inst("it's, 100%s", 10);
+    const std::string name = inst.generate()[7].substr(68);
+    inst.add(name, "damaged");
+    const OwnedString before = os_getcwd();
+    EXPECT_TRUE(host_chdir(inst.top.c_str()));
+    host_mkdir("logs' %s");
+    // Given by its path, by its directory, and by none: the directory of the run.
+    const struct {
+        const char *item, *directory, *log;
+    } cases[] = {{",out:logs' %s/log.txt", "logs' %s/", "log.txt"},
+                 {",num:7,out:logs' %s", "logs' %s/", "kestrel-7.out"},
+                 {",out:log.txt", "", "log.txt"},
+                 {"", "", "kestrel-1.out"}};
+    for (const auto &c : cases) {
+        EXPECT_EQ(inst.run({"-c", "--tasks=2", std::string("--zvdebug=on") + c.item}),
+                  inst.verdict(false));
+        const struct {
+            const char *log;
+            std::string says;
+        } logs[] = {
+            {c.log, "Process 0 successfully verify its hashes"},
+            {c.log, "Process 1 did not successfully verify its hashes"},
+            {"kestrel_0-5.out", " -> All hashes in the range verified correctly"},
+            {"kestrel_6-10.out", "\".\\" + name + "\" did not verify against manifest hash."}};
+        for (const auto &l : logs) {
+            const Lines lines = split(read_file(c.directory + std::string(l.log)));
+            EXPECT_EQ(left_open(lines), "") << c.item << l.log;
+            EXPECT_EQ(count(lines, l.says), 1u) << c.item << l.log;
+        }
+        for (const auto &l : logs)
+            host_remove((c.directory + std::string(l.log)).c_str());
+    }
+    host_chdir(before.get());
+}
+
+TEST(KestrelLog, ProcessorsDecideTheTasks) {
+    const Installation inst("dir", 1);
+    const std::string line = inst.generate()[0];
+    const std::string log = native_join(inst.top.c_str(), "log");
+    const struct {
+        const char *cores, *option;
+        size_t lines, tasks;
+        const char *says;
+    } cases[] = {{"1", "--tasks=0", 3, 0, "Number of cores detected is: 1"},
+                 {"-5", "--tasks=-1", 3, 0, "Only 1 core available, doing manifest directly..."},
+                 {"2", "--tasks=x", 500, 4, "Adjusted number of cores is: 4"},
+                 {"2", "", 20, 0, "Adjusted number of cores is: 1"},
+                 {"2", "", 5, 8, "Adjusted number of cores is: 8"},
+                 {"4", "--tasks=3", 20, 3, "Number of cores set by --tasks to 3"}};
+    for (const auto &c : cases) {
+        Installation::write(inst.manifest, joined(Lines(c.lines, line), "\n"));
+        os_setenv("bamboo_capability_Cores", c.cores);
+        EXPECT_EQ(inst.run({"-c", c.option, "--zvdebug=on,out:" + log}),
+                  inst.verdict(c.tasks < c.lines));
+        const Lines own = split(read_file(log));
+        EXPECT_EQ(count(own, c.says), 1u) << c.says;
+        EXPECT_EQ(count(own, " to finish"), c.tasks) << c.says;
+    }
+    os_setenv("bamboo_capability_Cores", "");
+}
