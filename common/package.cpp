@@ -129,7 +129,15 @@ void package_set_app(const char *name) {
     application = sc_strdup(name);
 }
 
+// A check that fails leaves the current directory at the installation, where the paths of the log
+// and the package would lead to other files.
+static void return_to_start() {
+    if (zvdebug_zip_path() != nullptr && zvdebug_directory() != nullptr)
+        host_chdir(zvdebug_directory());
+}
+
 void package_finish() {
+    return_to_start();
     const FILE *gFile = trace_stream;
     const bool log_of_another = strcmp(application, "kestrel") != 0 && zvdebug_out_given();
     if (!log_of_another && zvdebug_out_path() != nullptr) {

@@ -13,6 +13,7 @@
 // All strings here are interned; null is none.
 static bool parsed = false;
 static uint32_t num = 1;
+static const char *directory = nullptr; // current when the option was parsed
 static const char *gFilePath = nullptr;
 static bool out_given = false;
 static const char *zip_path = nullptr;
@@ -241,6 +242,7 @@ void zvdebug_parse(const char *optstr) {
     }
     parsed = true;
     DEBUG_ASSERT(optstr != NULL);
+    directory = sc_strdup(os_getcwd().get());
     if (optstr == nullptr)
         return;
     const char *equals = strchr(optstr, '=');
@@ -273,6 +275,10 @@ const char *zvdebug_forward(DebugCaller caller, const char *callee) {
             list += (list.empty() ? "" : ",") + text;
     }
     return list.empty() ? nullptr : sc_concat("--zvdebug=", list.c_str());
+}
+
+const char *zvdebug_directory() {
+    return directory;
 }
 
 const char *zvdebug_out_path() {

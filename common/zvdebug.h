@@ -21,6 +21,10 @@ const char *zvdebug_forward(DebugCaller caller, const char *callee);
 // Path of the debug-out file, interned; null before one was opened.
 const char *zvdebug_out_path();
 
+// The directory that these paths are relative to: the current one when the option was parsed; null
+// before, or if that is unknown.
+const char *zvdebug_directory();
+
 // True when the option `out` named that file.
 bool zvdebug_out_given();
 
