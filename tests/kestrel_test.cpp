@@ -298,7 +298,7 @@ TEST(KestrelCheck, DamageIsFoundByAnyNumberOfTasks) {
     const Lines lines = inst.generate();
     const std::string text = joined(lines, "\n");
     const std::string head = text.substr(0, text.rfind(lines[19]));
-    for (const size_t tasks : {1, 2, 3, 7, 8, 16}) {
+    for (const size_t tasks : {1u, 2u, 3u, 7u, 8u, 16u}) {
         EXPECT_EQ(inst.check(tasks), inst.verdict(true)) << tasks;
         // The ends of the first two ranges and of the last.
         for (const size_t line : {size_t{0}, 20 / tasks, 20 / tasks + 1, size_t{19}}) {
@@ -319,7 +319,7 @@ TEST(KestrelCheck, DamageIsFoundByAnyNumberOfTasks) {
         Installation::write(inst.manifest, text);
     }
     // Tasks without lines have verified nothing.
-    for (const size_t tasks : {20, 40})
+    for (const size_t tasks : {20u, 40u})
         EXPECT_EQ(inst.check(tasks), inst.verdict(false)) << tasks;
 }
 
@@ -361,7 +361,7 @@ TEST(KestrelCheck, OnlySoundManifestsPass) {
     };
     for (const auto &c : cases) {
         Installation::write(inst.manifest, c.text);
-        for (const size_t tasks : {1, 3}) {
+        for (const size_t tasks : {1u, 3u}) {
             const Outcome outcome = inst.check(tasks);
             EXPECT_EQ(outcome.status, c.passes ? 0 : 1) << c.what << ", " << tasks << " tasks";
             EXPECT_EQ(outcome == inst.verdict(true), c.passes) << c.what << ", " << tasks;
@@ -377,10 +377,11 @@ TEST(KestrelCheck, LinesOfAnyLengthAreWholeLines) {
     const Installation inst("dir", 1);
     const std::string line = inst.generate()[0];
     std::string text;
-    for (const size_t length : {1021, 1022, 1023, 1024, 1025, 2044, 2045, 2046, 2047, 2048, 9000})
+    for (const size_t length :
+         {1021u, 1022u, 1023u, 1024u, 1025u, 2044u, 2045u, 2046u, 2047u, 2048u, 9000u})
         for (const char *end : {"\n", "\r\n"})
             text += std::string(line).insert(65, length - line.size(), ' ') + end;
-    for (const size_t tasks : {1, 2, 5, 9}) {
+    for (const size_t tasks : {1u, 2u, 5u, 9u}) {
         Installation::write(inst.manifest, text);
         EXPECT_EQ(inst.check(tasks), inst.verdict(true)) << tasks;
         Installation::write(inst.manifest, text + "0" + line + "\n");

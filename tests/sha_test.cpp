@@ -141,8 +141,8 @@ TEST(Sha, NativeBlocksGiveWhatThePortableOnesGive) {
     if (native == nullptr)
         GTEST_SKIP() << "this processor has no instructions for it";
     uint32_t seed = 3;
-    for (const size_t count : {0, 1, 2, 3, 16, 257}) {
-        for (const size_t offset : {0, 1, 7}) { // the bytes need not be aligned
+    for (const size_t count : {0u, 1u, 2u, 3u, 16u, 257u}) {
+        for (const size_t offset : {0u, 1u, 7u}) { // the bytes need not be aligned
             const std::string bytes = random_bytes(offset + 64 * count, seed++);
             const auto *data = reinterpret_cast<const uint8_t *>(bytes.data()) + offset;
             std::array<uint32_t, 8> expected = {1, 0xffffffff, 0x80000000, 7, seed, 0, 99, ~seed};
