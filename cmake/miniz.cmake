@@ -1,7 +1,7 @@
 # miniz: an installed one, else its sources as scripts/fetch-miniz brings them. Defines miniz::miniz.
 find_package(miniz CONFIG QUIET)
 if(NOT TARGET miniz::miniz)
-  if(DEFINED ENV{XDG_CACHE_HOME})
+  if(NOT "$ENV{XDG_CACHE_HOME}" STREQUAL "")
     set(cache $ENV{XDG_CACHE_HOME})
   else()
     set(cache $ENV{HOME}/.cache)

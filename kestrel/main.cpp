@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <source_location>
 #include <string_view>
 
 const char *program_name = nullptr;
@@ -75,12 +74,12 @@ static const char *absolute_path(const char *path) {
     return os_is_absolute(path) ? sc_strdup(path) : sc_strdup(os_fullpath(path).get());
 }
 
-// Leaves main() from wherever it stands.
+// Leaves main() from wherever it stands, at the caller's line. (Clang 14 has no
+// std::source_location.)
 [[noreturn]] static void leave_main(int status, const char *result,
-                                    std::source_location where = std::source_location::current()) {
+                                    uint32_t line = __builtin_LINE()) {
     if (trace_flags != 0)
-        trace_exit(where.file_name(), where.line(), "main", result != nullptr ? "%s" : nullptr,
-                   result);
+        trace_exit(__FILE__, line, "main", result != nullptr ? "%s" : nullptr, result);
     cleanup(status);
 }
 

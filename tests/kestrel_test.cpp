@@ -163,8 +163,7 @@ class Installation {
     }
 
     Outcome run(Lines arguments) const {
-        arguments.push_back("--manifest=" + manifest);
-        arguments.push_back("--instdir=" + tree);
+        arguments.insert(arguments.begin(), {"--manifest=" + manifest, "--instdir=" + tree});
         return kestrel(arguments);
     }
 
@@ -237,7 +236,7 @@ TEST(KestrelOptions, HelpAndComplaints) {
         {{here, "--check="}, {1, syntax}},
         {{"-g", gone}, {1, "There was a problem generating the manifest file\n"}},
         {{"-c", gone}, {1, "Verification failed\n"}},
-        {{"-c", here, "--check=0,0,0"}, {1, ""}},
+        {{"-c", here, "--check=0,0,0", "-vv"}, {1, ""}},
         {{"--check=0,0,0", here, "-v"}, {1, "Verification failed\n"}},
         {{"--zvdebug=on,out:" + no_log, "-g", here},
          {1, "(141) can't open debug-out file \"" + no_log + "\": No such file or directory\n"}},
@@ -404,6 +403,8 @@ TEST(KestrelCheck, OddNamesReachTheTasks) {
             inst.add(name, "odd");
         inst.generate();
         EXPECT_EQ(inst.check(3), inst.verdict(true));
+        const std::string tree = inst.tree + host_path_style().separator;
+        EXPECT_EQ(inst.run({"-c", "--tasks=2", "--instdir=" + tree}).status, 0) << tree;
         inst.add("f4", "damaged");
         EXPECT_EQ(inst.check(3), inst.verdict(false));
     }
@@ -454,6 +455,7 @@ TEST(KestrelLog, EntriesAndExitsBalance) {
         {{tree, "-g", "-c"}, 1, ""},
         {{no_tree, "-g"}, 1, ""},
         {{no_tree, "-c"}, 1, ""},
+        {{no_tree, "--check=0,0,1"}, 1, ""},
         {{tree, "-g", "--manifest=" + inst.tree}, 1, ""},
         {{tree, "-c", no_manifest, "--tasks=1"}, 1, ""},
         {{tree, "-g", manifest}, 0, ""},
@@ -473,6 +475,7 @@ TEST(KestrelLog, EntriesAndExitsBalance) {
 TEST(KestrelLog, TasksLogBesideIt) {
     const Installation inst("it's, 100%s", 10);
     const std::string name = inst.generate()[7].substr(68);
+    const size_t position = 6 * (read_file(inst.manifest).size() / 10); // lines have one length
     inst.add(name, "damaged");
     const OwnedString before = os_getcwd();
     EXPECT_TRUE(host_chdir(inst.top.c_str()));
@@ -494,6 +497,8 @@ TEST(KestrelLog, TasksLogBesideIt) {
             {c.log, "Process 0 successfully verify its hashes"},
             {c.log, "Process 1 did not successfully verify its hashes"},
             {"kestrel_0-5.out", " -> All hashes in the range verified correctly"},
+            {"kestrel_6-10.out",
+             "Starting line is 6. Seek to manifest start position: " + std::to_string(position)},
             {"kestrel_6-10.out", "\".\\" + name + "\" did not verify against manifest hash."}};
         for (const auto &l : logs) {
             const Lines lines = split(read_file(c.directory + std::string(l.log)));
