@@ -443,7 +443,7 @@ TEST(KestrelLog, EntriesAndExitsBalance) {
     inst.generate();
     const std::string log = native_join(inst.top.c_str(), "log");
     const std::string tree = "--instdir=" + inst.tree, manifest = "--manifest=" + inst.manifest;
-    const std::string no_tree = "--instdir=" + inst.manifest, no_manifest = "--manifest=" + log;
+    const std::string no_tree = "--instdir=" + log + "x", no_manifest = "--manifest=" + log;
     const struct {
         Lines arguments;
         int status;
@@ -456,6 +456,7 @@ TEST(KestrelLog, EntriesAndExitsBalance) {
         {{no_tree, "-g"}, 1, ""},
         {{no_tree, "-c"}, 1, ""},
         {{no_tree, "--check=0,0,1"}, 1, ""},
+        {{"--instdir=" + inst.manifest, "--check=0,0,1"}, 1, ""},
         {{tree, "-g", "--manifest=" + inst.tree}, 1, ""},
         {{tree, "-c", no_manifest, "--tasks=1"}, 1, ""},
         {{tree, "-g", manifest}, 0, ""},
