@@ -52,7 +52,8 @@ int cmdline_spawn(Vector *options, uint32_t mode, int32_t echo);
 int cmdline_exe(Vector *options, uint32_t mode, int32_t echo);
 
 // The whole of a program that runs another: expands its arguments, has `options_process` turn them
-// into options, runs these and ends the debug log's run. `echo` is read when that has been done.
+// into options, which stay its own, runs these and ends the debug log's run. `echo` is read when
+// that has been done.
 using OptionsFn = Vector *(*)(Vector *arguments);
 int cmdline_driver(int argc, const char *const *argv, OptionsFn options_process, uint32_t mode,
                    const int32_t *echo);

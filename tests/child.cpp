@@ -26,6 +26,18 @@ static int temporaries(const char *keep) {
     return host_chdir("..") ? 0 : 1;
 }
 
+// Stands in for a debugger, which is given a script, "--", a program and its arguments.
+static int debug(const char *script, char **program) {
+    puts(script);
+    FILE *f = host_fopen(script, "rb");
+    for (int c = getc(f); c != EOF; c = getc(f))
+        putchar(c);
+    fclose(f);
+    for (; *program != nullptr; ++program)
+        printf("\n<%s>", *program);
+    return 9;
+}
+
 int main(int argc, char **argv) {
     const std::string_view option = argc > 1 ? argv[1] : "";
     const char *value = argc > 2 ? argv[2] : nullptr;
@@ -39,6 +51,8 @@ int main(int argc, char **argv) {
         return temporaries(value);
     if (option == "--inherited") // a descriptor of the starting program
         return host_dup(atoi(value)) != -1;
+    if (option == "-s")
+        return debug(value, argv + 3);
     for (int i = 1; i < argc; ++i)
         printf("<%s>\n", argv[i]);
 }
