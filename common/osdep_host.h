@@ -83,6 +83,15 @@ FILE *host_fopen(const char *path, const char *mode);
 // Opens a regular file for reading in binary. Anything else fails without being opened, so that a
 // FIFO or a device can neither block nor answer.
 FILE *host_fopen_regular(const char *path);
+
+// The same as a descriptor, with as few calls as it takes; what became of it otherwise.
+enum class OpenOutcome {
+    opened,
+    missing,
+    special, // neither a file nor a directory
+    refused  // a directory, or a file that cannot be opened
+};
+OpenOutcome host_open_regular(const char *path, int *descriptor);
 FILE *host_freopen(const char *path, const char *mode, FILE *stream);
 
 // fseek and ftell over 64-bit offsets from the start of the file; -1 if that is unknown.

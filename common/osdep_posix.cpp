@@ -179,6 +179,17 @@ FILE *host_fopen_regular(const char *path) {
     return stream;
 }
 
+OpenOutcome host_open_regular(const char *path, int *descriptor) {
+    struct stat status = {};
+    if (stat(path, &status) != 0)
+        return OpenOutcome::missing;
+    if (!S_ISREG(status.st_mode))
+        return S_ISDIR(status.st_mode) ? OpenOutcome::refused : OpenOutcome::special;
+    const int flags = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+    *descriptor = uninterrupted([&] { return open(path, flags); });
+    return *descriptor == -1 ? OpenOutcome::refused : OpenOutcome::opened;
+}
+
 // The new stream is inherited: it takes the place of a standard one.
 FILE *host_freopen(const char *path, const char *mode, FILE *stream) {
     HostStat status;

@@ -328,6 +328,17 @@ FILE *host_fopen_regular(const char *path) {
     return host_fopen(path, "rb");
 }
 
+OpenOutcome host_open_regular(const char *path, int *descriptor) {
+    HostStat status;
+    if (!host_stat(path, &status))
+        return OpenOutcome::missing;
+    if (status.kind != FileKind::regular)
+        return status.kind == FileKind::directory ? OpenOutcome::refused : OpenOutcome::special;
+    const int flags = _O_RDONLY | _O_BINARY | _O_NOINHERIT | _O_SEQUENTIAL;
+    *descriptor = _wopen(SystemPath(path).get(), flags);
+    return *descriptor == -1 ? OpenOutcome::refused : OpenOutcome::opened;
+}
+
 FILE *host_freopen(const char *path, const char *mode, FILE *stream) {
     return _wfreopen(SystemPath(path).get(), to_wide(mode).c_str(), stream);
 }

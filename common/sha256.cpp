@@ -4,6 +4,7 @@
 #include "sha256_blocks.h"
 
 #include <bit>
+#include <cassert>
 
 alignas(16) const uint32_t sha256_k[64] = {
     0x428a2f98, 0x71374491, 0xb5c0fbcf, 0xe9b5dba5, 0x3956c25b, 0x59f111f1, 0x923f82a4, 0xab1c5ed5,
@@ -44,14 +45,32 @@ void sha256_blocks_portable(uint32_t state[8], const uint8_t *blocks, size_t cou
     }
 }
 
-// Starts out at the chooser, which puts the best implementation in its own place.
+void sha256_pair_portable(uint32_t *const states[2], const uint8_t *const blocks[2], size_t count) {
+    sha256_blocks_portable(states[0], blocks[0], count);
+    sha256_blocks_portable(states[1], blocks[1], count);
+}
+
+// Both start out at a chooser, which puts the best implementations in their places.
 static void choose_blocks(uint32_t state[8], const uint8_t *blocks, size_t count);
+static void choose_pair(uint32_t *const states[2], const uint8_t *const blocks[2], size_t count);
 static Sha256BlocksFn compress_blocks = choose_blocks;
+static Sha256PairFn compress_pair = choose_pair;
+
+static void choose() {
+    const Sha256BlocksFn blocks = sha256_blocks_native();
+    const Sha256PairFn pair = sha256_pair_native();
+    compress_blocks = blocks != nullptr ? blocks : sha256_blocks_portable;
+    compress_pair = pair != nullptr ? pair : sha256_pair_portable;
+}
 
 static void choose_blocks(uint32_t state[8], const uint8_t *blocks, size_t count) {
-    Sha256BlocksFn native = sha256_blocks_native();
-    compress_blocks = native != nullptr ? native : sha256_blocks_portable;
+    choose();
     compress_blocks(state, blocks, count);
+}
+
+static void choose_pair(uint32_t *const states[2], const uint8_t *const blocks[2], size_t count) {
+    choose();
+    compress_pair(states, blocks, count);
 }
 
 static void compress(Sha256Context *ctx, const uint8_t *blocks, size_t count) {
@@ -68,6 +87,15 @@ void sha256_init(Sha256Context *ctx) {
 
 void sha256_update(Sha256Context *ctx, const void *bytes, size_t length) {
     blockhash_update(ctx, static_cast<const uint8_t *>(bytes), length, compress);
+}
+
+void sha256_update_pair(Sha256Context *const contexts[2], const uint8_t *const blocks[2],
+                        size_t count) {
+    assert(contexts[0]->datalen == 0 && contexts[1]->datalen == 0);
+    uint32_t *const states[2] = {contexts[0]->state, contexts[1]->state};
+    compress_pair(states, blocks, count);
+    for (Sha256Context *ctx : {contexts[0], contexts[1]})
+        ctx->bitlen += 8 * SHA256_BLOCK_SIZE * uint64_t{count};
 }
 
 void sha256_final(Sha256Context *ctx, uint8_t *digest) {

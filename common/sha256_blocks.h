@@ -14,7 +14,15 @@ alignas(16) extern const uint32_t sha256_k[64];
 
 void sha256_blocks_portable(uint32_t state[8], const uint8_t *blocks, size_t count);
 
-// The one that uses this processor's own instructions; null when it has none.
+// Compresses `count` blocks of each of two messages, so that the instructions of one fill the times
+// in which those of the other wait for each other.
+using Sha256PairFn = void (*)(uint32_t *const states[2], const uint8_t *const blocks[2],
+                              size_t count);
+
+void sha256_pair_portable(uint32_t *const states[2], const uint8_t *const blocks[2], size_t count);
+
+// The ones that use this processor's own instructions; null when it has none.
 Sha256BlocksFn sha256_blocks_native();
+Sha256PairFn sha256_pair_native();
 
 #endif

@@ -4,3 +4,7 @@
 Sha256BlocksFn sha256_blocks_native() {
     return nullptr;
 }
+
+Sha256PairFn sha256_pair_native() {
+    return nullptr;
+}

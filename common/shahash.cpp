@@ -1,5 +1,6 @@
 #include "shahash.h"
 
+#include "filedigests.h"
 #include "osdep.h"
 #include "sha1.h"
 #include "sha256.h"
@@ -131,7 +132,7 @@ void shahash_fatal_cannot_open(const char *path) {
 
 // A directory being walked.
 struct Walk {
-    Vector *entries;
+    FileDigests *files;
     const char *dir;
     const char *relative;
     const Walk *parent;   // the directory it was entered from
@@ -162,6 +163,7 @@ static bool walk_entry(const Walk &walk, const char *name, bool held) {
         return true;
     const OwnedString full = os_join(walk.dir, name);
     if (!held || !fits_manifest(name)) {
+        walk.files->finish(); // a file before it that cannot be opened is to be told of first
         fprintf(stderr, "The name of file \"%s\" cannot be written to a manifest\n", full.get());
         return false;
     }
@@ -169,13 +171,8 @@ static bool walk_entry(const Walk &walk, const char *name, bool held) {
     if (relative == nullptr)
         relative = xstrdup(name);
     if (os_is_dir(full.get()))
-        return walk_directory({walk.entries, full.get(), relative.get(), &walk});
-
-    auto *entry = xnew<ManifestEntry>();
-    entry->digest = sha256_file_hex(full.get());
-    entry->path = relative.release();
-    vec_append(walk.entries, entry);
-    return true;
+        return walk_directory({walk.files, full.get(), relative.get(), &walk});
+    return walk.files->add(full.get(), relative.release());
 }
 
 static bool walk_directory(Walk walk) {
@@ -197,10 +194,23 @@ static bool walk_directory(Walk walk) {
     return walk.complete;
 }
 
+// `tag` is the path in the manifest.
+static bool append_entry(void *entries, const char *path, void *tag, const FileDigest &result) {
+    if (result.outcome != OpenOutcome::opened)
+        shahash_fatal_cannot_open(path);
+    auto *entry = xnew<ManifestEntry>();
+    entry->digest = sha256_hex(result.digest);
+    entry->path = static_cast<char *>(tag);
+    vec_append(static_cast<Vector *>(entries), entry);
+    return true;
+}
+
 bool shahash_walk(uint32_t, Vector *files, const char *dir, const char *relative) {
     assert(files != NULL);
     assert(dir != NULL);
-    return walk_directory({files, dir, relative, nullptr});
+    FileDigests digests(append_entry, files);
+    const bool complete = walk_directory({&digests, dir, relative, nullptr});
+    return digests.finish() && complete;
 }
 
 // --- Writing a manifest
@@ -274,6 +284,41 @@ bool shahash_verify_file(const char *digest, const char *path) {
         return false;
     const OwnedBytes actual = sha256_file(file.c_str());
     return strcmp(hex_text<SHA256_DIGEST_SIZE>(actual.get()).data(), digest) == 0;
+}
+
+// What verifying lines has come to.
+struct LineCheck {
+    LineFault fault = LineFault::none;
+    std::string path;
+};
+
+// `tag` is the line.
+static bool verify_line(void *context, const char *path, void *tag, const FileDigest &result) {
+    if (result.outcome == OpenOutcome::refused)
+        shahash_fatal_cannot_open(path);
+    ManifestLine fields;
+    shahash_parse_line(static_cast<const char *>(tag), &fields);
+    if (result.outcome == OpenOutcome::opened &&
+        fields.digest == hex_text<SHA256_DIGEST_SIZE>(result.digest).data())
+        return true;
+    *static_cast<LineCheck *>(context) = {LineFault::different, fields.path};
+    return false;
+}
+
+LineFault shahash_verify_lines(Vector *lines, std::string *path) {
+    LineCheck check;
+    FileDigests digests(verify_line, &check);
+    ManifestLine fields;
+    bool sound = true;
+    for (char *line : VecEach<char>(lines)) {
+        sound = shahash_parse_line(line, &fields);
+        if (!sound || !digests.add(host_spelling(fields.path.c_str()).c_str(), line))
+            break;
+    }
+    if (digests.finish() && !sound)
+        check.fault = LineFault::malformed;
+    *path = check.path;
+    return check.fault;
 }
 
 static void append_record(Vector *entries, const char *base, const ManifestLine &fields) {

@@ -71,6 +71,13 @@ struct ManifestLine {
 // False for a line without a space or with a NUL; the fields are then as they were.
 bool shahash_parse_line(std::string_view line, ManifestLine *fields);
 
+// What keeps a line from verifying.
+enum class LineFault { none, malformed, different };
+
+// Verifies lines in order, each as shahash_verify_file does, up to the first that fails, whose path
+// goes to `path` when its file is the reason.
+LineFault shahash_verify_lines(Vector *lines, std::string *path);
+
 // The records of a whole manifest, each path joined to `base`; null if it cannot be read or a line
 // has no space. To be freed by shahash_free_entries.
 Vector *shahash_read_manifest(const char *manifest, const char *base);

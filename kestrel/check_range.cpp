@@ -5,6 +5,7 @@
 #include "trace.h"
 
 #include <cstdio>
+#include <string>
 #include <string_view>
 #include <utility>
 
@@ -79,17 +80,17 @@ bool check_manifest_range(const char *manifest, const char *instdir, int32_t pos
         TRACE_EXIT("ERROR: no data was read from the manifest");
         return false;
     }
-    ManifestLine fields;
-    for (const char *line : VecEach<const char>(lines.get())) {
-        if (!shahash_parse_line(line, &fields)) {
-            TRACE_EXIT("Manifest data was malformed");
-            return false;
-        }
-        if (!shahash_verify_file(fields.digest.c_str(), fields.path.c_str())) {
-            TRACE_MESSAGE("File \"%s\" did not verify against manifest hash.", fields.path.c_str());
-            TRACE_EXIT();
-            return false;
-        }
+    std::string path;
+    switch (shahash_verify_lines(lines.get(), &path)) {
+    case LineFault::malformed:
+        TRACE_EXIT("Manifest data was malformed");
+        return false;
+    case LineFault::different:
+        TRACE_MESSAGE("File \"%s\" did not verify against manifest hash.", path.c_str());
+        TRACE_EXIT();
+        return false;
+    case LineFault::none:
+        break;
     }
     if (before != nullptr)
         enter_directory(before.get());

@@ -1,0 +1,93 @@
+#include "filedigests.h"
+
+#include "scratch.h"
+#include "sha256_blocks.h"
+
+#include <cstring>
+#include <gtest/gtest.h>
+#include <vector>
+
+static std::vector<uint8_t> noise(size_t size, uint32_t seed) {
+    std::vector<uint8_t> bytes(size);
+    for (uint8_t &byte : bytes) {
+        seed = seed * 1664525 + 1013904223;
+        byte = static_cast<uint8_t>(seed >> 24);
+    }
+    return bytes;
+}
+
+TEST(FileDigests, PairsOfBlocksAreLikeSingleOnes) {
+    const std::vector<uint8_t> a = noise(64 * 33, 1), b = noise(64 * 33, 2);
+    for (const Sha256PairFn pair : {sha256_pair_portable, sha256_pair_native()})
+        for (const size_t count : {0, 1, 2, 33}) {
+            if (pair == nullptr)
+                continue; // this processor has no instructions of its own
+            uint32_t alone[2][8] = {{1, 2, 3, 4, 5, 6, 7, 8}, {9, 10, 11, 12, 13, 14, 15, 16}};
+            uint32_t together[2][8];
+            memcpy(together, alone, sizeof alone);
+            sha256_blocks_portable(alone[0], a.data(), count);
+            sha256_blocks_portable(alone[1], b.data(), count);
+            uint32_t *const states[2] = {together[0], together[1]};
+            const uint8_t *const blocks[2] = {a.data(), b.data()};
+            pair(states, blocks, count);
+            EXPECT_EQ(memcmp(alone, together, sizeof alone), 0) << count;
+        }
+}
+
+// What the receiver is given, and the result after which it ends the whole.
+struct Received {
+    std::vector<size_t> tags;
+    std::vector<FileDigest> results;
+    size_t end = SIZE_MAX;
+};
+
+static bool receive(void *context, const char *, void *tag, const FileDigest &result) {
+    auto *received = static_cast<Received *>(context);
+    received->tags.push_back(reinterpret_cast<uintptr_t>(tag));
+    received->results.push_back(result);
+    return received->tags.size() <= received->end;
+}
+
+static void *tag_of(size_t number) {
+    return reinterpret_cast<void *>(uintptr_t{number});
+}
+
+// Sizes around a block and around what is read at a time, a long file before and behind short ones,
+// and what cannot be hashed in between.
+TEST(FileDigests, ResultsComeInOrder) {
+    const Scratch scratch;
+    const size_t sizes[] = {0,     1,     300000, 63,    64, 65,     16383, 16384, 16385,
+                            32768, 40000, 1,      16448, 0,  200000, 128,   127,   70001};
+    std::vector<std::string> paths;
+    std::vector<FileDigest> expected;
+    for (const size_t size : sizes) {
+        const std::vector<uint8_t> bytes = noise(size, static_cast<uint32_t>(paths.size()));
+        paths.push_back(scratch.write(std::to_string(paths.size()).c_str(),
+                                      std::string(bytes.begin(), bytes.end())));
+        FileDigest &result = expected.emplace_back(FileDigest{OpenOutcome::opened, {}});
+        Sha256Context ctx;
+        sha256_init(&ctx);
+        sha256_update(&ctx, bytes.data(), bytes.size());
+        sha256_final(&ctx, result.digest);
+    }
+    paths.insert(paths.begin() + 4, {scratch.path("missing"), scratch.directory()});
+    expected.insert(expected.begin() + 4, {{OpenOutcome::missing, {}}, {OpenOutcome::refused, {}}});
+
+    for (size_t end = 0; end <= paths.size(); end++) {
+        Received received;
+        received.end = end;
+        FileDigests digests(receive, &received);
+        bool more = true;
+        for (size_t i = 0; more && i < paths.size(); i++)
+            more = digests.add(paths[i].c_str(), tag_of(i));
+        EXPECT_EQ(digests.finish(), end == paths.size());
+        EXPECT_EQ(digests.add(paths[0].c_str(), nullptr), end == paths.size());
+        ASSERT_EQ(received.tags.size(), std::min(end + 1, paths.size()));
+        for (size_t i = 0; i < received.tags.size(); i++) {
+            EXPECT_EQ(received.tags[i], i);
+            EXPECT_EQ(received.results[i].outcome, expected[i].outcome) << i;
+            EXPECT_EQ(memcmp(received.results[i].digest, expected[i].digest, SHA256_DIGEST_SIZE), 0)
+                << i;
+        }
+    }
+}
