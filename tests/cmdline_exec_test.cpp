@@ -27,7 +27,7 @@ std::string output_of(Words options, uint32_t mode, int32_t echo = 0) {
     options.insert(options.begin(), child_program());
     testing::internal::CaptureStdout();
     const int status = cmdline_spawn(vector_of(options).get(), mode, echo);
-    const std::string output = testing::internal::GetCapturedStdout();
+    std::string output = testing::internal::GetCapturedStdout();
     EXPECT_EQ(status, 0);
     return output;
 }
@@ -57,11 +57,13 @@ TEST(CmdlineExecTest, CommandFileIsUsedWhenAskedForOrNeeded) {
     for (const auto &c : cases) {
         const std::string first(c.length - 2, 'x');
         const std::string output = output_of({first, "y"}, c.mode, 1);
-        const std::string file = output.substr(output.rfind('<'));
-        const std::string expected =
-            c.file ? " " + file.substr(1, file.size() - 3) + " [ " + first + " y ]\n" + file
-                   : " " + first + " y\n<" + first + ">\n<y>\n";
-        EXPECT_EQ(output, program + expected) << c.mode << ", " << c.length;
+        const size_t at = output.rfind('<') + 1;
+        const std::string file = output.substr(at, output.size() - at - 2);
+        const char *expected = c.file ? sc_format("%s %s [ %s y ]\n<%s>\n", program.c_str(),
+                                                  file.c_str(), first.c_str(), file.c_str())
+                                      : sc_format("%s %s y\n<%s>\n<y>\n", program.c_str(),
+                                                  first.c_str(), first.c_str());
+        EXPECT_EQ(output, expected) << c.mode << ", " << c.length;
     }
     EXPECT_EQ(output_of({}, EXEC_AUTOMATIC), "");
 }

@@ -143,7 +143,7 @@ TEST_F(PackageTest, RunsShareAPackageThatChangesNoVerdict) {
     const auto run = [&kestrel](const char *mode, const char *option, int expected_status) {
         FILE *f = os_popenv(kestrel.c_str(), mode, "--manifest=m", "--instdir=d", "--tasks=1",
                             option, nullptr);
-        const std::string output = f != nullptr ? read_all(f) : "(not run)";
+        std::string output = f != nullptr ? read_all(f) : "(not run)";
         EXPECT_EQ(os_pclose(f), expected_status) << output;
         return output;
     };
