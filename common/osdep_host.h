@@ -84,7 +84,7 @@ FILE *host_fopen(const char *path, const char *mode);
 // FIFO or a device can neither block nor answer.
 FILE *host_fopen_regular(const char *path);
 
-// The same as a descriptor, with as few calls as it takes; what became of it otherwise.
+// The same as a descriptor, or what became of it otherwise.
 enum class OpenOutcome {
     opened,
     missing,

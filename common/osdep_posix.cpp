@@ -155,39 +155,39 @@ FILE *host_fopen(const char *path, const char *mode) {
     return stream;
 }
 
-// The kind is asked before opening, because opening can set a device going, and again after it,
-// because the name may have changed hands; O_NONBLOCK covers a FIFO put there in between.
 FILE *host_fopen_regular(const char *path) {
-    struct stat status = {};
-    if (stat(path, &status) != 0)
+    int descriptor;
+    if (host_open_regular(path, &descriptor) != OpenOutcome::opened)
         return nullptr;
-    if (!S_ISREG(status.st_mode)) {
-        errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
-        return nullptr;
-    }
-    const int flags = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-    const int descriptor = uninterrupted([&] { return open(path, flags); });
-    if (descriptor == -1)
-        return nullptr;
-    FILE *stream = nullptr;
-    if (fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode))
-        stream = fdopen(descriptor, "rb");
-    else
-        errno = EINVAL;
+    FILE *stream = fdopen(descriptor, "rb");
     if (stream == nullptr)
         host_close(descriptor);
     return stream;
 }
 
+static OpenOutcome irregular(mode_t mode) {
+    const bool directory = S_ISDIR(mode);
+    errno = directory ? EISDIR : EINVAL;
+    return directory ? OpenOutcome::refused : OpenOutcome::special;
+}
+
+// The kind is asked before opening, because opening can set a device going, and again after it,
+// because the name may have changed hands; O_NONBLOCK covers a FIFO put there in between.
 OpenOutcome host_open_regular(const char *path, int *descriptor) {
     struct stat status = {};
     if (stat(path, &status) != 0)
         return OpenOutcome::missing;
     if (!S_ISREG(status.st_mode))
-        return S_ISDIR(status.st_mode) ? OpenOutcome::refused : OpenOutcome::special;
+        return irregular(status.st_mode);
     const int flags = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
     *descriptor = uninterrupted([&] { return open(path, flags); });
-    return *descriptor == -1 ? OpenOutcome::refused : OpenOutcome::opened;
+    if (*descriptor == -1)
+        return OpenOutcome::refused;
+    if (fstat(*descriptor, &status) == 0 && S_ISREG(status.st_mode))
+        return OpenOutcome::opened;
+    host_close(*descriptor);
+    errno = EINVAL;
+    return OpenOutcome::refused;
 }
 
 // The new stream is inherited: it takes the place of a standard one.

@@ -318,22 +318,23 @@ FILE *host_fopen(const char *path, const char *mode) {
 }
 
 FILE *host_fopen_regular(const char *path) {
-    HostStat status;
-    if (!host_stat(path, &status))
+    int descriptor;
+    if (host_open_regular(path, &descriptor) != OpenOutcome::opened)
         return nullptr;
-    if (status.kind != FileKind::regular) {
-        errno = status.kind == FileKind::directory ? EISDIR : EINVAL;
-        return nullptr;
-    }
-    return host_fopen(path, "rb");
+    FILE *stream = _fdopen(descriptor, "rb");
+    if (stream == nullptr)
+        host_close(descriptor);
+    return stream;
 }
 
 OpenOutcome host_open_regular(const char *path, int *descriptor) {
     HostStat status;
     if (!host_stat(path, &status))
         return OpenOutcome::missing;
-    if (status.kind != FileKind::regular)
+    if (status.kind != FileKind::regular) {
+        errno = status.kind == FileKind::directory ? EISDIR : EINVAL;
         return status.kind == FileKind::directory ? OpenOutcome::refused : OpenOutcome::special;
+    }
     const int flags = _O_RDONLY | _O_BINARY | _O_NOINHERIT | _O_SEQUENTIAL;
     *descriptor = _wopen(SystemPath(path).get(), flags);
     return *descriptor == -1 ? OpenOutcome::refused : OpenOutcome::opened;

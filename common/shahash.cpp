@@ -188,6 +188,7 @@ static bool walk_directory(Walk walk) {
     };
     const Listing listing = host_list_directory(walk.dir, visit, &walk);
     if (walk.complete && listing == Listing::broken) {
+        walk.files->finish(); // as for a name that is refused
         fprintf(stderr, "Cannot read directory \"%s\"\n", walk.dir);
         return false;
     }
@@ -275,15 +276,23 @@ static std::string host_spelling(const char *path) {
     return spelling;
 }
 
+static bool verifies(const char *digest, const char *path, const FileDigest &result) {
+    if (result.outcome == OpenOutcome::refused)
+        shahash_fatal_cannot_open(path);
+    return result.outcome == OpenOutcome::opened &&
+           strcmp(hex_text<SHA256_DIGEST_SIZE>(result.digest).data(), digest) == 0;
+}
+
+// `tag` is the digest that is expected.
+static bool verify_digest(void *, const char *path, void *tag, const FileDigest &result) {
+    return verifies(static_cast<const char *>(tag), path, result);
+}
+
 bool shahash_verify_file(const char *digest, const char *path) {
     if (digest == nullptr || path == nullptr)
         return false;
-    const std::string file = host_spelling(path);
-    HostStat status;
-    if (!host_stat(file.c_str(), &status) || status.kind == FileKind::other)
-        return false;
-    const OwnedBytes actual = sha256_file(file.c_str());
-    return strcmp(hex_text<SHA256_DIGEST_SIZE>(actual.get()).data(), digest) == 0;
+    FileDigests digests(verify_digest, nullptr);
+    return digests.add(host_spelling(path).c_str(), const_cast<char *>(digest)) && digests.finish();
 }
 
 // What verifying lines has come to.
@@ -294,12 +303,9 @@ struct LineCheck {
 
 // `tag` is the line.
 static bool verify_line(void *context, const char *path, void *tag, const FileDigest &result) {
-    if (result.outcome == OpenOutcome::refused)
-        shahash_fatal_cannot_open(path);
     ManifestLine fields;
     shahash_parse_line(static_cast<const char *>(tag), &fields);
-    if (result.outcome == OpenOutcome::opened &&
-        fields.digest == hex_text<SHA256_DIGEST_SIZE>(result.digest).data())
+    if (verifies(fields.digest.c_str(), path, result))
         return true;
     *static_cast<LineCheck *>(context) = {LineFault::different, fields.path};
     return false;
@@ -323,7 +329,7 @@ LineFault shahash_verify_lines(Vector *lines, std::string *path) {
 
 static void append_record(Vector *entries, const char *base, const ManifestLine &fields) {
     const std::string path = host_spelling(fields.path.c_str());
-    OwnedString joined = os_join(base, path.c_str());
+    OwnedString joined = path.empty() ? nullptr : os_join(base, path.c_str());
     auto *entry = xnew<ManifestEntry>();
     entry->digest = sc_strdup(fields.digest.c_str());
     entry->path = (joined != nullptr ? std::move(joined) : xstrdup(path.c_str())).release();
