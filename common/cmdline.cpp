@@ -75,7 +75,7 @@ static bool is_separator(char c, bool quoted) {
 }
 
 // Takes the word that `text` begins with off it. Double quotes group and go; escapes are kept, with
-// their backslash, for unescape().
+// their backslash, for unescape(), but not in the name of a file behind "@", which does not pass it.
 static const char *take_word(std::string_view &text) {
     std::string word;
     bool quoted = false;
@@ -85,7 +85,10 @@ static const char *take_word(std::string_view &text) {
             quoted = !quoted;
             continue;
         }
-        if (is_escape(text, at))
+        const bool escape = is_escape(text, at);
+        if (escape && word.starts_with('@'))
+            at++;
+        else if (escape)
             word += text[at++];
         word += text[at];
     }

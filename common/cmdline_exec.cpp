@@ -32,21 +32,8 @@ static const char *argument_text(Vector *options) {
 // What separates the words of a command file.
 static constexpr const char *white_space = " \t\n\r";
 
-// The expansion passes on what begins with "@" without unescaping it, so only white space is
-// protected. The last quote must not come to stand behind a backslash, which would take it for its
-// own. For text with quotes there is no such form.
-static const char *file_argument_word(const char *option) {
-    const std::string text = option;
-    if (strpbrk(option, white_space) == nullptr)
-        return option;
-    const size_t end = text.find_last_not_of('\\') + 1;
-    return sc_strdup(('"' + text.substr(0, end) + '"' + text.substr(end)).c_str());
-}
-
 // As the expansion reads it back.
 static const char *command_file_word(const char *option) {
-    if (*option == '@' && strchr(option, '"') == nullptr)
-        return file_argument_word(option);
     const char *word = sc_escape(option, "\\ '\"", '\\');
     return strpbrk(word, white_space) != nullptr ? sc_quote(word, '"') : word;
 }

@@ -348,8 +348,9 @@ TEST_F(AlertExitTest, FatalMessagesEndTheProgram) {
     EXPECT_EXIT((errno = ENOENT, alert_nl(141, "debug-out", "x")), testing::ExitedWithCode(1),
                 "^.141. can't open debug-out file \"x\": No such file or directory\nstatus 1$");
     EXPECT_EXIT(alert_adhoc("f", "x"), testing::ExitedWithCode(1), "^.0. x\nstatus 1$");
-    EXPECT_EXIT(alert_fatal(3), testing::ExitedWithCode(1),
-                "^.5. QRN has encountered .* following details: common_test fatal error 3\nstatus 1$");
+    EXPECT_EXIT(
+        alert_fatal(3), testing::ExitedWithCode(1),
+        "^.5. QRN has encountered .* following details: common_test fatal error 3\nstatus 1$");
 }
 
 TEST_F(AlertExitTest, FailureIsCountedErrorsOrWarnings) {

@@ -51,7 +51,7 @@ TEST(CmdlineTest, SplitsAndUnescapes) {
         {"a\\ b \\\"c d\\\" it\\'s 'x y'", {"a b", "\"c", "d\"", "it's", "'x", "y'"}},
         {"\"a\\\\\" b \\\\\\ c", {"a\\", "b", "\\ c"}},
         {"C:\\new\\\nx\\\r\ny\\", {"C:\\new\\", "x\\", "y\\"}},
-        {"@ x@y @no\\ such\\\\file", {"@", "x@y", "@no\\ such\\\\file"}},
+        {"@ x@y @no\\ such\\\\file", {"@", "x@y", "@no such\\file"}},
         {"\"open end", {"open end"}},
         {"a\0b \"c\0d\" e"s, {"a", "b", "c", "d e"}},
     };
