@@ -77,6 +77,7 @@ bool os_name_case_matches(const char *path);
 
 int os_exists(const char *path);
 int os_is_dir(const char *path);
+bool os_is_writable(const char *path);  // an existing file that may be written to
 uint32_t os_filesize(const char *path); // low 32 bits; 0 for null or failure
 
 // 0 on success or if it is a directory or a bare drive already, 1 if it is something else, -1 for

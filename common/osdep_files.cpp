@@ -105,14 +105,14 @@ static std::string sibling_of(const std::string &path) {
     return path.substr(0, end) + "zv" + host_unique_seed().get() + ".tmp";
 }
 
-static bool is_writable(const char *path) {
+bool os_is_writable(const char *path) {
     return FilePtr(host_fopen(path, "r+b")) != nullptr;
 }
 
 // The copy grows under a name of its own, which an interrupted run removes at exit.
 static bool replace_with_copy(FilePtr source, const char *to, bool exists) {
     // Renaming would also replace a file that is protected against writing.
-    if (exists && !is_writable(to))
+    if (exists && !os_is_writable(to))
         return false;
     const std::string sibling = sibling_of(to);
     os_remove_at_exit(sibling.c_str());

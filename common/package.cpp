@@ -80,11 +80,6 @@ static void start_package(const Addition &add) {
         host_remove(add.package);
 }
 
-static bool is_writable(const char *path) {
-    FILE *file = host_fopen(path, "r+b");
-    return file != nullptr && fclose(file) == 0;
-}
-
 // Appending overwrites the archive's directory before it is whole again, so it happens to a copy.
 static void append_to_package(const Addition &add) {
     const OwnedString copy = is_regular(add.package) ? os_tempname("zip") : nullptr;
@@ -97,7 +92,7 @@ static void append_to_package(const Addition &add) {
             host_remove(copy.get());
         return;
     }
-    if (!is_writable(add.package) || !mz_zip_writer_init_from_reader(&zip, copy.get()))
+    if (!os_is_writable(add.package) || !mz_zip_writer_init_from_reader(&zip, copy.get()))
         zvdebug_warn("Unable to covert package zip file (%s) reader to a writer to append \"%s\"",
                      add.package, add.file);
     if (write_addition(&zip, add) && !copyfile_helper(copy.get(), add.package))

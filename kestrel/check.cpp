@@ -219,17 +219,12 @@ bool check_manifest(const char *manifest, const char *instdir) {
     if (verbose != 0)
         printf("Checking manifest \"%s\" for installation \"%s\"\n", manifest, instdir);
     const OwnedString before = os_getcwd();
-    // Without a current directory a relative path has stayed one, and would lead elsewhere.
-    if ((before == nullptr && !os_is_absolute(manifest)) || !enter_directory(instdir)) {
-        TRACE_EXIT("Could not change to directory: \"%s\"", instdir);
-        return false;
-    }
-    FilePtr file(host_fopen_regular(manifest));
-    if (file == nullptr) {
-        TRACE_EXIT("Could not open manifest file \"%s\"", manifest);
-        return false;
-    }
     const char *failure = nullptr;
+    FilePtr file = open_manifest(manifest, instdir, before.get(), &failure);
+    if (file == nullptr) {
+        TRACE_EXIT("%s", failure);
+        return false;
+    }
     LineIndex index = index_lines(file.get(), &failure);
     file.reset();
     if (index == nullptr) {

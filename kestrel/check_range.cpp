@@ -20,6 +20,19 @@ bool enter_directory(const char *directory) {
     return true;
 }
 
+FilePtr open_manifest(const char *manifest, const char *instdir, const char *before,
+                      const char **failure) {
+    // Without a current directory a relative path has stayed one, and would lead elsewhere.
+    if ((before == nullptr && !os_is_absolute(manifest)) || !enter_directory(instdir)) {
+        *failure = sc_format("Could not change to directory: \"%s\"", instdir);
+        return nullptr;
+    }
+    FilePtr file(host_fopen_regular(manifest));
+    if (file == nullptr)
+        *failure = sc_format("Could not open manifest file \"%s\"", manifest);
+    return file;
+}
+
 // The lines of the range, as far as the file has them; null, with the reason in `failure`, for a
 // manifest that cannot be read or holds a NUL.
 static BlockVectorPtr gather_lines(FILE *file, int32_t position, uint32_t start, uint32_t end,
@@ -59,17 +72,12 @@ bool check_manifest_range(const char *manifest, const char *instdir, int32_t pos
     TRACE_MESSAGE("Performing partial check of manifest \"%s\" for installation \"%s\"", manifest,
                   instdir);
     const OwnedString before = os_getcwd();
-    // Without a current directory a relative path has stayed one, and would lead elsewhere.
-    if ((before == nullptr && !os_is_absolute(manifest)) || !enter_directory(instdir)) {
-        TRACE_EXIT("Could not change to directory: \"%s\"", instdir);
-        return false;
-    }
-    FilePtr file(host_fopen_regular(manifest));
-    if (file == nullptr) {
-        TRACE_EXIT("Could not open manifest file \"%s\"", manifest);
-        return false;
-    }
     const char *failure = nullptr;
+    FilePtr file = open_manifest(manifest, instdir, before.get(), &failure);
+    if (file == nullptr) {
+        TRACE_EXIT("%s", failure);
+        return false;
+    }
     const BlockVectorPtr lines = gather_lines(file.get(), position, start, end, &failure);
     file.reset();
     if (lines == nullptr) {

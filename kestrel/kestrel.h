@@ -41,6 +41,11 @@ const char *manifest_path(const char *manifest, const char *instdir);
 // Changes the current directory and says so in the debug log; false if that fails.
 bool enter_directory(const char *directory);
 
+// Enters the installation and opens the manifest for reading; null, with the reason in `failure`,
+// if that fails. `before` is the directory that is left, null if it is unknown.
+FilePtr open_manifest(const char *manifest, const char *instdir, const char *before,
+                      const char **failure);
+
 // --- Division of the check into tasks
 
 // Tasks for a manifest of `lines` lines when nobody has asked for a number: four a processor,
