@@ -9,6 +9,11 @@ FileDigests::~FileDigests() {
 }
 
 bool FileDigests::add(const char *path, void *tag) {
+    HostStat found;
+    return add(path, tag, host_stat(path, &found) ? &found : nullptr);
+}
+
+bool FileDigests::add(const char *path, void *tag, const HostStat *found) {
     const auto free_lane = [this] {
         return std::find_if(std::begin(lanes), std::end(lanes),
                             [](const Lane &lane) { return lane.job == nullptr; });
@@ -18,7 +23,7 @@ bool FileDigests::add(const char *path, void *tag) {
     if (ended)
         return false;
     Job &job = jobs.emplace_back(Job{path, tag, false, {}});
-    return start(*free_lane(), job) || hand_over();
+    return start(*free_lane(), job, found) || hand_over();
 }
 
 bool FileDigests::finish() {
@@ -28,12 +33,14 @@ bool FileDigests::finish() {
 }
 
 // False if there is nothing to hash.
-bool FileDigests::start(Lane &lane, Job &job) {
-    job.result.outcome = host_open_regular(job.path.c_str(), &lane.descriptor);
+bool FileDigests::start(Lane &lane, Job &job, const HostStat *found) {
+    job.result.outcome = host_open_regular(job.path.c_str(), found, &lane.descriptor);
     job.done = job.result.outcome != OpenOutcome::opened;
     if (job.done)
         return false;
     lane.job = &job;
+    lane.size = found->size;
+    lane.length = 0;
     lane.left = 0;
     sha256_init(&lane.ctx);
     return true;
@@ -41,19 +48,32 @@ bool FileDigests::start(Lane &lane, Job &job) {
 
 // Reads on when nothing is left. At the end of the file, or at an error, the lane is done and free:
 // false.
+//
+// Between being found and being opened a name can pass from a file to a FIFO, a directory or a
+// device, which would read as an empty file or for ever. None of these reads as what was found, so
+// only what does not (an empty file cannot tell) costs the system call to ask again.
 bool FileDigests::refill(Lane &lane) {
     if (lane.left != 0)
         return true;
     const int64_t got = host_read(lane.descriptor, lane.buffer, READ_SIZE);
     lane.next = lane.buffer;
     lane.left = got > 0 ? static_cast<size_t>(got) : 0;
-    if (got > 0)
-        return true;
+    lane.length += lane.left;
+    const bool as_found = got > 0 ? lane.length <= lane.size
+                                  : lane.length == lane.size && lane.length != 0;
+    if (!as_found && !host_is_regular(lane.descriptor))
+        end(lane, OpenOutcome::refused);
+    else if (got <= 0)
+        end(lane, OpenOutcome::opened);
+    return lane.job != nullptr;
+}
+
+void FileDigests::end(Lane &lane, OpenOutcome outcome) {
     sha256_final(&lane.ctx, lane.job->result.digest);
     host_close(lane.descriptor);
+    lane.job->result.outcome = outcome;
     lane.job->done = true;
     lane.job = nullptr;
-    return false;
 }
 
 void FileDigests::hash_rest(Lane &lane) {

@@ -35,11 +35,15 @@ class FileDigests {
     // ended the whole.
     bool add(const char *path, void *tag);
 
+    // The same for a path of which host_stat has said `found`, null if that failed.
+    bool add(const char *path, void *tag, const HostStat *found);
+
     // Hashes what is left and hands it over.
     bool finish();
 
   private:
     static constexpr size_t READ_SIZE = 16384;
+    static constexpr size_t CACHE_LINE = 64; // what the system copies to fastest
 
     struct Job {
         std::string path;
@@ -52,14 +56,17 @@ class FileDigests {
     struct Lane {
         Job *job = nullptr;
         int descriptor = -1;
+        uint64_t size = 0;             // that the file was found to have
+        uint64_t length = 0;           // read so far
         const uint8_t *next = nullptr; // of the bytes read, what is not hashed yet
         size_t left = 0;
         Sha256Context ctx;
-        uint8_t buffer[READ_SIZE];
+        alignas(CACHE_LINE) uint8_t buffer[READ_SIZE];
     };
 
-    bool start(Lane &lane, Job &job);
+    bool start(Lane &lane, Job &job, const HostStat *found);
     bool refill(Lane &lane);
+    void end(Lane &lane, OpenOutcome outcome);
     void hash_pair(size_t blocks);
     void hash_rest(Lane &lane);
     void advance();

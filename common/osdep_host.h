@@ -80,18 +80,29 @@ using FilePtr = std::unique_ptr<FILE, FileCloser>;
 // fopen, with a stream that programs started later do not inherit.
 FILE *host_fopen(const char *path, const char *mode);
 
-// Opens a regular file for reading in binary. Anything else fails without being opened, so that a
-// FIFO or a device can neither block nor answer.
+// Opens a regular file for reading in binary. Anything else fails: a FIFO or a device can neither
+// block nor answer, because it is not opened in the first place.
 FILE *host_fopen_regular(const char *path);
 
-// The same as a descriptor, or what became of it otherwise.
+// The same as a descriptor, or what became of it otherwise. `found` is what host_stat has said of
+// the path, null if that failed. The name may have changed hands since: see host_is_regular.
 enum class OpenOutcome {
     opened,
     missing,
     special, // neither a file nor a directory
     refused  // a directory, or a file that cannot be opened
 };
-OpenOutcome host_open_regular(const char *path, int *descriptor);
+OpenOutcome host_open_regular(const char *path, const HostStat *found, int *descriptor);
+
+// Opens whatever stands at `path` for reading in binary, without ever waiting; -1 on failure.
+int host_open(const char *path);
+
+// Whether the descriptor is a regular file's.
+bool host_is_regular(int descriptor);
+
+// A stream that reads a descriptor in binary and closes it; null on failure.
+FILE *host_fdopen(int descriptor);
+
 FILE *host_freopen(const char *path, const char *mode, FILE *stream);
 
 // fseek and ftell over 64-bit offsets from the start of the file; -1 if that is unknown.

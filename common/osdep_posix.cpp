@@ -155,39 +155,18 @@ FILE *host_fopen(const char *path, const char *mode) {
     return stream;
 }
 
-FILE *host_fopen_regular(const char *path) {
-    int descriptor;
-    if (host_open_regular(path, &descriptor) != OpenOutcome::opened)
-        return nullptr;
-    FILE *stream = fdopen(descriptor, "rb");
-    if (stream == nullptr)
-        host_close(descriptor);
-    return stream;
-}
-
-static OpenOutcome irregular(mode_t mode) {
-    const bool directory = S_ISDIR(mode);
-    errno = directory ? EISDIR : EINVAL;
-    return directory ? OpenOutcome::refused : OpenOutcome::special;
-}
-
-// The kind is asked before opening, because opening can set a device going, and again after it,
-// because the name may have changed hands; O_NONBLOCK covers a FIFO put there in between.
-OpenOutcome host_open_regular(const char *path, int *descriptor) {
-    struct stat status = {};
-    if (stat(path, &status) != 0)
-        return OpenOutcome::missing;
-    if (!S_ISREG(status.st_mode))
-        return irregular(status.st_mode);
+int host_open(const char *path) {
     const int flags = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-    *descriptor = uninterrupted([&] { return open(path, flags); });
-    if (*descriptor == -1)
-        return OpenOutcome::refused;
-    if (fstat(*descriptor, &status) == 0 && S_ISREG(status.st_mode))
-        return OpenOutcome::opened;
-    host_close(*descriptor);
-    errno = EINVAL;
-    return OpenOutcome::refused;
+    return uninterrupted([&] { return open(path, flags); });
+}
+
+bool host_is_regular(int descriptor) {
+    struct stat status = {};
+    return fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+FILE *host_fdopen(int descriptor) {
+    return fdopen(descriptor, "rb");
 }
 
 // The new stream is inherited: it takes the place of a standard one.

@@ -317,27 +317,17 @@ FILE *host_fopen(const char *path, const char *mode) {
     return stream;
 }
 
-FILE *host_fopen_regular(const char *path) {
-    int descriptor;
-    if (host_open_regular(path, &descriptor) != OpenOutcome::opened)
-        return nullptr;
-    FILE *stream = _fdopen(descriptor, "rb");
-    if (stream == nullptr)
-        host_close(descriptor);
-    return stream;
+int host_open(const char *path) {
+    const int flags = _O_RDONLY | _O_BINARY | _O_NOINHERIT | _O_SEQUENTIAL;
+    return _wopen(SystemPath(path).get(), flags);
 }
 
-OpenOutcome host_open_regular(const char *path, int *descriptor) {
-    HostStat status;
-    if (!host_stat(path, &status))
-        return OpenOutcome::missing;
-    if (status.kind != FileKind::regular) {
-        errno = status.kind == FileKind::directory ? EISDIR : EINVAL;
-        return status.kind == FileKind::directory ? OpenOutcome::refused : OpenOutcome::special;
-    }
-    const int flags = _O_RDONLY | _O_BINARY | _O_NOINHERIT | _O_SEQUENTIAL;
-    *descriptor = _wopen(SystemPath(path).get(), flags);
-    return *descriptor == -1 ? OpenOutcome::refused : OpenOutcome::opened;
+bool host_is_regular(int descriptor) {
+    return GetFileType(reinterpret_cast<HANDLE>(_get_osfhandle(descriptor))) == FILE_TYPE_DISK;
+}
+
+FILE *host_fdopen(int descriptor) {
+    return _fdopen(descriptor, "rb");
 }
 
 FILE *host_freopen(const char *path, const char *mode, FILE *stream) {

@@ -170,9 +170,11 @@ static bool walk_entry(const Walk &walk, const char *name, bool held) {
     OwnedString relative = path_join_style(drive_path_style, walk.relative, name);
     if (relative == nullptr)
         relative = xstrdup(name);
-    if (os_is_dir(full.get()))
+    HostStat status;
+    const HostStat *found = host_stat(full.get(), &status) ? &status : nullptr;
+    if (found != nullptr && found->kind == FileKind::directory)
         return walk_directory({walk.files, full.get(), relative.get(), &walk});
-    return walk.files->add(full.get(), relative.release());
+    return walk.files->add(full.get(), relative.release(), found);
 }
 
 static bool walk_directory(Walk walk) {

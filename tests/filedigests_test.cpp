@@ -1,5 +1,6 @@
 #include "filedigests.h"
 
+#include "osdep.h"
 #include "scratch.h"
 #include "sha256_blocks.h"
 
@@ -89,5 +90,42 @@ TEST(FileDigests, ResultsComeInOrder) {
             EXPECT_EQ(memcmp(received.results[i].digest, expected[i].digest, SHA256_DIGEST_SIZE), 0)
                 << i;
         }
+    }
+}
+
+// What has taken the place of a file since it was found: it would read as empty, or for ever.
+TEST(FileDigests, NamesThatChangedHandsAreRefused) {
+    const Scratch scratch;
+    const bool windows = os_kind() != 0;
+    const struct {
+        std::string path;
+        uint64_t size;
+    } cases[] = {
+        {windows ? "NUL" : "/dev/null", 0},
+        {windows ? "NUL" : "/dev/null", 100},
+        {windows ? "NUL" : "/dev/zero", 100},
+        {scratch.directory(), 0},
+        {scratch.directory(), 100},
+    };
+    for (const auto &c : cases) {
+        Received received;
+        FileDigests digests(receive, &received);
+        const HostStat found = {FileKind::regular, c.size};
+        digests.add(c.path.c_str(), nullptr, &found);
+        digests.finish();
+        ASSERT_EQ(received.results.size(), 1u);
+        EXPECT_EQ(received.results[0].outcome, OpenOutcome::refused) << c.path << " " << c.size;
+    }
+    // A file that has only changed its size is hashed as it is.
+    const std::string grown = scratch.write("grown", "abc");
+    for (const uint64_t size : {0, 2, 4}) {
+        Received received;
+        FileDigests digests(receive, &received);
+        const HostStat found = {FileKind::regular, size};
+        digests.add(grown.c_str(), nullptr, &found);
+        digests.finish();
+        ASSERT_EQ(received.results.size(), 1u);
+        EXPECT_EQ(received.results[0].outcome, OpenOutcome::opened) << size;
+        EXPECT_EQ(received.results[0].digest[0], 0xba) << size;
     }
 }
