@@ -59,8 +59,8 @@ bool FileDigests::refill(Lane &lane) {
     lane.next = lane.buffer;
     lane.left = got > 0 ? static_cast<size_t>(got) : 0;
     lane.length += lane.left;
-    const bool as_found = got > 0 ? lane.length <= lane.size
-                                  : lane.length == lane.size && lane.length != 0;
+    const bool as_found =
+        got > 0 ? lane.length <= lane.size : lane.length == lane.size && lane.length != 0;
     if (!as_found && !host_is_regular(lane.descriptor))
         end(lane, OpenOutcome::refused);
     else if (got <= 0)

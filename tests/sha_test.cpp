@@ -4,8 +4,10 @@
 
 #include <array>
 #include <cstring>
+#include <functional>
 #include <gtest/gtest.h>
 #include <random>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -26,6 +28,14 @@ struct Sha1 {
     static constexpr auto final = sha1_final;
 };
 
+static std::string hex(std::span<const uint8_t> bytes) {
+    std::string text;
+    for (const uint8_t byte : bytes)
+        for (const int digit : {byte >> 4, byte & 15})
+            text += "0123456789abcdef"[digit];
+    return text;
+}
+
 // In hexadecimal, of a message given in pieces, or of one piece given several times.
 template <class Hash>
 static std::string digest_of(const std::vector<std::string> &pieces, int times = 1) {
@@ -36,19 +46,18 @@ static std::string digest_of(const std::vector<std::string> &pieces, int times =
             Hash::update(&ctx, piece.data(), piece.size());
     uint8_t digest[Hash::size];
     Hash::final(&ctx, digest);
-    std::string text;
-    for (const uint8_t byte : digest)
-        for (const int digit : {byte >> 4, byte & 15})
-            text += "0123456789abcdef"[digit];
-    return text;
+    return hex(digest);
 }
 
-TEST(Sha, DigestsOfTheStandardAndOfEveryPadding) {
+struct KnownDigest {
+    std::string message;
+    const char *sha256, *sha1;
+};
+
+// The standard's examples, and a message for every way to pad.
+static const std::vector<KnownDigest> &known_digests() {
     const auto as = [](size_t n) { return std::string(n, 'a'); };
-    const struct {
-        std::string message;
-        const char *sha256, *sha1;
-    } cases[] = {
+    static const std::vector<KnownDigest> known = {
         {"", "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855",
          "da39a3ee5e6b4b0d3255bfef95601890afd80709"},
         {"abc", "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad",
@@ -73,7 +82,11 @@ TEST(Sha, DigestsOfTheStandardAndOfEveryPadding) {
         {as(1000000), "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0",
          "34aa973cd4c4daa4f61eeb2bdbad27316534016f"},
     };
-    for (const auto &c : cases) {
+    return known;
+}
+
+TEST(Sha, DigestsOfTheStandardAndOfEveryPadding) {
+    for (const auto &c : known_digests()) {
         EXPECT_EQ(digest_of<Sha256>({c.message}), c.sha256) << c.message.size();
         EXPECT_EQ(digest_of<Sha1>({c.message}), c.sha1) << c.message.size();
     }
@@ -134,6 +147,58 @@ TEST(Sha, PiecesMakeNoDifference) {
     expect_splits_not_to_matter<Sha1>();
     expect_fields<Sha256>();
     expect_fields<Sha1>();
+}
+
+// One message through one of the implementations that this machine can run.
+struct Implementation {
+    const char *name;
+    std::function<void(uint32_t *state, const uint8_t *blocks, size_t count)> compress;
+};
+
+// A lane of a pair, with zeros in the other.
+static Implementation lane_of(const char *name, Sha256PairFn pair, int lane) {
+    return {name, [=](uint32_t *state, const uint8_t *blocks, size_t count) {
+                const std::vector<uint8_t> zeros(64 * count);
+                uint32_t ignored[8] = {};
+                uint32_t *states[2] = {ignored, ignored};
+                const uint8_t *messages[2] = {zeros.data(), zeros.data()};
+                states[lane] = state;
+                messages[lane] = blocks;
+                pair(states, messages, count);
+            }};
+}
+
+static std::vector<Implementation> implementations() {
+    std::vector<Implementation> all = {{"portable", sha256_blocks_portable},
+                                       lane_of("portable, first lane", sha256_pair_portable, 0),
+                                       lane_of("portable, second lane", sha256_pair_portable, 1)};
+    if (sha256_blocks_native() != nullptr) {
+        all.push_back({"native", sha256_blocks_native()});
+        all.push_back(lane_of("native, first lane", sha256_pair_native(), 0));
+        all.push_back(lane_of("native, second lane", sha256_pair_native(), 1));
+    }
+    return all;
+}
+
+TEST(Sha, EveryImplementationGivesTheKnownDigests) {
+    for (const Implementation &implementation : implementations())
+        for (const auto &c : known_digests()) {
+            const uint64_t bits = 8 * uint64_t{c.message.size()};
+            std::string padded = c.message + '\x80';
+            padded.resize((padded.size() + 8 + 63) / 64 * 64 - 8);
+            for (int shift = 56; shift >= 0; shift -= 8)
+                padded += static_cast<char>(bits >> shift);
+
+            Sha256Context ctx;
+            sha256_init(&ctx);
+            implementation.compress(ctx.state, reinterpret_cast<const uint8_t *>(padded.data()),
+                                    padded.size() / 64);
+            std::vector<uint8_t> digest;
+            for (const uint32_t word : ctx.state)
+                for (int shift = 24; shift >= 0; shift -= 8)
+                    digest.push_back(static_cast<uint8_t>(word >> shift));
+            EXPECT_EQ(hex(digest), c.sha256) << implementation.name << " " << c.message.size();
+        }
 }
 
 TEST(Sha, NativeBlocksGiveWhatThePortableOnesGive) {
