@@ -1,0 +1,136 @@
+// How fast the runtime's parts are, one at a time. bench/micro runs this and prints the ratios.
+#include "hash.h"
+#include "osdep_host.h"
+#include "sha256.h"
+#include "sha256_blocks.h"
+#include "stringcache.h"
+
+#include <benchmark/benchmark.h>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+// --- Digest: messages of a number of bytes
+
+static void count_bytes(benchmark::State &state, int64_t each) {
+    state.SetBytesProcessed(state.iterations() * each);
+}
+
+static void Digest(benchmark::State &state) {
+    const std::vector<uint8_t> message(static_cast<size_t>(state.range(0)), 'k');
+    for (auto _ : state) {
+        Sha256Context ctx;
+        uint8_t digest[SHA256_DIGEST_SIZE];
+        sha256_init(&ctx);
+        sha256_update(&ctx, message.data(), message.size());
+        sha256_final(&ctx, digest);
+        benchmark::DoNotOptimize(digest);
+    }
+    count_bytes(state, state.range(0));
+}
+BENCHMARK(Digest)->Arg(1 << 10)->Arg(1 << 14)->Arg(1 << 20);
+
+static void DigestTwoLanes(benchmark::State &state) {
+    const std::vector<uint8_t> first(static_cast<size_t>(state.range(0)), 'k'), second = first;
+    for (auto _ : state) {
+        Sha256Context ctx[2];
+        uint8_t digest[SHA256_DIGEST_SIZE];
+        Sha256Context *const contexts[2] = {&ctx[0], &ctx[1]};
+        const uint8_t *const blocks[2] = {first.data(), second.data()};
+        for (Sha256Context *context : contexts)
+            sha256_init(context);
+        sha256_update_pair(contexts, blocks, first.size() / SHA256_BLOCK_SIZE);
+        for (Sha256Context *context : contexts) {
+            sha256_final(context, digest);
+            benchmark::DoNotOptimize(digest);
+        }
+    }
+    count_bytes(state, 2 * state.range(0));
+}
+BENCHMARK(DigestTwoLanes)->Arg(1 << 10)->Arg(1 << 14)->Arg(1 << 20);
+
+static void DigestPortable(benchmark::State &state) {
+    const std::vector<uint8_t> message(static_cast<size_t>(state.range(0)), 'k');
+    uint32_t words[8] = {};
+    for (auto _ : state) {
+        sha256_blocks_portable(words, message.data(), message.size() / SHA256_BLOCK_SIZE);
+        benchmark::DoNotOptimize(words);
+    }
+    count_bytes(state, state.range(0));
+}
+BENCHMARK(DigestPortable)->Arg(1 << 14);
+
+// --- Strings and tables, of a number of entries each like a path in a manifest
+
+static std::string path_text(int64_t number) {
+    return ".\\lib\\gcc\\x86_64-linux-gnu\\12\\include\\header-" + std::to_string(number) + ".h";
+}
+
+static std::vector<std::string> path_texts(int64_t count) {
+    std::vector<std::string> paths;
+    for (int64_t i = 0; i < count; i++)
+        paths.push_back(path_text(i));
+    return paths;
+}
+
+// Every string is a new one, so that the cache grows with the iterations.
+static void InternNew(benchmark::State &state) {
+    static int64_t number = 1 << 30;
+    for (auto _ : state)
+        benchmark::DoNotOptimize(sc_strdup(path_text(number++).c_str()));
+    state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(InternNew)->Iterations(1'000'000);
+
+static void InternKnown(benchmark::State &state) {
+    const std::vector<std::string> paths = path_texts(state.range(0));
+    for (const std::string &path : paths)
+        sc_strdup(path.c_str());
+    for (auto _ : state)
+        for (const std::string &path : paths)
+            benchmark::DoNotOptimize(sc_strdup(path.c_str()));
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+BENCHMARK(InternKnown)->Arg(10'000)->Arg(1'000'000);
+
+static HashTable *table_of(const std::vector<std::string> &keys) {
+    HashTable *table = hash_new(static_cast<uint32_t>(keys.size()) | 1, strhash, strkeycmp,
+                                __FILE__, __LINE__);
+    for (const std::string &key : keys)
+        hash_insert(table, key.c_str(), key.c_str(), __FILE__, __LINE__);
+    return table;
+}
+
+static void HashInsert(benchmark::State &state) {
+    const std::vector<std::string> keys = path_texts(state.range(0));
+    for (auto _ : state)
+        hash_free(table_of(keys));
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+BENCHMARK(HashInsert)->Arg(10'000)->Arg(1'000'000);
+
+static void HashLookup(benchmark::State &state) {
+    const std::vector<std::string> keys = path_texts(state.range(0));
+    HashTable *table = table_of(keys);
+    for (auto _ : state)
+        for (const std::string &key : keys)
+            benchmark::DoNotOptimize(hash_lookup(table, key.c_str()));
+    hash_free(table);
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+BENCHMARK(HashLookup)->Arg(10'000)->Arg(1'000'000);
+
+// --- Lines of a manifest
+
+static void ReadLines(benchmark::State &state) {
+    const FilePtr file(tmpfile());
+    for (int64_t i = 0; i < state.range(0); i++)
+        fprintf(file.get(), "%064d *%s\n", 0, path_text(i).c_str());
+    for (auto _ : state) {
+        host_seek(file.get(), 0);
+        while (!sc_readLineBytes(file.get()).empty()) {
+        }
+    }
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+BENCHMARK(ReadLines)->Arg(10'000)->Arg(1'000'000);
