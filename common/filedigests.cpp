@@ -8,22 +8,25 @@ FileDigests::~FileDigests() {
             host_close(lane.descriptor);
 }
 
+// Hashes until a lane is free.
+bool FileDigests::wait_for_lane() {
+    while (!ended && lanes[0].job != nullptr && lanes[1].job != nullptr)
+        advance();
+    return !ended;
+}
+
+// Waits first, so that what is found is what is opened a moment later.
 bool FileDigests::add(const char *path, void *tag) {
     HostStat found;
-    return add(path, tag, host_stat(path, &found) ? &found : nullptr);
+    return wait_for_lane() && add(path, tag, host_stat(path, &found) ? &found : nullptr);
 }
 
 bool FileDigests::add(const char *path, void *tag, const HostStat *found) {
-    const auto free_lane = [this] {
-        return std::find_if(std::begin(lanes), std::end(lanes),
-                            [](const Lane &lane) { return lane.job == nullptr; });
-    };
-    while (!ended && free_lane() == std::end(lanes))
-        advance();
-    if (ended)
+    if (!wait_for_lane())
         return false;
+    Lane &lane = lanes[0].job == nullptr ? lanes[0] : lanes[1];
     Job &job = jobs.emplace_back(Job{path, tag, false, {}});
-    return start(*free_lane(), job, found) || hand_over();
+    return start(lane, job, found) || hand_over();
 }
 
 bool FileDigests::finish() {

@@ -64,6 +64,7 @@ class FileDigests {
         alignas(CACHE_LINE) uint8_t buffer[READ_SIZE];
     };
 
+    bool wait_for_lane();
     bool start(Lane &lane, Job &job, const HostStat *found);
     bool refill(Lane &lane);
     void end(Lane &lane, OpenOutcome outcome);

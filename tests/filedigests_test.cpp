@@ -20,7 +20,7 @@ static std::vector<uint8_t> noise(size_t size, uint32_t seed) {
 TEST(FileDigests, PairsOfBlocksAreLikeSingleOnes) {
     const std::vector<uint8_t> a = noise(64 * 33, 1), b = noise(64 * 33, 2);
     for (const Sha256PairFn pair : {sha256_pair_portable, sha256_pair_native()})
-        for (const size_t count : {0, 1, 2, 33}) {
+        for (const size_t count : {0u, 1u, 2u, 33u}) {
             if (pair == nullptr)
                 continue; // this processor has no instructions of its own
             uint32_t alone[2][8] = {{1, 2, 3, 4, 5, 6, 7, 8}, {9, 10, 11, 12, 13, 14, 15, 16}};
@@ -116,7 +116,7 @@ TEST(FileDigests, NamesThatChangedHandsAreRefused) {
     }
     // A file that has only changed its size is hashed as it is.
     const std::string grown = scratch.write("grown", "abc");
-    for (const uint64_t size : {0, 2, 4}) {
+    for (const uint64_t size : {0u, 2u, 4u}) {
         Received received;
         FileDigests digests(receive, &received);
         const HostStat found = {FileKind::regular, size};
