@@ -5,8 +5,10 @@
 #include "sha256_blocks.h"
 #include "stringcache.h"
 
+#include <algorithm>
 #include <benchmark/benchmark.h>
 #include <cstdio>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -66,26 +68,36 @@ static std::string path_text(int64_t number) {
     return ".\\lib\\gcc\\x86_64-linux-gnu\\12\\include\\header-" + std::to_string(number) + ".h";
 }
 
-static std::vector<std::string> path_texts(int64_t count) {
+static std::vector<std::string> path_texts(int64_t first, int64_t count) {
     std::vector<std::string> paths;
-    for (int64_t i = 0; i < count; i++)
+    for (int64_t i = first; i < first + count; i++)
         paths.push_back(path_text(i));
     return paths;
 }
 
-// Every string is a new one, so that the cache grows with the iterations.
-static void InternNew(benchmark::State &state) {
-    static int64_t number = 1 << 30;
-    for (auto _ : state)
-        benchmark::DoNotOptimize(sc_strdup(path_text(number++).c_str()));
-    state.SetItemsProcessed(state.iterations());
+// Copies in another order than the one in which they were entered.
+static std::vector<std::string> shuffled(std::vector<std::string> paths) {
+    std::shuffle(paths.begin(), paths.end(), std::mt19937(1));
+    return paths;
 }
-BENCHMARK(InternNew)->Iterations(1'000'000);
+
+// Every string is a new one, in a cache that grows with every run.
+static void InternNew(benchmark::State &state) {
+    static int64_t first = 1 << 30;
+    const std::vector<std::string> paths = path_texts(first, state.range(0));
+    first += state.range(0);
+    for (auto _ : state)
+        for (const std::string &path : paths)
+            benchmark::DoNotOptimize(sc_strdup(path.c_str()));
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+BENCHMARK(InternNew)->Arg(100'000)->Iterations(1);
 
 static void InternKnown(benchmark::State &state) {
-    const std::vector<std::string> paths = path_texts(state.range(0));
+    std::vector<std::string> paths = path_texts(0, state.range(0));
     for (const std::string &path : paths)
         sc_strdup(path.c_str());
+    paths = shuffled(paths);
     for (auto _ : state)
         for (const std::string &path : paths)
             benchmark::DoNotOptimize(sc_strdup(path.c_str()));
@@ -94,15 +106,16 @@ static void InternKnown(benchmark::State &state) {
 BENCHMARK(InternKnown)->Arg(10'000)->Arg(1'000'000);
 
 static HashTable *table_of(const std::vector<std::string> &keys) {
-    HashTable *table = hash_new(static_cast<uint32_t>(keys.size()) | 1, strhash, strkeycmp,
-                                __FILE__, __LINE__);
+    HashTable *table =
+        hash_new(static_cast<uint32_t>(keys.size()) | 1, strhash, strkeycmp, __FILE__, __LINE__);
     for (const std::string &key : keys)
         hash_insert(table, key.c_str(), key.c_str(), __FILE__, __LINE__);
     return table;
 }
 
+// With making and freeing the table.
 static void HashInsert(benchmark::State &state) {
-    const std::vector<std::string> keys = path_texts(state.range(0));
+    const std::vector<std::string> keys = path_texts(0, state.range(0));
     for (auto _ : state)
         hash_free(table_of(keys));
     state.SetItemsProcessed(state.iterations() * state.range(0));
@@ -110,10 +123,10 @@ static void HashInsert(benchmark::State &state) {
 BENCHMARK(HashInsert)->Arg(10'000)->Arg(1'000'000);
 
 static void HashLookup(benchmark::State &state) {
-    const std::vector<std::string> keys = path_texts(state.range(0));
+    const std::vector<std::string> keys = path_texts(0, state.range(0)), sought = shuffled(keys);
     HashTable *table = table_of(keys);
     for (auto _ : state)
-        for (const std::string &key : keys)
+        for (const std::string &key : sought)
             benchmark::DoNotOptimize(hash_lookup(table, key.c_str()));
     hash_free(table);
     state.SetItemsProcessed(state.iterations() * state.range(0));
