@@ -1,5 +1,6 @@
 #include "filedigests.h"
 
+#include "blockhash.h"
 #include "osdep.h"
 #include "scratch.h"
 #include "sha256_blocks.h"
@@ -35,15 +36,39 @@ TEST(FileDigests, PairsOfBlocksAreLikeSingleOnes) {
         }
 }
 
+// These are the first digests of the process when the test runs by itself, and their length in bits
+// needs the upper half of its field.
+TEST(FileDigests, PairsAreChosenAndCounted) {
+    Sha256Context ctx[2];
+    Sha256Context *const contexts[2] = {&ctx[0], &ctx[1]};
+    const std::vector<uint8_t> message(SHA256_BLOCK_SIZE, 'a');
+    const uint8_t *const blocks[2] = {message.data(), message.data()};
+    for (Sha256Context *context : contexts)
+        sha256_init(context);
+    sha256_update_pair(contexts, blocks, 1);
+    for (Sha256Context *context : contexts) {
+        Sha256Context copy = *context;
+        uint8_t digest[SHA256_DIGEST_SIZE];
+        sha256_final(&copy, digest);
+        EXPECT_EQ(load_be32(digest), 0xffe054feu);
+        context->bitlen = 0xfffffe00;
+    }
+    sha256_update_pair(contexts, blocks, 1);
+    for (const Sha256Context *context : contexts)
+        EXPECT_EQ(context->bitlen, uint64_t{1} << 32);
+}
+
 // What the receiver is given, and the result after which it ends the whole.
 struct Received {
     std::vector<size_t> tags;
+    std::vector<std::string> paths;
     std::vector<FileDigest> results;
     size_t end = SIZE_MAX;
 };
 
-static bool receive(void *context, const char *, void *tag, const FileDigest &result) {
+static bool receive(void *context, const char *path, void *tag, const FileDigest &result) {
     auto *received = static_cast<Received *>(context);
+    received->paths.push_back(path);
     received->tags.push_back(reinterpret_cast<uintptr_t>(tag));
     received->results.push_back(result);
     return received->tags.size() <= received->end;
@@ -86,10 +111,66 @@ TEST(FileDigests, ResultsComeInOrder) {
         ASSERT_EQ(received.tags.size(), std::min(end + 1, paths.size()));
         for (size_t i = 0; i < received.tags.size(); i++) {
             EXPECT_EQ(received.tags[i], i);
+            EXPECT_EQ(received.paths[i], paths[i]);
             EXPECT_EQ(received.results[i].outcome, expected[i].outcome) << i;
             EXPECT_EQ(memcmp(received.results[i].digest, expected[i].digest, SHA256_DIGEST_SIZE), 0)
                 << i;
         }
+    }
+}
+
+// A file that grows while it is read is read on in the middle of a block.
+TEST(FileDigests, ReadsMayEndInsideABlock) {
+    const Scratch scratch;
+    struct Growing {
+        std::string path, contents;
+        std::vector<FileDigest> results;
+    } growing = {scratch.write("growing", std::string(100, 'x')), std::string(300100, 'x'), {}};
+    // The file is in the second lane, read to its end so far, when the first lane's file is done.
+    const auto grow = [](void *context, const char *, void *, const FileDigest &result) {
+        auto *state = static_cast<Growing *>(context);
+        if (state->results.empty()) {
+            const FilePtr file(host_fopen(state->path.c_str(), "ab"));
+            fwrite(state->contents.data(), 1, 300000, file.get());
+        }
+        state->results.push_back(result);
+        return true;
+    };
+    FileDigests digests(grow, &growing);
+    digests.add(scratch.write("short", std::string(64, 'y')).c_str(), nullptr);
+    digests.add(growing.path.c_str(), nullptr);
+    digests.add(scratch.write("long", std::string(500000, 'z')).c_str(), nullptr);
+    EXPECT_TRUE(digests.finish());
+    ASSERT_EQ(growing.results.size(), 3u);
+    Sha256Context ctx;
+    uint8_t digest[SHA256_DIGEST_SIZE];
+    sha256_init(&ctx);
+    sha256_update(&ctx, growing.contents.data(), growing.contents.size());
+    sha256_final(&ctx, digest);
+    EXPECT_EQ(memcmp(growing.results[1].digest, digest, sizeof digest), 0);
+}
+
+// Whether they come to their end or are given up; a file that is missing is told of at once.
+TEST(FileDigests, DescriptorsAreClosed) {
+    const Scratch scratch;
+    const std::string file = scratch.write("file", std::string(200000, 'x'));
+    const auto next_descriptor = [&] {
+        const int descriptor = host_open(file.c_str());
+        host_close(descriptor);
+        return descriptor;
+    };
+    const int before = next_descriptor();
+    for (const bool finished : {true, false}) {
+        Received received;
+        {
+            FileDigests digests(receive, &received);
+            digests.add(scratch.path("missing").c_str(), nullptr);
+            EXPECT_EQ(received.results.size(), 1u);
+            for (int i = 0; i < 5; i++)
+                digests.add(file.c_str(), nullptr);
+            EXPECT_TRUE(!finished || digests.finish());
+        }
+        EXPECT_EQ(next_descriptor(), before) << (finished ? "finished" : "given up");
     }
 }
 
