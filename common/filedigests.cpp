@@ -8,14 +8,12 @@ FileDigests::~FileDigests() {
             host_close(lane.descriptor);
 }
 
-// Hashes until a lane is free.
 bool FileDigests::wait_for_lane() {
     while (!ended && lanes[0].job != nullptr && lanes[1].job != nullptr)
         advance();
     return !ended;
 }
 
-// Waits first, so that what is found is what is opened a moment later.
 bool FileDigests::add(const char *path, void *tag) {
     HostStat found;
     return wait_for_lane() && add(path, tag, host_stat(path, &found) ? &found : nullptr);
@@ -52,9 +50,10 @@ bool FileDigests::start(Lane &lane, Job &job, const HostStat *found) {
 // Reads on when nothing is left. At the end of the file, or at an error, the lane is done and free:
 // false.
 //
-// Between being found and being opened a name can pass from a file to a FIFO, a directory or a
-// device, which would read as an empty file or for ever. None of these reads as what was found, so
-// only what does not (an empty file cannot tell) costs the system call to ask again.
+// In the moment between being found and being opened a name can pass from a file to a FIFO, a
+// directory or a device, which would read as an empty file or for ever. So what does not read as
+// long as it was found to be, or is empty, is asked again what it is; not every file, because that
+// would cost each a system call.
 bool FileDigests::refill(Lane &lane) {
     if (lane.left != 0)
         return true;

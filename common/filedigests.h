@@ -31,11 +31,16 @@ class FileDigests {
     FileDigests(const FileDigests &) = delete;
     FileDigests &operator=(const FileDigests &) = delete;
 
-    // Takes the next file; hashes earlier ones until a lane is free. False when the receiver has
-    // ended the whole.
+    // All of these are false once the receiver has ended the whole.
+
+    // Hashes until a lane is free.
+    bool wait_for_lane();
+
+    // Takes the next file, when there is a lane for it.
     bool add(const char *path, void *tag);
 
-    // The same for a path of which host_stat has said `found`, null if that failed.
+    // The same for a path of which host_stat has said `found`, null if that failed; it is to be
+    // asked when there is a lane, so that the file is opened a moment later.
     bool add(const char *path, void *tag, const HostStat *found);
 
     // Hashes what is left and hands it over.
@@ -64,7 +69,6 @@ class FileDigests {
         alignas(CACHE_LINE) uint8_t buffer[READ_SIZE];
     };
 
-    bool wait_for_lane();
     bool start(Lane &lane, Job &job, const HostStat *found);
     bool refill(Lane &lane);
     void end(Lane &lane, OpenOutcome outcome);

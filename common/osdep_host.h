@@ -94,7 +94,8 @@ enum class OpenOutcome {
 };
 OpenOutcome host_open_regular(const char *path, const HostStat *found, int *descriptor);
 
-// Opens whatever stands at `path` for reading in binary, without ever waiting; -1 on failure.
+// Opens whatever stands at `path` for reading in binary, without waiting for a FIFO or a device; -1
+// on failure.
 int host_open(const char *path);
 
 // Whether the descriptor is a regular file's.

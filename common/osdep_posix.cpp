@@ -155,8 +155,13 @@ FILE *host_fopen(const char *path, const char *mode) {
     return stream;
 }
 
+// Only a lease that another program holds on a file makes it one that would block; it is asked to
+// give way while we wait.
 int host_open(const char *path) {
-    const int flags = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+    const int flags = O_RDONLY | O_NOCTTY | O_CLOEXEC;
+    const int descriptor = uninterrupted([&] { return open(path, flags | O_NONBLOCK); });
+    if (descriptor != -1 || errno != EWOULDBLOCK)
+        return descriptor;
     return uninterrupted([&] { return open(path, flags); });
 }
 

@@ -170,6 +170,8 @@ static bool walk_entry(const Walk &walk, const char *name, bool held) {
     OwnedString relative = path_join_style(drive_path_style, walk.relative, name);
     if (relative == nullptr)
         relative = xstrdup(name);
+    if (!walk.files->wait_for_lane())
+        return false;
     HostStat status;
     const HostStat *found = host_stat(full.get(), &status) ? &status : nullptr;
     if (found != nullptr && found->kind == FileKind::directory)

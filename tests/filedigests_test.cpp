@@ -174,6 +174,29 @@ TEST(FileDigests, DescriptorsAreClosed) {
     }
 }
 
+// A file that goes while others are hashed before it is missing, not one that cannot be opened.
+TEST(FileDigests, FilesAreLookedForWhenThereIsALane) {
+    const Scratch scratch;
+    struct Removal {
+        std::string path;
+        std::vector<OpenOutcome> outcomes;
+    } removal = {scratch.write("third", "c"), {}};
+    const auto remove = [](void *context, const char *, void *, const FileDigest &result) {
+        auto *state = static_cast<Removal *>(context);
+        host_remove(state->path.c_str());
+        state->outcomes.push_back(result.outcome);
+        return true;
+    };
+    FileDigests digests(remove, &removal);
+    digests.add(scratch.write("first", "a").c_str(), nullptr);
+    digests.add(scratch.write("second", std::string(100000, 'b')).c_str(), nullptr);
+    digests.add(removal.path.c_str(), nullptr);
+    digests.finish();
+    const std::vector<OpenOutcome> expected = {OpenOutcome::opened, OpenOutcome::opened,
+                                               OpenOutcome::missing};
+    EXPECT_EQ(removal.outcomes, expected);
+}
+
 // What has taken the place of a file since it was found: it would read as empty, or for ever.
 TEST(FileDigests, NamesThatChangedHandsAreRefused) {
     const Scratch scratch;
