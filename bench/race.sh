@@ -12,9 +12,6 @@ cache=${XDG_CACHE_HOME:-$HOME/.cache}/kestrel/bench
 }
 mkdir -p "$cache"
 
-# sums_of <manifest>: the manifest as sha256sum and rhash read it.
-sums_of() { sed 's/ \*\.\\/  .\//; s#\\#/#g' "$1"; }
-
 # Each of these is one way to hash (-c: check) the files of the current directory; the name with
 # blanks for underscores is its label. $manifest and $sums hold their digests, and a process of
 # openssl is given $batch files.
@@ -85,4 +82,19 @@ race() {
             'BEGIN { printf "%-28s %8.3f s   %5.2f x   (%.3f to %.3f s)\n",
                             name, median / 1e6, median / base, least / 1e6, most / 1e6 }'
     done
+}
+
+# race_over <tree> <rounds> <program...>: those of the programs that are installed, over the files of
+# a tree, whose digests are taken first.
+race_over() {
+    local tree=$1 rounds=$2 programs
+    shift 2
+    manifest=$tree.manifest sums=$tree.sha256
+    "$kestrel" -g --manifest="$manifest" --instdir="$tree" >/dev/null
+    sed 's/ \*\.\\/  .\//; s#\\#/#g' "$manifest" >"$sums" # as sha256sum and rhash read it
+    cd "$tree"
+    find . -type f -printf '%s\n' | awk -v cores="$(nproc)" -v rounds="$rounds" '{ bytes += $1 }
+        END { printf "%d files, %.2f GB, %d cores, %s rounds\n", NR, bytes / 1e9, cores, rounds }'
+    mapfile -t programs < <(installed "$@")
+    race "$rounds" "${programs[@]}"
 }
