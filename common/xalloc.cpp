@@ -87,6 +87,20 @@ int32_t str_to_int32(const char *text) {
     return static_cast<int32_t>(std::clamp<long long>(value, INT32_MIN, INT32_MAX));
 }
 
+OwnedString str_printable(const char *text) {
+    OwnedString copy = xstrdup(text);
+    char *end = copy.get();
+    for (const char *c = text; *c != '\0'; c++) {
+        const auto byte = static_cast<unsigned char>(*c);
+        const auto next = static_cast<unsigned char>(c[1]);
+        const bool upper = byte == 0xc2 && next >= 0x80 && next < 0xa0;
+        *end++ = upper || byte < ' ' || byte == 0x7f ? '?' : *c;
+        c += upper ? 1 : 0;
+    }
+    *end = '\0';
+    return copy;
+}
+
 void fprint_quoted(FILE *stream, const char *text) {
     std::fprintf(stream, "\"%s\"", text);
 }
