@@ -175,8 +175,8 @@ class Installation {
     }
 
     std::string announced(const char *mode) const {
-        return std::string(mode) + " manifest \"" + manifest + "\" for installation \"" + tree +
-               "\"\n";
+        return std::string(mode) + " manifest \"" + str_printable(manifest.c_str()).get() +
+               "\" for installation \"" + str_printable(tree.c_str()).get() + "\"\n";
     }
 
     const Scratch scratch;
