@@ -491,7 +491,12 @@ OwnedString host_stored_name(const char *path) {
 
 // --- Descriptors
 
-void host_open_standard_streams() {}
+// A process without a console may have none of them.
+void host_open_standard_streams() {
+    for (FILE *stream : {stdin, stdout, stderr})
+        if (_fileno(stream) < 0 || _get_osfhandle(_fileno(stream)) < 0)
+            _wfreopen(L"NUL", stream == stdin ? L"r" : L"w", stream);
+}
 
 int host_fileno(FILE *stream) {
     return _fileno(stream);
