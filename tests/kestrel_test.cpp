@@ -1,36 +1,13 @@
 // The tool seen from outside, and the division of its work.
-#include "cmdline.h"
 #include "kestrel.h"
-#include "scratch.h"
-#include "stringcache.h"
+#include "tool.h"
 
-#include <algorithm>
-#include <gtest/gtest.h>
 #include <random>
-#include <sstream>
-#include <vector>
 
 // What the tool's entry defines, which is not part of this program.
 const char *program_name = nullptr;
 int32_t verbose = 0;
 int32_t task_limit = -1;
-
-using Lines = std::vector<std::string>;
-
-static Lines split(const std::string &text) {
-    Lines lines;
-    std::istringstream stream(text);
-    for (std::string line; std::getline(stream, line); lines.push_back(line))
-        std::erase(line, '\r');
-    return lines;
-}
-
-static std::string joined(const Lines &lines, const char *line_end) {
-    std::string text;
-    for (const std::string &line : lines)
-        text += line + line_end;
-    return text;
-}
 
 // --- Division of the work
 
@@ -83,106 +60,6 @@ TEST(KestrelTasks, ProgramsAreStartedWithQuotedArguments) {
     EXPECT_EQ(status, 7);
 }
 
-// --- Running the tool
-
-struct Outcome {
-    int status;
-    std::string output; // of both streams, which mix in another order on each host
-    bool operator==(const Outcome &other) const {
-        Lines mine = split(output), theirs = split(other.output);
-        std::sort(mine.begin(), mine.end());
-        std::sort(theirs.begin(), theirs.end());
-        return status == other.status && mine == theirs;
-    }
-};
-
-static std::ostream &operator<<(std::ostream &to, const Outcome &outcome) {
-    return to << "status " << outcome.status << ", output: " << outcome.output;
-}
-
-// The argument, spelt so that it arrives as `text`: the tool takes backslashes away, and before it
-// the runtime that splits the command line.
-static const char *spelt(const std::string &text) {
-    std::string result;
-    size_t backslashes = 0;
-    for (const char c : std::string(cmdline_escape(text.c_str()))) {
-        if (c == '"')
-            result.append(backslashes + 1, '\\');
-        backslashes = c == '\\' ? backslashes + 1 : 0;
-        result += c;
-    }
-    if (text.find_first_of(" \t\n") != std::string::npos)
-        result.append(backslashes, '\\');
-    return sc_strdup(result.c_str());
-}
-
-static Outcome kestrel(const Lines &arguments) {
-    const OwnedString directory = os_dirname(os_progpath().get());
-    std::string program = native_join(directory.get(), "kestrel");
-    if (!os_exists(program.c_str()))
-        program += ".exe";
-    Vector *args = vec_new(__FILE__, __LINE__);
-    vec_append(args, program.c_str());
-    for (const std::string &argument : arguments)
-        vec_append(args, spelt(argument));
-    FILE *f = os_popen(args);
-    if (f == nullptr)
-        return {-1, "(not run)"};
-    const std::string output = read_all(f);
-    return {os_pclose(f), output};
-}
-
-// A tree of small files and its manifest beside it, in a directory that may have an odd name.
-class Installation {
-  public:
-    explicit Installation(const std::string &name = "dir", int files = 20)
-        : top(scratch.path(name.c_str())), tree(native_join(top.c_str(), "tree")),
-          manifest(native_join(top.c_str(), "manifest")) {
-        host_mkdir(top.c_str());
-        host_mkdir(tree.c_str());
-        for (int i = 0; i < files; i++)
-            add("f" + std::to_string(i), std::to_string(i));
-    }
-
-    static void write(const std::string &path, const std::string &bytes) {
-        FILE *f = host_fopen(path.c_str(), "wb");
-        ASSERT_NE(f, nullptr) << path;
-        fwrite(bytes.data(), 1, bytes.size(), f);
-        fclose(f);
-    }
-
-    void add(const std::string &name, const std::string &bytes) const {
-        write(native_join(tree.c_str(), name.c_str()), bytes);
-    }
-
-    // Runs -g; the lines of the manifest.
-    Lines generate() const {
-        EXPECT_EQ(run({"-g"}),
-                  (Outcome{0, announced("Generating") + "Manifest file successfully created\n"}));
-        return split(read_file(manifest));
-    }
-
-    Outcome run(Lines arguments) const {
-        arguments.insert(arguments.begin(), {"--manifest=" + manifest, "--instdir=" + tree});
-        return kestrel(arguments);
-    }
-
-    Outcome check(size_t tasks) const { return run({"-c", "--tasks=" + std::to_string(tasks)}); }
-
-    Outcome verdict(bool passed) const {
-        return {passed ? 0 : 1,
-                announced("Checking") + "Verification " + (passed ? "passed\n" : "failed\n")};
-    }
-
-    std::string announced(const char *mode) const {
-        return std::string(mode) + " manifest \"" + str_printable(manifest.c_str()).get() +
-               "\" for installation \"" + str_printable(tree.c_str()).get() + "\"\n";
-    }
-
-    const Scratch scratch;
-    const std::string top, tree, manifest;
-};
-
 // --- Options
 
 static const char *const HELP_BODY = R"(
@@ -207,7 +84,7 @@ Example usage:
 )";
 
 TEST(KestrelOptions, HelpAndComplaints) {
-    const std::string help = kestrel({"-h"}).output;
+    const std::string help = kestrel({"-h"}).out;
     EXPECT_EQ(help.find("Norvane Kestrel V2.41\n"), 0u);
     EXPECT_NE(split(help)[1].find("2023"), std::string::npos);
     EXPECT_EQ(help.substr(help.find('\n', help.find('\n') + 1) + 1), HELP_BODY);
@@ -219,31 +96,37 @@ TEST(KestrelOptions, HelpAndComplaints) {
     const std::string both =
         "Both the generate -g and check -c options were provided. Only one can be accepted\n";
     const std::string syntax = "Invalid syntax for option: --check\n";
-    const Installation inst("dir", 1);
-    const std::string here = "--instdir=" + inst.tree, gone = "--instdir=" + inst.manifest;
-    const std::string no_log = native_join(inst.manifest.c_str(), "log");
+    const Installation inst("dir", 1), gone("gone", 0);
+    ASSERT_TRUE(host_rmdir(gone.tree.c_str()));
+    const std::string here = "--instdir=" + inst.tree;
+    const std::string no_log = native_join(gone.tree.c_str(), "log");
     const struct {
         Lines arguments;
         Outcome outcome;
     } cases[] = {
-        {{"--help", "--check=1"}, {0, help}},
-        {{"-g", "-c", here, "-h"}, {0, help}},
-        {{}, {1, nowhere + help}},
-        {{here}, {1, none + help}},
-        {{here, "-v", "-vv", "-gx", "-C", "--helpme", "--zv", "stray"}, {1, none + help}},
-        {{"-g", "-c", here}, {1, both + help}},
-        {{"--check=5,1", "-h"}, {1, syntax}},
-        {{here, "--check="}, {1, syntax}},
-        {{"-g", gone}, {1, "There was a problem generating the manifest file\n"}},
-        {{"-c", gone}, {1, "Verification failed\n"}},
-        {{"-c", here, "--check=0,0,0", "-vv"}, {1, ""}},
-        {{"--check=0,0,0", here, "-v"}, {1, "Verification failed\n"}},
+        {{"--help", "--check=1"}, {0, help, ""}},
+        {{"-g", "-c", here, "-h"}, {0, help, ""}},
+        {{}, {1, help, nowhere}},
+        {{"-g", "-c"}, {1, help, nowhere}},
+        {{here}, {1, help, none}},
+        {{here, "-v", "-vv", "-gx", "-C", "--helpme", "--zv", "stray"}, {1, help, none}},
+        {{"-g", "-c", here}, {1, help, both}},
+        {{"--check=5,1", "-h"}, {1, "", syntax}},
+        {{here, "--check="}, {1, "", syntax}},
+        {{"-c", here, "--check=0,0,0", "-vv"}, {1, "", ""}},
+        {{"--check=0,0,0", here, "-v"}, {1, "Verification failed\n", ""}},
         {{"--zvdebug=on,out:" + no_log, "-g", here},
-         {1, "(141) can't open debug-out file \"" + no_log + "\": No such file or directory\n"}},
+         {1, "",
+          "(141) can't open debug-out file \"" + no_log + "\": No such file or directory\n"}},
     };
     for (const auto &c : cases)
         EXPECT_EQ(kestrel(c.arguments), c.outcome) << testing::PrintToString(c.arguments);
     EXPECT_FALSE(os_exists(native_join(inst.tree.c_str(), "manifest").c_str()));
+
+    EXPECT_EQ(gone.run({"-c"}), (Outcome{1, "Verification failed\n", ""}));
+    EXPECT_EQ(gone.run({"-g"}),
+              (Outcome{1, "", "There was a problem generating the manifest file\n"}));
+    EXPECT_EQ(inst.run({"-c"}), inst.verdict(false)) << "no manifest";
 }
 
 TEST(KestrelOptions, ManifestIsWrittenAndChecked) {
@@ -252,7 +135,7 @@ TEST(KestrelOptions, ManifestIsWrittenAndChecked) {
     EXPECT_EQ(inst.generate().size(), 20u);
     const std::string text = read_file(inst.manifest);
     EXPECT_EQ(inst.check(2), inst.verdict(true));
-    EXPECT_EQ(inst.run({"-g", "--check=0,0,0"}), (Outcome{0, ""}));
+    EXPECT_EQ(inst.run({"-g", "--check=0,0,0"}), (Outcome{0, "", ""}));
 
     // Relative paths, of which the last counts, and the manifest's place when none is given.
     const OwnedString before = os_getcwd();
@@ -287,7 +170,7 @@ TEST(KestrelCheck, RangesOfLines) {
                  {0, "x,,", 0},          {0, "-1,-1", 1}};
     for (const auto &c : cases)
         EXPECT_EQ(inst.run({"--check=" + std::to_string(c.position) + "," + c.range}),
-                  (Outcome{c.status, ""}))
+                  (Outcome{c.status, "", ""}))
             << c.position << " " << c.range;
     EXPECT_EQ(inst.run({"-c", "--tasks=2", "--check=-9,4,9"}).status, 0) << "the range decides";
 }

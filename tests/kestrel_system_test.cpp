@@ -1,0 +1,161 @@
+// The tool and the system around it: directories, rights, limits, streams and signals. A shell
+// prepares each run, so all of this is for systems that have one.
+#include "tool.h"
+
+#include <csignal>
+
+class KestrelSystem : public testing::Test {
+  protected:
+    void SetUp() override {
+        if (os_kind() != 0)
+            GTEST_SKIP() << "there is no shell here";
+    }
+};
+
+// The superuser's right to pass over all rights is given up.
+static const std::string unprivileged =
+    "[ $(id -u) != 0 ] || set -- setpriv --bounding-set=-all \"$@\"\n";
+
+TEST_F(KestrelSystem, Circumstances) {
+    const Installation inst("dir", 60); // its manifest fills the stream's buffer once, not twice
+    inst.generate();
+    const std::string text = read_file(inst.manifest);
+    inst.add("manifest", text);
+    inst.add("new", "new");
+    inst.generate();
+    Lines complete = split(read_file(inst.manifest));
+    std::sort(complete.begin(), complete.end());
+
+    const bool can_give_up_rights = kestrel({"-h"}, unprivileged).status == 0;
+    const std::string removed = "mkdir gone; cd gone; rmdir ../gone";
+    const Outcome unopened = {1, "", "!! Cannot open file \"./f7\"\n"};
+    const struct {
+        std::string script;
+        Lines arguments;
+        Outcome outcome;
+        bool written = false;
+    } cases[] = {
+        {removed, {"-g"}, inst.not_generated()},
+        {removed, {"-c", "--tasks=1"}, inst.verdict(true)},
+        {removed, {"-c", "--tasks=2"}, inst.verdict(true)},
+        {removed,
+         {"-c", "--tasks=2", "--manifest=manifest"}, // which is not the one in the tree
+         {1,
+          "Checking manifest \"manifest\" for installation \"" + inst.tree +
+              "\"\nVerification failed\n",
+          ""}},
+        {removed, {"--check=0,0,1", "--manifest=manifest"}, {1, "", ""}},
+        {unprivileged + "mkdir there; cd there; chmod 600 .", {"-g"}, inst.not_generated(), true},
+        {unprivileged + "chmod 444 manifest", {"-g"}, inst.not_generated()},
+        {unprivileged + "chmod 0 manifest", {"-c"}, inst.verdict(false)},
+        {unprivileged + "chmod 0 tree/f7", {"--check=0,0,60"}, unopened},
+        {unprivileged + "chmod 0 tree/f7", {"--check=-1,0,60", "-g"}, unopened},
+        {"trap '' 25; ulimit -f 8", {"-g"}, inst.not_generated()}, // 4096 bytes
+        {"export TEMP=\"$PWD/tree\"", {"-g"}, inst.generated(), true},
+        {"exec >&-", {"-c", "--tasks=2"}, {0, "", ""}},
+        {"exec >&- 2>&-", {"-g"}, {0, "", ""}, true},
+    };
+    const OwnedString before = os_getcwd();
+    for (const auto &c : cases) {
+        if (c.script.starts_with(unprivileged) && !can_give_up_rights)
+            continue;
+        host_remove(inst.manifest.c_str());
+        Installation::write(inst.manifest, text);
+        ASSERT_TRUE(host_chdir(inst.top.c_str()));
+        EXPECT_EQ(inst.run(c.arguments, c.script), c.outcome) << c.script;
+        kestrel({"-h"}, "chmod 644 manifest tree/f7");
+        Lines now = split(read_file(inst.manifest));
+        std::sort(now.begin(), now.end());
+        EXPECT_EQ(read_file(inst.manifest) == text, !c.written) << c.script;
+        EXPECT_EQ(now == complete, c.written) << c.script;
+        ASSERT_TRUE(host_chdir(before.get()));
+    }
+}
+
+// Of a file that cannot be opened and a name that is refused, the first in the directory's order is
+// told, however long a file in front of both takes.
+TEST_F(KestrelSystem, FirstComplaintCounts) {
+    const Installation inst("dir", 0);
+    for (int i = 0; i < 8; i++) {
+        inst.add("f" + std::to_string(i), std::string(100000, 'x'));
+        inst.add("r\\" + std::to_string(i), "");
+        kestrel({"-h"}, "ln -s gone '" + inst.tree + "/l" + std::to_string(i) + "'");
+    }
+    struct Keep {
+        const Installation &inst;
+        const char *next;
+        std::string link;
+    } keep = {inst, "flr", ""};
+    const auto visit = [](void *context, const char *name, bool) {
+        Keep &kept = *static_cast<Keep *>(context);
+        if (*name != *kept.next)
+            host_remove(native_join(kept.inst.tree.c_str(), name).c_str());
+        else if (*kept.next++ == 'l')
+            kept.link = name;
+        return true;
+    };
+    host_list_directory(inst.tree.c_str(), visit, &keep);
+    ASSERT_STREQ(keep.next, "");
+    EXPECT_EQ(inst.run({"-g"}), (Outcome{1, inst.announced("Generating"),
+                                         "!! Cannot open file \"./" + keep.link + "\"\n"}));
+}
+
+// A file that is all hole; its length is that of a manifest that is one byte too long.
+static void make_long(const std::string &path, int64_t size) {
+    const FilePtr file(host_fopen(path.c_str(), "wb"));
+    ASSERT_TRUE(host_seek(file.get(), size - 1) && putc('\n', file.get()) == '\n');
+}
+
+TEST_F(KestrelSystem, LongManifestsAreRefusedUnread) {
+    const Installation inst("dir", 1);
+    const std::string log = native_join(inst.top.c_str(), "log");
+    make_long(inst.manifest, int64_t{1} << 31);
+    EXPECT_EQ(inst.run({"-c", "--zvdebug=on,out:" + log}), inst.verdict(false));
+    EXPECT_NE(read_file(log).find("-> Manifest is too large\n"), std::string::npos);
+}
+
+// What is announced stands before what is complained of, where both streams are one.
+TEST_F(KestrelSystem, WhatIsDoneIsAnnouncedFirst) {
+    const Installation inst("dir", 0);
+    const std::string script = "exec 2>&1; ln -s gone '" + inst.tree + "/f'";
+    EXPECT_EQ(inst.run({"-g"}, script),
+              (Outcome{1, inst.announced("Generating") + "!! Cannot open file \"./f\"\n", ""}));
+}
+
+TEST_F(KestrelSystem, SignalsEndIt) {
+    const Installation inst("dir", 0);
+    make_long(native_join(inst.tree.c_str(), "long"), int64_t{1} << 30);
+    const std::string temp = native_join(inst.top.c_str(), "temp");
+    host_mkdir(temp.c_str());
+    // Another process sends them when the tool is at work.
+    const std::string send = "export TEMP='" + temp + R"sh('
+(
+    until [ "$(ls "$TEMP")" ] || [ $((tries += 1)) = 1000 ]; do sleep .01; done
+    for number in $numbers; do kill -$number $$; done
+) &)sh";
+    const std::string apology = "\n\nAn unexpected problem has been encountered and the program "
+                                "must quit; contact Norvane support with details\n\n";
+    const struct {
+        const char *script;
+        int status;
+        std::string err;
+    } cases[] = {{"numbers=1", 1, ""},
+                 {"numbers=2", 2, ""},
+                 {"numbers=15", 15, ""},
+                 {"numbers=6", 6, apology},
+                 {"numbers=8", 8, apology},
+                 {"numbers=11", 11, apology},
+                 {"numbers='1 2 15'; trap '' 1 2", 15, ""},
+                 {"numbers='1 2 15'; trap '' $numbers", 0, ""}};
+    for (const int signal : host_caught_signals()) // the tests themselves may be run ignoring some
+        std::signal(signal, SIG_DFL);
+    for (const auto &c : cases) {
+        Installation::write(inst.manifest, "old");
+        const Outcome ended = {c.status, inst.announced("Generating") + "\n", c.err};
+        EXPECT_EQ(inst.run({"-g"}, c.script + ("\n" + send)),
+                  c.status != 0 ? ended : inst.generated())
+            << c.script;
+        EXPECT_EQ(read_file(inst.manifest) == "old", c.status != 0) << c.script;
+        EXPECT_TRUE(host_rmdir(temp.c_str()) && host_mkdir(temp.c_str())) << "left behind";
+    }
+}
