@@ -29,6 +29,7 @@ TEST_F(KestrelSystem, Circumstances) {
     const bool can_give_up_rights = kestrel({"-h"}, unprivileged).status == 0;
     const std::string removed = "mkdir gone; cd gone; rmdir ../gone";
     const Outcome unopened = {1, "", "!! Cannot open file \"./f7\"\n"};
+    const Outcome unprinted = {1, "", "Cannot write to standard output: No space left on device\n"};
     const struct {
         std::string script;
         Lines arguments;
@@ -52,6 +53,16 @@ TEST_F(KestrelSystem, Circumstances) {
         {unprivileged + "chmod 0 tree/f7", {"--check=-1,0,60", "-g"}, unopened},
         {"trap '' 25; ulimit -f 8", {"-g"}, inst.not_generated()}, // 4096 bytes
         {"export TEMP=\"$PWD/tree\"", {"-g"}, inst.generated(), true},
+        {unprivileged + "mkdir -p tree/closed; chmod 0 tree/closed",
+         {"-g"},
+         inst.generated(),
+         true},
+        {unprivileged + "chmod 311 tree",
+         {"-g"},
+         inst.not_generated("Cannot read directory \".\"\n")},
+        {"exec >/dev/full", {"-c", "--tasks=2"}, unprinted},
+        {"exec >/dev/full", {"-g"}, unprinted, true},
+        {"exec >/dev/full", {"-h"}, unprinted},
         {"exec >&-", {"-c", "--tasks=2"}, {0, "", ""}},
         {"exec >&- 2>&-", {"-g"}, {0, "", ""}, true},
     };
@@ -63,7 +74,7 @@ TEST_F(KestrelSystem, Circumstances) {
         Installation::write(inst.manifest, text);
         ASSERT_TRUE(host_chdir(inst.top.c_str()));
         EXPECT_EQ(inst.run(c.arguments, c.script), c.outcome) << c.script;
-        kestrel({"-h"}, "chmod 644 manifest tree/f7");
+        kestrel({"-h"}, "chmod 755 tree tree/closed; chmod 644 manifest tree/f7");
         Lines now = split(read_file(inst.manifest));
         std::sort(now.begin(), now.end());
         EXPECT_EQ(read_file(inst.manifest) == text, !c.written) << c.script;
@@ -112,6 +123,48 @@ TEST_F(KestrelSystem, LongManifestsAreRefusedUnread) {
     make_long(inst.manifest, int64_t{1} << 31);
     EXPECT_EQ(inst.run({"-c", "--zvdebug=on,out:" + log}), inst.verdict(false));
     EXPECT_NE(read_file(log).find("-> Manifest is too large\n"), std::string::npos);
+}
+
+// Rewritten, replaced by the same text or gone, while its lines are being checked.
+TEST_F(KestrelSystem, ManifestsThatChangeFail) {
+    const Installation inst("dir", 3);
+    make_long(native_join(inst.tree.c_str(), "long"), int64_t{1} << 30);
+    inst.generate();
+    const std::string log = native_join(inst.top.c_str(), "log");
+    const std::string wait =
+        "(until grep -qs 'partial check\\|proc id' log || [ $((n += 1)) = 1000 ]; "
+        "do sleep .01; done; ";
+    for (const char *tasks : {"1", "2"})
+        for (const char *change :
+             {"touch manifest", "cp manifest m; mv m manifest", "mv manifest m"}) {
+            const std::string script = "cd '" + inst.top +
+                                       "'; rm -f log; [ -e manifest ] || mv m manifest\n" + wait +
+                                       change + ") &";
+            EXPECT_EQ(inst.run({"-c", std::string("--tasks=") + tasks, "--zvdebug=on,out:" + log},
+                               script),
+                      inst.verdict(false))
+                << change;
+            EXPECT_NE(read_file(log).find("changed during the check"), std::string::npos) << change;
+        }
+}
+
+TEST_F(KestrelSystem, TasksLogIntoNewFilesBesideAFile) {
+    const Installation inst("dir", 10);
+    inst.generate();
+    const std::string path = native_join(inst.top.c_str(), "kestrel_0-5.out");
+    const std::string precious = native_join(inst.top.c_str(), "precious");
+    const std::string enter = "cd '" + inst.top + "'\n";
+    EXPECT_EQ(inst.run({"-c", "--tasks=2", "--zvdebug=on,out:pipe"},
+                       enter + "mkfifo pipe; cat pipe >text &"),
+              inst.verdict(true));
+    EXPECT_FALSE(os_exists(path.c_str())) << "the log is no file";
+    Installation::write(precious, "precious");
+    EXPECT_EQ(inst.run({"-c", "--tasks=2", "--zvdebug=on,out:log"},
+                       enter + "ln -s precious kestrel_0-5.out"),
+              inst.verdict(true));
+    EXPECT_EQ(read_file(precious), "precious");
+    EXPECT_NE(read_file(path).find("All hashes in the range verified correctly"),
+              std::string::npos);
 }
 
 // What is announced stands before what is complained of, where both streams are one.

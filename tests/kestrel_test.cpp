@@ -201,7 +201,7 @@ TEST(KestrelCheck, DamageIsFoundByAnyNumberOfTasks) {
         Installation::write(inst.manifest, text);
     }
     // Tasks without lines have verified nothing.
-    for (const size_t tasks : {20u, 40u})
+    for (const size_t tasks : {20u, 40u, 1000000u})
         EXPECT_EQ(inst.check(tasks), inst.verdict(false)) << tasks;
 }
 
@@ -227,6 +227,12 @@ TEST(KestrelCheck, OnlySoundManifestsPass) {
         {"CR LF", joined(lines, "\r\n"), true},
         {"slashes", slashes, true},
         {"no last line end", text.substr(0, text.size() - 1), true},
+        {"a name inside by way of ..",
+         half + lines[0].substr(0, 66) + "sub/.." + lines[0].substr(67) + "\n" + rest, true},
+        {"a name by way of the top",
+         half + lines[0].substr(0, 66) + "../tree" + lines[0].substr(67) + "\n" + rest},
+        {"an absolute name",
+         half + lines[0].substr(0, 66) + inst.tree + lines[0].substr(67) + "\n" + rest},
         {"empty", ""},
         {"empty last line", text + "\n"},
         {"blank line", half + " \n" + rest},
