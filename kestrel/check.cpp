@@ -209,7 +209,7 @@ static ProcessHandle start_task(const TaskSetting &setting, uint32_t position,
 
 // --- The check
 
-static bool wait_for_task(ProcessHandle process, uint32_t number) {
+bool wait_for_task(ProcessHandle process, uint32_t number) {
     TRACE_MESSAGE("Waiting for process %d to finish", number);
     int status = 1;
     if (process == 0)

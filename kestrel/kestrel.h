@@ -77,6 +77,9 @@ TaskRange task_range(uint32_t lines, uint32_t tasks, uint32_t index);
 // program's path; null entries are passed over.
 ProcessHandle runProgram(const char *exe, Vector *args);
 
+// Waits for the copy of the given number; true if it could be started, and its status is 0.
+bool wait_for_task(ProcessHandle process, uint32_t number);
+
 // The arguments as one command line (interned): double quotes escaped, arguments with white space
 // enclosed in them, each followed by a blank. Null for null or an empty vector.
 const char *vecString(Vector *args);

@@ -51,13 +51,18 @@ TEST(KestrelTasks, ProgramsAreStartedWithQuotedArguments) {
                  "\"C:\\a b\\k.exe\" plain\\ \"\\\"hi\\\" you\" \\\" \"a\tb\"  ");
 
     const std::string program = child_program();
-    const VectorPtr exit(vec_new(__FILE__, __LINE__));
-    for (const char *argument : {program.c_str(), none, "--exit", "7", none})
-        vec_append(exit.get(), argument);
-    EXPECT_EQ(runProgram((program + ".gone").c_str(), exit.get()), 0);
-    int status = 0;
-    EXPECT_TRUE(host_wait_process(runProgram(program.c_str(), exit.get()), &status));
-    EXPECT_EQ(status, 7);
+    const auto started = [&](const char *exe, const char *status) {
+        const VectorPtr exit(vec_new(__FILE__, __LINE__));
+        for (const char *argument : {exe, none, "--exit", status, none})
+            vec_append(exit.get(), argument);
+        return runProgram(exe, exit.get());
+    };
+    EXPECT_EQ(started((program + ".gone").c_str(), "0"), 0);
+    EXPECT_FALSE(wait_for_task(0, 0));
+    EXPECT_FALSE(wait_for_task(started(program.c_str(), "7"), 0));
+    const ProcessHandle once = started(program.c_str(), "0");
+    EXPECT_TRUE(wait_for_task(once, 0));
+    EXPECT_FALSE(wait_for_task(once, 0)) << "its status cannot be had again";
 }
 
 // --- Options
@@ -327,38 +332,59 @@ static size_t count(const Lines &log, const std::string &end) {
         log.begin(), log.end(), [&](const std::string &line) { return line.ends_with(end); }));
 }
 
-TEST(KestrelLog, EntriesAndExitsBalance) {
+TEST(KestrelLog, EveryRunTellsWhatBecameOfIt) {
     const Installation inst("dir", 4);
-    inst.generate();
-    const std::string log = native_join(inst.top.c_str(), "log");
+    const Lines entries = inst.generate();
+    const std::string odd = native_join(inst.top.c_str(), "odd"), log = odd + ".log";
+    Installation::write(odd, entries[0] + "\n0 *.\\f1\nmalformed\n");
     const std::string tree = "--instdir=" + inst.tree, manifest = "--manifest=" + inst.manifest;
-    const std::string no_tree = "--instdir=" + log + "x", no_manifest = "--manifest=" + log;
-    const struct {
+    const std::string no_tree = "--instdir=" + log + "x", no_manifest = "--manifest=" + log + "x";
+    const std::string nowhere = "Given installation path \"" + log + "x\" does not exist";
+    const std::string before = "Working directory changed to \"" + text_of(os_getcwd()) + "\"";
+    struct Run {
         Lines arguments;
         int status;
-        const char *open;
-    } cases[] = {
-        {{"-h"}, 0, "main"},
-        {{"-c"}, 1, "main"},
-        {{tree}, 1, ""},
-        {{tree, "-g", "-c"}, 1, ""},
-        {{no_tree, "-g"}, 1, ""},
-        {{no_tree, "-c"}, 1, ""},
-        {{no_tree, "--check=0,0,1"}, 1, ""},
-        {{"--instdir=" + inst.manifest, "--check=0,0,1"}, 1, ""},
-        {{tree, "-g", "--manifest=" + inst.tree}, 1, ""},
-        {{tree, "-c", no_manifest, "--tasks=1"}, 1, ""},
-        {{tree, "-g", manifest}, 0, ""},
-        {{tree, "-c", manifest, "--tasks=1"}, 0, ""},
-        {{tree, "-c", manifest, "--tasks=2"}, 0, ""},
+        Lines says;
+        const char *open = "";
     };
-    for (const auto &c : cases) {
-        Lines arguments = c.arguments;
-        arguments.push_back("--zvdebug=on,alerts,out:" + log);
-        EXPECT_EQ(kestrel(arguments).status, c.status) << testing::PrintToString(arguments);
+    std::vector<Run> runs = {
+        {{"-h"}, 0, {}, "main"},
+        {{"-c"}, 1, {"Installation directory was not specified"}, "main"},
+        {{tree}, 1, {"-> No generate/check/range check option was given"}},
+        {{tree, "-g", "-c"}, 1, {"-> Both the generate and check options were given"}},
+        {{no_tree, "-g"}, 1, {nowhere}},
+        {{no_tree, "-c"}, 1, {nowhere}},
+        {{no_tree, "--check=0,0,1"}, 1, {nowhere}},
+        {{"--instdir=" + odd, "-g"}, 1, {"-> Could not change to directory: \"" + odd + "\""}},
+        {{"--instdir=" + odd, "-c"}, 1, {"-> Could not change to directory: \"" + odd + "\""}},
+        {{tree, "-c", no_manifest}, 1, {"-> Could not open manifest file \"" + log + "x\""}},
+        {{tree, "-g", "--manifest=" + inst.tree},
+         1,
+         {"Could not generate manifest", before, "hash file saved to: " + inst.tree}},
+        {{tree, "-g", manifest}, 0, {before, "hash file saved to: " + inst.manifest}},
+        {{tree, manifest, "--check=0,0,1"},
+         0,
+         {before, "-> All hashes in the range verified correctly"}},
+        {{tree, "--manifest=" + odd, "--check=0,0,2"},
+         1,
+         {"File \".\\f1\" did not verify against manifest hash."}},
+        {{tree, "--manifest=" + odd, "--check=0,2,2"}, 1, {"-> Manifest data was malformed"}},
+        {{tree, "-c", manifest, "--tasks=1"}, 0, {"doing manifest directly..."}},
+        {{tree, "-c", manifest, "--tasks=2"}, 0, {before, "-> Hash verification passed"}},
+    };
+    if (os_kind() == 0) // where there is a file that cannot be read
+        for (const char *mode : {"-c", "--check=0,0,1"})
+            runs.push_back({{tree, "--manifest=/proc/self/mem", mode},
+                            1,
+                            {"-> Could not read manifest file"}});
+    for (Run &run : runs) {
+        run.arguments.push_back("--zvdebug=on,alerts,out:" + log);
+        run.says.push_back("Exiting with status code " + std::to_string(run.status));
+        EXPECT_EQ(kestrel(run.arguments).status, run.status);
         const Lines lines = split(read_file(log));
-        EXPECT_EQ(left_open(lines), c.open) << testing::PrintToString(arguments);
-        EXPECT_EQ(count(lines, "Exiting with status code " + std::to_string(c.status)), 1u);
+        EXPECT_EQ(left_open(lines), run.open);
+        for (const std::string &says : run.says)
+            EXPECT_EQ(count(lines, says), 1u) << testing::PrintToString(run.arguments) << says;
     }
 }
 
@@ -370,11 +396,13 @@ TEST(KestrelLog, TasksLogBesideIt) {
     const OwnedString before = os_getcwd();
     EXPECT_TRUE(host_chdir(inst.top.c_str()));
     host_mkdir("logs' %s");
+    host_mkdir("+logs");
     // Given by its path, by its directory, and by none: the directory of the run.
     const struct {
         const char *item, *directory, *log;
     } cases[] = {{",out:logs' %s/log.txt", "logs' %s/", "log.txt"},
                  {",num:7,out:logs' %s", "logs' %s/", "kestrel-7.out"},
+                 {",out:++logs/log.txt", "+logs/", "log.txt"},
                  {",out:log.txt", "", "log.txt"},
                  {"", "", "kestrel-1.out"}};
     for (const auto &c : cases) {
