@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <gtest/gtest.h>
+#include <regex>
 #include <sstream>
 #include <vector>
 
@@ -35,72 +36,49 @@ struct Outcome {
 };
 
 inline std::ostream &operator<<(std::ostream &to, const Outcome &outcome) {
-    return to << "status " << outcome.status << "\n-- out:\n"
-              << outcome.out << "-- err:\n"
-              << outcome.err;
+    return to << outcome.status << "\n-- out:\n" << outcome.out << "-- err:\n" << outcome.err;
 }
-
-// Leads a standard stream, also that of started programs, to a file.
-class Caught {
-  public:
-    explicit Caught(FILE *stream)
-        : number(host_fileno(stream)), saved(host_dup(number)),
-          file(host_fopen(scratch.path("caught").c_str(), "w+b")) {
-        fflush(stream);
-        host_dup2(host_fileno(file.get()), number);
-    }
-    ~Caught() {
-        host_dup2(saved, number);
-        host_close(saved);
-    }
-    std::string text() const {
-        rewind(file.get());
-        std::string read = read_all(file.get());
-        std::erase(read, '\r');
-        return read;
-    }
-
-  private:
-    const Scratch scratch;
-    const int number, saved;
-    const FilePtr file;
-};
 
 // The argument as it must stand in a command line to arrive as `text`.
 inline std::string in_quotes(const std::string &text) {
-    std::string result = "\"";
-    size_t backslashes = 0;
-    for (const char c : text) {
-        if (c == '"')
-            result.append(backslashes + 1, '\\');
-        backslashes = c == '\\' ? backslashes + 1 : 0;
-        result += c;
-    }
-    return result.append(backslashes, '\\') + '"';
+    const auto escaped = std::regex_replace(text, std::regex(R"re((\\*)")re"), R"re($1$1\")re");
+    return '"' + std::regex_replace(escaped, std::regex(R"(\\+$)"), "$&$&") + '"';
 }
 
 // Runs the tool. Where there is a shell, `script` can prepare the ground; the shell's process
 // becomes the tool's.
 inline Outcome kestrel(const Lines &arguments, const std::string &script = "") {
-    const OwnedString directory = os_dirname(os_progpath().get());
-    std::string program = native_join(directory.get(), "kestrel");
-    if (!os_exists(program.c_str()))
-        program += ".exe";
-    Lines words = {program};
+    Lines words = {built_program("kestrel")};
     if (!script.empty())
-        words = {"/bin/sh", "-c", script + "\nexec \"$@\"", "sh", program};
+        words = {"/bin/sh", "-c", script + "\nexec \"$@\"", "sh", words[0]};
     for (const std::string &argument : arguments)
         words.push_back(cmdline_escape(argument.c_str()));
     const std::string path = words[0];
     std::vector<const char *> argv;
-    for (std::string &word : words) {
-        word = in_quotes(word);
-        argv.push_back(word.c_str());
-    }
+    for (std::string &word : words)
+        argv.push_back((word = in_quotes(word)).c_str());
     argv.push_back(nullptr);
-    const Caught out(stdout), err(stderr);
-    const int status = host_spawn_wait(path.c_str(), argv.data());
-    return {status, out.text(), err.text()};
+
+    const Scratch scratch;
+    FILE *const streams[] = {stdout, stderr};
+    FilePtr caught[2];
+    int saved[2];
+    for (const int i : {0, 1}) {
+        caught[i].reset(host_fopen(scratch.path(i == 0 ? "out" : "err").c_str(), "w+b"));
+        fflush(streams[i]);
+        saved[i] = host_dup(i + 1);
+        host_dup2(host_fileno(caught[i].get()), i + 1);
+    }
+    Outcome outcome = {host_spawn_wait(path.c_str(), argv.data()), "", ""};
+    for (const int i : {0, 1}) {
+        host_dup2(saved[i], i + 1);
+        host_close(saved[i]);
+        rewind(caught[i].get());
+        std::string &text = i == 0 ? outcome.out : outcome.err;
+        text = read_all(caught[i].get());
+        std::erase(text, '\r');
+    }
+    return outcome;
 }
 
 // A tree of small files and its manifest beside it, in a directory that may have an odd name.
@@ -116,10 +94,9 @@ class Installation {
     }
 
     static void write(const std::string &path, const std::string &bytes) {
-        FILE *f = host_fopen(path.c_str(), "wb");
-        ASSERT_NE(f, nullptr) << path;
-        fwrite(bytes.data(), 1, bytes.size(), f);
-        fclose(f);
+        const FilePtr file(host_fopen(path.c_str(), "wb"));
+        ASSERT_NE(file, nullptr) << path;
+        fwrite(bytes.data(), 1, bytes.size(), file.get());
     }
 
     void add(const std::string &name, const std::string &bytes) const {
@@ -132,9 +109,10 @@ class Installation {
         return split(read_file(manifest));
     }
 
+    // A script finds itself in `top`.
     Outcome run(Lines arguments, const std::string &script = "") const {
         arguments.insert(arguments.begin(), {"--manifest=" + manifest, "--instdir=" + tree});
-        return kestrel(arguments, script);
+        return kestrel(arguments, script.empty() ? "" : "cd '" + top + "'\n" + script);
     }
 
     Outcome check(size_t tasks) const { return run({"-c", "--tasks=" + std::to_string(tasks)}); }
