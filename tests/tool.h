@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <gtest/gtest.h>
-#include <regex>
 #include <sstream>
 #include <vector>
 
@@ -41,8 +40,19 @@ inline std::ostream &operator<<(std::ostream &to, const Outcome &outcome) {
 
 // The argument as it must stand in a command line to arrive as `text`.
 inline std::string in_quotes(const std::string &text) {
-    const auto escaped = std::regex_replace(text, std::regex(R"re((\\*)")re"), R"re($1$1\")re");
-    return '"' + std::regex_replace(escaped, std::regex(R"(\\+$)"), "$&$&") + '"';
+    std::string result = "\"";
+    const auto double_backslashes = [&] {
+        result.append(result.size() - 1 - result.find_last_not_of('\\'), '\\');
+    };
+    for (const char c : text) {
+        if (c == '"') {
+            double_backslashes();
+            result += '\\';
+        }
+        result += c;
+    }
+    double_backslashes();
+    return result + '"';
 }
 
 // Runs the tool. Where there is a shell, `script` can prepare the ground; the shell's process
