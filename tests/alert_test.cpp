@@ -1,5 +1,6 @@
 #include "alert.h"
 
+#include "log_capture.h"
 #include "osdep.h"
 #include "stringcache.h"
 
@@ -66,74 +67,65 @@ class AlertExitTest : public testing::Test {
     void (*const saved_hook)(int status) = alert_exit_hook;
 };
 
-TEST_F(AlertTest, FixedLayout) {
-    const uint32_t line = 12;
+// In the fixed layout, and in that of a template that names every part of the position.
+TEST_F(AlertTest, PositionInBothLayouts) {
+    const uint32_t line = 12, base = 100, column = 103;
+    const std::string no_line = "Non line specific message";
+    const std::string in_no_line = no_line + ": : 3: " + no_line + ":|";
     const struct {
         const char *file;
-        const uint32_t *line;
+        const uint32_t *line, *column;
         int (*entry)(uint32_t number, ...);
-        const char *position;
+        std::string position, by_template;
     } cases[] = {
-        {nullptr, nullptr, alert_repeat, ""},
-        {"", nullptr, alert_repeat, ""},
-        {"file", nullptr, alert_repeat, "file: "},
-        {"file", &line, alert_repeat, "file: 12: "},
-        {nullptr, &line, alert_repeat, "12: "},
-        {"file", &line, alert_nl_repeat, "Non line specific message: "},
-        {nullptr, &line, alert_nl_repeat, ""},
-        {"file", &line, alert_nopos, ": "},
+        {nullptr, nullptr, nullptr, alert_repeat, "", ": : : :|"},
+        {"", nullptr, &column, alert_repeat, "", ": : : :|"},
+        {"f", nullptr, &column, alert_repeat, "f: ", "f: : : f:|"},
+        {"f", &line, nullptr, alert_repeat, "f: 12: ", "f: 12: : f:12|"},
+        {"f", &line, &column, alert_repeat, "f: 12: ", "f: 12: 3: f:12|"},
+        {nullptr, &line, &column, alert_repeat, "12: ", ": : : :|"},
+        {"f", &line, &column, alert_nl_repeat, no_line + ": ", in_no_line},
+        {nullptr, &line, &column, alert_nl_repeat, "", no_line + ": : : " + no_line + ":|"},
+        {"f", &line, &column, alert_nopos, ": ", "|"},
     };
+    alert_set_formats("%f: %l: %c: %f:%l|", "wrong", "wrong");
     for (const auto &test : cases) {
-        const std::string position = test.position;
-        alert_set_position(test.file, test.line, nullptr, nullptr);
+        alert_set_position(test.file, test.line, &base, test.column);
         EXPECT_EQ(test.entry(MESSAGE), 1);
-        EXPECT_EQ(take(), position + MESSAGE_TEXT + "\n");
+        EXPECT_EQ(take(), test.position + MESSAGE_TEXT + "\n");
         EXPECT_EQ(test.entry(ERROR_ROW, "a", "b", 7), 1);
-        EXPECT_EQ(take(), position + "(1502) assertion failure: a (b:7) \n");
+        EXPECT_EQ(take(), test.position + "(1502) assertion failure: a (b:7) \n");
         EXPECT_EQ(test.entry(WARNING, "a", "b", 7), 1);
-        EXPECT_EQ(take(), position + "(1501) assertion failure: a (b:7)  (warning)\n");
+        EXPECT_EQ(take(), test.position + "(1501) assertion failure: a (b:7)  (warning)\n");
+        alert_use_formats(true);
+        test.entry(9);
+        EXPECT_EQ(take(), test.by_template + "\n");
+        alert_use_formats(false);
     }
+    alert_set_position("f", &line, nullptr, nullptr);
+    alert_text(7, "M", "x"); // whatever the entry before it left out
+    EXPECT_EQ(take(), "f: 12: x\n");
 }
 
-TEST_F(AlertTest, TemplateLayout) {
-    const uint32_t line = 12, base = 100, column = 103;
+TEST_F(AlertTest, Templates) {
     errno = 0;
-    const std::string no_error = std::strerror(0);
-    const struct {
-        const char *format;
-        std::string with_all, in_no_line, nowhere, unregistered;
-    } cases[] = {
-        {"%a: %n", "kestrel: 9", "kestrel: 9", "kestrel: 9", "kestrel: 9"},
-        {"%f: %l: %c: |", "f: 12: 3: |", "Non line specific message: : 3: |", "|", ": : : |"},
-        {"%f:%l |", "f:12 |", "Non line specific message: |", " |", ": |"},
-        {"%q%%%", "q%", "q%", "q%", "q%"},
-        {"%m", no_error, no_error, no_error, no_error},
-        {"", "", "", "", ""},
-    };
+    const std::pair<const char *, std::string> cases[] = {
+        {"%a: %n", "kestrel: 9"}, {"%q%%%", "q%"}, {"%m", std::strerror(0)}, {"", ""}};
     alert_use_formats(true);
-    for (const auto &test : cases) {
-        alert_set_formats(test.format, "wrong", "wrong");
-        alert_set_position("f", &line, &base, &column);
+    for (const auto &[format, expected] : cases) {
+        alert_set_formats(format, "wrong", "wrong");
         alert_repeat(9);
-        EXPECT_EQ(take(), test.with_all + "\n");
-        alert_nl_repeat(9);
-        EXPECT_EQ(take(), test.in_no_line + "\n");
-        alert_nopos(9);
-        EXPECT_EQ(take(), test.nowhere + "\n");
-        alert_set_position(nullptr, nullptr, nullptr, nullptr);
-        alert_repeat(9);
-        EXPECT_EQ(take(), test.unregistered + "\n");
+        EXPECT_EQ(take(), expected + "\n");
     }
-    alert_set_formats("wrong", "%s|", "wrong");
+    alert_set_formats("wrong", "%s|", nullptr);
     alert_nl_repeat(WARNING, "a", "b", 7);
     EXPECT_EQ(take(), "assertion failure: a (b:7) |\n");
-    alert_set_formats("wrong", "wrong", nullptr);
     alert_repeat(MESSAGE);
     EXPECT_EQ(take(), std::string(": : ") + MESSAGE_TEXT + "\n");
-}
 
-TEST_F(AlertTest, TemplatesFromTheEnvironment) {
     os_setenv("ZQT_ERR_FORMAT", "env");
+    alert_init();
+    EXPECT_STREQ(alert_get_err_format(), "env");
     alert_default_formats("given", "given", nullptr);
     EXPECT_STREQ(alert_get_err_format(), "env");
     EXPECT_STREQ(alert_get_warn_format(), "given");
@@ -188,13 +180,18 @@ TEST_F(AlertTest, LongTextsAreCut) {
     EXPECT_EQ(take(), text.substr(0, 510) + "\n");
 }
 
-TEST_F(AlertTest, ALineInPieces) {
+TEST_F(AlertTest, ALineInPiecesGoesToTheLogToo) {
+    LogCapture log;
+    trace_flags = TRACE_ALERTS;
     contmsg(0, "%d", 1);
     rawmsg("between");
     contmsg(0, "%d", 2);
     contmsg(1, "%d", 3);
     contmsg(1, "%d", 4);
+    trace_flags = 0;
+    EXPECT_EQ(log.lines_with(""), "ALERT> between\nALERT> \t123\nALERT> \t4\n");
     EXPECT_EQ(take(), "between\n\t123\n\t4\n");
+    EXPECT_NE(alert_get_output(), nullptr);
 }
 
 TEST_F(AlertTest, TheSameLineIsToldOnce) {
@@ -209,11 +206,15 @@ TEST_F(AlertTest, TheSameLineIsToldOnce) {
     EXPECT_EQ(alert(MESSAGE), 1);
     alert_set_position(new_file(), &line, nullptr, nullptr);
     EXPECT_EQ(alert(MESSAGE), 1);
-    line = 3;
+    line = 3; // what is hidden was not told yet
     set_warnlevel(1);
-    EXPECT_EQ(alert(WARNING, "a", "b", 7), 0); // hidden, so not told yet
+    EXPECT_EQ(alert(WARNING, "a", "b", 7), 0);
     set_warnlevel(0);
     EXPECT_EQ(alert(WARNING, "a", "b", 7), 1);
+    alert_control(MESSAGE, ALERT_HIDE);
+    EXPECT_EQ(alert(MESSAGE), 0);
+    alert_control(MESSAGE, ALERT_DEFAULT);
+    EXPECT_EQ(alert(MESSAGE), 1);
 }
 
 TEST_F(AlertTest, TheObserverSeesNumberAndArguments) {
@@ -222,6 +223,7 @@ TEST_F(AlertTest, TheObserverSeesNumberAndArguments) {
     const char *const b = "b";
     auto word = [](const char *s) { return std::to_string(reinterpret_cast<uintptr_t>(s)) + " "; };
     alert_set_hook(observe);
+    EXPECT_EQ(alert_get_hook(), observe);
     alert_nl_repeat(ERROR_ROW, a, b, 7);
     EXPECT_EQ(std::exchange(observed, {}), "1502 " + word(a) + word(b) + "7 ");
     alert_set_position(new_file(), &line, nullptr, nullptr);
@@ -322,6 +324,8 @@ TEST_F(AlertTest, LevelsOfTheCallersTypes) {
         EXPECT_EQ(set_warnlevel(test.level + 1), test.level);
         EXPECT_EQ(alert_adhoc(test.type, "x"), 0) << test.type;
     }
+    EXPECT_EQ(set_maxerrors(7), UINT_MAX);
+    EXPECT_EQ(set_maxerrors(UINT_MAX), 7U);
     EXPECT_EQ(alert_adhoc("F", "x"), 0); // not even the end, at a threshold of 11
 }
 
@@ -354,21 +358,23 @@ TEST_F(AlertExitTest, FatalMessagesEndTheProgram) {
 }
 
 TEST_F(AlertExitTest, FailureIsCountedErrorsOrWarnings) {
-    EXPECT_EXIT(
-        {
-            alert_set_warn_fails(true);
-            set_warnlevel(1);
-            alert_nl_repeat(WARNING, "a", "b", 7);
-            int hidden = alert_failed();
-            set_warnlevel(0);
-            alert_nl_repeat(WARNING, "a", "b", 7);
-            int warned = alert_failed();
-            alert_set_warn_fails(false);
-            int ignored = alert_failed();
-            alert_nl_repeat(9);
-            exit(hidden + 2 * warned + 4 * ignored + 8 * alert_failed());
-        },
-        testing::ExitedWithCode(2 + 8), "");
+    const auto run = [] {
+        alert_set_output([](const char *) {});
+        const auto tell = [](int) { fputs(alert_failed() ? "1" : "0", stderr); };
+        alert_set_warn_fails(true);
+        set_warnlevel(1);
+        tell(alert_nl_repeat(WARNING, "a", "b", 7)); // hidden
+        tell(alert_nl_repeat(MESSAGE));
+        tell(alert_adhoc("3", "the caller's own"));
+        set_warnlevel(0);
+        tell(alert_nl_repeat(WARNING, "a", "b", 7));
+        alert_set_warn_fails(false);
+        set_warnlevel(11);
+        tell(alert_adhoc("M", "hidden"));
+        tell(alert_adhoc("E", "hidden"));
+        exit(40);
+    };
+    EXPECT_EXIT(run(), testing::ExitedWithCode(40), "^000101$");
 }
 
 } // namespace

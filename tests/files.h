@@ -16,6 +16,16 @@ inline std::string native(std::string path) {
     return path;
 }
 
+// Enters a directory for as long as it lives.
+class Inside {
+  public:
+    explicit Inside(const std::string &path) { host_chdir(path.c_str()); }
+    ~Inside() { host_chdir(previous.get()); }
+
+  private:
+    OwnedString previous = os_getcwd();
+};
+
 // Whether a link could be made; some systems ask for a privilege.
 inline bool make_link(const std::string &target, const std::string &link, bool directory) {
     std::error_code failure;

@@ -10,7 +10,9 @@
 #include <functional>
 #include <iterator>
 #include <memory>
+#include <numeric>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -26,38 +28,6 @@ uint32_t by_letter(const void *key) {
     return static_cast<uint32_t>(*static_cast<const char *>(key));
 }
 
-// What a table of words should hold, each under itself, and what its accounts should say.
-struct Model {
-    std::vector<std::string> chains;
-    uint32_t max_usage = 0, max_util = 0, clashes = 0;
-
-    std::string &chain(char word) { return chains[static_cast<size_t>(word) % chains.size()]; }
-    bool has(char word) { return chain(word).find(word) != std::string::npos; }
-    uint32_t util() const {
-        const auto unused = std::count(chains.begin(), chains.end(), "");
-        return static_cast<uint32_t>(chains.size()) - static_cast<uint32_t>(unused);
-    }
-    std::string text() const {
-        std::string all;
-        for (const std::string &words : chains)
-            all += words;
-        return all;
-    }
-    void insert(char word) {
-        clashes += static_cast<uint32_t>(chain(word).size());
-        chain(word) += word;
-        max_usage = std::max(max_usage, static_cast<uint32_t>(text().size()));
-        max_util = std::max(max_util, util());
-    }
-    void rebuild(size_t size) {
-        const std::string all = text();
-        chains.assign(size, "");
-        for (char word : all)
-            chain(word) += word;
-        max_util = util();
-    }
-};
-
 std::string text_of(const VectorPtr &words) {
     std::string all;
     for (const auto *word : VecEach<const char>(words))
@@ -65,64 +35,55 @@ std::string text_of(const VectorPtr &words) {
     return all;
 }
 
-void expect_same(const HashTable *h, const Model &model) {
-    ASSERT_EQ(text_of(VectorPtr(hash_keys(h))), model.text());
-    EXPECT_EQ(text_of(VectorPtr(hash_values(h))), model.text());
-    EXPECT_EQ(hash_count(h), model.text().size());
-    const HashMasterRec &accounts = *h->master;
-    EXPECT_EQ(accounts.capacity, model.chains.size());
-    EXPECT_EQ(accounts.util, model.util());
-    EXPECT_EQ(accounts.max_util, model.max_util);
-    EXPECT_EQ(accounts.max_usage, model.max_usage);
-    EXPECT_EQ(accounts.clashes, model.clashes);
-}
-
-// One operation of any kind, on both.
-void change(HashPtr &h, Model &model, Random &random) {
-    static std::vector<HashMasterRec *> records; // known to nothing but the copies, and never freed
-    const char *stored = WORDS[below(random, std::size(WORDS))];
-    const char letter = *stored, word[] = {letter, '\0'};
-    const char *expected = model.has(letter) ? stored : nullptr;
-    EXPECT_EQ(hash_lookup(h.get(), word), expected);
-    EXPECT_EQ(hash_haskey(h.get(), word), expected ? 1 : 0);
-    switch (const uint32_t kind = below(random, 100)) {
-    case 0:
-        hash_clear(h.get());
-        model.chains.assign(model.chains.size(), "");
-        break;
-    case 1:
-    case 2:
-    case 3:
-        hash_rebuild(h.get(), kind * 3);
-        model.rebuild(kind * 3);
-        break;
-    case 4:
-        h.reset(hash_copy(h.get(), "copy.cpp", 8));
-        records.push_back(h->master);
-        break;
-    default:
-        if (kind % 2 == 0) {
-            EXPECT_EQ(hash_insert(h.get(), stored, stored, "insert.cpp", 9), expected ? 0 : 1);
-            if (!expected)
-                model.insert(letter);
-        } else {
-            EXPECT_EQ(hash_remove(h.get(), word), expected);
-            std::erase(model.chain(letter), letter);
-        }
-    }
-}
-
 } // namespace
 
+// The model: the chains of words, a letter each, and what the accounts should say.
 TEST(HashTest, DoesWhatTheModelDoes) {
-    Random random(1);
+    static std::vector<HashMasterRec *> records; // known to nothing but the copies, and never freed
+    std::vector<std::string> chains(4);
+    size_t max_usage = 0, max_util = 0, clashes = 0;
     hash_trackInit(true);
     HashPtr h(hash_new(4, by_letter, strkeycmp, "table.cpp", 1));
     hash_trackInit(false);
-    Model model = {std::vector<std::string>(4)};
+    Random random(1);
     for (int step = 0; step < 5000 && !HasFailure(); step++) {
-        change(h, model, random);
-        expect_same(h.get(), model);
+        const char *stored = WORDS[below(random, std::size(WORDS))], word[] = {*stored, '\0'};
+        std::string &chain = chains[static_cast<size_t>(*word) % chains.size()];
+        const char *there = chain.find(word) != chain.npos ? stored : nullptr;
+        EXPECT_EQ(hash_lookup(h.get(), word), there);
+        EXPECT_EQ(hash_haskey(h.get(), word), there ? 1 : 0);
+        if (const uint32_t kind = below(random, 100); kind == 0) {
+            hash_clear(h.get());
+            chains.assign(chains.size(), "");
+        } else if (kind < 4) {
+            hash_rebuild(h.get(), kind * 3);
+            for (const auto &words : std::exchange(chains, std::vector<std::string>(kind * 3)))
+                for (char letter : words)
+                    chains[static_cast<size_t>(letter) % chains.size()] += letter;
+            max_util = 0;
+        } else if (kind == 4) {
+            h.reset(hash_copy(h.get(), "copy.cpp", 8));
+            records.push_back(h->master);
+        } else if (kind % 2 == 0) {
+            EXPECT_EQ(hash_insert(h.get(), stored, stored, "insert.cpp", 9), there ? 0 : 1);
+            clashes += there ? 0 : chain.size();
+            chain += there ? "" : word;
+        } else {
+            EXPECT_EQ(hash_remove(h.get(), word), there);
+            std::erase(chain, *word);
+        }
+        const std::string all = std::accumulate(chains.begin(), chains.end(), std::string());
+        const auto util =
+            chains.size() - static_cast<size_t>(std::count(chains.begin(), chains.end(), ""));
+        max_usage = std::max(max_usage, all.size());
+        max_util = std::max(max_util, util);
+        EXPECT_EQ(text_of(VectorPtr(hash_keys(h.get()))), all);
+        EXPECT_EQ(text_of(VectorPtr(hash_values(h.get()))), all);
+        EXPECT_EQ(hash_count(h.get()), all.size());
+        const HashMasterRec &is = *h->master;
+        EXPECT_EQ(
+            (std::vector<size_t>{is.capacity, is.util, is.max_util, is.max_usage, is.clashes}),
+            (std::vector<size_t>{chains.size(), util, max_util, max_usage, clashes}));
     }
 }
 
@@ -136,12 +97,9 @@ TEST(HashTest, VisitorMayRemoveItsEntryAndStop) {
     });
     EXPECT_EQ(result, 7);
     EXPECT_EQ(text_of(VectorPtr(hash_keys(h.get()))), "d");
-    EXPECT_DEATH(hash_new(0, nullptr, nullptr, "test", 2), "size != 0");
-}
-
-TEST(HashTest, StringHashesTakeSignedBytes) {
-    EXPECT_EQ(strhash("\xff"), 5381U * 33 - 1);
+    EXPECT_EQ(strhash("\xff"), 5381U * 33 - 1); // bytes are signed
     EXPECT_EQ(strihash("KesTrel"), 0x245299dfU);
+    EXPECT_DEATH(hash_new(0, nullptr, nullptr, "test", 2), "size != 0");
 }
 
 TEST(HashTest, ReportOfTrackedTables) {
@@ -150,40 +108,34 @@ TEST(HashTest, ReportOfTrackedTables) {
     HashPtr h(hash_new(4, by_letter, strkeycmp, "table.cpp", 7));
     for (size_t i = 0; i < 5; i++)
         hash_insert(h.get(), WORDS[i], WORDS[i], "insert.cpp", 9);
-    HashPtr tables[2]; // alike, so in the order of their records
-    for (HashPtr &table : tables)
-        table.reset(hash_new(5, nullptr, nullptr, "plain.cpp", 3));
-    if (std::less<>()(tables[1]->master, tables[0]->master))
-        tables[0].swap(tables[1]);
+    HashPtr a(hash_new(5, nullptr, nullptr, "plain.cpp", 3));
+    HashPtr b(hash_new(5, nullptr, nullptr, "plain.cpp", 3));
     static HashTable *copy = hash_copy(h.get(), "copy.cpp", 8); // its record is never freed
     EXPECT_EQ(copy->master->line, 8U);
     hash_trackInit(false);
-
-    EXPECT_EQ(
-        log.lines_with("(3/4)"),
-        str_format(
-            "insert.cpp:9        > HASH @ table.cpp:7 (3/4) clashed 1 times inserting (%p,%p)\n",
-            static_cast<const void *>(WORDS[2]), static_cast<const void *>(WORDS[2]))
-            .get());
-    EXPECT_NE(log.lines_with("(5/4) clashed 2 times"), "");
-    const void *plain[2] = {tables[0].get(), tables[1].get()};
-    tables[0].reset();
+    if (std::less<>()(b->master, a->master)) // alike, so in the order of their records
+        a.swap(b);
+    const void *const dead = a.get(), *const alive = b.get(), *const key = WORDS[2];
+    a.reset();
     hash_masterReport();
-    const std::string report = log.lines_with("# ");
-    EXPECT_EQ(report.find("# Hash Table Master List:\n# ptr    file:line    max_util/capacity    "
-                          "max_usage/capacity    clashes    voidcmp    voidhash    alive\n"),
-              0U);
-    EXPECT_EQ(log.lines_with("copy.cpp"), "");
-    EXPECT_LT(report.find("table.cpp"), report.find("plain.cpp"));
-    EXPECT_NE(report.find("    table.cpp:7    2/4    5/4    4    N    N    Y\n"),
-              std::string::npos);
-    EXPECT_EQ(log.lines_with("plain.cpp"),
-              str_format("# %p    plain.cpp:3    0/5    0/5    0    Y    Y    N\n# %p    "
-                         "plain.cpp:3    0/5    0/5    0    Y    Y    Y\n",
-                         plain[0], plain[1])
-                  .get());
-    EXPECT_EQ(log.lines_with("# No hash"), "");
 
+    const OwnedString clash = str_format(
+        "insert.cpp:9        > HASH @ table.cpp:7 (3/4) clashed 1 times inserting (%p,%p)\n", key,
+        key);
+    EXPECT_EQ(log.lines_with("(3/4)"), clash.get());
+    EXPECT_NE(log.lines_with("(5/4) clashed 2 times"), "");
+    const std::string report = log.lines_with("# ");
+    EXPECT_TRUE(
+        report.starts_with("# Hash Table Master List:\n# ptr    file:line    max_util/capacity    "
+                           "max_usage/capacity    clashes    voidcmp    voidhash    alive\n"))
+        << report;
+    EXPECT_EQ(log.lines_with("copy.cpp"), "");
+    EXPECT_LT(report.find("table.cpp:7    2/4    5/4    4    N    N    Y\n"),
+              report.find("plain.cpp"));
+    const OwnedString plain = str_format("# %p    plain.cpp:3    0/5    0/5    0    Y    Y    N\n"
+                                         "# %p    plain.cpp:3    0/5    0/5    0    Y    Y    Y\n",
+                                         dead, alive);
+    EXPECT_EQ(log.lines_with("plain.cpp"), plain.get());
     h->master->flags = 0;
     EXPECT_DEATH(hash_insert(h.get(), "z", nullptr, "test", 1), "is_alive.h.");
     h->master->flags = 1;

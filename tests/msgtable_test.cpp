@@ -1,6 +1,8 @@
 #include "msgtable.h"
 
 #include "alert.h"
+#include "files.h"
+#include "log_capture.h"
 #include "registry.h"
 #include "scratch.h"
 #include "stringcache.h"
@@ -141,6 +143,7 @@ TEST_F(MessageFileTest, OpeningTakesWhatIsNewer) {
     const std::string newer = scratch.write(NEWER, "296\tF\tnewer\n");
     const std::string missing = scratch.path("99999999999999999_en.msgs");
     const std::string other = scratch.write("99_a.msgs", "296\tF\tother\n");
+    const std::string in_dat = scratch.write("dat/99_en.msgs", "296\tF\tin dat\n");
     const struct {
         std::string in_force;
         std::string opened;
@@ -151,7 +154,7 @@ TEST_F(MessageFileTest, OpeningTakesWhatIsNewer) {
         {plain, other, true, "plain"}, // smaller by bytes
         {other, plain, true, "plain"},
         {plain, in_bin, true, "in bin"},
-        {in_bin, plain, true, "in bin"},
+        {in_bin, in_dat, true, "in bin"},
         {scratch.write("en.msgs", "296\tF\tzero\n"), beside, true, "zero"},
         {plain, plain, true, "plain"},
         {plain, newer, true, "newer"},
@@ -166,8 +169,14 @@ TEST_F(MessageFileTest, OpeningTakesWhatIsNewer) {
     }
     EXPECT_FALSE(open_edf(nullptr));
     EXPECT_FALSE(open_edf_dir(missing.c_str()));
-    EXPECT_TRUE(open_edf_dir(dat.c_str()));
     load_edf(plain.c_str());
+    LogCapture log;
+    trace_flags = TRACE_GENERAL;
+    EXPECT_TRUE(open_edf(other.c_str()));
+    EXPECT_NE(log.lines_with("\"" + other + "\" is not newer than \"" + plain + "\""), "");
+    trace_flags = 0;
+    EXPECT_TRUE(open_edf_dir(Scratch().directory())); // which has none
+    EXPECT_STREQ(alert_msgfile(), plain.c_str());
     EXPECT_TRUE(open_edf_dir(scratch.directory()));
     EXPECT_STREQ(alert_msgfile(), newer.c_str());
 }
@@ -245,6 +254,30 @@ TEST_F(MsgTableTest, TheFirstFileSettlesTypesAndIsReported) {
                 "Malformed error information on line 4, in file .null.\n\nvoll\n");
     EXPECT_EXIT(alert_fatal(7), testing::ExitedWithCode(7), "\nnur .* fatal error 7\n");
     EXPECT_EXIT(alert_fatal(0), testing::ExitedWithCode(1), "\nnur .* fatal error 0\n");
+}
+
+// A copy of the tool says from where it has the text of a message.
+TEST_F(MsgTableTest, FilesBesideTheProgramAndInTheCurrentDirectoryAreNextInLine) {
+    const std::string built = program_beside_tests("kestrel");
+    const std::string copy =
+        scratch.path(native("v/bin/" + std::string(os_basename(built.c_str()))).c_str());
+    os_mkdir_parents(scratch.path(native("v/bin").c_str()).c_str());
+    std::filesystem::copy_file(built, copy);
+    const Inside inside(scratch.directory());
+    for (const std::string directory : {".", "v/dat", "v/lum/dat"}) {
+        os_mkdir_parents(native(directory).c_str());
+        scratch.write(native(directory + "/" + NEWER).c_str(), "141\tF\t" + directory + ", %s, %s");
+        FILE *output = os_popenv(copy.c_str(), "--zvdebug=on,out:missing/log", nullptr);
+        EXPECT_EQ(read_all(output), "(141) " + directory + ", debug-out, missing/log\n");
+        os_pclose(output);
+    }
+}
+
+TEST_F(MessageFileTest, LargeFilesAreRefused) {
+    for (const bool over : {false, true})
+        EXPECT_EQ(load_edf(scratch.write("large", std::string((16 << 20) + over, '#')).c_str()) ==
+                      nullptr,
+                  over);
 }
 
 // It lists like a message file, but cannot be read as one.
