@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <iterator>
 #include <string>
 #include <utility>
 
@@ -56,6 +57,20 @@ class AlertTest : public testing::Test {
 
     // What was shown since the last call.
     static std::string take() { return std::exchange(shown, {}); }
+
+    // What a call has shown, which returned whether it did.
+    static std::string told(int was_shown) {
+        EXPECT_EQ(was_shown, shown.empty() ? 0 : 1) << shown;
+        return take();
+    }
+
+    // The states of a number of each type, as digits.
+    static std::string states() {
+        std::string digits;
+        for (uint32_t number : {MESSAGE, WARNING, ERROR_ROW, FATAL})
+            digits += std::to_string(alert_state(number));
+        return digits;
+    }
 };
 
 // A process of its own for whatever counts or ends; its exit status is the answer.
@@ -91,20 +106,18 @@ TEST_F(AlertTest, PositionInBothLayouts) {
     alert_set_formats("%f: %l: %c: %f:%l|", "wrong", "wrong");
     for (const auto &test : cases) {
         alert_set_position(test.file, test.line, &base, test.column);
-        EXPECT_EQ(test.entry(MESSAGE), 1);
-        EXPECT_EQ(take(), test.position + MESSAGE_TEXT + "\n");
-        EXPECT_EQ(test.entry(ERROR_ROW, "a", "b", 7), 1);
-        EXPECT_EQ(take(), test.position + "(1502) assertion failure: a (b:7) \n");
-        EXPECT_EQ(test.entry(WARNING, "a", "b", 7), 1);
-        EXPECT_EQ(take(), test.position + "(1501) assertion failure: a (b:7)  (warning)\n");
+        EXPECT_EQ(told(test.entry(MESSAGE)), test.position + MESSAGE_TEXT + "\n");
+        EXPECT_EQ(told(test.entry(ERROR_ROW, "a", "b", 7)),
+                  test.position + "(1502) assertion failure: a (b:7) \n");
+        EXPECT_EQ(told(test.entry(WARNING, "a", "b", 7)),
+                  test.position + "(1501) assertion failure: a (b:7)  (warning)\n");
         alert_use_formats(true);
-        test.entry(9);
-        EXPECT_EQ(take(), test.by_template + "\n");
+        EXPECT_EQ(told(test.entry(9)), test.by_template + "\n");
         alert_use_formats(false);
     }
     alert_set_position("f", &line, nullptr, nullptr);
-    alert_text(7, "M", "x"); // whatever the entry before it left out
-    EXPECT_EQ(take(), "f: 12: x\n");
+    // whatever the entry before it left out
+    EXPECT_EQ(told(alert_text(7, "M", "x")), "f: 12: x\n");
 }
 
 TEST_F(AlertTest, Templates) {
@@ -114,14 +127,11 @@ TEST_F(AlertTest, Templates) {
     alert_use_formats(true);
     for (const auto &[format, expected] : cases) {
         alert_set_formats(format, "wrong", "wrong");
-        alert_repeat(9);
-        EXPECT_EQ(take(), expected + "\n");
+        EXPECT_EQ(told(alert_repeat(9)), expected + "\n");
     }
     alert_set_formats("wrong", "%s|", nullptr);
-    alert_nl_repeat(WARNING, "a", "b", 7);
-    EXPECT_EQ(take(), "assertion failure: a (b:7) |\n");
-    alert_repeat(MESSAGE);
-    EXPECT_EQ(take(), std::string(": : ") + MESSAGE_TEXT + "\n");
+    EXPECT_EQ(told(alert_nl_repeat(WARNING, "a", "b", 7)), "assertion failure: a (b:7) |\n");
+    EXPECT_EQ(told(alert_repeat(MESSAGE)), std::string(": : ") + MESSAGE_TEXT + "\n");
 
     os_setenv("ZQT_ERR_FORMAT", "env");
     alert_init();
@@ -158,26 +168,22 @@ TEST_F(AlertTest, FormatsThatEndEarlyOrNameTheError) {
     };
     for (const auto &test : cases) {
         errno = test.error;
-        unchecked(7, "M", test.format, "x");
-        EXPECT_EQ(take(), test.expected + "\n") << test.format;
+        EXPECT_EQ(told(unchecked(7, "M", test.format, "x")), test.expected + "\n") << test.format;
     }
     errno = ENOENT;
-    alert_adhoc("e", "%s", "x");
-    EXPECT_EQ(take(), "(0) x\n");
+    EXPECT_EQ(told(alert_adhoc("e", "%s", "x")), "(0) x\n");
 }
 
 TEST_F(AlertTest, LongTextsAreCut) {
     const std::string text(9000, 'x');
     rawmsg("%s", text.c_str());
     EXPECT_EQ(take(), text.substr(0, 8190) + "\n");
-    alert_adhoc("M", "%s", text.c_str());
-    EXPECT_EQ(take(), text.substr(0, 511) + "\n");
-    alert_text(1234567, "E", "%s", text.c_str());
-    EXPECT_EQ(take(), "(1234567) " + text.substr(0, 501) + "\n");
+    EXPECT_EQ(told(alert_adhoc("M", "%s", text.c_str())), text.substr(0, 511) + "\n");
+    EXPECT_EQ(told(alert_text(1234567, "E", "%s", text.c_str())),
+              "(1234567) " + text.substr(0, 501) + "\n");
     int (*unchecked)(const char *, const char *, ...) = alert_adhoc;
     const std::string format = text.substr(0, 510) + "%s"; // does not fit the room for formats
-    unchecked("M", format.c_str(), "y");
-    EXPECT_EQ(take(), text.substr(0, 510) + "\n");
+    EXPECT_EQ(told(unchecked("M", format.c_str(), "y")), text.substr(0, 510) + "\n");
 }
 
 TEST_F(AlertTest, ALineInPiecesGoesToTheLogToo) {
@@ -222,94 +228,78 @@ TEST_F(AlertTest, TheObserverSeesNumberAndArguments) {
     const char *const a = "a";
     const char *const b = "b";
     auto word = [](const char *s) { return std::to_string(reinterpret_cast<uintptr_t>(s)) + " "; };
+    const auto seen = [](int) { return std::exchange(observed, {}); };
     alert_set_hook(observe);
     EXPECT_EQ(alert_get_hook(), observe);
-    alert_nl_repeat(ERROR_ROW, a, b, 7);
-    EXPECT_EQ(std::exchange(observed, {}), "1502 " + word(a) + word(b) + "7 ");
+    EXPECT_EQ(seen(alert_nl_repeat(ERROR_ROW, a, b, 7)), "1502 " + word(a) + word(b) + "7 ");
     alert_set_position(new_file(), &line, nullptr, nullptr);
-    alert(MESSAGE);
-    EXPECT_EQ(std::exchange(observed, {}), "3 0 0 0 3 0 0 0 ");
-    alert(MESSAGE);
-    EXPECT_EQ(std::exchange(observed, {}), "3 0 0 0 ");
-    alert_adhoc("M", "%% %*d %.1f %s", 5, 6, 1.5, a);
-    EXPECT_EQ(std::exchange(observed, {}), "0 5 6 0 ");
-    alert_adhoc("M", "%lld %zu %.*s", 1LL << 31, size_t{2}, 1, b);
-    EXPECT_EQ(std::exchange(observed, {}), "0 2147483648 2 1 ");
-    alert_text(7, "M", "%s", a);
-    EXPECT_EQ(observed, "");
+    EXPECT_EQ(seen(alert(MESSAGE)), "3 0 0 0 3 0 0 0 ");
+    EXPECT_EQ(seen(alert(MESSAGE)), "3 0 0 0 ");
+    EXPECT_EQ(seen(alert_adhoc("M", "%% %*d %.1f %s", 5, 6, 1.5, a)), "0 5 6 0 ");
+    EXPECT_EQ(seen(alert_adhoc("M", "%.1f %lld %.*s", 1.5, 1LL << 31, 1, b)), "0 0 2147483648 1 ");
+    EXPECT_EQ(seen(alert_adhoc("M", "%zu %s %c", size_t{2}, a, 'c')), "0 2 " + word(a) + "99 ");
+    EXPECT_EQ(seen(alert_text(7, "M", "%s", a)), "");
 }
 
 TEST_F(AlertTest, StatesChangeWhatALookupGives) {
+    constexpr uint32_t numbers[] = {MESSAGE, WARNING, ERROR_ROW, FATAL}, OFF = MSG_SUPPRESSED;
     const struct {
-        uint32_t op;
-        uint32_t message, warning, error, fatal;
+        uint32_t op, types[4];
     } cases[] = {
-        {ALERT_DEFAULT, MSG_MESSAGE, MSG_WARNING, MSG_ERROR, MSG_FATAL},
-        {ALERT_HIDE, MSG_SUPPRESSED, MSG_SUPPRESSED, MSG_ERROR, MSG_FATAL},
-        {ALERT_OFF, MSG_SUPPRESSED, MSG_SUPPRESSED, MSG_SUPPRESSED, MSG_FATAL},
-        {ALERT_SOFTEN, MSG_MESSAGE, MSG_WARNING, MSG_WARNING, MSG_FATAL},
-        {ALERT_HARDEN, MSG_MESSAGE, MSG_ERROR, MSG_ERROR, MSG_FATAL},
-        {ALERT_DISABLED, MSG_SUPPRESSED, MSG_SUPPRESSED, MSG_SUPPRESSED, MSG_FATAL},
+        {ALERT_DEFAULT, {MSG_MESSAGE, MSG_WARNING, MSG_ERROR, MSG_FATAL}},
+        {ALERT_HIDE, {OFF, OFF, MSG_ERROR, MSG_FATAL}},
+        {ALERT_OFF, {OFF, OFF, OFF, MSG_FATAL}},
+        {ALERT_SOFTEN, {MSG_MESSAGE, MSG_WARNING, MSG_WARNING, MSG_FATAL}},
+        {ALERT_HARDEN, {MSG_MESSAGE, MSG_ERROR, MSG_ERROR, MSG_FATAL}},
+        {ALERT_DISABLED, {OFF, OFF, OFF, MSG_FATAL}},
     };
     set_warnlevel(4);
-    for (const auto &test : cases) {
-        for (uint32_t number : {MESSAGE, WARNING, ERROR_ROW, FATAL})
-            alert_control(number, test.op);
-        EXPECT_EQ(alert_lookup(MESSAGE)->type, test.message) << test.op;
-        EXPECT_EQ(alert_lookup(WARNING)->type, test.warning) << test.op;
-        EXPECT_EQ(alert_lookup(ERROR_ROW)->type, test.error) << test.op;
-        EXPECT_EQ(alert_lookup(FATAL)->type, test.fatal) << test.op;
-    }
+    for (const auto &test : cases)
+        for (size_t i = 0; i < std::size(numbers); i++) {
+            alert_control(numbers[i], test.op);
+            EXPECT_EQ(alert_lookup(numbers[i])->type, test.types[i]) << test.op;
+        }
     EXPECT_EQ(alert_nl_repeat(ERROR_ROW, "a", "b", 7), 0);
     alert_control(ERROR_ROW, ALERT_SOFTEN);
     EXPECT_EQ(alert_lookup(ERROR_ROW)->level, 4);
-    EXPECT_EQ(alert_nl_repeat(ERROR_ROW, "a", "b", 7), 1);
-    EXPECT_EQ(take(), "(1502) assertion failure: a (b:7)  (warning)\n");
+    EXPECT_EQ(told(alert_nl_repeat(ERROR_ROW, "a", "b", 7)),
+              "(1502) assertion failure: a (b:7)  (warning)\n");
 }
 
 TEST_F(AlertTest, StatesAreSavedAndRestored) {
     alert_control(WARNING, ALERT_HIDE);
     alert_control(0, ALERT_PUSH);
     alert_control(WARNING, ALERT_HARDEN);
+    EXPECT_EQ(states(), "0400");
     alert_control(0, ALERT_OFF_ALL);
-    EXPECT_EQ(alert_state(ERROR_ROW), ALERT_OFF);
-    EXPECT_EQ(alert_state(FATAL), ALERT_DEFAULT);
+    EXPECT_EQ(states(), "2220");
     EXPECT_EQ(alert_state(1504), ALERT_DEFAULT);
-    alert_control(0, ALERT_POP);
-    EXPECT_EQ(alert_state(WARNING), ALERT_HIDE);
-    EXPECT_EQ(alert_state(ERROR_ROW), ALERT_DEFAULT);
-    alert_control(0, ALERT_POP); // the last one stays
-    EXPECT_EQ(alert_state(WARNING), ALERT_HIDE);
+    for (int pop = 0; pop < 2; pop++) { // the last one stays
+        alert_control(0, ALERT_POP);
+        EXPECT_EQ(states(), "0100");
+    }
     alert_control(0, ALERT_CLEAR);
-    alert_control(10000, ALERT_OFF); // beyond what was cleared
-    EXPECT_EQ(alert_state(WARNING), ALERT_DEFAULT);
-    for (uint32_t number : {10001U, UINT_MAX}) {
+    for (uint32_t number : {10000U, 10001U, UINT_MAX}) { // beyond what was cleared, and too high
         alert_control(number, ALERT_OFF);
-        EXPECT_EQ(alert_state(number), ALERT_DEFAULT);
+        EXPECT_EQ(alert_state(number), number == 10000 ? ALERT_OFF : ALERT_DEFAULT);
     }
     alert_control(WARNING, 11);
-    EXPECT_EQ(alert_state(WARNING), ALERT_DEFAULT);
+    EXPECT_EQ(states(), "0000");
 }
 
 TEST_F(AlertTest, DisableLists) {
-    const struct {
-        const char *list;
-        uint32_t message, warning, error; // states of the three numbers
-    } cases[] = {
-        {nullptr, 0, 0, 0},
-        {"", 0, 0, 0},
-        {"0,1502", 1, 1, 0},
-        {"3,1502:off", 1, 0, 5},
-        {",3:Offx, 1501 :off,,1502,", 5, 1, 1},
-        {"x,:off,-3,99999999999999,1501", 0, 1, 0},
-    };
-    for (const auto &test : cases) {
+    const std::pair<const char *, const char *> cases[] = {
+        {nullptr, "0000"},
+        {"", "0000"},
+        {"0,1502", "1100"},
+        {"3,1502:off", "1050"},
+        {",3:Offx, 1501 :off,,1502,", "5110"},
+        {"x,:off,-3,99999999999999,1501", "0100"}};
+    for (const auto &[list, expected] : cases) {
         alert_control(0, ALERT_CLEAR);
-        alert_disable(test.list);
-        EXPECT_EQ(alert_state(MESSAGE), test.message) << test.list;
-        EXPECT_EQ(alert_state(WARNING), test.warning) << test.list;
-        EXPECT_EQ(alert_state(ERROR_ROW), test.error) << test.list;
-        EXPECT_EQ(alert_state(0), 0U) << test.list;
+        alert_disable(list);
+        EXPECT_EQ(states(), expected) << list;
+        EXPECT_EQ(alert_state(0), 0U) << list;
     }
 }
 

@@ -39,14 +39,22 @@ static std::string hex(std::span<const uint8_t> bytes) {
     return text;
 }
 
-// In hexadecimal, of a message given in pieces, or of one piece given several times.
+// In hexadecimal, of a message given in pieces, or of one piece given several times. Whole blocks
+// are counted at once, and what is left waits.
 template <class Hash>
 static std::string digest_of(const std::vector<std::string> &pieces, int times = 1) {
     typename Hash::Context ctx;
     Hash::init(&ctx);
+    uint64_t length = 0;
     for (int i = 0; i < times; i++)
-        for (const std::string &piece : pieces)
-            Hash::update(&ctx, piece.data(), piece.size());
+        for (const std::string &piece : pieces) {
+            Hash::update(&ctx, piece.empty() ? nullptr : piece.data(), piece.size());
+            length += piece.size();
+            EXPECT_EQ(ctx.datalen, length % 64);
+            EXPECT_EQ(ctx.bitlen, length / 64 * 512);
+            const std::string waiting(reinterpret_cast<const char *>(ctx.data), ctx.datalen);
+            EXPECT_TRUE(waiting.ends_with(piece) || piece.ends_with(waiting));
+        }
     uint8_t digest[Hash::size];
     Hash::final(&ctx, digest);
     return hex(digest);
@@ -111,31 +119,9 @@ template <class Hash> static void expect_splits_not_to_matter() {
     EXPECT_EQ(digest_of<Hash>(bytes), whole);
 }
 
-template <class Hash> static void expect_fields() {
-    const std::string bytes = noise(400, 2);
-    const struct {
-        size_t length;
-        uint32_t datalen;
-        uint64_t bitlen;
-    } updates[] = {{0, 0, 0},      {63, 63, 0},   {1, 0, 512},    {0, 0, 512},   {64, 0, 1024},
-                   {130, 2, 2048}, {62, 0, 2560}, {60, 60, 2560}, {10, 6, 3072}, {0, 6, 3072}};
-    typename Hash::Context ctx;
-    Hash::init(&ctx);
-    const char *at = bytes.data();
-    for (const auto &update : updates) {
-        Hash::update(&ctx, update.length != 0 ? at : nullptr, update.length);
-        at += update.length;
-        EXPECT_EQ(ctx.datalen, update.datalen) << at - bytes.data();
-        EXPECT_EQ(ctx.bitlen, update.bitlen) << at - bytes.data();
-        EXPECT_EQ(memcmp(ctx.data, at - ctx.datalen, ctx.datalen), 0) << at - bytes.data();
-    }
-}
-
 TEST(Sha, PiecesMakeNoDifference) {
     expect_splits_not_to_matter<Sha256>();
     expect_splits_not_to_matter<Sha1>();
-    expect_fields<Sha256>();
-    expect_fields<Sha1>();
 }
 
 // Where the system says that the processor has them.

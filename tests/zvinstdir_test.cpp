@@ -1,6 +1,5 @@
 #include "zvinstdir.h"
 
-#include "alert.h"
 #include "files.h"
 #include "log_capture.h"
 #include "registry.h"
@@ -15,11 +14,17 @@
 
 namespace {
 
-// A tree with the version directory t/1.0, in which "lum" exists.
+// A tree with the version directory t/1.0, in which "lum" exists. All goes to the log: whatever way
+// a function is left, its exit stands there, or all that follows stands too deep.
 class InstallTest : public testing::Test {
   protected:
-    void SetUp() override { os_mkdir_parents(at("t/1.0/lum").c_str()); }
+    void SetUp() override {
+        os_mkdir_parents(at("t/1.0/lum").c_str());
+        trace_flags = TRACE_GENERAL;
+    }
     void TearDown() override {
+        EXPECT_EQ(trace_depth(), 0U);
+        trace_flags = 0;
         for (int32_t type : {REG_BIN, REG_LIB, REG_INCLUDE, REG_DAT, REG_SOURCES})
             reg_set_path(type, nullptr);
         reg_set_c_stdlib(nullptr);
@@ -34,51 +39,43 @@ class InstallTest : public testing::Test {
     }
 
     Scratch scratch;
+    LogCapture log;
 };
 
 TEST_F(InstallTest, DirectoriesFromTheProgramsPath) {
-    const struct {
-        const char *program;
-        const char *reason; // null for success, "" for a failure that only the log tells
-    } cases[] = {
-        {"t/1.0/bin/x", nullptr},
-        {"t/1.0/BIN/x", nullptr},
-        {"t/1.0/lum/bin/x", nullptr},
-        {"t/1.0/LUM-AS/bin/x", nullptr},
-        {"t/1.0/bin/./x", nullptr},
-        {"t/1.0/tools/x", "ERROR - the application is not running from a 'bin' directory"},
-        {"t/1.0/lum/x", "ERROR - the application is not running from a 'bin' directory"},
-        {"t/bin/x", ""},
-        {"t/1.0/lum.2/bin/x", ""},
-        {"t/1.0/lum/lum/bin/x", ""},
-    };
-    for (const auto &test : cases) {
-        InstallPaths found = zvinstall_locate(at(test.program).c_str());
-        const bool ok = test.reason == nullptr;
-        EXPECT_EQ(text_of(found.version), ok ? at("t/1.0") : "(null)") << test.program;
-        EXPECT_EQ(text_of(found.install), ok ? at("t") : "(null)") << test.program;
-        EXPECT_STREQ(found.reason ? found.reason : "", ok ? "" : test.reason) << test.program;
-    }
-}
-
-TEST_F(InstallTest, ProgramPathsThatEndTooEarly) {
+    const std::string outside = "ERROR - the application is not running from a 'bin' directory";
     const std::string nameless = "ERROR - couldn't get a basename from the path: ";
     const std::string shallow = "ERROR - path not deep enough?";
     const std::string top = nameless + (host_path_style().drives ? "\"\"" : "\"/\"");
     const struct {
-        std::string program, reason;
+        std::string program; // in the tree, or anywhere
+        bool found;
+        std::string reason; // "(null)" for a failure that only the log tells
     } cases[] = {
-        {"x", "ERROR - couldn't get a path based on progname"},
-        {"./x", nameless + "\"\""},
-        {"bin/x", shallow},
-        {"lum/bin/x", shallow},
-        {"/lum/bin/x", top},
-        {"/bin/x", top},
+        {"t/1.0/bin/x", true, "(null)"},
+        {"t/1.0/BIN/x", true, "(null)"},
+        {"t/1.0/lum/bin/x", true, "(null)"},
+        {"t/1.0/LUM-AS/bin/x", true, "(null)"},
+        {"t/1.0/bin/./x", true, "(null)"},
+        {"t/1.0/tools/x", false, outside},
+        {"t/1.0/lum/x", false, outside},
+        {"t/bin/x", false, "(null)"},
+        {"t/1.0/lum.2/bin/x", false, "(null)"},
+        {"t/1.0/lum/lum/bin/x", false, "(null)"},
+        {"x", false, "ERROR - couldn't get a path based on progname"},
+        {"./x", false, nameless + "\"\""},
+        {"bin/x", false, shallow},
+        {"lum/bin/x", false, shallow},
+        {"/lum/bin/x", false, top},
+        {"/bin/x", false, top},
     };
     for (const auto &test : cases) {
-        const InstallPaths found = zvinstall_locate(native(test.program).c_str());
-        EXPECT_EQ(text_of(found.reason), test.reason) << test.program;
-        EXPECT_TRUE(!found.version && !found.install) << test.program;
+        const bool in_tree = test.program.starts_with("t/");
+        const InstallPaths paths =
+            zvinstall_locate((in_tree ? at(test.program) : native(test.program)).c_str());
+        EXPECT_EQ(text_of(paths.version), test.found ? at("t/1.0") : "(null)") << test.program;
+        EXPECT_EQ(text_of(paths.install), test.found ? at("t") : "(null)") << test.program;
+        EXPECT_EQ(text_of(paths.reason), test.reason) << test.program;
     }
 }
 
@@ -109,6 +106,7 @@ TEST_F(InstallTest, EveryKindOfDirectory) {
     for (int32_t kind = 0; kind < ZVINSTDIR_LAST; kind++)
         EXPECT_EQ(text_of(zvinstdir(kind)), at(kinds[kind])) << kind;
     EXPECT_TRUE(!zvinstdir(-1) && !zvinstdir(ZVINSTDIR_LAST));
+    EXPECT_NE(log.lines_with("EXIT zvinstdir() -> Returning concat"), "");
 }
 
 // In an installation with and without "lum", with and without a variant of the C library, under an
@@ -160,32 +158,6 @@ TEST_F(InstallTest, EveryTypeOfDirectory) {
     EXPECT_TRUE(!reg_instdir(9) && !reg_instdir(-1) && !reg_mkpath(9, "x.txt"));
     EXPECT_EQ(text_of(reg_mkpath(REG_HELP, "x.txt")), at("u/2.0/help/x.txt"));
     EXPECT_EQ(text_of(reg_mkpath(REG_HELP, at("no").c_str())), at("no"));
-}
-
-// Whatever way a function is left, its exit goes to the log, or all that follows stands too deep.
-TEST_F(InstallTest, TracesComeInPairs) {
-    set_version("t/1.0");
-    const std::string above = at("t");
-    LogCapture log;
-    trace_flags = TRACE_GENERAL;
-    const VectorPtr list(vec_new(__FILE__, __LINE__));
-    for (const char *path : {"missing", above.c_str()}) {
-        for (int32_t type : {0, 1, 9}) {
-            reg_set_path(type, path);
-            zvinstdir(type + 1);
-            reg_mkpath(type, path);
-        }
-        zvinstdir_set(path);
-        open_edf(path);
-        open_edf_dir(path);
-        findMsgFiles(path, LANG_NONE, list.get());
-    }
-    zvinstall_ver = nullptr;
-    set_zvinstall_paths();
-    zvinstdir(ZVINSTDIR_BIN);
-    EXPECT_EQ(trace_depth(), 0U);
-    trace_flags = 0;
-    EXPECT_NE(log.lines_with("EXIT zvinstdir() -> Returning concat"), "");
 }
 
 } // namespace
