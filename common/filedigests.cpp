@@ -47,8 +47,8 @@ bool FileDigests::start(Lane &lane, Job &job, const HostStat *found) {
     return true;
 }
 
-// Reads on when nothing is left. At the end of the file, or at an error, the lane is done and free:
-// false.
+// Reads on when nothing is left. At the end of the file, or at an error, which leaves the file
+// without a digest, the lane is done and free: false.
 //
 // In the moment between being found and being opened a name can pass from a file to a FIFO, a
 // directory or a device, which would read as an empty file or for ever. So what does not read as
@@ -63,9 +63,9 @@ bool FileDigests::refill(Lane &lane) {
     lane.length += lane.left;
     const bool as_found =
         got > 0 ? lane.length <= lane.size : lane.length == lane.size && lane.length != 0;
-    if (!as_found && !host_is_regular(lane.descriptor))
+    if (got < 0 || (!as_found && !host_is_regular(lane.descriptor)))
         end(lane, OpenOutcome::refused);
-    else if (got <= 0)
+    else if (got == 0)
         end(lane, OpenOutcome::opened);
     return lane.job != nullptr;
 }

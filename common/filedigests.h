@@ -13,7 +13,7 @@
 
 struct FileDigest {
     OpenOutcome outcome;
-    uint8_t digest[SHA256_DIGEST_SIZE]; // of what could be read, when the file was opened
+    uint8_t digest[SHA256_DIGEST_SIZE]; // of the whole file, when it was opened and read
 };
 
 // Receives the result for a file, with the path and the tag it was added with. False ends the

@@ -66,7 +66,8 @@ static int remove_tree(const char *path) {
             static_cast<std::vector<std::string> *>(context)->emplace_back(name);
         return true;
     };
-    if (host_list_directory(path, collect, &names) == Listing::unopened)
+    const Listing listing = host_list_directory(path, collect, &names);
+    if (listing == Listing::denied || listing == Listing::unopened)
         return 0;
     for (const std::string &name : names)
         if (const int failure = remove_entry(os_join(path, name.c_str()).get()))

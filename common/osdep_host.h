@@ -72,6 +72,16 @@ struct FileIdentity {
 };
 bool host_file_identity(const char *path, FileIdentity *result);
 
+// What differs when a file has been written to, or another one has taken its name.
+struct FileState {
+    FileIdentity identity;
+    uint64_t size;    // bytes
+    uint64_t changed; // the time of that, in the host's own units
+    bool operator==(const FileState &) const = default;
+};
+bool host_file_state(const char *path, FileState *result);
+bool host_opened_state(FILE *stream, FileState *result);
+
 struct FileCloser {
     void operator()(FILE *stream) const { std::fclose(stream); }
 };
@@ -90,7 +100,7 @@ enum class OpenOutcome {
     opened,
     missing,
     special, // neither a file nor a directory
-    refused  // a directory, or a file that cannot be opened
+    refused  // a directory, or a file that cannot be opened or read
 };
 OpenOutcome host_open_regular(const char *path, const HostStat *found, int *descriptor);
 
@@ -118,9 +128,17 @@ int64_t host_read(int descriptor, void *buffer, size_t size);
 // until it returns false. `held` is false for a name that no path in the narrow code page leads to;
 // the name is then an approximation. The directory is read and closed before the first call, so
 // that walks of any depth hold no descriptors. Of one that breaks off, what was read is passed on.
-enum class Listing { complete, broken, unopened };
+enum class Listing {
+    complete,
+    broken,
+    denied,  // not opened: this user has no right to list it
+    unopened // for any other reason
+};
 using DirectoryEntryFn = bool (*)(void *context, const char *name, bool held);
 Listing host_list_directory(const char *path, DirectoryEntryFn entry, void *context);
+
+// Makes an empty file; false if anything stands at `path`, a link too.
+bool host_make_file(const char *path);
 
 bool host_mkdir(const char *path);
 bool host_rmdir(const char *path);

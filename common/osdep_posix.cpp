@@ -143,6 +143,30 @@ bool host_file_identity(const char *path, FileIdentity *result) {
     return true;
 }
 
+// The time of the status is the one that no program can set back.
+static FileState state_of(const struct stat &status) {
+    const timespec &time = status.st_ctim;
+    return {{status.st_dev, status.st_ino},
+            static_cast<uint64_t>(status.st_size),
+            static_cast<uint64_t>(time.tv_sec) * 1000000000 + static_cast<uint64_t>(time.tv_nsec)};
+}
+
+bool host_file_state(const char *path, FileState *result) {
+    struct stat status = {};
+    if (stat(path, &status) != 0)
+        return false;
+    *result = state_of(status);
+    return true;
+}
+
+bool host_opened_state(FILE *stream, FileState *result) {
+    struct stat status = {};
+    if (fstat(fileno(stream), &status) != 0)
+        return false;
+    *result = state_of(status);
+    return true;
+}
+
 // Unlike the other host's, fopen opens directories here, which then read as empty.
 FILE *host_fopen(const char *path, const char *mode) {
     FILE *stream = fopen(path, (std::string(mode) + 'e').c_str());
@@ -199,7 +223,7 @@ int64_t host_read(int descriptor, void *buffer, size_t size) {
 Listing host_list_directory(const char *path, DirectoryEntryFn entry, void *context) {
     DIR *directory = opendir(path);
     if (directory == nullptr)
-        return Listing::unopened;
+        return errno == EACCES || errno == EPERM ? Listing::denied : Listing::unopened;
     std::vector<std::string> names;
     errno = 0;
     while (const dirent *found = readdir(directory)) {
@@ -213,6 +237,11 @@ Listing host_list_directory(const char *path, DirectoryEntryFn entry, void *cont
             break;
     errno = failure;
     return failure == 0 ? Listing::complete : Listing::broken;
+}
+
+bool host_make_file(const char *path) {
+    const int descriptor = open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    return descriptor != -1 && close(descriptor) == 0;
 }
 
 bool host_mkdir(const char *path) {

@@ -293,6 +293,27 @@ bool host_file_identity(const char *path, FileIdentity *result) {
     return true;
 }
 
+static bool state_of(HANDLE file, FileState *result) {
+    BY_HANDLE_FILE_INFORMATION information;
+    if (!GetFileInformationByHandle(file, &information))
+        return fail();
+    *result = {{information.dwVolumeSerialNumber,
+                joined(information.nFileIndexHigh, information.nFileIndexLow)},
+               joined(information.nFileSizeHigh, information.nFileSizeLow),
+               joined(information.ftLastWriteTime.dwHighDateTime,
+                      information.ftLastWriteTime.dwLowDateTime)};
+    return true;
+}
+
+bool host_file_state(const char *path, FileState *result) {
+    const SystemHandle file = open_for_query(SystemPath(path));
+    return file ? state_of(file.get(), result) : fail();
+}
+
+bool host_opened_state(FILE *stream, FileState *result) {
+    return state_of(reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stream))), result);
+}
+
 // The flags of _wopen that say the same as a mode of fopen.
 static int open_flags(const char *mode) {
     const bool update = strchr(mode, '+') != nullptr;
@@ -367,7 +388,9 @@ Listing host_list_directory(const char *path, DirectoryEntryFn entry, void *cont
     if (search == INVALID_HANDLE_VALUE) {
         const DWORD error = GetLastError();
         fail(error);
-        return error == ERROR_FILE_NOT_FOUND ? Listing::complete : Listing::unopened;
+        return error == ERROR_FILE_NOT_FOUND  ? Listing::complete
+               : error == ERROR_ACCESS_DENIED ? Listing::denied
+                                              : Listing::unopened;
     }
     std::vector<std::wstring> names;
     do
@@ -382,6 +405,12 @@ Listing host_list_directory(const char *path, DirectoryEntryFn entry, void *cont
     }
     fail(error);
     return error == ERROR_NO_MORE_FILES ? Listing::complete : Listing::broken;
+}
+
+bool host_make_file(const char *path) {
+    const SystemHandle file(CreateFileW(SystemPath(path).get(), GENERIC_WRITE, 0, nullptr,
+                                        CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
+    return file ? true : fail();
 }
 
 bool host_mkdir(const char *path) {
@@ -462,7 +491,12 @@ OwnedString host_stored_name(const char *path) {
 
 // --- Descriptors
 
-void host_open_standard_streams() {}
+// A process without a console may have none of them.
+void host_open_standard_streams() {
+    for (FILE *stream : {stdin, stdout, stderr})
+        if (_fileno(stream) < 0 || _get_osfhandle(_fileno(stream)) < 0)
+            _wfreopen(L"NUL", stream == stdin ? L"r" : L"w", stream);
+}
 
 int host_fileno(FILE *stream) {
     return _fileno(stream);

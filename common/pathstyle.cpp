@@ -1,5 +1,6 @@
 #include "pathstyle.h"
 
+#include <algorithm>
 #include <cassert>
 #include <cctype>
 #include <cstring>
@@ -28,6 +29,28 @@ bool path_is_absolute(const PathStyle &style, const char *path) {
     if (!style.drives)
         return path[0] == style.separator;
     return path[1] == ':' || (path[0] == '\\' && path[1] == '\\');
+}
+
+// What climbs is "..", and where dots and blanks at a name's end do not count, more than that.
+static bool climbs(const PathStyle &style, std::string_view component) {
+    return component == ".." || (style.drives && component.size() > 1 &&
+                                 component.find_first_not_of(". ") == component.npos);
+}
+
+bool path_leads_out(const PathStyle &style, std::string_view path) {
+    constexpr std::string_view separators = "\\/";
+    if (path.find_first_of(separators) == 0 || path.substr(0, 2).ends_with(':'))
+        return true;
+    int depth = 0;
+    while (!path.empty() && depth >= 0) {
+        const std::string_view component = path.substr(0, path.find_first_of(separators));
+        path.remove_prefix(std::min(component.size() + 1, path.size()));
+        if (climbs(style, component))
+            depth--;
+        else if (!component.empty() && component != ".")
+            depth++;
+    }
+    return depth < 0;
 }
 
 bool path_is_bare_drive(const PathStyle &style, const char *path) {

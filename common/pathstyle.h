@@ -5,6 +5,8 @@
 
 #include "xalloc.h"
 
+#include <string_view>
+
 struct PathStyle {
     const char *separators; // what separates components, in order of precedence
     char separator;         // the one that is written, the first of `separators`
@@ -23,6 +25,11 @@ const char *path_last_separator(const PathStyle &style, const char *path);
 // Drive family: at least two characters, the second ":" or both "\". Slash family: begins with "/".
 // False for null.
 bool path_is_absolute(const PathStyle &style, const char *path);
+
+// Whether a relative path, with either family's separators, can lead out of the directory that it
+// starts in other than over a link: it is absolute in either family, names a drive, or climbs above
+// its start by "..". Links are not looked at.
+bool path_leads_out(const PathStyle &style, std::string_view path);
 
 // "C:" and no more, in the drive family.
 bool path_is_bare_drive(const PathStyle &style, const char *path);

@@ -124,7 +124,7 @@ OwnedBytes sha1_from_hex(const char *text) {
 }
 
 void shahash_fatal_cannot_open(const char *path) {
-    fprintf(stderr, "!! Cannot open file \"%s\"\n", path);
+    fprintf(stderr, "!! Cannot open file \"%s\"\n", str_printable(path).get());
     exit(1);
 }
 
@@ -153,20 +153,29 @@ static bool is_loop(const Walk &walk) {
 
 static bool walk_directory(Walk walk);
 
-// Backslashes join the components of a manifest's paths and line ends end them.
-static bool fits_manifest(const char *name) {
-    return strpbrk(name, "\r\n\\") == nullptr;
+// What a line's path is trimmed of.
+static constexpr std::string_view white_space = " \t\n\v\f\r";
+
+// Backslashes join the components of a manifest's paths, line ends end them, and at its end a path
+// would lose white space.
+static bool fits_manifest(std::string_view name, bool is_last) {
+    return name.find_first_of("\r\n\\") == name.npos &&
+           !(is_last && white_space.find(name.back()) != white_space.npos);
+}
+
+static bool refuse_name(const Walk &walk, const char *path) {
+    walk.files->finish(); // a file before it that cannot be opened is to be told of first
+    fprintf(stderr, "The name of file \"%s\" cannot be written to a manifest\n",
+            str_printable(path).get());
+    return false;
 }
 
 static bool walk_entry(const Walk &walk, const char *name, bool held) {
     if (strcmp(name, ".") == 0 || strcmp(name, "..") == 0)
         return true;
     const OwnedString full = os_join(walk.dir, name);
-    if (!held || !fits_manifest(name)) {
-        walk.files->finish(); // a file before it that cannot be opened is to be told of first
-        fprintf(stderr, "The name of file \"%s\" cannot be written to a manifest\n", full.get());
-        return false;
-    }
+    if (!held || !fits_manifest(name, false))
+        return refuse_name(walk, full.get());
     OwnedString relative = path_join_style(drive_path_style, walk.relative, name);
     if (relative == nullptr)
         relative = xstrdup(name);
@@ -176,6 +185,8 @@ static bool walk_entry(const Walk &walk, const char *name, bool held) {
     const HostStat *found = host_stat(full.get(), &status) ? &status : nullptr;
     if (found != nullptr && found->kind == FileKind::directory)
         return walk_directory({walk.files, full.get(), relative.get(), &walk});
+    if (!fits_manifest(name, true))
+        return refuse_name(walk, full.get());
     return walk.files->add(full.get(), relative.release(), found);
 }
 
@@ -191,12 +202,12 @@ static bool walk_directory(Walk walk) {
         return current->complete;
     };
     const Listing listing = host_list_directory(walk.dir, visit, &walk);
-    if (walk.complete && listing == Listing::broken) {
-        walk.files->finish(); // as for a name that is refused
-        fprintf(stderr, "Cannot read directory \"%s\"\n", walk.dir);
-        return false;
-    }
-    return walk.complete;
+    const bool passed_over = listing == Listing::denied && walk.parent != nullptr;
+    if (!walk.complete || listing == Listing::complete || passed_over)
+        return walk.complete;
+    walk.files->finish(); // as for a name
+    fprintf(stderr, "Cannot read directory \"%s\"\n", str_printable(walk.dir).get());
+    return false;
 }
 
 // `tag` is the path in the manifest.
@@ -258,19 +269,32 @@ bool shahash_write_manifest_default_flags(const char *dir, const char *manifest)
 
 // --- Reading and checking
 
+std::string_view shahash_next_line(FILE *file) {
+    return sc_readLineBytes(file, MANIFEST_LINE_LIMIT);
+}
+
 bool shahash_parse_line(std::string_view line, ManifestLine *fields) {
     const size_t space = line.find(' ');
-    if (space == line.npos || line.find('\0') != line.npos)
+    if (space == line.npos || line.find('\0') != line.npos || line.size() > MANIFEST_LINE_LIMIT)
         return false;
-    constexpr const char *white = " \t\n\v\f\r";
     const std::string_view rest = line.substr(space);
-    const size_t first = std::min(rest.find_first_not_of(white), rest.size());
-    std::string_view path = rest.substr(first, rest.find_last_not_of(white) + 1 - first);
+    const size_t first = std::min(rest.find_first_not_of(white_space), rest.size());
+    std::string_view path = rest.substr(first, rest.find_last_not_of(white_space) + 1 - first);
     if (path.starts_with('*'))
         path.remove_prefix(1);
     fields->digest = line.substr(0, space);
     fields->path = path;
     return true;
+}
+
+bool shahash_line_can_verify(std::string_view line) {
+    constexpr size_t digits = 2 * SHA256_DIGEST_SIZE;
+    return line.find_first_not_of("0123456789abcdef") == digits && line[digits] == ' ' &&
+           line.size() <= MANIFEST_LINE_LIMIT;
+}
+
+static bool leads_out(const ManifestLine &fields) {
+    return path_leads_out(host_path_style(), fields.path);
 }
 
 // The components of a manifest's path, put together the host's way.
@@ -315,6 +339,13 @@ static bool verify_line(void *context, const char *path, void *tag, const FileDi
     return false;
 }
 
+// What leads out is like a missing file, in its turn.
+static bool add_line(FileDigests &digests, const ManifestLine &fields, char *line) {
+    const std::string path = host_spelling(fields.path.c_str());
+    return leads_out(fields) ? digests.add(path.c_str(), line, nullptr)
+                             : digests.add(path.c_str(), line);
+}
+
 LineFault shahash_verify_lines(Vector *lines, std::string *path) {
     LineCheck check;
     FileDigests digests(verify_line, &check);
@@ -322,7 +353,7 @@ LineFault shahash_verify_lines(Vector *lines, std::string *path) {
     bool sound = true;
     for (char *line : VecEach<char>(lines)) {
         sound = shahash_parse_line(line, &fields);
-        if (!sound || !digests.add(host_spelling(fields.path.c_str()).c_str(), line))
+        if (!sound || !add_line(digests, fields, line))
             break;
     }
     if (digests.finish() && !sound)
@@ -347,8 +378,8 @@ Vector *shahash_read_manifest(const char *manifest, const char *base) {
     Vector *entries = vec_new(__FILE__, __LINE__);
     ManifestLine fields;
     bool sound = true;
-    for (std::string_view line; sound && !(line = sc_readLineBytes(file.get())).empty();) {
-        sound = shahash_parse_line(line, &fields);
+    for (std::string_view line; sound && !(line = shahash_next_line(file.get())).empty();) {
+        sound = shahash_parse_line(line, &fields) && !leads_out(fields);
         if (sound)
             append_record(entries, base, fields);
     }
@@ -360,8 +391,8 @@ Vector *shahash_read_manifest(const char *manifest, const char *base) {
 
 static bool check_lines(FILE *file) {
     ManifestLine fields;
-    for (std::string_view line; !(line = sc_readLineBytes(file)).empty();)
-        if (!shahash_parse_line(line, &fields) ||
+    for (std::string_view line; !(line = shahash_next_line(file)).empty();)
+        if (!shahash_parse_line(line, &fields) || leads_out(fields) ||
             !shahash_verify_file(fields.digest.c_str(), fields.path.c_str()))
             return false;
     return ferror(file) == 0;

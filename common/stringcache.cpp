@@ -330,9 +330,9 @@ static size_t read_block(FILE *stream, char *block) {
     return before < 1023 && feed[1] == '\0' ? before + 1 : before - 1;
 }
 
-std::string_view sc_readLineBytes(FILE *stream) {
+std::string_view sc_readLineBytes(FILE *stream, size_t most) {
     size_t used = 0;
-    while (stream != nullptr) {
+    while (stream != nullptr && used <= most) {
         char *block = reserve(used + 1024, used) + used;
         const size_t got = read_block(stream, block);
         used += got;

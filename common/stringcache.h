@@ -80,8 +80,9 @@ Vector *sc_split(const char *s, const char *delimiters);
 const char *sc_readLine(FILE *stream);
 
 // The same without interning, for lines that are read once: the line's bytes, NULs and all. Valid
-// until the next call of anything here; empty at the end of the stream.
-std::string_view sc_readLineBytes(FILE *stream);
+// until the next call of anything here; empty at the end of the stream. A line of more than `most`
+// bytes comes in pieces, which are longer than that.
+std::string_view sc_readLineBytes(FILE *stream, size_t most = SIZE_MAX);
 
 // --- Paths, by the host's rules
 

@@ -7,54 +7,58 @@
 #include "zvdebug.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
-#include <string_view>
 #include <utility>
 #include <vector>
 
-// --- The index: where each line begins
+// --- Lines and where they begin
 
-// Element k is a cell with the offset of line k; the last one's is the end of the file.
-using LineIndex = BlockVectorPtr;
-
-// False if there is no memory for the cell.
-static bool append_offset(Vector *index, uint32_t offset) {
-    auto *cell = static_cast<uint32_t *>(malloc(sizeof(uint32_t)));
-    if (cell == nullptr)
-        return false;
-    *cell = offset;
-    vec_append(index, cell);
-    return true;
-}
-
-// Null, with the reason in `failure`, if the manifest cannot be indexed.
-static LineIndex index_lines(FILE *file, const char **failure) {
-    LineIndex index(vec_new(__FILE__, __LINE__));
-    *failure = "Could not allocate memory";
-    if (!append_offset(index.get(), 0))
-        return nullptr;
+// Calls `begin` with the offset of each line; false, with the reason in `failure`, if the manifest
+// cannot be read to its end.
+template <class Begin> static bool each_line(FILE *file, Begin begin, const char **failure) {
+    static std::array<char, 65536> block;
     uint64_t offset = 0;
-    for (std::string_view line; !(line = sc_readLineBytes(file)).empty();) {
-        offset += line.size();
-        if (offset > INT32_MAX) {
-            *failure = "Manifest is too large";
-            return nullptr;
+    bool at_start = true;
+    while (const size_t got = fread(block.data(), 1, block.size(), file)) {
+        if (offset + got >= MANIFEST_LIMIT) {
+            *failure = "Manifest is too large"; // it has grown
+            return false;
         }
-        if (!append_offset(index.get(), static_cast<uint32_t>(offset)))
-            return nullptr;
+        for (const char *next = block.data(), *const end = next + got; next != end;) {
+            if (at_start)
+                begin(static_cast<uint32_t>(offset + static_cast<size_t>(next - block.data())));
+            const void *feed = memchr(next, '\n', static_cast<size_t>(end - next));
+            at_start = feed != nullptr;
+            next = at_start ? static_cast<const char *>(feed) + 1 : end;
+        }
+        offset += got;
     }
     *failure = "Could not read manifest file";
-    return ferror(file) == 0 ? std::move(index) : nullptr;
+    return ferror(file) == 0;
 }
 
-// A line beyond the index has no position.
-static uint32_t position_of(const LineIndex &index, uint32_t line) {
-    const auto *cell = vec_at<uint32_t>(index.get(), line);
-    return cell != nullptr ? *cell : 0;
+static bool count_lines(FILE *file, uint32_t *lines, const char **failure) {
+    *lines = 0;
+    return each_line(
+        file, [&](uint32_t) { ++*lines; }, failure);
+}
+
+// Replaces line numbers, in ascending order, by the offsets at which these lines begin.
+static bool find_lines(FILE *file, std::vector<uint32_t> &lines, const char **failure) {
+    rewind(file);
+    uint32_t line = 0;
+    size_t found = 0;
+    const auto begin = [&](uint32_t offset) {
+        if (found < lines.size() && lines[found] == line)
+            lines[found++] = offset;
+        line++;
+    };
+    return each_line(file, begin, failure) && found == lines.size();
 }
 
 // --- Division into tasks
@@ -75,6 +79,21 @@ TaskRange task_range(uint32_t lines, uint32_t tasks, uint32_t index) {
     const uint64_t start = index == 0 ? 0 : index * each + 1;
     const uint64_t end = index + 1 == tasks ? lines : (index + 1) * each;
     return {static_cast<uint32_t>(start), static_cast<uint32_t>(end)};
+}
+
+// Not so where there are as many tasks as lines, or more. Such a task is not started: it has
+// failed.
+static bool has_lines(const TaskRange &range, uint32_t lines) {
+    return range.start <= range.end && range.start < lines;
+}
+
+// The first lines of the tasks that have any.
+static std::vector<uint32_t> first_lines(uint32_t lines, uint32_t tasks) {
+    std::vector<uint32_t> first;
+    for (uint32_t i = 0; i < tasks; i++)
+        if (const TaskRange range = task_range(lines, tasks, i); has_lines(range, lines))
+            first.push_back(range.start);
+    return first;
 }
 
 static uint32_t choose_task_count(uint32_t lines) {
@@ -139,11 +158,20 @@ static const char *without_end_separators(const char *directory) {
     return sc_ncopy(directory, length);
 }
 
+// Whether logs can lie beside this process's own: not beside a terminal or a pipe.
+static bool is_log_of_file() {
+    HostStat status;
+    const char *log = zvdebug_out_path();
+    return log == nullptr || !host_stat(log, &status) || status.kind == FileKind::regular;
+}
+
 // The debug option of the task for a range, which logs beside this process's own log under a name
-// of its own; null when nothing is logged. A comma would end the name and a plus sign at its start
-// has a meaning, so a name with the one is not passed on and one with the other is led by ".".
+// of its own; null when nothing is logged. The file is made here and is a new one, so that the task
+// follows no link that stands under its name. A comma would end the name and a plus sign at its
+// start has a meaning, so a name with the one is not passed on and one with the other is led by
+// ".".
 static const char *debug_argument(const TaskRange &range) {
-    if (trace_flags == 0)
+    if (trace_flags == 0 || !is_log_of_file())
         return nullptr;
     const char *name = sc_format("kestrel_%u-%u.out", range.start, range.end);
     if (const char *log = zvdebug_out_path())
@@ -152,6 +180,9 @@ static const char *debug_argument(const TaskRange &range) {
         return nullptr;
     if (*name == '+')
         name = sc_pathJoin(".", name);
+    host_remove(name);
+    if (!host_make_file(name))
+        return nullptr;
     return sc_format("--zvdebug=on,out:%s", name);
 }
 
@@ -178,7 +209,7 @@ static ProcessHandle start_task(const TaskSetting &setting, uint32_t position,
 
 // --- The check
 
-static bool wait_for_task(ProcessHandle process, uint32_t number) {
+bool wait_for_task(ProcessHandle process, uint32_t number) {
     TRACE_MESSAGE("Waiting for process %d to finish", number);
     int status = 1;
     if (process == 0)
@@ -193,20 +224,51 @@ static bool wait_for_task(ProcessHandle process, uint32_t number) {
 }
 
 // All tasks are started before any is waited for, and all are waited for even after a failure.
-static bool run_tasks(const TaskSetting &setting, const LineIndex &index, uint32_t tasks,
-                      ProcessHandle *handles) {
-    const uint32_t lines = vec_size(index.get()) - 1;
+// `positions` are those of the tasks that have lines.
+static bool run_tasks(const TaskSetting &setting, uint32_t lines, uint32_t tasks,
+                      const uint32_t *positions, ProcessHandle *handles) {
     TRACE_MESSAGE("Each core will do %d hashes", lines / tasks);
     for (uint32_t i = 0; i < tasks; i++) {
         const TaskRange range = task_range(lines, tasks, i);
         TRACE_MESSAGE("Starting process %d", i);
-        handles[i] = start_task(setting, position_of(index, range.start), range);
+        if (has_lines(range, lines))
+            handles[i] = start_task(setting, *positions++, range);
         TRACE_MESSAGE("got proc id %lld\n", static_cast<long long>(handles[i]));
     }
     bool passed = true;
     for (uint32_t i = 0; i < tasks; i++)
         passed = wait_for_task(handles[i], i) && passed;
     return passed;
+}
+
+static TaskSetting task_setting(const char *manifest, const char *instdir) {
+    const OwnedString exe = os_progpath();
+    return {exe != nullptr ? sc_strdup(exe.get()) : "",
+            sc_format("--manifest=%s", cmdline_escape(manifest)),
+            sc_format("--instdir=%s", cmdline_escape(without_end_separators(instdir)))};
+}
+
+// The verdict of the tasks; false, with the reason in `failure`, if they cannot even be started.
+static bool check_by_tasks(const TaskSetting &setting, FilePtr file, uint32_t lines, uint32_t tasks,
+                           const char **failure) {
+    std::vector<uint32_t> positions = first_lines(lines, tasks);
+    if (!find_lines(file.get(), positions, failure))
+        return false;
+    file.reset();
+    const std::unique_ptr<ProcessHandle[], FreeDeleter> handles(
+        static_cast<ProcessHandle *>(calloc(tasks, sizeof(ProcessHandle))));
+    *failure = handles != nullptr ? nullptr : "Could not allocate memory";
+    return handles != nullptr && run_tasks(setting, lines, tasks, positions.data(), handles.get());
+}
+
+// Whether the manifest is still the one whose lines were counted: otherwise the tasks, or the check
+// in this process, may have read another one, and some lines nobody.
+static bool is_unchanged(const char *manifest, const FileState &counted) {
+    FileState now;
+    const bool unchanged = host_file_state(manifest, &now) && now == counted;
+    if (!unchanged)
+        TRACE_MESSAGE("Manifest \"%s\" changed during the check", manifest);
+    return unchanged;
 }
 
 bool check_manifest(const char *manifest, const char *instdir) {
@@ -216,43 +278,34 @@ bool check_manifest(const char *manifest, const char *instdir) {
         return false;
     }
     manifest = manifest_path(manifest, instdir);
-    if (verbose != 0)
-        printf("Checking manifest \"%s\" for installation \"%s\"\n", manifest, instdir);
+    announce("Checking", manifest, instdir);
     const OwnedString before = os_getcwd();
     const char *failure = nullptr;
-    FilePtr file = open_manifest(manifest, instdir, before.get(), &failure);
-    if (file == nullptr) {
+    FileState counted;
+    uint32_t lines = 0;
+    FilePtr file = open_manifest(manifest, instdir, before.get(), &counted, &failure);
+    if (file == nullptr || !count_lines(file.get(), &lines, &failure)) {
         TRACE_EXIT("%s", failure);
         return false;
     }
-    LineIndex index = index_lines(file.get(), &failure);
-    file.reset();
-    if (index == nullptr) {
-        TRACE_EXIT("%s", failure);
-        return false;
-    }
+    const OwnedString opened = host_absolute_path(manifest);
     if (before != nullptr)
         enter_directory(before.get());
 
-    const uint32_t lines = vec_size(index.get()) - 1;
     const uint32_t tasks = choose_task_count(lines);
     if (tasks == 1) {
         TRACE_EXIT("Only 1 core available, doing manifest directly...");
-        index.reset();
-        return check_manifest_range(manifest, instdir, 0, 0, lines);
+        file.reset();
+        const bool passed = check_manifest_range(manifest, instdir, 0, 0, lines);
+        return is_unchanged(opened.get(), counted) && passed;
     }
-    const std::unique_ptr<ProcessHandle[], FreeDeleter> handles(
-        static_cast<ProcessHandle *>(calloc(tasks, sizeof(ProcessHandle))));
-    const OwnedString exe = os_progpath();
-    if (handles == nullptr) {
-        TRACE_EXIT("Could not allocate memory");
+    bool passed =
+        check_by_tasks(task_setting(manifest, instdir), std::move(file), lines, tasks, &failure);
+    if (failure != nullptr) {
+        TRACE_EXIT("%s", failure);
         return false;
     }
-    const TaskSetting setting = {
-        exe != nullptr ? sc_strdup(exe.get()) : "",
-        sc_format("--manifest=%s", cmdline_escape(manifest)),
-        sc_format("--instdir=%s", cmdline_escape(without_end_separators(instdir)))};
-    const bool passed = run_tasks(setting, index, tasks, handles.get());
+    passed = is_unchanged(opened.get(), counted) && passed;
     TRACE_EXIT("Hash verification %s", passed ? "passed" : "failed");
     return passed;
 }

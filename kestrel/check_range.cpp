@@ -13,6 +13,22 @@ const char *manifest_path(const char *manifest, const char *instdir) {
     return manifest != nullptr ? manifest : sc_pathJoin(instdir, "manifest");
 }
 
+bool flush_output() {
+    static bool told = false;
+    const bool written = fflush(stdout) == 0 && ferror(stdout) == 0;
+    if (!written && !std::exchange(told, true))
+        perror("Cannot write to standard output");
+    return written;
+}
+
+void announce(const char *action, const char *manifest, const char *instdir) {
+    if (verbose == 0)
+        return;
+    printf("%s manifest \"%s\" for installation \"%s\"\n", action, str_printable(manifest).get(),
+           str_printable(instdir).get());
+    flush_output();
+}
+
 bool enter_directory(const char *directory) {
     if (!host_chdir(directory))
         return false;
@@ -21,20 +37,26 @@ bool enter_directory(const char *directory) {
 }
 
 FilePtr open_manifest(const char *manifest, const char *instdir, const char *before,
-                      const char **failure) {
+                      FileState *state, const char **failure) {
     // Without a current directory a relative path has stayed one, and would lead elsewhere.
     if ((before == nullptr && !os_is_absolute(manifest)) || !enter_directory(instdir)) {
         *failure = sc_format("Could not change to directory: \"%s\"", instdir);
         return nullptr;
     }
     FilePtr file(host_fopen_regular(manifest));
-    if (file == nullptr)
+    if (file == nullptr || !host_opened_state(file.get(), state)) {
         *failure = sc_format("Could not open manifest file \"%s\"", manifest);
+        return nullptr;
+    }
+    if (state->size >= MANIFEST_LIMIT) {
+        *failure = "Manifest is too large";
+        return nullptr;
+    }
     return file;
 }
 
-// The lines of the range, as far as the file has them; null, with the reason in `failure`, for a
-// manifest that cannot be read or holds a NUL.
+// The lines of the range, as far as the file has them and up to the first that cannot verify; null,
+// with the reason in `failure`, for a manifest that cannot be read or holds a NUL.
 static BlockVectorPtr gather_lines(FILE *file, int32_t position, uint32_t start, uint32_t end,
                                    const char **failure) {
     *failure = "Could not read manifest file";
@@ -48,15 +70,18 @@ static BlockVectorPtr gather_lines(FILE *file, int32_t position, uint32_t start,
     }
     TRACE_MESSAGE("Reading manifest from line %d to line %d", start, end);
     for (uint64_t i = seeking ? start : 0; i <= end; i++) {
-        const std::string_view line = sc_readLineBytes(file);
+        const std::string_view line = shahash_next_line(file);
         if (line.empty())
             break;
         if (line.find('\0') != line.npos) {
             *failure = "Manifest data was malformed";
             return nullptr;
         }
-        if (i >= start)
-            vec_append(lines.get(), xstrndup(line.data(), line.size()).release());
+        if (i < start)
+            continue;
+        vec_append(lines.get(), xstrndup(line.data(), line.size()).release());
+        if (!shahash_line_can_verify(line))
+            break;
     }
     return ferror(file) == 0 ? std::move(lines) : nullptr;
 }
@@ -73,7 +98,8 @@ bool check_manifest_range(const char *manifest, const char *instdir, int32_t pos
                   instdir);
     const OwnedString before = os_getcwd();
     const char *failure = nullptr;
-    FilePtr file = open_manifest(manifest, instdir, before.get(), &failure);
+    FileState opened;
+    FilePtr file = open_manifest(manifest, instdir, before.get(), &opened, &failure);
     if (file == nullptr) {
         TRACE_EXIT("%s", failure);
         return false;

@@ -4,8 +4,6 @@
 #include "shahash.h"
 #include "trace.h"
 
-#include <cstdio>
-
 // The walk begins at ".", so that every path in the manifest is relative to the installation.
 static bool write_manifest(const char *manifest) {
     return (os_kind() & HOST_DRIVE_PATHS) != 0
@@ -21,9 +19,7 @@ bool generate_manifest(const char *manifest, const char *instdir) {
     }
     manifest = manifest_path(manifest, instdir);
     TRACE_MESSAGE("Generate manifest \"%s\" for installation \"%s\"", manifest, instdir);
-    if (verbose != 0)
-        printf("Generating manifest \"%s\" for installation \"%s\"\n", manifest, instdir);
-
+    announce("Generating", manifest, instdir);
     const OwnedString before = os_getcwd();
     if (before == nullptr || !enter_directory(instdir)) {
         TRACE_EXIT("Could not change to directory: \"%s\"\n", instdir);

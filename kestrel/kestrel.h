@@ -35,16 +35,27 @@ bool check_manifest_range(const char *manifest, const char *instdir, int32_t pos
 
 // --- Steps that the modes share
 
+// Hands over what was printed to standard output; false if that failed, now or before, and says so
+// on standard error the first time.
+bool flush_output();
+
+// Tells, at once, what is about to be done ("Checking") unless this process is to be quiet.
+void announce(const char *action, const char *manifest, const char *instdir);
+
 // `manifest`, or the default one of the installation when it is null.
 const char *manifest_path(const char *manifest, const char *instdir);
 
 // Changes the current directory and says so in the debug log; false if that fails.
 bool enter_directory(const char *directory);
 
+// A manifest is smaller than this, in bytes.
+constexpr uint64_t MANIFEST_LIMIT = uint64_t{1} << 31;
+
 // Enters the installation and opens the manifest for reading; null, with the reason in `failure`,
-// if that fails. `before` is the directory that is left, null if it is unknown.
+// if that fails. `before` is the directory that is left, null if it is unknown. `state` receives
+// what the file is like.
 FilePtr open_manifest(const char *manifest, const char *instdir, const char *before,
-                      const char **failure);
+                      FileState *state, const char **failure);
 
 // --- Division of the check into tasks
 
@@ -65,6 +76,9 @@ TaskRange task_range(uint32_t lines, uint32_t tasks, uint32_t index);
 // Starts a copy of the program, or another; 0 if it could not be started. `args` begins with the
 // program's path; null entries are passed over.
 ProcessHandle runProgram(const char *exe, Vector *args);
+
+// Waits for the copy of the given number; true if it could be started, and its status is 0.
+bool wait_for_task(ProcessHandle process, uint32_t number);
 
 // The arguments as one command line (interned): double quotes escaped, arguments with white space
 // enclosed in them, each followed by a blank. Null for null or an empty vector.

@@ -29,8 +29,11 @@ struct Options {
     int32_t end = -1;
 };
 
+// What could not be printed has not been said: that is no success.
 void cleanup(int status) {
     TRACE_ENTER();
+    if (!flush_output() && status == 0)
+        status = 1;
     TRACE_MESSAGE("Exiting with status code %d", status);
     package_finish();
     TRACE_EXIT();

@@ -205,9 +205,12 @@ TEST(FileDigests, NamesThatChangedHandsAreRefused) {
         std::string path;
         uint64_t size;
     } cases[] = {
-        {windows ? "NUL" : "/dev/null", 0},   {windows ? "NUL" : "/dev/null", 100},
-        {windows ? "NUL" : "/dev/zero", 100}, {scratch.directory(), 0},
+        {windows ? "NUL" : "/dev/null", 0},
+        {windows ? "NUL" : "/dev/null", 100},
+        {windows ? "NUL" : "/dev/zero", 100},
+        {scratch.directory(), 0},
         {scratch.directory(), 100},
+        {windows ? "NUL" : "/proc/self/mem", 0}, // a file that cannot be read
     };
     for (const auto &c : cases) {
         Received received;

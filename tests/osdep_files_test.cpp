@@ -154,6 +154,27 @@ TEST(OsFiles, OnlyRegularFilesAreOpenedForReading) {
     EXPECT_EQ(os_filesize(scratch.path("gone").c_str()), 0u);
 }
 
+TEST(OsFiles, StatesTellWhenAFileHasChanged) {
+    const Scratch scratch;
+    const std::string file = scratch.write("file", "old"), other = scratch.write("other", "old");
+    FileState before, opened, after;
+    ASSERT_TRUE(host_file_state(file.c_str(), &before));
+    EXPECT_TRUE(host_opened_state(FilePtr(host_fopen(file.c_str(), "r")).get(), &opened));
+    EXPECT_EQ(opened, before);
+    const auto changed = [&] { return host_file_state(file.c_str(), &after) && after != before; };
+    EXPECT_FALSE(changed());
+    EXPECT_TRUE(host_replace(other.c_str(), file.c_str()) && changed()) << "replaced";
+    before = after;
+    scratch.write("file", "longer");
+    EXPECT_TRUE(changed()) << "longer";
+    before = after;
+    for (int tries = 0; tries < 1000000 && !changed(); tries++) // until the clock has gone on
+        scratch.write("file", "shorte");
+    EXPECT_TRUE(changed()) << "written";
+    host_remove(file.c_str());
+    EXPECT_FALSE(host_file_state(file.c_str(), &after));
+}
+
 // --- Copying
 
 // More than a buffer, with bytes that text mode would change.

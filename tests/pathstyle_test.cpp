@@ -33,6 +33,33 @@ TEST(PathStyle, Absolute) {
     }
 }
 
+TEST(PathStyle, LeadingOut) {
+    const struct {
+        const char *path;
+        bool in_drive, in_slash;
+    } cases[] = {{"/x", true, true},
+                 {"\\x", true, true},
+                 {"C:x", true, true},
+                 {"\\\\host\\x", true, true},
+                 {"..", true, true},
+                 {".\\..", true, true},
+                 {"a\\../..", true, true},
+                 {"a/b\\../../..", true, true},
+                 {"", false, false},
+                 {".\\a\\b", false, false},
+                 {".\\a\\..\\b", false, false},
+                 {"a//b\\..\\.\\..", false, false},
+                 {"..a\\..", false, false},
+                 {"a\\C:", false, false},
+                 {"... \\a", true, false},
+                 {".\\.. ", true, false},
+                 {". ./a", true, false}};
+    for (const auto &c : cases) {
+        EXPECT_EQ(path_leads_out(drive, c.path), c.in_drive) << c.path;
+        EXPECT_EQ(path_leads_out(slash, c.path), c.in_slash) << c.path;
+    }
+}
+
 TEST(PathStyle, Join) {
     // clang-format off
     const struct {

@@ -50,11 +50,15 @@ inline std::string text_of(const OwnedString &s) {
     return s != nullptr ? s.get() : "(null)";
 }
 
-// The helper program, which lies beside the tests.
-inline std::string child_program() {
+// A program that lies beside the tests.
+inline std::string built_program(const char *name) {
     const OwnedString directory = os_dirname(os_progpath().get());
-    const std::string path = os_join(directory.get(), "child").get();
+    const std::string path = os_join(directory.get(), name).get();
     return os_exists(path.c_str()) ? path : path + ".exe";
+}
+
+inline std::string child_program() {
+    return built_program("child");
 }
 
 #endif

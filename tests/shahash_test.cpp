@@ -179,7 +179,9 @@ TEST_F(ShahashTree, NamesThatFitNoManifestAreRefused) {
     if (host_path_style().drives)
         GTEST_SKIP() << "this host has no such names";
     host_mkdir("sub");
-    for (const std::string name : {"sub/a\\b", "a\nb", "a\rb", "sub/\\", "directory\\"}) {
+    add("x", "x"); // which a name that loses its end would lead to
+    for (const std::string name : {"sub/a\\b", "a\nb", "a\rb", "sub/\\", "directory\\", "x ", "x\t",
+                                   "sub/x\v", "x\f", "\x1b[2J\n"}) {
         if (name == "directory\\")
             host_mkdir(name.c_str());
         else
@@ -187,11 +189,29 @@ TEST_F(ShahashTree, NamesThatFitNoManifestAreRefused) {
         testing::internal::CaptureStderr();
         EXPECT_FALSE(write_manifest(manifest)) << name;
         EXPECT_EQ(testing::internal::GetCapturedStderr(),
-                  "The name of file \"./" + name + "\" cannot be written to a manifest\n");
+                  "The name of file \"./" + text_of(str_printable(name.c_str())) +
+                      "\" cannot be written to a manifest\n");
         expect_old_manifest();
         fs::remove(name);
     }
-    EXPECT_TRUE(write_manifest(manifest));
+    host_mkdir("directory \t");
+    add("directory \t/ x", "abc");
+    EXPECT_EQ(walked().size(), 2u);
+}
+
+// A lack of descriptors is no matter of permission.
+TEST_F(ShahashTree, EveryDirectoryIsReadOrTheWalkFails) {
+    host_mkdir("sub");
+    const auto walk_without_descriptors = [] {
+        while (host_dup(1) != -1) {
+        }
+        exit(write_manifest("../manifest") ? 0 : 7);
+    };
+    if (os_kind() != 0)
+        GTEST_SKIP() << "listing takes no descriptors here";
+    EXPECT_EXIT(walk_without_descriptors(), testing::ExitedWithCode(7),
+                "^Cannot read directory \"\\.\"\n$");
+    expect_old_manifest();
 }
 
 TEST_F(ShahashTree, LinksAreFollowedButNotInCircles) {
@@ -246,6 +266,9 @@ TEST_F(ShahashTree, VerifyComparesDigestsByteForByte) {
 }
 
 TEST(Shahash, LinesAreTakenApart) {
+    std::string longest = "12ab *.\\a\n";
+    longest.insert(4, MANIFEST_LINE_LIMIT - longest.size(), ' ');
+    const std::string longer = longest + "\n";
     const struct {
         const char *line;
         bool sound;
@@ -258,6 +281,8 @@ TEST(Shahash, LinesAreTakenApart) {
                  {"12ab **a\n", true, "12ab", "*a"},
                  {" *.\\a\n", true, "", ".\\a"},
                  {"12ab *\n", true, "12ab", ""},
+                 {longest.c_str(), true, "12ab", ".\\a"},
+                 {longer.c_str(), false, "kept", "kept"},
                  {"12ab \n", true, "12ab", ""},
                  {"12\tab *.\\a\n", true, "12\tab", ".\\a"},
                  {"12ab\t*.\\a\n", false, "kept", "kept"},
@@ -277,6 +302,7 @@ TEST_F(ShahashTree, WholeManifests) {
     add("sub/a", "abc");
     add("e", "");
     const std::string a = ABC_DIGEST + " *.\\sub\\a", e = EMPTY_DIGEST + " *.\\e";
+    const std::string here = text_of(os_dirname(os_getcwd().get()));
     const struct {
         std::string text;
         int records; // -1 for a manifest that cannot be read
@@ -284,6 +310,8 @@ TEST_F(ShahashTree, WholeManifests) {
     } cases[] = {{a + "\n" + e + "\n", 2, true},
                  {e + "\r\n" + a + "\r\n" + a, 3, true},
                  {EMPTY_DIGEST + " *./sub/../e\n", 1, true},
+                 {EMPTY_DIGEST + " *../tree/e\n", -1, false},
+                 {EMPTY_DIGEST + " *" + here + "/tree/e\n", -1, false},
                  {"", 0, true},
                  {a + "\n" + ABC_DIGEST + " *.\\e\n", 2, false},
                  {ABC_DIGEST + " *.\\gone\n" + e, 2, false},
@@ -293,7 +321,6 @@ TEST_F(ShahashTree, WholeManifests) {
                  {a + "\n" + e + std::string("\0\n", 2), -1, false},
                  {std::string(1, '\0'), -1, false}};
     ASSERT_TRUE(host_chdir(".."));
-    const std::string here = os_getcwd().get();
     for (const auto &c : cases) {
         scratch.write("m", c.text);
         EXPECT_EQ(shahash_check_manifest("m", "tree"), c.passes) << c.text;
