@@ -9,8 +9,7 @@
 #include <cassert>
 #include <vector>
 
-int32_t verbose = 0;
-int32_t task_limit = -1;
+int32_t verbose = 0, task_limit = -1;
 
 using Words = std::vector<std::string>;
 static Words files;    // the only ones that there are, if not empty
@@ -63,13 +62,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     files.clear();
     for (const std::string &word : words) // names of files are not unescaped, nor passed escaped
         assert(word.starts_with('@') || expand(cmdline_escape(word.c_str())) == Words{word});
-
     // A byte order mark at a command file's beginning is none of its words.
     const bool marked = !words.empty() && words[0].starts_with("\xef\xbb\xbf");
     words.insert(words.begin(), "program");
     assert(cmdline_exe(vector_of(words).get(), EXEC_COMMAND_FILE, 0) == 7);
     assert(marked || received == Words(words.begin() + 1, words.end()));
-
     // vecString escapes nothing but quotes, so a backslash before one, or before one that it adds
     // at the end, is taken for an escape. The check's own arguments have none there.
     std::erase_if(words, [](const std::string &word) {

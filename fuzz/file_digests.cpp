@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cassert>
+#include <utility>
 #include <vector>
 
 // A changing file is none any more when it is opened; a failing one cannot be read to its end.
@@ -17,15 +18,8 @@ struct Script {
     size_t at = 0;              // that the next read begins at
     bool open = false;
 };
-
 static std::vector<Script> scripts; // whose numbers are paths and descriptors
 static size_t received, wanted;     // results
-
-static Script &opened(int descriptor) {
-    Script &script = scripts.at(static_cast<size_t>(descriptor));
-    assert(script.open);
-    return script;
-}
 
 extern "C" bool __wrap__Z9host_statPKcP8HostStat(const char *path, HostStat *result) {
     *result = {FileKind::regular, scripts.at(std::stoul(path)).size};
@@ -40,7 +34,8 @@ extern "C" int __wrap__Z9host_openPKc(const char *path) {
 }
 
 extern "C" int64_t __wrap__Z9host_readiPvm(int descriptor, void *buffer, size_t size) {
-    Script &script = opened(descriptor);
+    Script &script = scripts.at(static_cast<size_t>(descriptor));
+    assert(script.open);
     const size_t length = std::min({size, script.portion, script.bytes.size() - script.at});
     std::copy_n(script.bytes.data() + script.at, length, static_cast<uint8_t *>(buffer));
     script.at += length;
@@ -48,12 +43,12 @@ extern "C" int64_t __wrap__Z9host_readiPvm(int descriptor, void *buffer, size_t 
 }
 
 extern "C" int __wrap__Z10host_closei(int descriptor) {
-    opened(descriptor).open = false;
+    assert(std::exchange(scripts.at(static_cast<size_t>(descriptor)).open, false));
     return 0;
 }
 
 extern "C" bool __wrap__Z15host_is_regulari(int descriptor) {
-    return opened(descriptor).nature != changing;
+    return scripts.at(static_cast<size_t>(descriptor)).nature != changing;
 }
 
 // The model. An error is no end of the file. What is no file any more gives itself away where it
@@ -73,9 +68,9 @@ static bool receive(void *, const char *path, void *tag, const FileDigest &resul
     sha256_init(&ctx);
     sha256_update(&ctx, script.bytes.data(), script.bytes.size());
     sha256_final(&ctx, digest);
-    const OpenOutcome expected = outcome_of(script);
-    assert(result.outcome == expected);
-    assert(expected != OpenOutcome::opened || std::equal(digest, std::end(digest), result.digest));
+    assert(result.outcome == outcome_of(script));
+    assert(result.outcome != OpenOutcome::opened ||
+           std::equal(digest, std::end(digest), result.digest));
     return ++received < wanted;
 }
 
@@ -92,14 +87,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     received = 0;
     wanted = (mode & 1) != 0 ? mode / 16 + 1 : SIZE_MAX;
     scripts.clear();
-    for (size_t at = 1; at + 4 <= size && scripts.size() < 12; at += 4) {
-        const uint8_t *code = data + at;
-        std::vector<uint8_t> bytes(length_of(code[1]));
+    for (; size > 4 && scripts.size() < 12; data += 4, size -= 4) {
+        std::vector<uint8_t> bytes(length_of(data[2]));
         for (size_t i = 0; i < bytes.size(); i++)
             bytes[i] = static_cast<uint8_t>(i % 251 + scripts.size());
-        scripts.push_back({code[0] <= missing ? Nature{code[0]} : regular, bytes,
-                           length_of(code[2] < 128 ? code[1] : code[2]),
-                           bytes.size() / 64 + length_of(code[3]) + 1});
+        scripts.push_back({data[1] <= missing ? Nature{data[1]} : regular, bytes,
+                           length_of(data[3] < 128 ? data[2] : data[3]),
+                           bytes.size() / 64 + length_of(data[4]) + 1});
     }
     {
         FileDigests digests(receive, nullptr);

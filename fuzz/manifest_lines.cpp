@@ -11,8 +11,7 @@
 #include <set>
 #include <vector>
 
-int32_t verbose = 0;
-int32_t task_limit = -1;
+int32_t verbose = 0, task_limit = -1;
 
 // Every file holds its own name.
 static const std::set<std::string> files = {"/a", "/b", "/B", "/*s", "/x y", "/d/a", "/d/e/\xff"};
@@ -34,10 +33,6 @@ struct World {
             digests[name] = sha256_file_hex(scratch.write(("tree" + name).c_str(), name).c_str());
             pieces.insert(pieces.end(), {digests[name], digests[name] + " *." + name + "\n"});
         }
-    }
-    bool range_passes(uint32_t position, TaskRange range) const {
-        return check_manifest_range(manifest.c_str(), tree.c_str(), static_cast<int32_t>(position),
-                                    range.start, range.end);
     }
 };
 
@@ -63,7 +58,6 @@ static std::optional<std::string> place_of(std::string path) {
 }
 
 constexpr size_t LINE_LIMIT = 1 << 20; // bytes, line end included
-
 static LineFault fault_of(const World &world, const std::string &line) {
     const size_t blank = line.find(' ');
     if (line.size() > LINE_LIMIT || blank == line.npos || line.find('\0') != line.npos)
@@ -81,11 +75,10 @@ static LineFault fault_of(const World &world, const std::string &line) {
 static const World *checked = nullptr; // while a check is running
 extern "C" bool __real__Z9host_statPKcP8HostStat(const char *path, HostStat *result);
 extern "C" bool __wrap__Z9host_statPKcP8HostStat(const char *path, HostStat *result) {
+    const bool judged = checked != nullptr && path != checked->tree && path != checked->manifest;
+    assert(!judged || place_of(path));
     const bool found = __real__Z9host_statPKcP8HostStat(path, result);
-    if (checked == nullptr || path == checked->tree || path == checked->manifest)
-        return found;
-    assert(place_of(path));
-    if (found && result->kind == FileKind::directory)
+    if (judged && found && result->kind == FileKind::directory)
         result->kind = FileKind::other;
     return found;
 }
@@ -93,10 +86,10 @@ extern "C" bool __wrap__Z9host_statPKcP8HostStat(const char *path, HostStat *res
 // Bytes from 128 on stand for pieces, all others for themselves; 255 first for a very long line.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     static const World world;
-    std::string text, path;
-    if (size > 0 && data[0] == 255)
-        text = world.digests.at("/b") + std::string(LINE_LIMIT - 100, ' ');
-    for (size_t i = text.empty() ? 0 : 1; i < size; i++)
+    const bool is_long = size > 0 && *data == 255;
+    std::string path,
+        text = is_long ? world.digests.at("/b") + std::string(LINE_LIMIT - 100, ' ') : "";
+    for (size_t i = is_long ? 1 : 0; i < size; i++)
         text += data[i] < 128 ? std::string(1, static_cast<char>(data[i]))
                               : world.pieces[(data[i] - 128u) % world.pieces.size()];
     LineFault fault = LineFault::none;
@@ -109,23 +102,25 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         vec_append(lines.get(), xstrdup(line.c_str()).release());
         fault = fault == LineFault::none ? fault_of(world, line) : fault;
     }
-
     const bool sound = fault == LineFault::none;
     const uint32_t count = vec_size(lines.get());
     world.scratch.write("manifest", text);
     host_chdir(world.tree.c_str());
     checked = &world;
+    const auto passes = [](uint32_t position, TaskRange range) {
+        return check_manifest_range(world.manifest.c_str(), world.tree.c_str(),
+                                    static_cast<int32_t>(position), range.start, range.end);
+    };
     assert(shahash_check_manifest(world.manifest.c_str(), world.tree.c_str()) == sound);
     assert(text.find('\0') != text.npos || // where lines in memory end
            shahash_verify_lines(lines.get(), &path) == fault);
-    assert(world.range_passes(0, {0, count}) == (sound && count > 0));
+    assert(passes(0, {0, count}) == (sound && count > 0));
     for (uint32_t tasks = 2; tasks <= 5; tasks++) {
         bool by_number = true, by_position = true;
         for (uint32_t i = 0; i < tasks; i++) {
             const TaskRange range = task_range(count, tasks, i);
-            by_number = by_number && world.range_passes(0, range);
-            by_position =
-                by_position && world.range_passes(offsets[std::min(range.start, count)], range);
+            by_number = by_number && passes(0, range);
+            by_position = by_position && passes(offsets[std::min(range.start, count)], range);
         }
         // As many tasks as lines, or more, leave some without any, and these have failed.
         assert(by_number == (sound && count > tasks) && by_position == by_number);
