@@ -1,0 +1,130 @@
+// Manifests over a small tree: the library's check, the range check of the whole, and every
+// division into 2 to 5 tasks, against a model of the rules that docs/manifest.md tells.
+#include "kestrel.h"
+#include "scratch.h"
+#include "shahash.h"
+
+#include <algorithm>
+#include <cassert>
+#include <map>
+#include <optional>
+#include <set>
+#include <vector>
+
+int32_t verbose = 0, task_limit = -1;
+
+// Every file holds its own name.
+static const std::set<std::string> files = {"/a", "/b", "/B", "/*s", "/x y", "/d/a", "/d/e/\xff"};
+static const std::set<std::string> directories = {"", "/d", "/d/e"};
+
+struct World {
+    Scratch scratch;
+    const std::string tree = scratch.path("tree"), manifest = scratch.path("manifest");
+    std::map<std::string, std::string> digests; // of the files
+    std::vector<std::string> pieces = {         // of manifests
+        " *.\\", " *",     "\r\n", std::string(1, '\0'), "..\\",      "../",        "d\\",
+        "d/e/",  "\t\v\f", "C:",   "\\\\host\\share\\",  tree + "/b", "..\\tree\\", "..\\b"};
+
+    World() {
+        scratch.write("b", "/b"); // as in the tree, but outside
+        for (const std::string &name : directories)
+            host_mkdir((tree + name).c_str());
+        for (const std::string &name : files) {
+            digests[name] = sha256_file_hex(scratch.write(("tree" + name).c_str(), name).c_str());
+            pieces.insert(pieces.end(), {digests[name], digests[name] + " *." + name + "\n"});
+        }
+    }
+};
+
+// The model: the name of what a path leads to, which is "" where the system finds nothing; none if
+// it leads out: absolute in either family, or above the top on the way.
+static std::optional<std::string> place_of(std::string path) {
+    if (path.find_first_of("/\\") == 0 || path.find(':') == 1)
+        return {};
+    std::string place, component;
+    bool missing = false;
+    std::replace(path.begin(), path.end(), '\\', '/');
+    for (size_t start = 0; start <= path.size(); start += component.size() + 1) {
+        component = path.substr(start, path.find('/', start) - start);
+        missing = missing || !directories.contains(place);
+        if (component == ".." && place.empty())
+            return {};
+        if (component == "..")
+            place.erase(place.rfind('/'));
+        else if (!component.empty() && component != ".")
+            place += "/" + component;
+    }
+    return missing ? "" : place;
+}
+
+constexpr size_t LINE_LIMIT = 1 << 20; // bytes, line end included
+static LineFault fault_of(const World &world, const std::string &line) {
+    const size_t blank = line.find(' ');
+    if (line.size() > LINE_LIMIT || blank == line.npos || line.find('\0') != line.npos)
+        return LineFault::malformed;
+    std::string path =
+        line.substr(std::min(line.find_first_not_of(" \t\n\v\f\r", blank), line.size()));
+    path.resize(path.find_last_not_of(" \t\n\v\f\r") + 1);
+    path.erase(0, path.starts_with('*') ? 1 : 0);
+    const auto found = world.digests.find(place_of(path).value_or(""));
+    const bool same = found != world.digests.end() && found->second == line.substr(0, blank);
+    return same ? LineFault::none : LineFault::different;
+}
+
+// Nothing that leads out is even looked at. A directory, which would end the process, only fails.
+static const World *checked = nullptr; // while a check is running
+extern "C" bool __real__Z9host_statPKcP8HostStat(const char *path, HostStat *result);
+extern "C" bool __wrap__Z9host_statPKcP8HostStat(const char *path, HostStat *result) {
+    const bool judged = checked != nullptr && path != checked->tree && path != checked->manifest;
+    assert(!judged || place_of(path));
+    const bool found = __real__Z9host_statPKcP8HostStat(path, result);
+    if (judged && found && result->kind == FileKind::directory)
+        result->kind = FileKind::other;
+    return found;
+}
+
+// Bytes from 128 on stand for pieces, all others for themselves; 255 first for a very long line.
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    static const World world;
+    const bool is_long = size > 0 && *data == 255;
+    std::string path,
+        text = is_long ? world.digests.at("/b") + std::string(LINE_LIMIT - 100, ' ') : "";
+    for (size_t i = is_long ? 1 : 0; i < size; i++)
+        text += data[i] < 128 ? std::string(1, static_cast<char>(data[i]))
+                              : world.pieces[(data[i] - 128u) % world.pieces.size()];
+    LineFault fault = LineFault::none;
+    std::vector<uint32_t> offsets = {0}; // of the lines, and of the end
+    const BlockVectorPtr lines(vec_new(__FILE__, __LINE__));
+    while (offsets.back() < text.size()) {
+        const std::string rest = text.substr(offsets.back());
+        const std::string line = rest.substr(0, std::min(rest.find('\n'), rest.size() - 1) + 1);
+        offsets.push_back(offsets.back() + static_cast<uint32_t>(line.size()));
+        vec_append(lines.get(), xstrdup(line.c_str()).release());
+        fault = fault == LineFault::none ? fault_of(world, line) : fault;
+    }
+    const bool sound = fault == LineFault::none;
+    const uint32_t count = vec_size(lines.get());
+    world.scratch.write("manifest", text);
+    host_chdir(world.tree.c_str());
+    checked = &world;
+    const auto passes = [](uint32_t position, TaskRange range) {
+        return check_manifest_range(world.manifest.c_str(), world.tree.c_str(),
+                                    static_cast<int32_t>(position), range.start, range.end);
+    };
+    assert(shahash_check_manifest(world.manifest.c_str(), world.tree.c_str()) == sound);
+    assert(text.find('\0') != text.npos || // where lines in memory end
+           shahash_verify_lines(lines.get(), &path) == fault);
+    assert(passes(0, {0, count}) == (sound && count > 0));
+    for (uint32_t tasks = 2; tasks <= 5; tasks++) {
+        bool by_number = true, by_position = true;
+        for (uint32_t i = 0; i < tasks; i++) {
+            const TaskRange range = task_range(count, tasks, i);
+            by_number = by_number && passes(0, range);
+            by_position = by_position && passes(offsets[std::min(range.start, count)], range);
+        }
+        // As many tasks as lines, or more, leave some without any, and these have failed.
+        assert(by_number == (sound && count > tasks) && by_position == by_number);
+    }
+    checked = nullptr;
+    return 0;
+}
