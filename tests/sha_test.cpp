@@ -88,8 +88,9 @@ TEST(Sha, DigestsOfTheStandardAndOfEveryPadding) {
     };
     for (const auto &c : known) {
         EXPECT_EQ(digest_of<Sha256>({c.message}), c.sha256) << c.message.size();
-        if (c.sha1 != nullptr) // which pads the same way
+        if (c.sha1 != nullptr) { // which pads the same way
             EXPECT_EQ(digest_of<Sha1>({c.message}), c.sha1) << c.message.size();
+        }
     }
 }
 
