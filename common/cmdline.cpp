@@ -17,8 +17,6 @@
 static constexpr uint32_t MAX_NESTING = 32;
 static constexpr uint32_t MAX_FILES = 2000;
 
-static uint32_t files_read = 0;
-
 static const char *progname = nullptr;
 static bool zvdebug_seen = false;
 
@@ -75,7 +73,8 @@ static bool is_separator(char c, bool quoted) {
 }
 
 // Takes the word that `text` begins with off it. Double quotes group and go; escapes are kept, with
-// their backslash, for unescape(), but not in the name of a file behind "@", which does not pass it.
+// their backslash, for unescape(), but not in the name of a file behind "@", which does not pass
+// it.
 static const char *take_word(std::string_view &text) {
     std::string word;
     bool quoted = false;
@@ -107,6 +106,13 @@ static Arguments split_words(std::string_view text) {
     }
 }
 
+// One expansion: where the words go, who is told of them, and what it has read so far.
+struct Expansion {
+    Vector *args;
+    ArgumentFn callback;
+    uint32_t files_read;
+};
+
 // A response file whose words are being expanded, and the one that named it.
 struct OpenFile {
     const OpenFile *outer;
@@ -121,82 +127,83 @@ static OpenFile enter_file(const char *path, const OpenFile *outer) {
     return file;
 }
 
-// Whether the file would name itself, directly or by way of others, or lies too deep.
-static bool is_endless(const OpenFile &file) {
+// Whether the file would name itself, directly or by way of others, or is one too many.
+static bool is_endless(const Expansion &expansion, const OpenFile &file) {
     for (const OpenFile *outer = file.outer; outer != nullptr; outer = outer->outer)
         if (file.known && outer->known && file.identity == outer->identity)
             return true;
-    return file.depth > MAX_NESTING || files_read >= MAX_FILES;
+    return file.depth > MAX_NESTING || expansion.files_read >= MAX_FILES;
 }
 
 // Reads the words of a file by way of standard input, which is at its end afterwards, before any
-// of them is looked at: they may name further files.
+// of them is looked at: they may name further files. Editors put a byte order mark in front.
 static bool read_response_file(const char *path, Arguments &words) {
-    files_read++;
+    constexpr std::string_view mark = "\xef\xbb\xbf";
     std::string text;
     if (host_freopen(path, "r", stdin) == nullptr || !read_input(text))
         return false;
-    words = split_words(text);
+    words = split_words(std::string_view(text).substr(text.starts_with(mark) ? mark.size() : 0));
     return true;
 }
 
 // --- Expansion
 
-static void expand_arguments(Vector *args, std::span<const char *const> arguments,
-                             ArgumentFn callback, const OpenFile *outer);
+static void expand_arguments(Expansion &expansion, std::span<const char *const> arguments,
+                             const OpenFile *outer);
 
-// False if the file cannot be used; the argument is then kept as it stands.
-static bool expand_file(Vector *args, const char *path, ArgumentFn callback,
-                        const OpenFile *outer) {
-    HostStat status;
-    if (*path == '\0' || !host_stat(path, &status) || status.kind != FileKind::regular)
+// False if the file cannot be used; the argument is then kept as it stands. It is opened once
+// before: a failure to reopen standard input would leave that closed.
+static bool expand_file(Expansion &expansion, const char *path, const OpenFile *outer) {
+    if (*path == '\0' || FilePtr(host_fopen_regular(path)) == nullptr)
         return false;
     const OpenFile file = enter_file(path, outer);
     Arguments words;
-    if (is_endless(file) || !read_response_file(path, words))
+    if (is_endless(expansion, file))
         return false;
-    expand_arguments(args, words, callback, &file);
+    expansion.files_read++;
+    if (!read_response_file(path, words))
+        return false;
+    expand_arguments(expansion, words, &file);
     return true;
 }
 
-static void expand_argument(Vector *args, const char *argument, ArgumentFn callback,
-                            const OpenFile *outer) {
+static void expand_argument(Expansion &expansion, const char *argument, const OpenFile *outer) {
     if (*argument == '\0')
         return;
     if (*argument == '@') {
-        if (!expand_file(args, argument + 1, callback, outer))
-            vec_append(args, sc_strdup(argument));
+        if (!expand_file(expansion, argument + 1, outer))
+            vec_append(expansion.args, sc_strdup(argument));
         return;
     }
     if (sc_hasPrefix(argument, "--zvdebug")) {
         zvdebug_seen = true;
         zvdebug_parse(argument);
     }
-    vec_append(args, unescape(argument));
+    vec_append(expansion.args, unescape(argument));
 }
 
-static void expand_arguments(Vector *args, std::span<const char *const> arguments,
-                             ArgumentFn callback, const OpenFile *outer) {
+static void expand_arguments(Expansion &expansion, std::span<const char *const> arguments,
+                             const OpenFile *outer) {
+    const Vector *args = expansion.args;
     DEBUG_ASSERT(args != NULL);
     for (const char *argument : arguments) {
         if (argument == nullptr)
             return;
-        if (callback != nullptr)
-            callback(argument);
-        expand_argument(args, argument, callback, outer);
+        if (expansion.callback != nullptr)
+            expansion.callback(argument);
+        expand_argument(expansion, argument, outer);
     }
 }
 
 Vector *cmdline_expand(int argc, const char *const *argv, ArgumentFn callback) {
     DEBUG_ASSERT(argv != NULL);
-    Vector *args = vec_new(__FILE__, __LINE__);
+    Expansion expansion = {vec_new(__FILE__, __LINE__), callback, 0};
     if (argv == nullptr || argc <= 0)
-        return args;
+        return expansion.args;
     if (progname == nullptr && argv[0] != nullptr)
         progname = sc_strdup(os_basename(argv[0]));
-    files_read = 0;
-    expand_arguments(args, {argv + 1, static_cast<size_t>(argc) - 1}, callback, nullptr);
-    return args;
+    expand_arguments(expansion, {argv + 1, static_cast<size_t>(argc) - 1}, nullptr);
+    return expansion.args;
 }
 
 Vector *cmdline_args_cb(int argc, const char *const *argv, ArgumentFn callback) {

@@ -26,3 +26,9 @@ FILE *host_fopen_regular(const char *path) {
         host_close(descriptor);
     return stream;
 }
+
+bool host_same_file(const char *a, const char *b) {
+    FileIdentity first;
+    FileIdentity second;
+    return host_file_identity(a, &first) && host_file_identity(b, &second) && first == second;
+}

@@ -71,6 +71,7 @@ struct FileIdentity {
     bool operator==(const FileIdentity &) const = default;
 };
 bool host_file_identity(const char *path, FileIdentity *result);
+bool host_same_file(const char *a, const char *b); // false if either is missing
 
 // What differs when a file has been written to, or another one has taken its name.
 struct FileState {
@@ -114,6 +115,14 @@ bool host_is_regular(int descriptor);
 // A stream that reads a descriptor in binary and closes it; null on failure.
 FILE *host_fdopen(int descriptor);
 
+// Opens a log for host_append, as text, and empties it first unless `append`. A FIFO that nobody
+// reads fails instead of waiting for a reader.
+FILE *host_open_log(const char *path, bool append);
+
+// Writes to the end of a log in one piece: what other processes write there stands before or behind
+// it, and nothing is lost.
+bool host_append(FILE *log, const std::string &text);
+
 FILE *host_freopen(const char *path, const char *mode, FILE *stream);
 
 // fseek and ftell over 64-bit offsets from the start of the file; -1 if that is unknown.
@@ -147,6 +156,9 @@ bool host_remove(const char *path); // a file, or a link whatever it leads to
 // Renames a file over whatever file stands at `to`.
 bool host_replace(const char *from, const char *to);
 
+// Renames a file to a name that nothing stands at: errno is EEXIST if something does.
+bool host_rename_new(const char *from, const char *to);
+
 // Gives `to` the access rights of `from`, as far as the host has any.
 void host_copy_mode(const char *from, const char *to);
 
@@ -165,6 +177,13 @@ OwnedString host_shortpath(const char *path);
 // The last component of `path` as the directory stores it, case included; null if there is no such
 // entry.
 OwnedString host_stored_name(const char *path);
+
+// Waits for the lock that keeps processes apart which change a file by replacing it. It is held
+// until it is given up or its holder ends, in whatever way, and leaves nothing behind. -1 if it
+// cannot be had: no file that may be written to, which the other host can do without, or no locks.
+using HostLock = intptr_t;
+HostLock host_lock(const char *path);
+void host_unlock(HostLock lock); // -1 is ignored
 
 // --- Descriptors
 

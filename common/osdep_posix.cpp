@@ -181,12 +181,17 @@ FILE *host_fopen(const char *path, const char *mode) {
 
 // Only a lease that another program holds on a file makes it one that would block; it is asked to
 // give way while we wait.
-int host_open(const char *path) {
-    const int flags = O_RDONLY | O_NOCTTY | O_CLOEXEC;
-    const int descriptor = uninterrupted([&] { return open(path, flags | O_NONBLOCK); });
+static int open_at_once(const char *path, int access) {
+    constexpr mode_t rights = 0666;
+    const int flags = access | O_NOCTTY | O_CLOEXEC;
+    const int descriptor = uninterrupted([&] { return open(path, flags | O_NONBLOCK, rights); });
     if (descriptor != -1 || errno != EWOULDBLOCK)
         return descriptor;
-    return uninterrupted([&] { return open(path, flags); });
+    return uninterrupted([&] { return open(path, flags, rights); });
+}
+
+int host_open(const char *path) {
+    return open_at_once(path, O_RDONLY);
 }
 
 bool host_is_regular(int descriptor) {
@@ -196,6 +201,28 @@ bool host_is_regular(int descriptor) {
 
 FILE *host_fdopen(int descriptor) {
     return fdopen(descriptor, "rb");
+}
+
+// It is always the end that is written to: a program that was started to append may share the log.
+FILE *host_open_log(const char *path, bool append) {
+    const int access = O_WRONLY | O_CREAT | (append ? 0 : O_TRUNC);
+    const int descriptor = open_at_once(path, access);
+    if (descriptor == -1)
+        return nullptr;
+    fcntl(descriptor, F_SETFL, O_APPEND); // a full pipe is waited for
+    return fdopen(descriptor, "a");
+}
+
+// Past the stream, which would cut what is longer than its buffer.
+bool host_append(FILE *log, const std::string &text) {
+    bool written = fflush(log) == 0;
+    for (size_t done = 0; written && done < text.size();) {
+        const ssize_t count = uninterrupted(
+            [&] { return write(fileno(log), text.data() + done, text.size() - done); });
+        written = count > 0;
+        done += written ? static_cast<size_t>(count) : 0;
+    }
+    return written;
 }
 
 // The new stream is inherited: it takes the place of a standard one.
@@ -260,6 +287,15 @@ bool host_replace(const char *from, const char *to) {
     return rename(from, to) == 0;
 }
 
+// Some file systems cannot ask and rename in one step.
+bool host_rename_new(const char *from, const char *to) {
+    if (renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0)
+        return true;
+    if (errno != EINVAL && errno != ENOSYS)
+        return false;
+    return link(from, to) == 0 && unlink(from) == 0;
+}
+
 void host_copy_mode(const char *from, const char *to) {
     struct stat status = {};
     if (stat(from, &status) == 0)
@@ -315,6 +351,35 @@ OwnedString host_stored_name(const char *path) {
     };
     host_list_directory(directory != nullptr ? directory.get() : ".", compare, &search);
     return search.found ? xstrdup(search.name) : nullptr;
+}
+
+// Of the file itself, and asked for again when another has taken its place meanwhile. Open file
+// descriptions hold it (F_OFD_SETLKW), not the process, which may close other descriptors of the
+// file. The lock of flock() would be in the way of those who already run us under flock(1).
+HostLock host_lock(const char *path) {
+    for (;;) {
+        struct stat named = {}, held = {};
+        if (stat(path, &named) != 0 || !S_ISREG(named.st_mode))
+            return -1;
+        const int descriptor = open_at_once(path, O_RDWR);
+        if (descriptor == -1)
+            return -1;
+        struct flock whole = {};
+        whole.l_type = F_WRLCK;
+        const bool locked =
+            uninterrupted([&] { return fcntl(descriptor, F_OFD_SETLKW, &whole); }) == 0;
+        if (locked && fstat(descriptor, &held) == 0 && stat(path, &named) == 0 &&
+            held.st_dev == named.st_dev && held.st_ino == named.st_ino)
+            return descriptor;
+        close(descriptor);
+        if (!locked)
+            return -1;
+    }
+}
+
+void host_unlock(HostLock lock) {
+    if (lock != -1)
+        close(static_cast<int>(lock));
 }
 
 // --- Descriptors

@@ -351,6 +351,28 @@ FILE *host_fdopen(int descriptor) {
     return _fdopen(descriptor, "rb");
 }
 
+FILE *host_open_log(const char *path, bool append) {
+    return host_fopen(path, append ? "a" : "w");
+}
+
+// Going to the end and writing are two steps whatever the file was opened for, so they are done
+// under a lock. It is one of a byte that no file reaches, because nobody else can write what is
+// locked. What has no end, and no locks, is written to as it comes.
+bool host_append(FILE *log, const std::string &text) {
+    const auto file = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(log)));
+    OVERLAPPED beyond = {};
+    beyond.OffsetHigh = 0x40000000;
+    const bool locked = LockFileEx(file, LOCKFILE_EXCLUSIVE_LOCK, 0, 1, 0, &beyond);
+    fseek(log, 0, SEEK_END);
+    const bool taken = fwrite(text.data(), 1, text.size(), log) == text.size();
+    const bool written = fflush(log) == 0 && taken;
+    const int failure = errno;
+    if (locked)
+        UnlockFileEx(file, 0, 1, 0, &beyond);
+    errno = failure;
+    return written;
+}
+
 FILE *host_freopen(const char *path, const char *mode, FILE *stream) {
     return _wfreopen(SystemPath(path).get(), to_wide(mode).c_str(), stream);
 }
@@ -431,9 +453,23 @@ bool host_remove(const char *path) {
     return succeed_or_fail(DeleteFileW(system_path.get()));
 }
 
+// A file that somebody has opened, if only to look at it, cannot be replaced for that moment.
 bool host_replace(const char *from, const char *to) {
-    return succeed_or_fail(
-        MoveFileExW(SystemPath(from).get(), SystemPath(to).get(), MOVEFILE_REPLACE_EXISTING));
+    constexpr int most_attempts = 20;
+    const SystemPath source(from), target(to);
+    for (int attempt = 1; !MoveFileExW(source.get(), target.get(), MOVEFILE_REPLACE_EXISTING);
+         attempt++) {
+        const DWORD error = GetLastError();
+        const bool opened = error == ERROR_ACCESS_DENIED || error == ERROR_SHARING_VIOLATION;
+        if (!opened || attempt == most_attempts)
+            return fail(error);
+        Sleep(10);
+    }
+    return true;
+}
+
+bool host_rename_new(const char *from, const char *to) {
+    return succeed_or_fail(MoveFileExW(SystemPath(from).get(), SystemPath(to).get(), 0));
 }
 
 // Access lists come from the directory, which is the same; hidden files stay hidden.
@@ -487,6 +523,32 @@ OwnedString host_stored_name(const char *path) {
     }
     FindClose(search);
     return to_narrow(data.cFileName);
+}
+
+// A file that is open cannot be replaced, so the lock is a mutex with a name. It is that of the
+// directory, of which there is one however it is spelt.
+HostLock host_lock(const char *path) {
+    const OwnedString full = host_absolute_path(host_resolve_links(path).get());
+    const OwnedString directory = path_dirname(drive_path_style, full.get());
+    FileIdentity identity;
+    if (directory == nullptr ||
+        !host_file_identity(str_concat(directory.get(), "\\").get(), &identity))
+        return -1;
+    const OwnedString name =
+        str_format("Global\\kestrel-%llx-%llx", static_cast<unsigned long long>(identity.volume),
+                   static_cast<unsigned long long>(identity.file));
+    const HANDLE mutex = CreateMutexA(nullptr, FALSE, name.get());
+    if (mutex == nullptr)
+        return -1;
+    WaitForSingleObject(mutex, INFINITE); // a holder that died has given it up too
+    return reinterpret_cast<HostLock>(mutex);
+}
+
+void host_unlock(HostLock lock) {
+    if (lock == -1)
+        return;
+    ReleaseMutex(reinterpret_cast<HANDLE>(lock));
+    CloseHandle(reinterpret_cast<HANDLE>(lock));
 }
 
 // --- Descriptors

@@ -44,17 +44,38 @@ struct Addition {
     const char *comment;
 };
 
-static void warn_not_ended(const Addition &add) {
-    zvdebug_warn("Unable to end package zip (%s) after adding \"%s\"", add.package, add.file);
+// Whether what was written is an archive of that many files, as the next run will find it.
+static bool holds(const char *archive, mz_uint files) {
+    mz_zip_archive zip = {};
+    const bool right =
+        mz_zip_reader_init_file(&zip, archive, 0) && mz_zip_reader_get_num_files(&zip) == files;
+    mz_zip_end(&zip);
+    return right;
 }
 
-// Adds the file to the archive that `zip` is writing, and closes that. False if the archive is not
-// complete. Every step is taken, and warned of, whatever became of the one before.
-static bool write_addition(mz_zip_archive *zip, const Addition &add) {
+// Gives a comment to an archive of `size` bytes that was written without: the last thing in it is
+// the comment's length.
+static bool append_comment(const char *path, mz_uint64 size, const std::string &comment) {
+    if (comment.empty())
+        return true;
+    const FilePtr file(host_fopen(path, "r+b"));
+    return file != nullptr && host_seek(file.get(), static_cast<int64_t>(size) - 2) &&
+           os_write_le16(file.get(), static_cast<uint16_t>(comment.size())) == 1 &&
+           fwrite(comment.data(), 1, comment.size(), file.get()) == comment.size() &&
+           fflush(file.get()) == 0;
+}
+
+// Adds the file to the archive that `zip` is writing to `path`, closes it and has `place` bring it
+// to where the package belongs, if it is complete. Every step is taken, and warned of, whatever
+// became of the one before; that the archive could not be placed is warned of as the last one.
+template <class Place>
+static void write_addition(mz_zip_archive *zip, const Addition &add, const char *path,
+                           const std::string &archive_comment, Place place) {
     constexpr mz_uint level_and_flags = 6 | MZ_ZIP_FLAG_CASE_SENSITIVE;
     const std::string name = archive_name(add.file);
     const size_t length = add.comment != nullptr ? strlen(add.comment) : 0;
     const auto kept = static_cast<mz_uint16>(std::min<size_t>(length, UINT16_MAX));
+    const mz_uint files = mz_zip_reader_get_num_files(zip) + 1;
     const bool added =
         is_regular(add.file) &&
         mz_zip_writer_add_file(zip, name.c_str(), add.file, add.comment, kept, level_and_flags);
@@ -65,41 +86,77 @@ static bool write_addition(mz_zip_archive *zip, const Addition &add) {
     if (!finalized)
         zvdebug_warn("Unable to finalize package zip (%s) after adding \"%s\"", add.package,
                      add.file);
-    const bool ended = mz_zip_writer_end(zip);
-    if (!ended)
-        warn_not_ended(add);
+    const mz_uint64 size = mz_zip_get_archive_size(zip);
+    bool ended = mz_zip_writer_end(zip);
     mz_zip_end(zip); // what could not be turned into a writer is still open
-    return added && finalized && ended;
+    if (added && finalized && ended)
+        ended = append_comment(path, size, archive_comment) && holds(path, files) && place();
+    if (!ended)
+        zvdebug_warn("Unable to end package zip (%s) after adding \"%s\"", add.package, add.file);
 }
 
-static void start_package(const Addition &add) {
+// The archive grows under another name beside its own. False if another process has made one
+// meanwhile.
+static bool start_package(const Addition &add) {
+    const OwnedString target = host_resolve_links(add.package);
+    const std::string growing =
+        target.get() + (".zv" + std::string(host_unique_seed().get())) + ".tmp";
+    bool overtaken = false;
     mz_zip_archive zip = {};
-    if (!mz_zip_writer_init_file(&zip, add.package, 0))
+    os_remove_at_exit(growing.c_str());
+    if (!mz_zip_writer_init_file(&zip, growing.c_str(), 0)) {
         zvdebug_warn("Unable to init package zip file (%s) to add \"%s\"", add.package, add.file);
-    else if (!write_addition(&zip, add))
-        host_remove(add.package);
+        return true;
+    }
+    write_addition(&zip, add, growing.c_str(), "", [&] {
+        const bool placed = host_rename_new(growing.c_str(), target.get());
+        overtaken = !placed && os_exists(add.package);
+        return placed || overtaken;
+    });
+    host_remove(growing.c_str());
+    return !overtaken;
+}
+
+// The archive's comment; false if its last record does not follow its directory. The library takes
+// the last one there is, in a comment or behind a text, and would write over what stands before.
+static bool read_comment(mz_zip_archive *zip, std::string &comment) {
+    constexpr mz_uint64 zip64_records = 56 + 20;
+    unsigned char record[22];
+    const mz_uint64 at = zip->m_central_directory_file_ofs + mz_zip_get_central_dir_size(zip) +
+                         (mz_zip_is_zip64(zip) ? zip64_records : 0);
+    if (mz_zip_read_archive_data(zip, at, record, sizeof record) != sizeof record ||
+        memcmp(record, "PK\5\6", 4) != 0)
+        return false;
+    comment.resize(record[20] | record[21] << 8);
+    return mz_zip_read_archive_data(zip, at + sizeof record, comment.data(), comment.size()) ==
+           comment.size();
 }
 
 // Appending overwrites the archive's directory before it is whole again, so it happens to a copy.
 static void append_to_package(const Addition &add) {
     const OwnedString copy = is_regular(add.package) ? os_tempname("zip") : nullptr;
     mz_zip_archive zip = {};
+    std::string comment;
     if (copy == nullptr || !copyfile_helper(add.package, copy.get()) ||
-        !mz_zip_reader_init_file(&zip, copy.get(), 0)) {
+        !mz_zip_reader_init_file(&zip, copy.get(), 0) || !read_comment(&zip, comment)) {
         zvdebug_warn("Unable to open package zip file (%s) for reading to append \"%s\"",
                      add.package, add.file);
-        if (copy != nullptr)
-            host_remove(copy.get());
-        return;
+        mz_zip_end(&zip);
+    } else {
+        // What stays a reader is handed on all the same: every further step fails and warns.
+        if (!os_is_writable(add.package) || !mz_zip_writer_init_from_reader(&zip, copy.get()))
+            zvdebug_warn(
+                "Unable to covert package zip file (%s) reader to a writer to append \"%s\"",
+                add.package, add.file);
+        write_addition(&zip, add, copy.get(), comment,
+                       [&] { return copyfile_helper(copy.get(), add.package); });
     }
-    if (!os_is_writable(add.package) || !mz_zip_writer_init_from_reader(&zip, copy.get()))
-        zvdebug_warn("Unable to covert package zip file (%s) reader to a writer to append \"%s\"",
-                     add.package, add.file);
-    if (write_addition(&zip, add) && !copyfile_helper(copy.get(), add.package))
-        warn_not_ended(add);
-    host_remove(copy.get());
+    if (copy != nullptr)
+        host_remove(copy.get());
 }
 
+// Processes that find an archive add to it one by one. Of those that find none, the one whose
+// archive is complete first has made it, and the others find that.
 void package_add(const char *file, const char *comment) {
     const char *package = zvdebug_zip_path();
     if (package == nullptr)
@@ -108,10 +165,17 @@ void package_add(const char *file, const char *comment) {
     if (!os_exists(file))
         return;
     const Addition add = {package, file, comment};
-    if (os_exists(package))
-        append_to_package(add);
-    else
-        start_package(add);
+    for (bool added = false; !added;) {
+        HostLock lock = host_lock(package);
+        added = os_exists(package) != 0;
+        if (added && lock == -1)
+            lock = host_lock(package); // it may have been made meanwhile
+        if (added)
+            append_to_package(add);
+        else
+            added = start_package(add);
+        host_unlock(lock);
+    }
 }
 
 void package_add_file(const char *file) {

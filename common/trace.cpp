@@ -1,5 +1,7 @@
 #include "trace.h"
 
+#include "osdep_host.h"
+
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
@@ -25,33 +27,59 @@ static struct {
     uint32_t indent = 0; // depth times step
 } layout;
 
-static struct {
-    const char *src = nullptr;
-    uint32_t line = 0;
-} alert_position;
+// Where the next alert copies stand; null for no place.
+static const char *gAlertSrc = nullptr;
+static uint32_t alert_line = 0;
 
 static bool header_pending = true;
 
 // --- Building and writing text
 
+// Appends `more` with its control characters shown as "?", but for those in `kept`.
+static void append_printable(std::string &text, const std::string &more, const char *kept) {
+    for (size_t at = 0; at < more.size(); at++) {
+        const size_t end = std::min(more.find_first_of(kept, at), more.size());
+        text += str_printable(more.substr(at, end - at).c_str()).get();
+        if (end < more.size())
+            text += more[end];
+        at = end;
+    }
+}
+
 // The compiler has checked the format where the caller wrote it; here it is often a part of that.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
-static void append_vformat(std::string &text, const char *format, va_list args) {
+static std::string format_text(const char *format, va_list args) {
     va_list again;
     va_copy(again, args);
     const int length = vsnprintf(nullptr, 0, format, again);
     va_end(again);
-    if (length < 0) {
-        text += format;
-        return;
-    }
-    const size_t start = text.size();
-    text.resize(start + static_cast<size_t>(length) + 1);
-    vsnprintf(&text[start], static_cast<size_t>(length) + 1, format, args);
+    if (length < 0)
+        return format;
+    std::string text(static_cast<size_t>(length) + 1, '\0');
+    va_copy(again, args);
+    vsnprintf(text.data(), text.size(), format, again);
+    va_end(again);
     text.pop_back();
+    return text;
 }
 #pragma GCC diagnostic pop
+
+// What the arguments bring can be a name that says anything, so of control characters only the
+// format's own line feeds stay. Where these come to stand is known from the text before them.
+static void append_vformat(std::string &text, const char *format, va_list args) {
+    const std::string_view whole = format;
+    size_t done = 0;
+    for (size_t end = 0;; end++) {
+        end = std::min(whole.find('\n', end), whole.size());
+        const std::string part = format_text(std::string(whole.substr(0, end)).c_str(), args);
+        append_printable(text, part.substr(std::min(done, part.size())), "");
+        if (end == whole.size())
+            return;
+        text += '\n';
+        done = part.size() + 1;
+    }
+}
 
 static void append_format(std::string &text, const char *format, ...) PRINTF_LIKE(2, 3);
 static void append_format(std::string &text, const char *format, ...) {
@@ -62,15 +90,15 @@ static void append_format(std::string &text, const char *format, ...) {
 }
 
 // Writes what belongs together in one piece, so that processes that append to one log mix whole
-// lines only, as long as they fit the stream's buffer. Leaves errno alone: logging must not change
-// what is logged.
+// lines only. Leaves errno alone: logging must not change what is logged.
 static void emit(const std::string &text) {
     if (trace_stream == nullptr)
         return;
     static bool failed = false; // set before the warning, which may be logged too
     const int saved_errno = errno;
-    const bool written = fwrite(text.data(), 1, text.size(), trace_stream) == text.size();
-    if ((fflush(trace_stream) != 0 || !written) && !std::exchange(failed, true))
+    std::string shown;
+    append_printable(shown, text, "\t\n");
+    if (!host_append(trace_stream, shown) && !std::exchange(failed, true))
         zvdebug_warn("Unable to write to the debug-out file");
     errno = saved_errno;
 }
@@ -338,17 +366,22 @@ void trace_alert(const char *msg) {
     if ((trace_flags & TRACE_ALERTS) == 0 || trace_stream == nullptr || msg == nullptr)
         return;
     std::string text;
-    if (alert_position.src == nullptr)
+    if (gAlertSrc == nullptr) {
         text = "ALERT> ";
-    else
-        append_prefix(text, alert_position.src, alert_position.line);
+    } else {
+        DEBUG_ASSERT(gAlertSrc != NULL);
+        append_prefix(text, gAlertSrc, alert_line);
+    }
     text += msg;
     emit(text);
 }
 
 void trace_set_alert_src(const char *src, uint32_t line) {
+    const char *alert_func = src; // no position of an alert is known without its file
+    DEBUG_ASSERT(alert_func != NULL);
     DEBUG_ASSERT(src != NULL);
-    alert_position = {src, line};
+    gAlertSrc = src;
+    alert_line = line;
 }
 
 // --- Text without location
@@ -379,19 +412,19 @@ void trace_puts(const char *str) {
 
 void trace_args(int argc, const char *const *argv) {
     DEBUG_ASSERT(argv != NULL);
-    if (trace_stream == nullptr || argv == nullptr)
+    const char *const *args = argv;
+    DEBUG_ASSERT(args != NULL);
+    if (trace_stream == nullptr || args == nullptr)
         return;
     std::string text;
     if (header_pending)
         text = "\nAPP: KESTREL\n";
     header_pending = false;
     text += "ARGS:";
-    if (argc <= 0 || argv[0] == nullptr)
+    if (argc <= 0 || args[0] == nullptr)
         text += " None";
-    for (int i = 0; i < argc && argv[i] != nullptr; i++) {
-        text += ' ';
-        text += argv[i];
-    }
+    for (int i = 0; i < argc && args[i] != nullptr; i++)
+        append_format(text, " %s", args[i]);
     text += '\n';
     emit(text);
 }

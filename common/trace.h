@@ -1,6 +1,7 @@
 // The debug log: the writers of its lines, and the switches that the debug option sets. Nothing is
 // written while no stream is open; every line is flushed at once, so that the log is complete even
-// if the process dies.
+// if the process dies. Control characters that the arguments of a format bring are shown as "?", as
+// are those of other text except for line feeds and tabs.
 #ifndef COMMON_TRACE_H
 #define COMMON_TRACE_H
 

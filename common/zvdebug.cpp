@@ -35,18 +35,27 @@ static const char *default_out_name() {
     return sc_format("kestrel-%u.out", num);
 }
 
-static void open_out_file(const char *path, const char *mode) {
+// The package is what is left out when both are one file: it can be made again.
+static bool is_both(const char *package, const char *log) {
+    if (package == nullptr || log == nullptr || !host_same_file(package, log))
+        return false;
+    zvdebug_warn("Package zip \"%s\" is the debug-out file, ignoring it", package);
+    return true;
+}
+
+static void open_out_file(const char *path, bool append) {
     DEBUG_ASSERT(path != NULL);
-    FILE *stream = host_fopen(path, mode);
+    FILE *stream = host_open_log(path, append);
     if (stream == nullptr) {
-        alert_nl(141, "debug-out", path);
+        alert_nl(141, "debug-out", str_printable(path).get());
         return;
     }
-    setvbuf(stream, nullptr, _IOFBF, 65536); // so that lines of any likely length go out whole
     if (trace_stream != nullptr)
         fclose(trace_stream);
     trace_stream = stream;
     gFilePath = path;
+    if (is_both(zip_path, gFilePath))
+        zip_path = nullptr;
 }
 
 // --- The options' arguments. Null when the item has no ":".
@@ -63,7 +72,7 @@ static void parse_out(const char *argument) {
     const char *path = sc_strdup(append ? argument + 1 : argument);
     if (os_is_dir(path))
         path = sc_pathJoin(path, default_out_name());
-    open_out_file(path, append ? "a" : "w");
+    open_out_file(path, append);
 }
 
 // An empty name, behind "+" too, is the default one.
@@ -77,9 +86,12 @@ static void parse_zip(const char *argument) {
         argument++;
     const bool named = argument != nullptr && *argument != '\0';
     const char *path = sc_strdup(named ? argument : "qrn_package.zip");
-    if (!update && os_exists(path)) {
+    if (is_both(path, gFilePath))
+        return;
+    HostStat status;
+    if (!update && host_stat(path, &status)) {
         zvdebug_warn("Package zip \"%s\" already exists and will be over-written", path);
-        if (!host_remove(path))
+        if (status.kind != FileKind::regular || !host_remove(path))
             zvdebug_warn("Unable to remove \"%s\", it will be updated if possible", path);
     }
     zip_path = path;
@@ -250,7 +262,7 @@ void zvdebug_parse(const char *optstr) {
     if (trace_flags == 0)
         return;
     if (trace_stream == nullptr)
-        open_out_file(default_out_name(), "w");
+        open_out_file(default_out_name(), false);
     if ((trace_flags & TRACE_ADT) != 0) {
         hash_trackInit(true);
         vec_trackInit(true);

@@ -1,9 +1,12 @@
 // The program that tests start. Without an option of the list in main() it prints its arguments.
 #include "osdep.h"
+#include "package.h"
+#include "zvdebug.h"
 
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 #include <string_view>
 
 // Makes temporaries and shows their names. They must go at exit, although the program has changed
@@ -38,6 +41,18 @@ static int debug(const char *script, char **program) {
     return 9;
 }
 
+// Packs a file when it is there, and logs long lines.
+static int log_along(const char *zvdebug) {
+    zvdebug_parse(zvdebug);
+    while (!os_exists("go")) {
+    }
+    for (int i = 0; i < 8; ++i)
+        package_add_file("go");
+    for (int i = 0; i < 40; ++i)
+        trace_puts(std::string(70000, 'x').c_str());
+    return 0;
+}
+
 int main(int argc, char **argv) {
     const std::string_view option = argc > 1 ? argv[1] : "";
     const char *value = argc > 2 ? argv[2] : nullptr;
@@ -51,6 +66,8 @@ int main(int argc, char **argv) {
         return temporaries(value);
     if (option == "--inherited") // a descriptor of the starting program
         return host_dup(atoi(value)) != -1;
+    if (option == "--log")
+        return log_along(value);
     if (option == "-s")
         return debug(value, argv + 3);
     for (int i = 1; i < argc; ++i)

@@ -79,7 +79,7 @@ TEST(CmdlineExecTest, CommandFileHoldsAnOptionALine) {
 
 // An empty argument is dropped, and an "@" in front of the name of a file means that file's words;
 // both hold for arguments that are passed directly too.
-TEST(CmdlineExecTest, CommandFileExpandsToTheOptions) {
+TEST(CmdlineExecTest, CommandFilesAndEscapedTextsExpandToTheOptions) {
     GTEST_FLAG_SET(death_test_style, "threadsafe"); // --zvdebug is obeyed on the way
     const auto run = [] {
         const std::string alphabet = "\\\\\\\"' \t@a-\v\xe4*%";
@@ -92,19 +92,21 @@ TEST(CmdlineExecTest, CommandFileExpandsToTheOptions) {
             options.push_back(option);
         }
         const std::string file = command_file(options);
-        const char *argv[] = {"prog", file.c_str()};
-        const VectorPtr expanded(cmdline_expand(2, argv, nullptr));
-        Words words;
+        std::vector<const char *> argv = {"prog", file.c_str()};
+        Words words = options; // as written, and again as escaped
+        for (const std::string &option : options) {
+            argv.push_back(sc_concat("=", cmdline_escape(option.c_str())));
+            words.push_back("=" + option);
+        }
+        const VectorPtr expanded(
+            cmdline_expand(static_cast<int>(argv.size()), argv.data(), nullptr));
+        Words got;
         for (const char *word : VecEach<const char>(expanded))
-            words.push_back(word);
-        const auto [sent, got] =
-            std::mismatch(options.begin(), options.end(), words.begin(), words.end());
-        if (sent != options.end())
-            fprintf(stderr, "[%s] became [%s]\n", sent->c_str(),
-                    got != words.end() ? got->c_str() : "");
-        exit(words == options ? 0 : 1);
+            got.push_back(word);
+        exit(got == words ? 0 : 1);
     };
     EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
+    EXPECT_STREQ(cmdline_escape("C:\\dir\\file"), "C:\\dir\\file");
 }
 
 TEST(CmdlineExecTest, StatusIsTheProgramsAndOutputCanBeThrownAway) {
@@ -133,39 +135,37 @@ TEST(CmdlineExecTest, FailuresAreErrorsAndStatusOne) {
     GTEST_FLAG_SET(death_test_style, "threadsafe"); // each one spoils the process
     const auto no_temporaries = [] { os_setenv("TEMP", child_program().c_str()); };
     const auto lost_temporaries = [] { os_rmtree(os_dirname(os_tempname_plain().get()).get()); };
+    const auto full_disk = [] { // or a directory in the file's place
+        const OwnedString directory = os_dirname(os_tempname_plain().get());
+        const std::string next = native_join(directory.get(), "kestrel_tmp_1.cmd");
+        std::error_code failure;
+        std::filesystem::create_symlink("/dev/full", next, failure);
+        if (os_kind() != 0)
+            std::filesystem::create_directory(next, failure);
+    };
     const struct {
-        Words options;
         uint32_t mode;
         int32_t echo;
         void (*spoil)();
         const char *error;
     } cases[] = {
-        {{}, EXEC_AUTOMATIC, 0, [] {}, "prog: fatal error: no input files\nprogram terminated.\n$"},
-        {{child_program()},
-         EXEC_COMMAND_FILE,
-         0,
-         no_temporaries,
-         "prog: fatal error: Could not create temporary file\n$"},
-        {{child_program()},
-         EXEC_COMMAND_FILE,
-         0,
-         lost_temporaries,
-         "prog: fatal error: Could not open temporary file\n$"},
-        {{child_program()},
-         EXEC_DIRECT,
-         -1,
-         [] { host_close(1); },
-         "prog: fatal error: Could not redirect stdout/stderr\n$"},
+        {EXEC_AUTOMATIC, 0, [] {}, "no input files\nprogram terminated."},
+        {EXEC_COMMAND_FILE, 0, no_temporaries, "Could not create temporary file"},
+        {EXEC_COMMAND_FILE, 0, lost_temporaries, "Could not open temporary file"},
+        {EXEC_COMMAND_FILE, 0, full_disk, "Could not open temporary file"},
+        {EXEC_DIRECT, -1, [] { host_close(1); }, "Could not redirect stdout/stderr"},
     };
     for (const auto &c : cases) {
         const auto run = [&c] {
             const char *argv[] = {"dir/prog"};
             vec_free(cmdline_expand(1, argv, nullptr));
             c.spoil();
-            const int status = cmdline_spawn(vector_of(c.options).get(), c.mode, c.echo);
-            exit(status == 1 && alert_failed() ? 0 : 1);
+            const Words options = {child_program(), "x"};
+            const VectorPtr given = vector_of(c.mode == EXEC_AUTOMATIC ? Words() : options);
+            exit(cmdline_spawn(given.get(), c.mode, c.echo) == 1 && alert_failed() ? 0 : 1);
         };
-        EXPECT_EXIT(run(), testing::ExitedWithCode(0), c.error);
+        EXPECT_EXIT(run(), testing::ExitedWithCode(0),
+                    sc_format("prog: fatal error: %s\n$", c.error));
     }
 }
 

@@ -5,6 +5,7 @@
 #include "zvdebug.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -97,13 +98,36 @@ TEST_F(PackageTest, WhatCannotBePackedIsWarnedOf) {
     EXPECT_EQ(add("a"), "");
     const std::string sound = read_file("d/p");
     EXPECT_EQ(add("d"), "Unable to add archive \"d\" (from \"d\") to package zip (d/p)\n");
+    EXPECT_FALSE(host_rename_new("a", "d/p"));
     EXPECT_EQ(read_file("d/p"), sound);
-    for (const std::string &bytes : {std::string(), sound.substr(0, sound.size() - 1),
-                                     sound.substr(1), std::string(100000, 'n')}) {
+    std::filesystem::permissions("d/p", std::filesystem::perms::owner_read);
+    if (!os_is_writable("d/p")) { // which it is for the superuser
+        EXPECT_EQ(add("a"), "Unable to covert package zip file (d/p) reader to a writer to "
+                            "append \"a\"\n"
+                            "Unable to add archive \"a\" (from \"a\") to package zip (d/p)\n"
+                            "Unable to finalize package zip (d/p) after adding \"a\"\n"
+                            "Unable to end package zip (d/p) after adding \"a\"\n");
+        EXPECT_EQ(read_file("d/p"), sound);
+    }
+    std::filesystem::permissions("d/p", std::filesystem::perms::all);
+    const std::string end_of_none = "PK\5\6" + std::string(18, '\0');
+    const std::string start = sound.substr(0, sound.size() - 2); // without the comment's length
+    for (const std::string &bytes :
+         {std::string(), sound.substr(0, sound.size() - 1), sound.substr(1),
+          std::string(100000, 'n'), std::string(14000, 'n') + end_of_none,
+          start + std::string("\26\0", 2) + end_of_none}) {
         scratch.write("d/p", bytes);
         EXPECT_EQ(add("a"), unopened);
         EXPECT_EQ(read_file("d/p"), bytes);
     }
+    const std::string comment = std::string("\xd0\7", 2) + std::string(2000, 'c');
+    scratch.write("d/p", start + comment);
+    EXPECT_EQ(add("a"), "");
+    EXPECT_EQ(entries("d/p"), "a=A[];a=A[];");
+    EXPECT_TRUE(read_file("d/p").ends_with(comment));
+    for (const auto &entry :
+         std::filesystem::directory_iterator(os_dirname(os_tempname_plain().get()).get()))
+        EXPECT_NE(entry.path().extension(), ".zip");
     host_remove("d/p");
 
     // A device that can be read for ever, on the host that has it.
@@ -118,26 +142,7 @@ TEST_F(PackageTest, WhatCannotBePackedIsWarnedOf) {
     EXPECT_EQ(add("a"), "Unable to init package zip file (d/p) to add \"a\"\n");
 }
 
-TEST_F(PackageTest, ProtectedPackageStays) {
-    scratch.write("b", "B");
-    EXPECT_EQ(add("a"), "");
-    std::filesystem::permissions("d/p", std::filesystem::perms::owner_read);
-    FILE *f = host_fopen("d/p", "r+b");
-    const bool superuser = f != nullptr;
-    if (superuser)
-        fclose(f);
-    EXPECT_EQ(add("b"), superuser
-                            ? ""
-                            : "Unable to covert package zip file (d/p) reader to a writer to "
-                              "append \"b\"\n"
-                              "Unable to add archive \"b\" (from \"b\") to package zip (d/p)\n"
-                              "Unable to finalize package zip (d/p) after adding \"b\"\n"
-                              "Unable to end package zip (d/p) after adding \"b\"\n");
-    EXPECT_EQ(entries("d/p"), superuser ? "a=A[];b=B[];" : "a=A[];");
-    std::filesystem::permissions("d/p", std::filesystem::perms::all);
-}
-
-TEST_F(PackageTest, RunsShareAPackageThatChangesNoVerdict) {
+TEST_F(PackageTest, LogsArePackedAndChangeNoVerdict) {
     std::string kestrel = child_program();
     kestrel.replace(kestrel.rfind("child"), strlen("child"), "kestrel");
     const auto run = [&kestrel](const char *mode, const char *option, int expected_status) {
@@ -148,26 +153,57 @@ TEST_F(PackageTest, RunsShareAPackageThatChangesNoVerdict) {
         return output;
     };
     scratch.write("d/1", "text");
-    run("-g", "--zvdebug=on,num:1,zip:+p", 0);
-    run("-c", "--zvdebug=on,num:2,zip:+p", 0);
-    const std::string both = entries("p");
-    const size_t second = both.find("[];kestrel-2.out=");
-    EXPECT_EQ(both.rfind("kestrel-1.out=", 0), 0u) << both;
-    EXPECT_LT(both.find("ENTER generate_manifest("), second) << both;
-    EXPECT_NE(both.find("ENTER check_manifest(", second), both.npos) << both;
+    run("-g", "--zvdebug=on,zip:+p", 0);
+    EXPECT_EQ(entries("p").rfind("kestrel-1.out=", 0), 0u);
 
     // A log that was named may be another program's; the accounts come when it has been packed.
     run("-c", "--zvdebug=on,adt,out:x,zip:+q", 0);
     EXPECT_EQ(entries("q"), "(no archive)");
     EXPECT_NE(read_file("x").find("# Living Vector Master List:"), std::string::npos);
 
-    const char *warning = "ZVDEBUG (warning): Unable to open package zip file (p) for reading to "
-                          "append \"kestrel-1.out\"\n";
     scratch.write("p", "no archive");
-    EXPECT_NE(run("-c", "--zvdebug=on,zip:+p", 0).find(warning), std::string::npos);
+    run("-c", "--zvdebug=on,zip:+p", 0);
     scratch.write("d/1", "tex");
-    EXPECT_NE(run("-c", "--zvdebug=on,zip:+p", 1).find(warning), std::string::npos);
+    EXPECT_NE(run("-c", "--zvdebug=on,zip:+p", 1).find("ZVDEBUG (warning): Unable to open package"),
+              std::string::npos);
     EXPECT_EQ(read_file("p"), "no archive");
+}
+
+// When "go" is there the helper packs it 8 times, and logs 40 lines of 70000 bytes.
+static ProcessHandle start_logging(const std::string &option) {
+    const std::string program = child_program();
+    const char *argv[] = {program.c_str(), "--log", option.c_str(), nullptr};
+    return host_start_process(argv[0], argv, ("child --log " + option).c_str());
+}
+
+TEST_F(PackageTest, ProcessesShareALogAndAPackage) {
+    constexpr int64_t all = 40 * 70001;
+    std::array<ProcessHandle, 4> handles;
+    for (ProcessHandle &handle : handles)
+        handle = start_logging("on,out:+log,zip:+p");
+    scratch.write("go", std::string(500000, 'g'));
+    int status = -1;
+    for (const ProcessHandle handle : handles)
+        EXPECT_TRUE(host_wait_process(handle, &status) && status == 0);
+    std::string log = read_file("log"), packed = entries("p");
+    std::erase(log, '\r');
+    EXPECT_EQ(log.size(), all * handles.size());
+    for (size_t at = 70000; at < log.size(); at += 70001)
+        EXPECT_EQ(log.find('\n', at - 70000), at);
+    EXPECT_EQ(std::count(packed.begin(), packed.end(), ';'), 4 * 8);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator("."), {}), 5); // with a and d
+
+    // Into a pipe, on the host that has names for them: nobody reads, and then we do.
+    if (os_pclose(os_popenv("/usr/bin/mkfifo", "f", nullptr)) != 0)
+        return;
+    EXPECT_TRUE(host_wait_process(start_logging("on,out:f"), &status) && status == 1);
+    const int pipe = host_open("f");
+    const ProcessHandle writer = start_logging("on,out:f");
+    int64_t size = 0;
+    for (const time_t end = time(nullptr) + 20; size < all && time(nullptr) < end;)
+        size += std::max<int64_t>(host_read(pipe, log.data(), log.size()), 0);
+    host_close(pipe);
+    EXPECT_TRUE(host_wait_process(writer, &status) && status == 0 && size == all);
 }
 
 // The debug option counts once in a process, and the debugger is looked for once.
@@ -177,9 +213,7 @@ TEST(PackageDeathTest, ProgramsRunUnderTheDebugger) {
         const std::string app = child_program();
         zvdebug_parse(named ? sc_concat("--zvdebug=debug:x:", os_basename(app.c_str())) : "");
         db_debugger_path = installed ? app.c_str() : "no/debugger";
-        const VectorPtr args(vec_new(__FILE__, __LINE__));
-        for (const char *argument : {"its own name", "one", "two words"})
-            vec_append(args.get(), argument);
+        const VectorPtr args(sc_split("its own name,one,two words", ","));
         testing::internal::CaptureStdout();
         const int status = db_debugger(app.c_str(), args.get(), force);
         const std::string output = testing::internal::GetCapturedStdout();

@@ -1,10 +1,10 @@
 #include "trace.h"
 
 #include "log_capture.h"
+#include "scratch.h"
 
 #include <gtest/gtest.h>
 
-#include <array>
 #include <optional>
 #include <string>
 
@@ -51,17 +51,18 @@ class TraceTest : public testing::Test {
 
 } // namespace
 
+// Line feeds are those of formats and alerts, and no name's.
 TEST_F(TraceTest, EntryAndExitStandAtTheSameIndent) {
     trace_enter("main.cpp", 1, "main");
-    trace_enter("/src/alert", 328, "findMsgFiles", "%s", "C:\\dat");
-    trace_exit("C:\\src/b\\alert", 329, "findMsgFiles", "%u", 7U);
+    trace_enter("/src/alert", 328, "findMsgFiles", "%s", "C:\\dat\n\033[2J\t\xc2\x9b\xc3\xa4");
+    trace_exit("C:\\src/b\\alert", 329, "findMsgFiles", "%u\n%s\n", 7U, "a\nb");
     trace_exit("a_rather_long_name.cpp", 1234567, "main");
     EXPECT_EQ(reports, "");
     trace_exit("f", 1, "g");
     EXPECT_EQ(reports, "min debug-out indent level reached\n");
     EXPECT_EQ(log(), "main.cpp:1          > ENTER main()\n"
-                     "alert:328           >     ENTER findMsgFiles(C:\\dat)\n"
-                     "alert:329           >     EXIT findMsgFiles() -> 7\n"
+                     "alert:328           >     ENTER findMsgFiles(C:\\dat??[2J??\xc3\xa4)\n"
+                     "alert:329           >     EXIT findMsgFiles() -> 7\na?b\n\n"
                      "a_rather_long_name.cpp:1234567> EXIT main()\n"
                      "f:1                 > EXIT g()\n");
 }
@@ -82,29 +83,37 @@ TEST_F(TraceTest, LayoutLimits) {
                        "desired trace width (0) is < default (20)\n");
 }
 
-TEST_F(TraceTest, OnlyTheFirstLineOfAFormatIsFormatted) {
+TEST_F(TraceTest, FreeLinesAndAlertCopies) {
     const std::string text(10000, 'x');
     tracef("f", 1, "\n%s=%d\n\n100%%\nend\n", text.c_str(), 5);
-    trace("f", 2, "a%s\nb");
+    trace("f", 2, "a%s\n\033b");
+    trace_alert("not asked for\n");
+    trace_flags = TRACE_ALERTS;
+    trace_set_depth(1);
+    trace_alert("\to\rne\n");
+    trace_set_alert_src("x/f.c", 3);
+    trace_alert("two\n");
+    trace_set_alert_src(nullptr, 0);
     EXPECT_EQ(log(), "f:1                 > " + text +
                          "=5\n"
                          "f:1                 > 100%%\n"
                          "f:1                 > end\n"
                          "f:2                 > a%s\n"
-                         "f:2                 > b\n");
-    tracef("d/f", 3, "\n");
+                         "f:2                 > ?b\n"
+                         "ALERT> \to?ne\nf.c:3               >     two\n");
+    tracef("d\n/f", 3, "\n");
     trace("d/f", 4, "");
-    EXPECT_EQ(reports, "tracef (at d/f:3) contains no lines\ntrace (at d/f:4) contains no lines\n");
+    EXPECT_EQ(reports,
+              "tracef (at d?/f:3) contains no lines\ntrace (at d/f:4) contains no lines\n");
 }
 
 TEST_F(TraceTest, HexDumps) {
     const char bytes[] = "\x01z \x80\n~";
-    std::array<char, 64> at, next;
-    snprintf(at.data(), at.size(), "%p", static_cast<const void *>(bytes));
-    snprintf(next.data(), next.size(), "%p", static_cast<const void *>(bytes + 4));
+    const OwnedString at = str_format("%p", static_cast<const void *>(bytes));
+    const OwnedString next = str_format("%p", static_cast<const void *>(bytes + 4));
     const std::string where = "f:9                 >     ";
-    const std::string first = "\n" + where + at.data() + " | 01 7A 20 80";
-    const std::string second = "\n" + where + next.data() + " | 0A 7E";
+    const std::string first = "\n" + where + at.get() + " | 01 7A 20 80";
+    const std::string second = "\n" + where + next.get() + " | 0A 7E";
     const struct {
         size_t size, per_row;
         bool with_chars;
@@ -120,19 +129,8 @@ TEST_F(TraceTest, HexDumps) {
     trace_set_depth(1);
     for (const auto &c : cases) {
         trace_hexdump("buf", bytes, c.size, c.per_row, c.with_chars, "f", 9);
-        EXPECT_EQ(log(), where + "Hexdump: buf (" + at.data() + ")" + c.expected) << c.size;
+        EXPECT_EQ(log(), where + "Hexdump: buf (" + at.get() + ")" + c.expected) << c.size;
     }
-}
-
-TEST_F(TraceTest, AlertCopiesStandUnderTheirSource) {
-    trace_alert("not asked for\n");
-    trace_flags = TRACE_ALERTS;
-    trace_set_depth(1);
-    trace_alert("one\n");
-    trace_set_alert_src("x/f.c", 3);
-    trace_alert("two\n");
-    trace_set_alert_src(nullptr, 0);
-    EXPECT_EQ(log(), "ALERT> one\nf.c:3               >     two\n");
 }
 
 TEST_F(TraceTest, NullsAreReportedAndSurvived) {
@@ -140,21 +138,29 @@ TEST_F(TraceTest, NullsAreReportedAndSurvived) {
     trace_enter(nullptr, 1, nullptr);
     trace_hexdump(nullptr, nullptr, 3, 2, true, "f", 3);
     trace_alert(nullptr);
+    trace_set_alert_src(nullptr, 0);
     trace_puts(nullptr);
     trace_args(1, nullptr);
     EXPECT_EQ(log(), "(null):1            > ENTER (null)()\n");
     EXPECT_EQ(reports, "1501 src != NULL\n1501 func != NULL\n1501 name != NULL\n"
-                       "1501 addr != NULL\n1501 msg != NULL\n1501 str != NULL\n"
-                       "1501 argv != NULL\n");
+                       "1501 addr != NULL\n1501 msg != NULL\n1501 alert_func != NULL\n"
+                       "1501 src != NULL\n1501 str != NULL\n1501 argv != NULL\n"
+                       "1501 args != NULL\n");
 }
 
-// The header belongs to the process, so this needs one of its own.
-TEST_F(TraceTest, HeaderIsWrittenOnce) {
+// The header and the warning belong to the process, so this needs one of its own.
+TEST_F(TraceTest, HeaderAndWarningComeOnce) {
     const auto run = [this] {
-        const char *argv[] = {"prog", "-g", nullptr, "unseen"};
+        const char *argv[] = {"prog", "-\n", nullptr, "unseen"};
         trace_args(4, argv);
         trace_args(0, argv);
-        exit(log() == "\nAPP: KESTREL\nARGS: prog -g\nARGS: None\n" ? 0 : 1);
+        const bool written = log() == "\nAPP: KESTREL\nARGS: prog -?\nARGS: None\n";
+        trace_stream = host_fopen(child_program().c_str(), "r");
+        errno = 77;
+        trace_puts("lost");
+        trace_puts("lost");
+        const bool once = reports == "Unable to write to the debug-out file\n";
+        exit(written && once && errno == 77 ? 0 : 1);
     };
     EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
 }

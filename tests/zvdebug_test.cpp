@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <string>
 
 namespace {
@@ -21,6 +22,8 @@ void enter_directory() {
     scratch.write("old.log", "old\n");
     host_chdir(scratch.directory());
     host_mkdir("dir");
+    std::error_code device_already; // on the host where this names one anywhere
+    std::filesystem::create_symlink("/dev/null", "nul", device_already);
 }
 
 std::string shown(const char *path) {
@@ -53,7 +56,7 @@ std::string old_log() {
 }
 
 std::string old_package() {
-    return os_exists("qrn_package.zip") ? "there" : "gone";
+    return settings() + (os_exists("qrn_package.zip") ? "; there" : "; gone");
 }
 
 // What the first program gets, and the last digit of what the next two get.
@@ -70,7 +73,7 @@ std::string passed_names() {
     for (const DebugCaller caller : {DBC_QRNCC, DBC_QRN, DBC_DRIVER}) {
         const std::string names = std::string(zvdebug_forward(caller, "p")) + ":";
         text += ' ';
-        for (const char *name : {"qrn", "qrncc", "QRN-x", "qr", "lumCtop", "other"})
+        for (const char *name : {"qrn", "qrncc", "QRN-x", "qr", "lumCtop", "lumen"})
             text += names.find(":" + std::string(name) + ":") == names.npos ? '0' : '1';
     }
     return text;
@@ -126,16 +129,21 @@ TEST(ZvdebugTest, Options) {
         {"--zvdebug=assert:warning,assert:abort,assert",
          "0 3 - -; unknown argument (abort) given to assert option"
          "; option \"assert\", must have an argument"},
-        {"--zvdebug=zip", "0 0 - qrn_package.zip; Package zip \"qrn_package.zip\" already exists "
-                          "and will be over-written"},
-        {"--zvdebug=zip", "gone", old_package},
+        {"--zvdebug=zip",
+         "0 0 - qrn_package.zip; Package zip \"qrn_package.zip\" already exists "
+         "and will be over-written; gone",
+         old_package},
         {"--zvdebug=zip:+old.log,zip:b",
          "0 0 - old.log; Zip file already set to \"old.log\", ignoring addtional zip options"},
-        {"--zvdebug=zip:dir", "0 0 - dir; Package zip \"dir\" already exists and will be "
-                              "over-written; Unable to remove \"dir\", it will be updated if "
+        {"--zvdebug=zip:nul", "0 0 - nul; Package zip \"nul\" already exists and will be "
+                              "over-written; Unable to remove \"nul\", it will be updated if "
                               "possible"},
+        {"--zvdebug=out:x,zip:dir/../x,zip:+p",
+         "0 0 x given p; Package zip \"dir/../x\" is the debug-out file, ignoring it"},
+        {"--zvdebug=zip:+dir/../y,out:y",
+         "0 0 y given -; Package zip \"dir/../y\" is the debug-out file, ignoring it"},
         {"--zvdebug=debug:::", "0 0 - -; option \"debug\", must have at least one argument"},
-        {"--zvdebug=debug:qrn:qrncc:QRN-x:qr:lumCtop:other:Qr", "named 001111 111111 111101",
+        {"--zvdebug=debug:qrn:qrncc:QRN-x:qr:lumCtop:lumen:Qr", "named 001111 111111 111101",
          passed_names},
         {"--zvdebug=", "---", forwarded},
         {"--zvdebug=on", "--zvdebug=default,on,num:112", forwarded},
@@ -157,7 +165,7 @@ TEST(RuntimeTest, ReportsGoThroughTheAlerts) {
         const char *expected;
     } cases[] = {
         {"foo", [] {}, 0, "ZVDEBUG .warning.: unknown option .foo."},
-        {"out:no/x", [] {}, 41, "141. can.t open debug-out file .no/x.: No such file"},
+        {"out:no/\xc2\x9b", [] {}, 41, "141. can.t open debug-out file .no/\\?.: No such file"},
         {"assert:fatal", [] { DEBUG_ASSERT(1 == 2); }, 41, "1503. assertion failure: 1 == 2 "},
         {"assert:error", [] { DEBUG_ASSERT(1 == 2); }, 0, "1502. assertion failure: 1 == 2 "},
         {"", [] { out_of_memory_hook(); }, 41, "296. out of memory"},
