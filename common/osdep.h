@@ -29,7 +29,8 @@ int32_t os_kind();
 int32_t os_max_cmdline();
 
 // Saves the standard output and error descriptors (once) and installs the handler that puts them
-// back and ends the program with the signal's number as its status.
+// back and ends the program with the signal's number as its status. Writes to a closed pipe, or
+// beyond the limit of a file's size, then fail as others do.
 void os_catch_signals();
 
 // In double quotes when it holds white space; nothing inside is escaped.
@@ -91,10 +92,16 @@ int os_mkdir_parents(const char *path);
 // directory that cannot be listed counts as removed but stays.
 int os_rmtree(const char *path);
 
-// Copies a file's bytes, creating or replacing the destination. A regular destination is replaced
-// in one step when the copy is complete, and is left as it was if anything fails; anything else
-// (a device, a pipe) is written to.
+// Copies a file's bytes, creating or replacing the destination; false, with the reason in errno, if
+// that fails. A regular destination is replaced in one step when the copy is complete and on the
+// disk, and is left as it was if anything fails. Where its directory does not permit that, it is
+// written in place; so is what is no regular file (a device, a pipe).
 bool copyfile_helper(const char *from, const char *to);
+
+// Whether copyfile_helper could write there, as far as rights go; false with the reason in errno. A
+// missing file is tried by making one beside it, for a moment; what is neither file nor directory
+// is taken to be writable, and is not opened.
+bool os_can_write(const char *path);
 
 // --- Temporary names (osdep_temp.cpp), in a directory of the process's own that goes at exit
 

@@ -1,12 +1,9 @@
 #include "osdep.h"
 
 #include <array>
-#include <cctype>
 #include <cerrno>
 #include <cstring>
-#include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 int os_exists(const char *path) {
@@ -37,10 +34,11 @@ int os_mkdir(const char *path) {
 int os_mkdir_parents(const char *path) {
     // An empty parent is a drive's top directory; one that is there when it was made just now came
     // of a separator at the end of the path, and is the directory asked for.
+    // The top is its own parent, whether it can be asked for or not.
     const OwnedString parent = os_dirname(path);
-    const bool parent_stands = parent == nullptr || *parent == '\0' ||
-                               path_is_bare_drive(host_path_style(), parent.get()) ||
-                               os_is_dir(parent.get());
+    const bool parent_stands =
+        parent == nullptr || *parent == '\0' || strcmp(parent.get(), path) == 0 ||
+        path_is_bare_drive(host_path_style(), parent.get()) || os_is_dir(parent.get());
     if (!parent_stands && (os_exists(parent.get()) || os_mkdir_parents(parent.get()) != 0))
         return 1;
     return host_mkdir(path) || (!parent_stands && os_is_dir(path)) ? 0 : 1;
@@ -81,18 +79,27 @@ int os_rmtree(const char *path) {
 
 // --- Copying files
 
-// False unless every byte was read and has been handed to the system.
-static bool write_copy(FILE *source, const char *to) {
-    FilePtr target(host_fopen(to, "wb"));
-    if (target == nullptr)
-        return false;
+static bool copy_bytes(FILE *source, FILE *target) {
     static std::array<char, 65536> buffer;
     size_t size = 0;
     while ((size = fread(buffer.data(), 1, buffer.size(), source)) > 0)
-        if (fwrite(buffer.data(), 1, size, target.get()) != size)
+        if (fwrite(buffer.data(), 1, size, target) != size)
             return false;
-    const bool complete = ferror(source) == 0 && fflush(target.get()) == 0;
-    return fclose(target.release()) == 0 && complete;
+    return ferror(source) == 0 && fflush(target) == 0;
+}
+
+// Writes a copy to `target`, which may be null, and closes it. False unless every byte was read and
+// has been handed to the system or, if it is to be `durable`, to the disk.
+static bool write_copy(FILE *source, FILE *target, bool durable) {
+    if (target == nullptr)
+        return false;
+    const bool written =
+        copy_bytes(source, target) && (!durable || host_flush_to_disk(host_fileno(target)));
+    const int reason = errno;
+    if (fclose(target) == 0 && written)
+        return true;
+    errno = written ? errno : reason;
+    return false;
 }
 
 // A new name in the directory of `path`: what stands before its last component, by position. (The
@@ -106,25 +113,56 @@ static std::string sibling_of(const std::string &path) {
     return path.substr(0, end) + "zv" + host_unique_seed().get() + ".tmp";
 }
 
+// A new file that an interrupted run removes at exit; null on failure.
+static FILE *make_sibling(const std::string &sibling) {
+    os_remove_at_exit(sibling.c_str());
+    return host_fopen(sibling.c_str(), "wb");
+}
+
 bool os_is_writable(const char *path) {
     return FilePtr(host_fopen(path, "r+b")) != nullptr;
 }
 
-// The copy grows under a name of its own, which an interrupted run removes at exit.
-static bool replace_with_copy(FilePtr source, const char *to, bool exists) {
-    // Renaming would also replace a file that is protected against writing.
-    if (exists && !os_is_writable(to))
+bool os_can_write(const char *path) {
+    HostStat status;
+    if (path == nullptr || *path == '\0') {
+        errno = ENOENT;
         return false;
+    }
+    if (!host_stat(path, &status)) {
+        if (errno != ENOENT)
+            return false;
+        const std::string sibling = sibling_of(host_resolve_links(path).get());
+        return FilePtr(make_sibling(sibling)) != nullptr && host_remove(sibling.c_str());
+    }
+    if (status.kind == FileKind::directory)
+        errno = EISDIR;
+    return status.kind == FileKind::other ||
+           (status.kind == FileKind::regular && os_is_writable(path));
+}
+
+// Forbidden: the directory takes no new file, or does not let the old one go, because it is
+// protected or sticky, or because something is mounted on the file.
+enum class Replacement { done, failed, forbidden };
+
+// The copy grows under a name of its own.
+static Replacement replace_with_copy(FILE *source, const char *to, bool exists) {
     const std::string sibling = sibling_of(to);
-    os_remove_at_exit(sibling.c_str());
-    bool done = write_copy(source.get(), sibling.c_str());
-    source.reset(); // which may be the destination, and must be closed to be replaced
-    if (done && exists)
+    FILE *target = make_sibling(sibling);
+    if (target == nullptr) {
+        const bool forbidden = errno == EACCES || errno == EPERM || errno == EROFS;
+        return forbidden ? Replacement::forbidden : Replacement::failed;
+    }
+    const bool written = write_copy(source, target, true);
+    if (written && exists)
         host_copy_mode(to, sibling.c_str());
-    done = done && host_replace(sibling.c_str(), to);
-    if (!done)
-        host_remove(sibling.c_str());
-    return done;
+    if (written && host_replace(sibling.c_str(), to))
+        return Replacement::done;
+    const int reason = errno;
+    host_remove(sibling.c_str());
+    errno = reason;
+    const bool forbidden = written && (reason == EPERM || reason == EBUSY || reason == EXDEV);
+    return forbidden ? Replacement::forbidden : Replacement::failed;
 }
 
 static bool same_file(const char *a, const char *b) {
@@ -133,19 +171,41 @@ static bool same_file(const char *a, const char *b) {
     return host_file_identity(a, &first) && host_file_identity(b, &second) && first == second;
 }
 
-bool copyfile_helper(const char *from, const char *to) {
-    if (from == nullptr || to == nullptr)
+static bool copy_to_file(FILE *source, const char *to, bool exists) {
+    // Renaming would also replace a file that is protected against writing.
+    if (exists && !os_is_writable(to))
         return false;
-    FilePtr source(host_fopen(from, "rb"));
-    if (source == nullptr)
-        return false;
+    const Replacement outcome = replace_with_copy(source, to, exists);
+    if (outcome != Replacement::forbidden || !exists)
+        return outcome == Replacement::done;
+    rewind(source);
+    return write_copy(source, host_fopen(to, "wb"), true);
+}
+
+static bool copy_to(FILE *source, const char *to) {
     HostStat old;
     const bool exists = host_stat(to, &old);
-    if (exists ? old.kind == FileKind::directory : errno != ENOENT)
+    if (!exists && errno != ENOENT)
         return false;
+    if (exists && old.kind == FileKind::directory) {
+        errno = EISDIR;
+        return false;
+    }
     // A link's name need not lead back to the open file that it stands for (/dev/stdout).
     const OwnedString target = host_resolve_links(to);
     if (exists && (old.kind != FileKind::regular || !same_file(to, target.get())))
-        return write_copy(source.get(), to);
-    return replace_with_copy(std::move(source), target.get(), exists);
+        return write_copy(source, host_fopen(to, "wb"), false);
+    return copy_to_file(source, target.get(), exists);
+}
+
+bool copyfile_helper(const char *from, const char *to) {
+    FILE *source = from != nullptr && to != nullptr ? host_fopen(from, "rb") : nullptr;
+    if (source == nullptr)
+        return false;
+    // Its own copy has every byte already, and need not be writable.
+    const bool done = same_file(from, to) || copy_to(source, to);
+    const int reason = errno;
+    fclose(source);
+    errno = reason;
+    return done;
 }

@@ -41,6 +41,14 @@ const char *host_temp_default();
 // Signals that end the program through the fatal handler, in order of installation.
 std::span<const int> host_caught_signals();
 
+// Signals that come with the failure of a write, which is told of without them.
+std::span<const int> host_write_signals();
+
+// Installs a handler, for good: it may be entered again from within, and has a stack to run on even
+// when the program's own is used up, as far as the host can. A signal that is ignored stays so, as
+// whoever started the program wants it.
+void host_on_signal(int number, void (*handler)(int));
+
 // Lets exit() take two seconds from within a signal's handler before `give_up` is called: the
 // signal may have struck where exit() then waits for ever.
 void host_limit_exit(void (*give_up)(int));
@@ -150,10 +158,15 @@ Listing host_list_directory(const char *path, DirectoryEntryFn entry, void *cont
 bool host_make_file(const char *path);
 
 bool host_mkdir(const char *path);
+bool host_mkdir_private(const char *path); // for this user alone, where the host has modes
 bool host_rmdir(const char *path);
 bool host_remove(const char *path); // a file, or a link whatever it leads to
 
-// Renames a file over whatever file stands at `to`.
+// Waits until what was written to the descriptor of a file is on the disk. A file system that
+// cannot say so is no failure.
+bool host_flush_to_disk(int descriptor);
+
+// Renames a file over whatever file stands at `to`, and waits until that is on the disk, as above.
 bool host_replace(const char *from, const char *to);
 
 // Renames a file to a name that nothing stands at: errno is EEXIST if something does.
@@ -201,7 +214,8 @@ int host_close(int descriptor);
 // A started program, to be waited for once; 0 is none.
 using ProcessHandle = intptr_t;
 
-// Starts `exe` without a console window and without waiting. The program receives `argv`
+// Starts `exe` without a console window and without waiting. It is ended when this process ends,
+// however that happens. The program receives `argv`
 // (null-terminated), or `command_line` where the host passes one string; both say the same. 0 if it
 // could not be started.
 ProcessHandle host_start_process(const char *exe, const char *const *argv,

@@ -1,7 +1,6 @@
 #include "osdep.h"
 
 #include <cstring>
-#include <utility>
 
 OwnedString os_join(const char *dir, const char *name) {
     return path_join_style(host_path_style(), dir, name);
@@ -43,21 +42,8 @@ OwnedString os_normalise(const char *path) {
     return path_normalise(host_path_style(), path);
 }
 
-// A current directory that is gone leaves a relative path relative.
 OwnedString os_fullpath(const char *path) {
-    const OwnedString current = path == nullptr || os_is_absolute(path) ? nullptr : os_getcwd();
-    const OwnedString joined = current != nullptr ? os_join(current.get(), path) : nullptr;
-    if (joined == nullptr)
-        return os_normalise(path);
-    OwnedString full = os_normalise(joined.get());
-    // ".." that reaches a drive's top takes the separator along or, above it, the drive. "C:" alone
-    // would be the current directory there.
-    const bool above = host_path_style().drives && *full == '\0' && current.get()[1] == ':';
-    if (above)
-        full = xstrndup(current.get(), strlen("C:"));
-    return path_is_bare_drive(host_path_style(), full.get())
-               ? str_concat_free(std::move(full), "\\")
-               : std::move(full);
+    return path_full(host_path_style(), os_getcwd().get(), path);
 }
 
 OwnedString os_relpath(const char *path) {

@@ -5,16 +5,19 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <dirent.h>
 #include <fcntl.h>
 #include <sched.h>
-#include <spawn.h>
+#include <sys/auxv.h>
+#include <sys/prctl.h>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 // Repeats a system call while signals interrupt it.
@@ -65,8 +68,16 @@ int host_processor_count() {
     return static_cast<int>(sysconf(_SC_NPROCESSORS_ONLN));
 }
 
+// What this program was started as, which is relative to the directory that is still the current
+// one when this is noted; empty if the system does not tell.
+static const OwnedString started_as = [] {
+    const auto path = reinterpret_cast<const char *>(getauxval(AT_EXECFN));
+    return host_absolute_path(path != nullptr ? path : "");
+}();
+
 OwnedString host_program_path() {
-    return read_link("/proc/self/exe");
+    OwnedString path = read_link("/proc/self/exe");
+    return path != nullptr ? std::move(path) : OwnedString(realpath(started_as.get(), nullptr));
 }
 
 uint32_t host_process_id() {
@@ -96,9 +107,34 @@ const char *host_temp_default() {
 }
 
 std::span<const int> host_caught_signals() {
-    static constexpr std::array<int, 6> signals = {SIGHUP,  SIGINT,  SIGTERM,
+    static constexpr std::array<int, 7> signals = {SIGHUP,  SIGINT,  SIGQUIT, SIGTERM,
                                                    SIGABRT, SIGSEGV, SIGFPE};
     return signals;
+}
+
+std::span<const int> host_write_signals() {
+    static constexpr std::array<int, 2> signals = {SIGPIPE, SIGXFSZ};
+    return signals;
+}
+
+// The stack that a handler runs on, because the program's own may have overflowed.
+static bool use_signal_stack() {
+    alignas(16) static std::array<char, 1 << 18> memory;
+    stack_t stack = {};
+    stack.ss_sp = memory.data();
+    stack.ss_size = memory.size();
+    return sigaltstack(&stack, nullptr) == 0;
+}
+
+// A signal that strikes again in its own handler reaches it: a fault would otherwise be the
+// kernel's to deal with.
+void host_on_signal(int number, void (*handler)(int)) {
+    [[maybe_unused]] static const bool has_stack = use_signal_stack();
+    struct sigaction action = {}, before = {};
+    action.sa_handler = handler;
+    action.sa_flags = SA_RESTART | SA_ONSTACK | SA_NODEFER;
+    if (sigaction(number, &action, &before) == 0 && before.sa_handler == SIG_IGN)
+        sigaction(number, &before, nullptr);
 }
 
 void host_limit_exit(void (*give_up)(int)) {
@@ -275,6 +311,10 @@ bool host_mkdir(const char *path) {
     return mkdir(path, 0777) == 0;
 }
 
+bool host_mkdir_private(const char *path) {
+    return mkdir(path, 0700) == 0;
+}
+
 bool host_rmdir(const char *path) {
     return rmdir(path) == 0;
 }
@@ -283,8 +323,29 @@ bool host_remove(const char *path) {
     return unlink(path) == 0;
 }
 
+// Some file systems cannot be asked, and then there is nothing to wait for.
+bool host_flush_to_disk(int descriptor) {
+    return uninterrupted([&] { return fsync(descriptor); }) == 0 || errno == EINVAL ||
+           errno == ENOSYS || errno == EOPNOTSUPP;
+}
+
+// A directory that may not be read cannot be flushed. One that fails to be is an error of the disk,
+// whatever else its reason might mean to the caller.
+static bool flush_directory_of(const char *path) {
+    const OwnedString directory = path_dirname(slash_path_style, path);
+    const int descriptor = open(directory != nullptr ? directory.get() : ".",
+                                O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK);
+    if (descriptor == -1)
+        return true;
+    const bool flushed = host_flush_to_disk(descriptor);
+    close(descriptor);
+    if (!flushed)
+        errno = EIO;
+    return flushed;
+}
+
 bool host_replace(const char *from, const char *to) {
-    return rename(from, to) == 0;
+    return rename(from, to) == 0 && flush_directory_of(to);
 }
 
 // Some file systems cannot ask and rename in one step.
@@ -408,19 +469,59 @@ int host_close(int descriptor) {
 
 // --- Processes
 
-// 0, with errno set, if the program cannot be started. posix_spawn copies no memory, however much
-// this process holds.
-static pid_t start(const char *path, char *const *argv) {
+// What a new process becomes.
+struct Start {
+    const char *path;
+    char *const *argv;
+    pid_t parent;     // to end with, or 0
+    sigset_t signals; // blocked in the program
+    volatile int failure;
+};
+
+// Runs in the parent's memory, while the parent waits: nothing is called but the system. Handlers
+// must not run here, and so signals stay blocked until there are none.
+[[noreturn, gnu::noinline]] static void become_program(Start *start) {
+    struct sigaction action = {};
+    for (int number = 1; number < NSIG; number++) {
+        if (sigaction(number, nullptr, &action) != 0 || action.sa_handler == SIG_IGN ||
+            action.sa_handler == SIG_DFL)
+            continue;
+        action.sa_handler = SIG_DFL;
+        sigaction(number, &action, nullptr);
+    }
+    if (start->parent != 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (getppid() != start->parent) // which has ended before it could be tied to
+            _exit(1);
+    }
+    sigprocmask(SIG_SETMASK, &start->signals, nullptr);
+    execve(start->path, start->argv, environ);
+    start->failure = errno;
+    _exit(1);
+}
+
+// 0, with errno set, if the program cannot be started. No memory is copied, however much this
+// process holds. The program that is tied ends when this process does.
+static pid_t start_program(const char *path, char *const *argv, bool tied) {
     // A parent that ignored SIGCHLD has us ignore it too, and statuses would be lost.
     signal(SIGCHLD, SIG_DFL);
-    pid_t child = 0;
-    const int failure = posix_spawn(&child, path, nullptr, nullptr, argv, environ);
+    Start start = {path, argv, tied ? getpid() : 0, {}, 0};
+    sigset_t all;
+    sigfillset(&all);
+    sigprocmask(SIG_SETMASK, &all, &start.signals);
+    const pid_t child = vfork();
+    if (child == 0)
+        become_program(&start);
+    const int failure = child == -1 ? errno : start.failure;
+    if (child != -1 && failure != 0)
+        uninterrupted([&] { return waitpid(child, nullptr, 0); });
+    sigprocmask(SIG_SETMASK, &start.signals, nullptr);
     errno = failure;
     return failure == 0 ? child : 0;
 }
 
 ProcessHandle host_start_process(const char *exe, const char *const *argv, const char *) {
-    return start(exe, const_cast<char *const *>(argv));
+    return start_program(exe, const_cast<char *const *>(argv), true);
 }
 
 bool host_wait_process(ProcessHandle process, int *status) {
@@ -445,6 +546,6 @@ int host_spawn_wait(const char *path, const char *const *argv) {
     pointers.push_back(nullptr);
 
     int status = -1;
-    const pid_t child = start(path, pointers.data());
+    const pid_t child = start_program(path, pointers.data(), false);
     return child != 0 && host_wait_process(child, &status) ? status : -1;
 }

@@ -65,9 +65,16 @@ static void give_up(int) {
     _Exit(dying);
 }
 
+static bool is_fault(int number) {
+    return number == SIGFPE || number == SIGSEGV || number == SIGABRT;
+}
+
 // exit() may fail, or wait for ever, when the signal has struck inside of the heap, a stream or
-// exit() itself; the second signal or the time limit then ends the program with the first's status.
+// exit() itself; a fault or the time limit then ends the program with the first signal's status.
+// Further interruptions leave exit() the time to remove the temporaries.
 static void fatal_signal(int number) {
+    if (dying != 0 && !is_fault(number))
+        return;
     if (dying != 0)
         give_up(number);
     const std::span<const int> caught = host_caught_signals();
@@ -75,12 +82,15 @@ static void fatal_signal(int number) {
     host_limit_exit(give_up);
     restore_stream(&saved_stdout_fd, stdout_fd, stdout, "\n");
     restore_stream(&saved_stderr_fd, stderr_fd, stderr, "");
-    if (number == SIGFPE || number == SIGSEGV || number == SIGABRT)
+    if (is_fault(number))
         fputs("\n\nAn unexpected problem has been encountered and the program must quit; contact "
               "Norvane support with details\n\n",
               stderr);
     exit(dying);
 }
+
+// Not ignored, which programs that are started would inherit.
+static void let_write_fail(int) {}
 
 void os_catch_signals() {
     if (saved_stdout_fd == -1)
@@ -88,8 +98,9 @@ void os_catch_signals() {
     if (saved_stderr_fd == -1)
         saved_stderr_fd = host_dup(stderr_fd);
     for (const int number : host_caught_signals())
-        if (signal(number, fatal_signal) == SIG_IGN)
-            signal(number, SIG_IGN); // as whoever started the program wants it
+        host_on_signal(number, fatal_signal);
+    for (const int number : host_write_signals())
+        host_on_signal(number, let_write_fail);
     signals_installed = true;
 }
 

@@ -20,26 +20,29 @@ static bool keep_temps = false;
 
 // --- At exit
 
+static void forget(Vector **paths) {
+    Vector *forgotten = std::exchange(*paths, nullptr);
+    for (char *path : VecEach<char>(forgotten))
+        free(path);
+    vec_free(forgotten);
+}
+
 // Failures are ignored: nobody is left to hear of them. A forked copy of the process leaves what
-// is its parent's alone.
+// is its parent's alone. A signal that strikes in here calls exit() again, which must find this
+// function registered anew and all that is not removed yet: so nothing is forgotten before the end.
 static void exit_cleanup() {
-    if (temp_files_to_remove == nullptr)
+    if (temp_files_to_remove == nullptr || temp_dirs_to_remove == nullptr)
         return;
-    const bool removing = !keep_temps && host_process_id() == owner;
-    for (char *path : VecEach<char>(temp_files_to_remove)) {
-        if (removing && os_exists(path))
-            host_remove(path);
-        free(path);
+    atexit(exit_cleanup);
+    if (!keep_temps && host_process_id() == owner) {
+        for (uint32_t i = 0; i < vec_size(temp_files_to_remove); i++)
+            if (const char *path = vec_at<char>(temp_files_to_remove, i); os_exists(path))
+                host_remove(path);
+        for (uint32_t i = 0; i < vec_size(temp_dirs_to_remove); i++)
+            os_rmtree(vec_at<char>(temp_dirs_to_remove, i));
     }
-    for (char *path : VecEach<char>(temp_dirs_to_remove)) {
-        if (removing)
-            os_rmtree(path);
-        free(path);
-    }
-    vec_free(temp_files_to_remove);
-    vec_free(temp_dirs_to_remove);
-    temp_files_to_remove = nullptr;
-    temp_dirs_to_remove = nullptr;
+    forget(&temp_files_to_remove);
+    forget(&temp_dirs_to_remove);
     temp_dir.reset();
 }
 
@@ -89,15 +92,21 @@ static std::string temp_base() {
     return base;
 }
 
+// The directory is registered before it is made, or a signal in between would leave it behind.
 static bool make_temp_dir() {
     const std::string base = temp_base();
+    if (os_mkdir(base.c_str()) != 0)
+        return false;
     for (char letter = 'A'; letter <= 'Z'; ++letter) {
         const std::string path = base + "zv" + letter + host_unique_seed().get();
-        if (!os_exists(path.c_str()) && os_mkdir(path.c_str()) == 0) {
-            os_rmdir_at_exit(path.c_str());
+        if (os_exists(path.c_str()))
+            continue;
+        os_rmdir_at_exit(path.c_str());
+        if (host_mkdir_private(path.c_str())) {
             temp_dir = xstrdup(path.c_str());
             return true;
         }
+        free(vec_pop(temp_dirs_to_remove));
     }
     return false;
 }

@@ -190,6 +190,15 @@ std::span<const int> host_caught_signals() {
     return signals;
 }
 
+std::span<const int> host_write_signals() {
+    return {};
+}
+
+void host_on_signal(int number, void (*handler)(int)) {
+    if (signal(number, handler) == SIG_IGN)
+        signal(number, SIG_IGN);
+}
+
 // Interruptions arrive in a thread of their own here, so that exit() does not wait for itself.
 void host_limit_exit(void (*)(int)) {}
 
@@ -439,6 +448,11 @@ bool host_mkdir(const char *path) {
     return succeed_or_fail(CreateDirectoryW(SystemPath(path).get(), nullptr));
 }
 
+// The directory for temporaries is the user's own already.
+bool host_mkdir_private(const char *path) {
+    return host_mkdir(path);
+}
+
 bool host_rmdir(const char *path) {
     return succeed_or_fail(RemoveDirectoryW(SystemPath(path).get()));
 }
@@ -453,12 +467,16 @@ bool host_remove(const char *path) {
     return succeed_or_fail(DeleteFileW(system_path.get()));
 }
 
+bool host_flush_to_disk(int descriptor) {
+    return _commit(descriptor) == 0;
+}
+
 // A file that somebody has opened, if only to look at it, cannot be replaced for that moment.
 bool host_replace(const char *from, const char *to) {
     constexpr int most_attempts = 20;
+    constexpr DWORD flags = MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH;
     const SystemPath source(from), target(to);
-    for (int attempt = 1; !MoveFileExW(source.get(), target.get(), MOVEFILE_REPLACE_EXISTING);
-         attempt++) {
+    for (int attempt = 1; !MoveFileExW(source.get(), target.get(), flags); attempt++) {
         const DWORD error = GetLastError();
         const bool opened = error == ERROR_ACCESS_DENIED || error == ERROR_SHARING_VIOLATION;
         if (!opened || attempt == most_attempts)
@@ -582,14 +600,53 @@ int host_close(int descriptor) {
 
 // --- Processes
 
+// What a process is started with, besides the usual: it is put into a job, which ends with the last
+// handle to it. That is ours, and closed by the system when this process ends. Before Windows 10
+// there is no such attribute, and programs outlive this one.
+class JobAttribute {
+  public:
+    JobAttribute() {
+        SIZE_T size = 0;
+        InitializeProcThreadAttributeList(nullptr, 1, 0, &size);
+        memory.resize(size);
+        usable = job != nullptr &&
+                 InitializeProcThreadAttributeList(list(), 1, 0, &size) != FALSE &&
+                 UpdateProcThreadAttribute(list(), 0, PROC_THREAD_ATTRIBUTE_JOB_LIST, &job,
+                                           sizeof job, nullptr, nullptr) != FALSE;
+    }
+    JobAttribute(const JobAttribute &) = delete;
+    JobAttribute &operator=(const JobAttribute &) = delete;
+    LPPROC_THREAD_ATTRIBUTE_LIST get() { return usable ? list() : nullptr; }
+
+  private:
+    static HANDLE make_job() {
+        const HANDLE made = CreateJobObjectW(nullptr, nullptr);
+        JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits = {};
+        limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
+        SetInformationJobObject(made, JobObjectExtendedLimitInformation, &limits, sizeof limits);
+        return made;
+    }
+    LPPROC_THREAD_ATTRIBUTE_LIST list() {
+        return reinterpret_cast<LPPROC_THREAD_ATTRIBUTE_LIST>(memory.data());
+    }
+
+    HANDLE job = make_job();
+    std::vector<char> memory;
+    bool usable = false;
+};
+
 ProcessHandle host_start_process(const char *exe, const char *const *, const char *command_line) {
-    STARTUPINFOA startup = {};
-    startup.dwFlags = STARTF_USESHOWWINDOW;
-    startup.wShowWindow = SW_SHOWMAXIMIZED;
+    static JobAttribute job;
+    STARTUPINFOEXA startup = {};
+    startup.StartupInfo.cb = sizeof startup;
+    startup.StartupInfo.dwFlags = STARTF_USESHOWWINDOW;
+    startup.StartupInfo.wShowWindow = SW_SHOWMAXIMIZED;
+    startup.lpAttributeList = job.get();
     PROCESS_INFORMATION process = {};
     std::string line = command_line != nullptr ? command_line : ""; // the call may write into it
-    if (!CreateProcessA(exe, line.data(), nullptr, nullptr, FALSE, CREATE_NO_WINDOW, nullptr,
-                        nullptr, &startup, &process)) {
+    if (!CreateProcessA(exe, line.data(), nullptr, nullptr, FALSE,
+                        CREATE_NO_WINDOW | EXTENDED_STARTUPINFO_PRESENT, nullptr, nullptr,
+                        &startup.StartupInfo, &process)) {
         fail();
         return 0;
     }

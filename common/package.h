@@ -7,9 +7,9 @@
 #include "vector.h"
 
 // Adds a file, with a comment unless that is null. Nothing if no package was asked for or there is
-// no such file. An absolute path is stored below "SYSTEM_ROOT". The archive appears, or is replaced,
-// when the new one is complete; one that stood there stays as it was if anything fails, and keeps its
-// comment. Processes that add at the same time wait for each other.
+// no such file. An absolute path is stored below "SYSTEM_ROOT". The archive appears, or is
+// replaced, when the new one is complete; one that stood there stays as it was if anything fails,
+// and keeps its comment. Processes that add at the same time wait for each other.
 void package_add(const char *file, const char *comment);
 void package_add_file(const char *file);
 

@@ -158,3 +158,28 @@ OwnedString path_normalise(const PathStyle &style, const char *path) {
         clean = style.separator;
     return xstrndup(clean.data(), clean.size());
 }
+
+// What path_normalise() makes of a path that begins with a drive, with the drive.
+static OwnedString normalise_behind_drive(const PathStyle &style, const char *path) {
+    const std::string drive(path, strlen("C:"));
+    const bool from_top = path_is_separator(style, path[drive.size()]);
+    std::string clean = path_normalise(style, path).get();
+    if (!clean.starts_with(drive)) {
+        // ".." has taken the drive. Without a top to stop at it is best left standing.
+        clean = from_top ? drive + clean : path;
+    }
+    if (from_top && clean.size() == drive.size())
+        clean += style.separator;
+    return xstrndup(clean.data(), clean.size());
+}
+
+OwnedString path_full(const PathStyle &style, const char *cwd, const char *path) {
+    if (path == nullptr)
+        return nullptr;
+    const OwnedString joined =
+        path_is_absolute(style, path) ? nullptr : path_join_style(style, cwd, path);
+    const char *full = joined != nullptr ? joined.get() : path;
+    const bool drive =
+        style.drives && isalpha(static_cast<unsigned char>(full[0])) && full[1] == ':';
+    return drive ? normalise_behind_drive(style, full) : path_normalise(style, full);
+}

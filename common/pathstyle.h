@@ -58,4 +58,10 @@ OwnedString path_stem(const PathStyle &style, const char *path, bool with_dot);
 // "/", and a relative path stays relative ("a/../../b" gives "../b"). Null for null.
 OwnedString path_normalise(const PathStyle &style, const char *path);
 
+// `path`, behind the directory `cwd` if it is not absolute, normalised. Null and empty directories
+// leave a relative path relative. Unlike the above it never leads to another directory at a drive's
+// top, where ".." stops ("C:\a\..\..\b" gives "C:\b"), and which is "C:\": "C:" alone is the
+// current directory of the drive. Null for null.
+OwnedString path_full(const PathStyle &style, const char *cwd, const char *path);
+
 #endif

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <cassert>
+#include <cerrno>
 #include <cstring>
 #include <string_view>
 #include <utility>
@@ -250,15 +251,30 @@ static bool write_entries(Vector *entries, const char *path) {
     return fclose(file.release()) == 0 && written;
 }
 
+// Says why there is no manifest; always false.
+static bool report_unwritten(const char *manifest) {
+    const int reason = errno;
+    if (manifest == nullptr)
+        fprintf(stderr, "Cannot write temporary file: %s\n", strerror(reason));
+    else
+        fprintf(stderr, "Cannot write file \"%s\": %s\n", str_printable(manifest).get(),
+                strerror(reason));
+    return false;
+}
+
 bool shahash_write_manifest(uint32_t flags, const char *dir, const char *manifest) {
+    if (!os_can_write(manifest))
+        return report_unwritten(manifest);
     // The file is made after the walk, which would list it if the temporaries lie under `dir`.
     const OwnedString temporary = os_tempname_plain();
     if (temporary == nullptr)
-        return false;
+        return report_unwritten(nullptr);
     Vector *entries = vec_new(__FILE__, __LINE__);
-    const bool done = shahash_walk(flags, entries, dir, dir) &&
-                      write_entries(entries, temporary.get()) &&
-                      copyfile_helper(temporary.get(), manifest);
+    bool done = shahash_walk(flags, entries, dir, dir);
+    if (done && !write_entries(entries, temporary.get()))
+        done = report_unwritten(nullptr);
+    if (done && !copyfile_helper(temporary.get(), manifest))
+        done = report_unwritten(manifest);
     shahash_free_entries(entries);
     return done;
 }

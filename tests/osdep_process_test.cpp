@@ -1,8 +1,12 @@
 #include "osdep.h"
 #include "scratch.h"
 
+#include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <gtest/gtest.h>
+#include <iostream>
+#include <thread>
 #include <vector>
 
 // What the helper prints when it is started with these arguments.
@@ -25,20 +29,17 @@ static std::string output_of(const std::vector<const char *> &arguments, int *st
 TEST(OsProcess, CoresFromTheEnvironment) {
     const int system = os_ncores(false);
     EXPECT_GE(system, 1);
-    const struct {
-        const char *value;
-        int cores;
-    } cases[] = {{"8", 8},
-                 {" 12x", 12},
-                 {"-3", 1},
-                 {"0", system},
-                 {"", system},
-                 {"abc", system},
-                 {"99999999999999999999", INT32_MAX}};
-    for (const auto &c : cases) {
-        os_setenv("bamboo_capability_Cores", c.value);
-        EXPECT_EQ(os_ncores(true), c.cores) << c.value;
-        EXPECT_EQ(os_ncores(false), system) << c.value;
+    const std::vector<std::pair<const char *, int>> cases = {{"8", 8},
+                                                             {" 12x", 12},
+                                                             {"-3", 1},
+                                                             {"0", system},
+                                                             {"", system},
+                                                             {"abc", system},
+                                                             {"99999999999999999999", INT32_MAX}};
+    for (const auto &[value, cores] : cases) {
+        os_setenv("bamboo_capability_Cores", value);
+        EXPECT_EQ(os_ncores(true), cores) << value;
+        EXPECT_EQ(os_ncores(false), system) << value;
     }
     os_setenv("bamboo_capability_Cores", "");
 }
@@ -69,19 +70,6 @@ TEST(OsProcess, ArgumentsArriveAsTheRuntimeSplitsThem) {
     };
     for (const auto &c : cases)
         EXPECT_EQ(output_of(c.sent), c.received);
-}
-
-TEST(OsProcess, SpawnReplacesTheArgumentsAndReturnsTheStatus) {
-    const std::string program = child_program();
-    const char *argv[] = {program.c_str(), "--exit", "3", "a b", nullptr};
-    EXPECT_EQ(os_spawn(program.c_str(), argv), 3);
-    EXPECT_STREQ(argv[2], "3");
-    EXPECT_STREQ(argv[3], "\"a b\"");
-    for (const char *argument : argv)
-        free(const_cast<char *>(argument));
-
-    const char *none[] = {nullptr};
-    EXPECT_EQ(os_spawn((program + "-missing").c_str(), none), -1);
 }
 
 TEST(OsProcess, CaughtRunGivesOutputAndStatusAndPutsTheStreamsBack) {
@@ -145,48 +133,66 @@ TEST(OsProcess, StartedProgramsInheritNothing) {
     fclose(f);
 }
 
-static ProcessHandle start_child(const char *option, const char *value) {
-    const std::string program = child_program();
-    const char *argv[] = {program.c_str(), option, value, nullptr};
-    const std::string line = '"' + program + "\" " + option + ' ' + value + ' ';
-    return host_start_process(program.c_str(), argv, line.c_str());
-}
-
 TEST(OsProcess, StartedProgramsAreWaitedFor) {
-    const ProcessHandle first = start_child("--exit", "0");
-    const ProcessHandle second = start_child("--exit", "7");
-    const ProcessHandle killed = start_child("--raise", "15"); // SIGTERM
+    const std::string program = child_program();
+    const auto start = [&](const char *option, const char *value) {
+        const char *argv[] = {program.c_str(), option, value, nullptr};
+        const std::string line = '"' + program + "\" " + option + ' ' + value + ' ';
+        return host_start_process(program.c_str(), argv, line.c_str());
+    };
+    const ProcessHandle first = start("--exit", "0"), second = start("--exit", "7");
     int status = -1;
-    EXPECT_TRUE(host_wait_process(killed, &status));
+    EXPECT_TRUE(host_wait_process(start("--raise", "15"), &status)); // SIGTERM
     EXPECT_EQ(status, os_kind() != 0 ? 3 : 128 + SIGTERM);
     EXPECT_TRUE(host_wait_process(first, &status));
     EXPECT_EQ(status, 0);
     EXPECT_TRUE(host_wait_process(second, &status));
     EXPECT_EQ(status, 7);
-
+    EXPECT_FALSE(host_wait_process(0, &status));
     const char *argv[] = {"missing", nullptr};
     EXPECT_EQ(host_start_process("./missing", argv, "missing"), 0);
-    EXPECT_FALSE(host_wait_process(0, &status));
+    EXPECT_EQ(errno, ENOENT);
 }
 
-// Redirects both standard streams, as the runs of programs do, and dies. What the handler then
-// writes must come out on the streams as they were.
-static void die_redirected(int number) {
-    os_catch_signals();
-    const std::string program = child_program();
-    const char *argv[] = {program.c_str(), nullptr};
-    os_spawn(program.c_str(), argv);
-    FILE *f = host_fopen(os_tempname(nullptr).get(), "w");
-    host_dup2(host_fileno(f), 1);
-    host_dup2(host_fileno(f), 2);
-    raise(number);
+// What the handler writes must come out on the streams as they were, what is held for a redirected
+// one there, and no temporary may stay.
+TEST(OsProcess, FatalSignalsEndTidily) {
+    const Scratch scratch;
+    const std::string file = scratch.path("caught");
+    const int hang_up = os_kind() != 0 ? 21 : 1; // or SIGBREAK
+    for (const int number : {SIGINT, SIGTERM, SIGABRT, SIGSEGV, SIGFPE, hang_up}) {
+        const bool fault = number == SIGABRT || number == SIGSEGV || number == SIGFPE;
+        int status = -1;
+        EXPECT_EQ(
+            output_of({"--die", scratch.directory(), std::to_string(number).c_str()}, &status),
+            fault ? "\n\n\nAn unexpected problem has been encountered and the program must "
+                    "quit; contact Norvane support with details\n\n"
+                  : "\n");
+        EXPECT_EQ(status, number);
+        EXPECT_EQ(read_file(file), "held") << number;
+        host_remove(file.c_str());
+        EXPECT_TRUE(host_rmdir(scratch.directory())) << number << ": something stayed";
+        host_mkdir(scratch.directory());
+    }
 }
 
-TEST(OsProcessDeathTest, FatalSignalsPutTheStreamsBack) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe"); // the handler exits: not in a forked copy
-    const char *message = "contact Norvane support with details\n\n$";
-    for (const int number : {SIGSEGV, SIGABRT, SIGFPE})
-        EXPECT_EXIT(die_redirected(number), testing::ExitedWithCode(number), message);
-    for (const int number : {SIGINT, SIGTERM})
-        EXPECT_EXIT(die_redirected(number), testing::ExitedWithCode(number), "^$");
+TEST(OsProcess, StartedProgramsEndWithTheirParent) {
+    const Scratch scratch;
+    const std::string file = scratch.path("ticks");
+    output_of({"--orphan", file.c_str()});
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    const uint32_t size = os_filesize(file.c_str());
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    EXPECT_GT(size, 0u);
+    EXPECT_EQ(os_filesize(file.c_str()), size) << "it still runs";
+}
+
+TEST(OsProcess, FromAShell) {
+    if (os_kind() != 0)
+        GTEST_SKIP() << "there is none";
+    const OwnedString programs = os_dirname(child_program().c_str());
+    const std::string script = native_join(programs.get(), "osdep_process_test.sh");
+    FILE *f = os_popenv("/bin/sh", script.c_str(), programs.get(), nullptr);
+    std::cout << read_all(f);
+    EXPECT_EQ(os_pclose(f), 0);
 }

@@ -23,11 +23,11 @@ class Variable {
 };
 
 // The lines that the helper prints about its temporaries when run in `directory`.
-static std::vector<std::string> temporaries_in(const std::string &directory, const char *keep) {
+static std::vector<std::string> temporaries_in(const std::string &directory) {
     const std::string program = child_program();
     const OwnedString previous = os_getcwd();
     EXPECT_TRUE(host_chdir(directory.c_str()));
-    FILE *f = os_popenv(program.c_str(), "--temps", keep, nullptr);
+    FILE *f = os_popenv(program.c_str(), "--temps", nullptr);
     EXPECT_TRUE(host_chdir(previous.get()));
     if (f == nullptr)
         return {};
@@ -50,19 +50,21 @@ TEST(OsTemp, BaseNamesAndRemovalAtExit) {
     ASSERT_EQ(os_mkdir(os_join(run.c_str(), "sub").get()), 0);
     const std::string elsewhere = scratch.path("else where");
     ASSERT_EQ(os_mkdir(elsewhere.c_str()), 0);
+    const std::string deeper = elsewhere + separator + "not" + separator + "there";
     const bool windows = os_kind() != 0;
     const struct {
         std::string temp, tmp, base;
     } cases[] = {
         {elsewhere, "sub", elsewhere + separator},
         {elsewhere + separator, "", elsewhere + separator},
+        {deeper, "", deeper + separator},
         {"", "sub", windows ? "sub\\" : "/tmp/"},
         {"sub\\new", "", windows ? "sub\\new\\" : "/tmp/"},
         {"", "", windows ? ".\\" : "/tmp/"},
     };
     for (const auto &c : cases) {
         const Variable temp("TEMP", c.temp), tmp("TMP", c.tmp), tmpdir("TMPDIR", "");
-        const std::vector<std::string> names = temporaries_in(run, nullptr);
+        const std::vector<std::string> names = temporaries_in(run);
         ASSERT_EQ(names.size(), 5u) << c.base;
         const std::string directory = text_of(os_dirname(names[0].c_str()));
         EXPECT_EQ(directory.rfind(c.base + "zvA", 0), 0u) << directory;
@@ -74,20 +76,9 @@ TEST(OsTemp, BaseNamesAndRemovalAtExit) {
     }
 }
 
-TEST(OsTemp, KeptOnRequest) {
+TEST(OsTempDeathTest, ForkedCopiesLeaveThemAlone) {
+    GTEST_FLAG_SET(death_test_style, "fast"); // which forks, where that can be done
     const Scratch scratch;
-    const Variable temp("TEMP", scratch.directory());
-    const std::vector<std::string> names = temporaries_in(scratch.directory(), "keep");
-    ASSERT_EQ(names.size(), 5u);
-    EXPECT_TRUE(os_exists(names[0].c_str()));
-    EXPECT_TRUE(os_exists(os_join(names[4].c_str(), "inner").get()));
-    EXPECT_TRUE(os_exists(scratch.path("registered.txt").c_str()));
-}
-
-TEST(OsTemp, NoPlaceForTheDirectory) {
-    const Scratch scratch;
-    const Variable temp("TEMP", scratch.write("file", "x"));
-    FILE *f = os_popenv(child_program().c_str(), "--temps", nullptr);
-    EXPECT_EQ(read_all(f), "");
-    EXPECT_EQ(os_pclose(f), 1);
+    EXPECT_EXIT(exit(0), testing::ExitedWithCode(0), "");
+    EXPECT_TRUE(os_exists(scratch.directory()));
 }

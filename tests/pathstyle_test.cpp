@@ -116,6 +116,26 @@ TEST(PathStyle, Normalise) {
         EXPECT_EQ(text_of(path_normalise(slash, path)), clean) << path;
 }
 
+TEST(PathStyle, Full) {
+    // clang-format off
+    const struct {
+        const PathStyle &style;
+        const char *cwd, *path, *full;
+    } cases[] = {
+        {drive, "C:\\w", "x", "C:\\w\\x"}, {drive, "C:\\", "x", "C:\\x"}, {drive, "C:\\w", "..", "C:\\"},
+        {drive, "C:\\", "..\\x", "C:\\x"}, {drive, "C:\\w", "../..\\..\\x", "C:\\x"}, {drive, "C:\\", "", "C:\\"},
+        {drive, "D:\\w", "C:\\a\\..", "C:\\"}, {drive, "D:\\w", "C:\\a\\..\\..\\b", "C:\\b"},
+        {drive, "D:\\w", "C:/.", "C:\\"}, {drive, "D:\\w", "C:\\", "C:\\"}, {drive, "D:\\w", "C:", "C:"},
+        {drive, "D:\\w", "C:a\\.", "C:a"}, {drive, "D:\\w", "C:a\\..", "C:a\\.."},
+        {drive, "D:\\w", "\\\\s\\x\\", "\\s\\x"}, {drive, nullptr, "a\\..\\b", "\\b"},
+        {slash, "/w", "x/../y", "/w/y"}, {slash, "/", "..", "/"}, {slash, "/w", "../../x", "/x"},
+        {slash, "/w", "/a/..", "/"}, {slash, "/w", "C:x", "/w/C:x"}, {slash, nullptr, "a/", "a"},
+        {slash, "", "../a", "../a"}, {drive, "C:\\w", nullptr, "(null)"}};
+    // clang-format on
+    for (const auto &c : cases)
+        EXPECT_EQ(text_of(path_full(c.style, c.cwd, c.path)), c.full) << text_of(c.path);
+}
+
 // Quadratic work on these would take hours.
 TEST(PathStyle, NormalisingIsLinear) {
     const size_t deep = 2'000'000;

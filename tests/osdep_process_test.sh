@@ -1,0 +1,223 @@
+#!/bin/sh
+# The platform layer as a shell sees it, which starts programs, takes rights from them and makes
+# their system calls fail in ways that a test cannot. Lists the cases that go otherwise than
+# expected, and fails if there are any; a part that this machine or user has no means for is named
+# and passed over.
+#
+#   osdep_process_test.sh <directory of the programs>
+child=$1/child kestrel=$1/kestrel
+nobody=
+[ "$(id -u)" != 0 ] || nobody='setpriv --reuid=65534 --regid=65534 --clear-groups'
+fail='strace -f -o /dev/null -e' # fail inject=<call>:error=<errno>
+export ASAN_OPTIONS=detect_leaks=0 # which do not go with strace
+place=$(mktemp -d) || exit
+trap 'rm -rf "$place"' EXIT
+chmod 711 "$place"
+status=0
+
+# can <command...>: whether the next part is possible.
+can() {
+    mkdir -m 777 "$place/work" && cd "$place/work" || exit
+    printf old >to && echo new >from
+    "$@" >/dev/null 2>&1
+    possible=$?
+    [ $possible = 0 ] || echo "passed over: $*"
+    cd "$place" && chmod -R u+rwx work && rm -rf work && return $possible
+}
+
+# expect <printed>, with the lines on standard input. They find "from", "to" and "dir/to", which
+# anybody may write to.
+expect() {
+    mkdir -m 777 "$place/work" && cd "$place/work" && mkdir -m 777 dir || exit
+    printf old >to && printf new >from && cp to dir/to && chmod 666 to dir/to
+    lines=$(cat)
+    printed=$(eval "$lines" 2>&1)
+    if [ "$printed" != "$1" ]; then
+        printf '%s\n  gave "%s"\n  and not "%s"\n' "$lines" "$printed" "$1"
+        status=1
+    fi
+    cd "$place" && chmod -R u+rwx work && rm -rf work
+}
+
+# --- Programs that are started
+
+can env --ignore-signal=CHLD true && expect 5 <<'-'
+env --ignore-signal=CHLD $child --spawn --exit 5 || echo $?
+-
+expect 3 <<'-'
+$child --opened new <&- >&- || echo $?
+-
+
+# --- Signals
+
+# Whether it ends, with which status, what stays, and whether there is a text about it.
+expect '2 caught 0
+2 caught 0
+3 caught 0
+15 caught 0
+11 caught 1
+11 caught 1
+0 caught 0' <<'-'
+rm dir/to
+for how in '2 hang' '2 again' 3 '15 fault' '11 fault' '11 overflow' '15 ignored'; do
+    $child --die "$PWD/dir" $how >out 2>&1
+    echo $? $(ls dir) $(grep -c Norvane out)
+done
+-
+
+# --- Writes that fail
+
+expect 3 <<'-'
+{ $child --catch --write || echo $? >&2; } | true
+-
+expect 3 <<'-'
+trap '' PIPE
+{ $child --catch --spawn --write || echo $? >&2; } | true
+-
+can env --default-signal=PIPE true && expect 141 <<'-'
+{ env --default-signal=PIPE $child --catch --spawn --write || echo $? >&2; } | true
+-
+expect '0 27
+olddir from to' <<'-'
+head -c 100000 /dev/zero >from
+(ulimit -f 8; $child --catch --copy from to)
+cat to; echo *
+-
+
+# --- Copies: why not, found out before and after
+
+expect '21 21
+2 2
+20 20
+2 2
+0 28
+0 0
+dir from to' <<'-'
+for to in dir gone/to to/x '' /dev/full /dev/null; do $child --copy from "$to"; done
+echo *
+-
+expect '0 0
+-rw----r-x
+0 0
+from to' <<'-'
+chmod 605 to
+$child --copy from to; ls -l to | cut -c 1-10
+cd dir; cp ../from .; $child --copy from from; echo *
+-
+if can $nobody $child --exit 0; then
+    # New ones are possible neither beside it nor in its place.
+    expect '0 0
+new13 13
+to' <<'-'
+chmod 555 dir
+$nobody $child --copy from dir/to; cat dir/to
+$nobody $child --copy from dir/new; ls dir
+-
+    # The owner's file in a sticky directory is not to be renamed over.
+    expect '0 0
+newto' <<'-'
+chmod 1777 dir
+$nobody $child --copy from dir/to; cat dir/to; ls dir
+-
+    expect '13 13
+old' <<'-'
+chmod 444 dir/to
+$nobody $child --copy from dir/to; cat dir/to
+-
+fi
+can unshare -m mount --bind from to && expect '0 0
+newold' <<'-'
+unshare -m sh -c "mount --bind dir/to to && $child --copy from to"
+cat dir/to to
+-
+
+# --- The disk fails
+
+if can $fail trace=none true; then
+    expect '0 5
+olddir from to' <<'-'
+$fail inject=fsync:error=EIO:when=1 $child --copy from to
+cat to; echo *
+-
+    expect '0 5
+new' <<'-'
+$fail inject=fsync:error=EROFS:when=2 $child --copy from to
+cat to
+-
+    expect '0 0
+new' <<'-'
+$fail inject=fsync:error=EINVAL $child --copy from to
+cat to
+-
+    expect '0 5
+olddir from to' <<'-'
+$fail 'inject=/^rename:error=EIO' $child --copy from to
+cat to; echo *
+-
+    expect '0 0
+newdir from to' <<'-'
+$fail 'inject=/^rename:error=EBUSY' $child --copy from to
+cat to; echo *
+-
+    # The top of all directories cannot be asked for.
+    expect 1 <<'-'
+$fail 'inject=/stat:error=EIO' -P / -P /gone $child --mkdir /gone || echo $?
+-
+fi
+
+# --- Temporaries
+
+# Wherever a signal strikes.
+if can $fail trace=none true; then
+    for call in mkdir unlink rmdir; do
+        export call
+        expect '15
+dir from out to' <<'-'
+TEMP=$PWD/dir
+export TEMP
+rm dir/to
+$fail "inject=/^$call:signal=TERM:when=1" $child --catch --temps >out || echo $?
+echo * && rmdir dir
+-
+    done
+fi
+expect 'drwx------
+dir/kestrel_tmp_0.out
+dir/kestrel_tmp_1.out
+dir/kestrel_tmp_2
+dir/kestrel_tmp_3.
+dir/kestrel_tmp_4/inner
+registered.txt' <<'-'
+umask 0
+TEMP=$PWD $child --temps keep >/dev/null
+mv zv* dir/zv
+ls -ld dir/zv | cut -c 1-10
+mv dir/zv/* dir; rm dir/to; find dir reg* -type f | sort
+-
+expect '1
+5' <<'-'
+TEMP=$PWD/to $child --temps || echo $?
+TEMP=$PWD/to $child --temps "$PWD" | grep -c "^$PWD/zvA"
+-
+# The listing tells what is in it, and is not to be had.
+can $nobody $child --exit 0 && expect 'a
+to' <<'-'
+mkdir dir/a
+chmod 333 dir
+$nobody $child --rmtree dir && chmod 755 dir && ls dir
+-
+
+# --- Without /proc
+
+can unshare -m sh -c "umount -l /proc && $child --exit 0" && expect child <<'-'
+cp $child . && ln -s child link
+unshare -m sh -c 'umount -l /proc && cd dir && ../link --where' | sed "s,^$PWD/,,"
+-
+can sh -c "cp $kestrel . && chroot . ./kestrel -h" && expect 'Manifest file successfully created
+Verification passed' <<'-'
+mkdir tree && cp $kestrel . && for i in 1 2 3 4 5 6; do echo $i >tree/$i; done
+for mode in -g '-c --tasks=2'; do
+    chroot . ./kestrel $mode --manifest=m --instdir=tree
+done | grep -v '"'
+-
+exit $status
