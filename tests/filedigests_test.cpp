@@ -1,6 +1,7 @@
 #include "filedigests.h"
 
 #include "blockhash.h"
+#include "noise.h"
 #include "osdep.h"
 #include "scratch.h"
 #include "sha256_blocks.h"
@@ -9,17 +10,9 @@
 #include <gtest/gtest.h>
 #include <vector>
 
-static std::vector<uint8_t> noise(size_t size, uint32_t seed) {
-    std::vector<uint8_t> bytes(size);
-    for (uint8_t &byte : bytes) {
-        seed = seed * 1664525 + 1013904223;
-        byte = static_cast<uint8_t>(seed >> 24);
-    }
-    return bytes;
-}
-
 TEST(FileDigests, PairsOfBlocksAreLikeSingleOnes) {
-    const std::vector<uint8_t> a = noise(64 * 33, 1), b = noise(64 * 33, 2);
+    using Bytes = std::vector<uint8_t>;
+    const Bytes a = noise<Bytes>(64 * 33, 1), b = noise<Bytes>(64 * 33, 2);
     for (const Sha256PairFn pair : {sha256_pair_portable, sha256_pair_native()})
         for (const size_t count : {0u, 1u, 2u, 33u}) {
             if (pair == nullptr)
@@ -87,9 +80,8 @@ TEST(FileDigests, ResultsComeInOrder) {
     std::vector<std::string> paths;
     std::vector<FileDigest> expected;
     for (const size_t size : sizes) {
-        const std::vector<uint8_t> bytes = noise(size, static_cast<uint32_t>(paths.size()));
-        paths.push_back(scratch.write(std::to_string(paths.size()).c_str(),
-                                      std::string(bytes.begin(), bytes.end())));
+        const std::string bytes = noise(size, static_cast<uint32_t>(paths.size()));
+        paths.push_back(scratch.write(std::to_string(paths.size()).c_str(), bytes));
         FileDigest &result = expected.emplace_back(FileDigest{OpenOutcome::opened, {}});
         Sha256Context ctx;
         sha256_init(&ctx);

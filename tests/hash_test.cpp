@@ -1,12 +1,19 @@
 #include "hash.h"
 
 #include "log_capture.h"
+#include "noise.h"
 #include "xalloc.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <functional>
+#include <iterator>
 #include <memory>
+#include <numeric>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -15,124 +22,120 @@ struct HashDeleter {
 };
 using HashPtr = std::unique_ptr<HashTable, HashDeleter>;
 
-const char *const WORDS[] = {"h", "a", "l", "e", "d"};
+const char *const WORDS[] = {"h", "a", "l", "e", "d", "i", "j", "k", "b", "c", "f", "g"};
 
-// Of four buckets the first holds h, l and d, the second a and e.
-HashPtr table_of_words() {
-    HashFn by_letter = [](const void *key) { return uint32_t(*static_cast<const char *>(key)); };
-    HashPtr h(hash_new(4, by_letter, strkeycmp, "table.cpp", 7));
-    for (const char *word : WORDS)
-        hash_insert(h.get(), word, word, "insert.cpp", 9);
-    return h;
+uint32_t by_letter(const void *key) {
+    return static_cast<uint32_t>(*static_cast<const char *>(key));
 }
 
-// The entries in the order of the table.
-std::string text(const HashPtr &h) {
-    std::string letters;
-    hash_forEach(h.get(), &letters, [](void *ctx, const void *key, void *) {
-        *static_cast<std::string *>(ctx) += static_cast<const char *>(key);
-        return 0;
-    });
-    EXPECT_EQ(letters.size(), hash_count(h.get()));
-    return letters;
+std::string text_of(const VectorPtr &words) {
+    std::string all;
+    for (const auto *word : VecEach<const char>(words))
+        all += word;
+    return all;
 }
 
 } // namespace
 
-TEST(HashTest, SecondEntryOfAKeyIsRefused) {
-    char first[] = "key";
-    char same[] = "KEY";
-    HashPtr h(hash_new(3, strihash, strikeycmp, "test", 1));
-    EXPECT_EQ(hash_insert(h.get(), first, first, "test", 2), 1);
-    EXPECT_EQ(hash_insert(h.get(), same, same, "test", 3), 0);
-    EXPECT_EQ(hash_lookup(h.get(), same), first);
-    EXPECT_EQ(hash_count(h.get()), 1U);
-    EXPECT_DEATH(hash_new(0, nullptr, nullptr, "test", 2), "size != 0");
-}
-
-TEST(HashTest, RemovalKeepsTheChain) {
-    struct {
-        const char *removed;
-        const char *rest;
-    } const cases[] = {{"h", "ldae"}, {"l", "hdae"}, {"d", "hlae"}, {"a", "hlde"}, {"x", "hldae"}};
-    for (const auto &c : cases) {
-        HashPtr h = table_of_words();
-        auto *value = static_cast<char *>(hash_remove(h.get(), c.removed));
-        EXPECT_STREQ(value, *c.removed == 'x' ? nullptr : c.removed);
-        EXPECT_EQ(hash_haskey(h.get(), c.removed), 0);
-        EXPECT_EQ(text(h), c.rest);
-        // Entries are recycled: a new one must not bring its old chain along.
-        hash_insert(h.get(), "c", nullptr, "test", 1);
-        EXPECT_EQ(text(h), std::string(c.rest) + "c");
+// The model: the chains of words, a letter each, and what the accounts should say.
+TEST(HashTest, DoesWhatTheModelDoes) {
+    static std::vector<HashMasterRec *> records; // known to nothing but the copies, and never freed
+    std::vector<std::string> chains(4);
+    size_t max_usage = 0, max_util = 0, clashes = 0;
+    hash_trackInit(true);
+    HashPtr h(hash_new(4, by_letter, strkeycmp, "table.cpp", 1));
+    hash_trackInit(false);
+    Random random(1);
+    for (int step = 0; step < 5000 && !HasFailure(); step++) {
+        const char *stored = WORDS[below(random, std::size(WORDS))], word[] = {*stored, '\0'};
+        std::string &chain = chains[static_cast<size_t>(*word) % chains.size()];
+        const char *there = chain.find(word) != chain.npos ? stored : nullptr;
+        EXPECT_EQ(hash_lookup(h.get(), word), there);
+        EXPECT_EQ(hash_haskey(h.get(), word), there ? 1 : 0);
+        if (const uint32_t kind = below(random, 100); kind == 0) {
+            hash_clear(h.get());
+            chains.assign(chains.size(), "");
+        } else if (kind < 4) {
+            hash_rebuild(h.get(), kind * 3);
+            for (const auto &words : std::exchange(chains, std::vector<std::string>(kind * 3)))
+                for (char letter : words)
+                    chains[static_cast<size_t>(letter) % chains.size()] += letter;
+            max_util = 0;
+        } else if (kind == 4) {
+            h.reset(hash_copy(h.get(), "copy.cpp", 8));
+            records.push_back(h->master);
+        } else if (kind % 2 == 0) {
+            EXPECT_EQ(hash_insert(h.get(), stored, stored, "insert.cpp", 9), there ? 0 : 1);
+            clashes += there ? 0 : chain.size();
+            chain += there ? "" : word;
+        } else {
+            EXPECT_EQ(hash_remove(h.get(), word), there);
+            std::erase(chain, *word);
+        }
+        const std::string all = std::accumulate(chains.begin(), chains.end(), std::string());
+        const auto util =
+            chains.size() - static_cast<size_t>(std::count(chains.begin(), chains.end(), ""));
+        max_usage = std::max(max_usage, all.size());
+        max_util = std::max(max_util, util);
+        EXPECT_EQ(text_of(VectorPtr(hash_keys(h.get()))), all);
+        EXPECT_EQ(text_of(VectorPtr(hash_values(h.get()))), all);
+        EXPECT_EQ(hash_count(h.get()), all.size());
+        const HashMasterRec &is = *h->master;
+        EXPECT_EQ(
+            (std::vector<size_t>{is.capacity, is.util, is.max_util, is.max_usage, is.clashes}),
+            (std::vector<size_t>{chains.size(), util, max_util, max_usage, clashes}));
     }
 }
 
 TEST(HashTest, VisitorMayRemoveItsEntryAndStop) {
-    HashPtr h = table_of_words();
+    HashPtr h(hash_new(1, strihash, strikeycmp, "test", 1));
+    for (const char *word : {"h", "l", "L", "d"})
+        hash_insert(h.get(), word, word, "test", 2);
     int result = hash_forEach(h.get(), h.get(), [](void *ctx, const void *key, void *) {
         hash_remove(static_cast<HashTable *>(ctx), key);
         return *static_cast<const char *>(key) == 'l' ? 7 : 0;
     });
     EXPECT_EQ(result, 7);
-    EXPECT_EQ(text(h), "dae");
-}
-
-TEST(HashTest, CopyRebuildAndKeysKeepTheOrder) {
-    HashPtr h = table_of_words();
-    HashPtr copy(hash_copy(h.get(), "test", 1));
-    VectorPtr keys(hash_keys(h.get()));
-    hash_clear(h.get());
-    EXPECT_EQ(text(h), "");
-    EXPECT_EQ(text(copy), "hldae");
-    std::string letters;
-    for (const auto *key : VecEach<const char>(keys))
-        letters += key;
-    EXPECT_EQ(letters, "hldae");
-    hash_rebuild(copy.get(), 1);
-    EXPECT_EQ(text(copy), "hldae");
-    hash_rebuild(copy.get(), 8); // "l" and "d" meet in bucket 4
-    EXPECT_EQ(text(copy), "halde");
-}
-
-TEST(HashTest, StringHashesTakeSignedBytes) {
-    EXPECT_EQ(strhash("\xff"), 5381U * 33 - 1);
+    EXPECT_EQ(text_of(VectorPtr(hash_keys(h.get()))), "d");
+    EXPECT_EQ(strhash("\xff"), 5381U * 33 - 1); // bytes are signed
     EXPECT_EQ(strihash("KesTrel"), 0x245299dfU);
+    EXPECT_DEATH(hash_new(0, nullptr, nullptr, "test", 2), "size != 0");
 }
 
-TEST(HashTest, AccountsOfATrackedTable) {
+TEST(HashTest, ReportOfTrackedTables) {
     LogCapture log;
     hash_trackInit(true);
-    HashPtr h = table_of_words();
-    HashPtr plain(hash_new(5, nullptr, nullptr, "plain.cpp", 3));
-    // Never freed: the record of a copy is known to nothing but the copy.
-    static HashTable *copy = hash_copy(h.get(), "copy.cpp", 8);
-    EXPECT_EQ(copy->master->clashes, 4U);
+    HashPtr h(hash_new(4, by_letter, strkeycmp, "table.cpp", 7));
+    for (size_t i = 0; i < 5; i++)
+        hash_insert(h.get(), WORDS[i], WORDS[i], "insert.cpp", 9);
+    HashPtr a(hash_new(5, nullptr, nullptr, "plain.cpp", 3));
+    HashPtr b(hash_new(5, nullptr, nullptr, "plain.cpp", 3));
+    static HashTable *copy = hash_copy(h.get(), "copy.cpp", 8); // its record is never freed
+    EXPECT_EQ(copy->master->line, 8U);
     hash_trackInit(false);
-
-    OwnedString clash =
-        str_format("HASH @ table.cpp:7 (3/4) clashed 1 times inserting (%p,%p)\n",
-                   static_cast<const void *>(WORDS[2]), static_cast<const void *>(WORDS[2]));
-    EXPECT_EQ(log.lines_with("(3/4)"), "insert.cpp:9        > " + std::string(clash.get()));
-    EXPECT_NE(log.lines_with("(5/4) clashed 2 times"), "");
-
-    hash_remove(h.get(), "h");
-    EXPECT_EQ(h->master->util, 2U);
-    hash_remove(h.get(), "a");
-    hash_remove(h.get(), "e");
-    EXPECT_EQ(h->master->util, 1U);
-    plain.reset();
+    if (std::less<>()(b->master, a->master)) // alike, so in the order of their records
+        a.swap(b);
+    const void *const dead = a.get(), *const alive = b.get(), *const key = WORDS[2];
+    a.reset();
     hash_masterReport();
-    std::string report = log.lines_with("# ");
-    EXPECT_EQ(report.find("# Hash Table Master List:\n# ptr    file:line    max_util/capacity    "
-                          "max_usage/capacity    clashes    voidcmp    voidhash    alive\n"),
-              0U);
-    EXPECT_EQ(report.find("copy.cpp"), std::string::npos);
-    EXPECT_LT(report.find("table.cpp"), report.find("plain.cpp"));
-    EXPECT_NE(report.find("    table.cpp:7    2/4    5/4    4    N    N    Y\n"),
-              std::string::npos);
-    EXPECT_NE(report.find("    plain.cpp:3    0/5    0/5    0    Y    Y    N\n"),
-              std::string::npos);
 
+    const OwnedString clash = str_format(
+        "insert.cpp:9        > HASH @ table.cpp:7 (3/4) clashed 1 times inserting (%p,%p)\n", key,
+        key);
+    EXPECT_EQ(log.lines_with("(3/4)"), clash.get());
+    EXPECT_NE(log.lines_with("(5/4) clashed 2 times"), "");
+    const std::string report = log.lines_with("# ");
+    EXPECT_TRUE(
+        report.starts_with("# Hash Table Master List:\n# ptr    file:line    max_util/capacity    "
+                           "max_usage/capacity    clashes    voidcmp    voidhash    alive\n"))
+        << report;
+    EXPECT_EQ(log.lines_with("copy.cpp"), "");
+    EXPECT_LT(report.find("table.cpp:7    2/4    5/4    4    N    N    Y\n"),
+              report.find("plain.cpp"));
+    const OwnedString plain = str_format("# %p    plain.cpp:3    0/5    0/5    0    Y    Y    N\n"
+                                         "# %p    plain.cpp:3    0/5    0/5    0    Y    Y    Y\n",
+                                         dead, alive);
+    EXPECT_EQ(log.lines_with("plain.cpp"), plain.get());
     h->master->flags = 0;
     EXPECT_DEATH(hash_insert(h.get(), "z", nullptr, "test", 1), "is_alive.h.");
     h->master->flags = 1;

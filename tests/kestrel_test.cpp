@@ -319,7 +319,7 @@ TEST(KestrelLog, EveryRunTellsWhatBecameOfIt) {
     const std::string log = native_join(inst.top.c_str(), "log"), odd = log + "o", many = log + "m";
     Installation::write(odd, entry + "0 *.\\f1\nmalformed\n");
     Installation::write(many, joined(Lines(500, entry), ""));
-    os_setenv("bamboo_capability_Cores", "2");
+    os_setenv("bamboo_capability_Cores", "3");
     const std::string tree = "--instdir=" + inst.tree, no_tree = "--instdir=" + log + "x";
     const std::string m = "--manifest=", manifest = m + inst.manifest;
     const std::string nowhere = "Given installation path \"" + log + "x\" does not exist";
@@ -351,8 +351,8 @@ TEST(KestrelLog, EveryRunTellsWhatBecameOfIt) {
         {{tree, m + odd, "--check=0,2,2"}, 1, {"-> Manifest data was malformed"}},
         {{tree, manifest, "-c", "--tasks=1"}, 0, {"doing manifest directly..."}},
         {{tree, manifest, "-c", "--tasks=2"}, 0, {back, "-> Hash verification passed"}},
-        {{tree, manifest, "-c", "--tasks=0"}, 1, {"cores is: 8", "for process 7 to finish"}},
-        {{tree, m + many, "-c", "--tasks=-1"}, 0, {"detected is: 2", "core will do 125 hashes"}},
+        {{tree, manifest, "-c", "--tasks=0"}, 1, {"cores is: 12", "for process 11 to finish"}},
+        {{tree, m + many, "-c", "--tasks=-1"}, 0, {"detected is: 3", "core will do 125 hashes"}},
         {{tree, m + many, "-c", "--tasks=3"}, 0, {"by --tasks to 3", "core will do 166 hashes"}},
     };
     if (os_kind() == 0) // where there is a file that cannot be read

@@ -2,8 +2,10 @@
 #ifndef TESTS_LOG_CAPTURE_H
 #define TESTS_LOG_CAPTURE_H
 
+#include "scratch.h"
 #include "trace.h"
 
+#include <sstream>
 #include <string>
 
 class LogCapture {
@@ -17,14 +19,11 @@ class LogCapture {
     // The lines that hold `word`; all for an empty one.
     static std::string lines_with(const std::string &word) {
         std::rewind(trace_stream);
-        std::string found, line;
-        for (int c = std::getc(trace_stream); c != EOF; c = std::getc(trace_stream)) {
-            line += static_cast<char>(c);
-            if (c == '\n' && line.find(word) != std::string::npos)
-                found += line;
-            if (c == '\n')
-                line.clear();
-        }
+        std::istringstream log(read_all(trace_stream));
+        std::string found;
+        for (std::string line; std::getline(log, line);)
+            if (line.find(word) != std::string::npos)
+                found += line + "\n";
         return found;
     }
 };

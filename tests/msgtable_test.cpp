@@ -1,6 +1,8 @@
 #include "msgtable.h"
 
 #include "alert.h"
+#include "files.h"
+#include "log_capture.h"
 #include "registry.h"
 #include "scratch.h"
 #include "stringcache.h"
@@ -20,8 +22,13 @@ class MsgTableTest : public testing::Test {
     void SetUp() override {
         GTEST_FLAG_SET(death_test_style, "threadsafe");
         reports.clear();
+        trace_flags = TRACE_GENERAL;
     }
-    void TearDown() override { zvinstall_ver = zvinstall_dir = nullptr; }
+    void TearDown() override {
+        zvinstall_ver = zvinstall_dir = nullptr;
+        EXPECT_EQ(trace_depth(), 0U);
+        trace_flags = 0;
+    }
 
     // The installation for this test; `dat` is its directory of message files.
     void make_installation() {
@@ -34,6 +41,7 @@ class MsgTableTest : public testing::Test {
     std::string in_dat(const char *name) const { return native_join(dat.c_str(), name); }
 
     Scratch scratch;
+    LogCapture log;
     std::string dat;
 };
 
@@ -130,46 +138,51 @@ TEST_F(MessageFileTest, LaterFilesChangeTextsOnly) {
     ASSERT_NE(load_edf(scratch.write("second", "#\n\n1\tM\tx %u\n\n").c_str()), nullptr);
     EXPECT_EQ(reports, "2 first\n4 first\n");
     EXPECT_STREQ(msgtable_row(296).text, "out of memory");
+    std::string large(16 << 20, '#');
+    EXPECT_NE(load_edf(scratch.write("large", large).c_str()), nullptr);
+    EXPECT_EQ(load_edf(scratch.write("too large", large + '#').c_str()), nullptr);
 }
 
 TEST_F(MessageFileTest, OpeningTakesWhatIsNewer) {
     make_installation();
-    const std::string plain = scratch.write("99_en.msgs", "296\tF\tplain\n");
-    const std::string bin_name = native_join("bin", "99_en.msgs");
-    const std::string in_bin = scratch.write(bin_name.c_str(), "296\tF\tin bin\n");
-    const std::string beside = scratch.write("binary_99", "296\tF\tbeside\n");
-    const std::string newer = scratch.write(NEWER, "296\tF\tnewer\n");
-    const std::string missing = scratch.path("99999999999999999_en.msgs");
-    const std::string other = scratch.write("99_a.msgs", "296\tF\tother\n");
+    const std::string builtin = msgtable_builtin_name();
+    const auto path = [&](const std::string &name) {
+        return name == builtin ? name : scratch.path(native(name).c_str());
+    };
+    for (const std::string name : {"99_en.msgs", "bin/99_en.msgs", "dat/99_en.msgs", "binary_99",
+                                   "99_a.msgs", "en.msgs", NEWER})
+        scratch.write(native(name).c_str(), "296\tF\t" + name);
     const struct {
-        std::string in_force;
-        std::string opened;
-        bool result;
-        const char *text;
+        std::string in_force, opened, in_force_then;
     } cases[] = {
-        {msgtable_builtin_name(), plain, true, "out of memory"},
-        {plain, other, true, "plain"}, // smaller by bytes
-        {other, plain, true, "plain"},
-        {plain, in_bin, true, "in bin"},
-        {in_bin, plain, true, "in bin"},
-        {scratch.write("en.msgs", "296\tF\tzero\n"), beside, true, "zero"},
-        {plain, plain, true, "plain"},
-        {plain, newer, true, "newer"},
-        {plain, missing, false, "plain"},
-        {plain, msgtable_builtin_name(), true, "out of memory"},
-        {newer, msgtable_builtin_name(), true, "newer"},
+        {builtin, "99_en.msgs", builtin},
+        {"99_en.msgs", "99_a.msgs", "99_en.msgs"}, // smaller by bytes
+        {"99_a.msgs", "99_en.msgs", "99_en.msgs"},
+        {"99_en.msgs", "bin/99_en.msgs", "bin/99_en.msgs"},
+        {"bin/99_en.msgs", "dat/99_en.msgs", "bin/99_en.msgs"},
+        {"en.msgs", "binary_99", "en.msgs"},
+        {"99_en.msgs", "99_en.msgs", "99_en.msgs"},
+        {"99_en.msgs", NEWER, NEWER},
+        {"99_en.msgs", "99999999999999999_en.msgs", "99_en.msgs"}, // there is none
+        {"99_en.msgs", builtin, builtin},
+        {NEWER, builtin, NEWER},
     };
     for (const auto &test : cases) {
-        load_edf(test.in_force.c_str());
-        EXPECT_EQ(open_edf(test.opened.c_str()), test.result) << test.in_force << test.opened;
-        EXPECT_STREQ(msgtable_row(296).text, test.text) << test.in_force << test.opened;
+        load_edf(path(test.in_force).c_str());
+        EXPECT_EQ(open_edf(path(test.opened).c_str()), test.opened != "99999999999999999_en.msgs");
+        EXPECT_EQ(alert_msgfile(), path(test.in_force_then)) << test.in_force << test.opened;
+        EXPECT_EQ(msgtable_row(296).text,
+                  test.in_force_then == builtin ? "out of memory" : test.in_force_then);
     }
+    const std::string both = "\"" + path(builtin) + "\" is not newer than \"" + path(NEWER) + "\"";
+    EXPECT_NE(log.lines_with(both), "");
     EXPECT_FALSE(open_edf(nullptr));
-    EXPECT_FALSE(open_edf_dir(missing.c_str()));
-    EXPECT_TRUE(open_edf_dir(dat.c_str()));
-    load_edf(plain.c_str());
+    EXPECT_FALSE(open_edf_dir(path("missing").c_str()));
+    load_edf(builtin.c_str());
+    EXPECT_TRUE(open_edf_dir(Scratch().directory())); // which has none
+    EXPECT_EQ(alert_msgfile(), builtin);
     EXPECT_TRUE(open_edf_dir(scratch.directory()));
-    EXPECT_STREQ(alert_msgfile(), newer.c_str());
+    EXPECT_EQ(alert_msgfile(), path(NEWER));
 }
 
 TEST_F(MsgTableTest, VersionsOfFileNames) {
@@ -245,6 +258,23 @@ TEST_F(MsgTableTest, TheFirstFileSettlesTypesAndIsReported) {
                 "Malformed error information on line 4, in file .null.\n\nvoll\n");
     EXPECT_EXIT(alert_fatal(7), testing::ExitedWithCode(7), "\nnur .* fatal error 7\n");
     EXPECT_EXIT(alert_fatal(0), testing::ExitedWithCode(1), "\nnur .* fatal error 0\n");
+}
+
+// A copy of the tool says from where it has the text of a message.
+TEST_F(MsgTableTest, FilesBesideTheProgramAndInTheCurrentDirectoryAreNextInLine) {
+    const std::string built = built_program("kestrel");
+    const std::string copy =
+        scratch.path(native("v/bin/" + std::string(os_basename(built.c_str()))).c_str());
+    os_mkdir_parents(scratch.path(native("v/bin").c_str()).c_str());
+    std::filesystem::copy_file(built, copy);
+    const Inside inside(scratch.directory());
+    for (const std::string directory : {".", "v/dat", "v/lum/dat"}) {
+        os_mkdir_parents(native(directory).c_str());
+        scratch.write(native(directory + "/" + NEWER).c_str(), "141\tF\t" + directory + ", %s, %s");
+        FILE *output = os_popenv(copy.c_str(), "--zvdebug=on,out:missing/log", nullptr);
+        EXPECT_EQ(read_all(output), "(141) " + directory + ", debug-out, missing/log\n");
+        os_pclose(output);
+    }
 }
 
 // It lists like a message file, but cannot be read as one.

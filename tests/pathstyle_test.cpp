@@ -1,18 +1,12 @@
 #include "pathstyle.h"
 
+#include "scratch.h"
+
 #include <gtest/gtest.h>
 #include <string>
 
 static const PathStyle &drive = drive_path_style;
 static const PathStyle &slash = slash_path_style;
-
-// A result as text that compares, null included.
-static std::string shown(const char *text) {
-    return text != nullptr ? text : "(null)";
-}
-static std::string shown(const OwnedString &text) {
-    return shown(text.get());
-}
 
 TEST(PathStyle, NulIsNoSeparator) {
     EXPECT_FALSE(path_is_separator(drive, '\0') || path_is_separator(slash, '\0'));
@@ -28,8 +22,8 @@ TEST(PathStyle, Absolute) {
                  {"\\", false, false},    {"\\\\", true, false}, {"\\/s", false, false},
                  {"\\a", false, false},   {"/a", false, true},   {"/", false, true}};
     for (const auto &c : cases) {
-        EXPECT_EQ(path_is_absolute(drive, c.path), c.in_drive) << shown(c.path);
-        EXPECT_EQ(path_is_absolute(slash, c.path), c.in_slash) << shown(c.path);
+        EXPECT_EQ(path_is_absolute(drive, c.path), c.in_drive) << text_of(c.path);
+        EXPECT_EQ(path_is_absolute(slash, c.path), c.in_slash) << text_of(c.path);
     }
 }
 
@@ -73,7 +67,7 @@ TEST(PathStyle, Join) {
         {slash, "a\\", "\\b", "a\\/\\b"}};
     // clang-format on
     for (const auto &c : cases)
-        EXPECT_EQ(shown(path_join_style(c.style, c.dir, c.name)), c.joined);
+        EXPECT_EQ(text_of(path_join_style(c.style, c.dir, c.name)), c.joined);
 }
 
 TEST(PathStyle, SplitsAtTheLastSeparatorByPrecedence) {
@@ -91,11 +85,11 @@ TEST(PathStyle, SplitsAtTheLastSeparatorByPrecedence) {
         {slash, "C:\\a", "(null)", "C:\\a", "C:\\a"}};
     // clang-format on
     for (const auto &c : cases) {
-        EXPECT_EQ(shown(path_dirname(c.style, c.path)), c.dir) << shown(c.path);
-        EXPECT_EQ(shown(path_basename(c.style, c.path)), c.base) << shown(c.path);
-        EXPECT_EQ(shown(path_stem(c.style, c.path, true)), c.stem_dot) << shown(c.path);
+        EXPECT_EQ(text_of(path_dirname(c.style, c.path)), c.dir) << text_of(c.path);
+        EXPECT_EQ(text_of(path_basename(c.style, c.path)), c.base) << text_of(c.path);
+        EXPECT_EQ(text_of(path_stem(c.style, c.path, true)), c.stem_dot) << text_of(c.path);
     }
-    EXPECT_EQ(shown(path_stem(drive, "a\\b.c.d", false)), "b.c");
+    EXPECT_EQ(text_of(path_stem(drive, "a\\b.c.d", false)), "b.c");
     EXPECT_STREQ(path_extension("a.b/c"), ".b/c"); // the last dot anywhere
     EXPECT_STREQ(path_extension("abc"), "");
 }
@@ -110,7 +104,7 @@ TEST(PathStyle, Normalise) {
         {"a\\...\\.b\\..c\\c..", "a\\...\\.b\\..c\\c.."}, {"C:\\a\\b/../..\\c", "C:\\c"}};
     // clang-format on
     for (const auto &[path, clean] : drive_cases)
-        EXPECT_EQ(shown(path_normalise(drive, path)), clean) << path;
+        EXPECT_EQ(text_of(path_normalise(drive, path)), clean) << path;
     // clang-format off
     const char *const slash_cases[][2] = {
         {"/", "/"}, {"///", "/"}, {"/.", "/"}, {"/..", "/"}, {"/a/..", "/"}, {"/../../a", "/a"},
@@ -119,7 +113,7 @@ TEST(PathStyle, Normalise) {
         {"./../b/..", "./.."}, {"a../../b", "b"}};
     // clang-format on
     for (const auto &[path, clean] : slash_cases)
-        EXPECT_EQ(shown(path_normalise(slash, path)), clean) << path;
+        EXPECT_EQ(text_of(path_normalise(slash, path)), clean) << path;
 }
 
 // Quadratic work on these would take hours.
@@ -128,6 +122,6 @@ TEST(PathStyle, NormalisingIsLinear) {
     std::string path, plain = "/" + std::string(deep, 'a');
     for (size_t i = 0; i < 2 * deep; ++i)
         path += i < deep ? "/a" : "/..";
-    EXPECT_EQ(shown(path_normalise(slash, path.c_str())), "/");
-    EXPECT_EQ(shown(path_normalise(slash, (plain + std::string(deep, '/')).c_str())), plain);
+    EXPECT_EQ(text_of(path_normalise(slash, path.c_str())), "/");
+    EXPECT_EQ(text_of(path_normalise(slash, (plain + std::string(deep, '/')).c_str())), plain);
 }

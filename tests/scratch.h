@@ -46,8 +46,12 @@ inline std::string native_join(const char *dir, const char *name) {
     return os_join(dir, name).get();
 }
 
+// A result as text that compares, null included.
+inline std::string text_of(const char *s) {
+    return s != nullptr ? s : "(null)";
+}
 inline std::string text_of(const OwnedString &s) {
-    return s != nullptr ? s.get() : "(null)";
+    return text_of(s.get());
 }
 
 // A program that lies beside the tests.

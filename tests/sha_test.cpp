@@ -1,3 +1,4 @@
+#include "noise.h"
 #include "sha1.h"
 #include "sha256.h"
 #include "sha256_blocks.h"
@@ -6,10 +7,8 @@
 #include <array>
 #include <cstring>
 #include <fstream>
-#include <functional>
 #include <gtest/gtest.h>
 #include <iterator>
-#include <random>
 #include <set>
 #include <span>
 #include <string>
@@ -40,28 +39,34 @@ static std::string hex(std::span<const uint8_t> bytes) {
     return text;
 }
 
-// In hexadecimal, of a message given in pieces, or of one piece given several times.
+// In hexadecimal, of a message given in pieces, or of one piece given several times. Whole blocks
+// are counted at once, and what is left waits.
 template <class Hash>
 static std::string digest_of(const std::vector<std::string> &pieces, int times = 1) {
     typename Hash::Context ctx;
     Hash::init(&ctx);
+    uint64_t length = 0;
     for (int i = 0; i < times; i++)
-        for (const std::string &piece : pieces)
-            Hash::update(&ctx, piece.data(), piece.size());
+        for (const std::string &piece : pieces) {
+            Hash::update(&ctx, piece.empty() ? nullptr : piece.data(), piece.size());
+            length += piece.size();
+            EXPECT_EQ(ctx.datalen, length % 64);
+            EXPECT_EQ(ctx.bitlen, length / 64 * 512);
+            const std::string waiting(reinterpret_cast<const char *>(ctx.data), ctx.datalen);
+            EXPECT_TRUE(waiting.ends_with(piece) || piece.ends_with(waiting));
+        }
     uint8_t digest[Hash::size];
     Hash::final(&ctx, digest);
     return hex(digest);
 }
 
-struct KnownDigest {
-    std::string message;
-    const char *sha256, *sha1;
-};
-
 // The standard's examples, and a message for every way to pad.
-static const std::vector<KnownDigest> &known_digests() {
+TEST(Sha, DigestsOfTheStandardAndOfEveryPadding) {
     const auto as = [](size_t n) { return std::string(n, 'a'); };
-    static const std::vector<KnownDigest> known = {
+    const struct {
+        std::string message;
+        const char *sha256, *sha1;
+    } known[] = {
         {"", "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855",
          "da39a3ee5e6b4b0d3255bfef95601890afd80709"},
         {"abc", "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad",
@@ -73,26 +78,19 @@ static const std::vector<KnownDigest> &known_digests() {
          "hijklmnoijklmnopjklmnopqklmnopqrlmnopqrsmnopqrstnopqrstu",
          "cf5b16a778af8380036ce59e7b0492370b249b11e8f07a51afac45037afee9d1",
          "a49b2446a02c645bf419f995b67091253a04a259"},
-        {as(55), "9f4390f8d30c2dd92ec9f095b65e2b9ae9b0a925a5258e241c9f1e910f734318",
-         "c1c8bbdc22796e28c0e15163d20899b65621d65a"},
-        {as(56), "b35439a4ac6f0948b6d6f9e3c6af0f5f590ce20f1bde7090ef7970686ec6738a",
-         "c2db330f6083854c99d4b5bfb6e8f29f201be699"},
-        {as(63), "7d3e74a05d7db15bce4ad9ec0658ea98e3f06eeecf16b4c6fff2da457ddc2f34",
-         "03f09f5b158a7a8cdad920bddc29b81c18a551f5"},
-        {as(64), "ffe054fe7ae0cb6dc65c3af9b61d5209f439851db43d0ba5997337df154668eb",
-         "0098ba824b5c16427bd7a1122a5a442a25ec644d"},
-        {as(65), "635361c48bb9eab14198e76ea8ab7f1a41685d6ad62aa9146d301d4f17eb0ae0",
-         "11655326c708d70319be2610e8a57d9a5b959d3b"},
+        {as(55), "9f4390f8d30c2dd92ec9f095b65e2b9ae9b0a925a5258e241c9f1e910f734318", nullptr},
+        {as(56), "b35439a4ac6f0948b6d6f9e3c6af0f5f590ce20f1bde7090ef7970686ec6738a", nullptr},
+        {as(63), "7d3e74a05d7db15bce4ad9ec0658ea98e3f06eeecf16b4c6fff2da457ddc2f34", nullptr},
+        {as(64), "ffe054fe7ae0cb6dc65c3af9b61d5209f439851db43d0ba5997337df154668eb", nullptr},
+        {as(65), "635361c48bb9eab14198e76ea8ab7f1a41685d6ad62aa9146d301d4f17eb0ae0", nullptr},
         {as(1000000), "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0",
          "34aa973cd4c4daa4f61eeb2bdbad27316534016f"},
     };
-    return known;
-}
-
-TEST(Sha, DigestsOfTheStandardAndOfEveryPadding) {
-    for (const auto &c : known_digests()) {
+    for (const auto &c : known) {
         EXPECT_EQ(digest_of<Sha256>({c.message}), c.sha256) << c.message.size();
-        EXPECT_EQ(digest_of<Sha1>({c.message}), c.sha1) << c.message.size();
+        if (c.sha1 != nullptr) { // which pads the same way
+            EXPECT_EQ(digest_of<Sha1>({c.message}), c.sha1) << c.message.size();
+        }
     }
 }
 
@@ -102,17 +100,9 @@ TEST(Sha, LengthsBeyond32Bits) {
               "9acca8e8c22201155389f65abbf6bc9723edc7384ead80503839f49dcc56d767");
 }
 
-static std::string random_bytes(size_t size, uint32_t seed) {
-    std::mt19937 random(seed);
-    std::string bytes;
-    while (bytes.size() < size)
-        bytes += static_cast<char>(random());
-    return bytes;
-}
-
 // Whatever the pieces, they give the digest of the whole.
 template <class Hash> static void expect_splits_not_to_matter() {
-    const std::string message = random_bytes(260, 1);
+    const std::string message = noise(260, 1);
     const std::string whole = digest_of<Hash>({message});
     std::vector<std::string> bytes;
     for (size_t at = 0; at <= message.size(); at++) {
@@ -126,83 +116,9 @@ template <class Hash> static void expect_splits_not_to_matter() {
     EXPECT_EQ(digest_of<Hash>(bytes), whole);
 }
 
-template <class Hash> static void expect_fields() {
-    const std::string bytes = random_bytes(400, 2);
-    const struct {
-        size_t length;
-        uint32_t datalen;
-        uint64_t bitlen;
-    } updates[] = {{0, 0, 0},      {63, 63, 0},   {1, 0, 512},    {0, 0, 512},   {64, 0, 1024},
-                   {130, 2, 2048}, {62, 0, 2560}, {60, 60, 2560}, {10, 6, 3072}, {0, 6, 3072}};
-    typename Hash::Context ctx;
-    Hash::init(&ctx);
-    const char *at = bytes.data();
-    for (const auto &update : updates) {
-        Hash::update(&ctx, update.length != 0 ? at : nullptr, update.length);
-        at += update.length;
-        EXPECT_EQ(ctx.datalen, update.datalen) << at - bytes.data();
-        EXPECT_EQ(ctx.bitlen, update.bitlen) << at - bytes.data();
-        EXPECT_EQ(memcmp(ctx.data, at - ctx.datalen, ctx.datalen), 0) << at - bytes.data();
-    }
-}
-
 TEST(Sha, PiecesMakeNoDifference) {
     expect_splits_not_to_matter<Sha256>();
     expect_splits_not_to_matter<Sha1>();
-    expect_fields<Sha256>();
-    expect_fields<Sha1>();
-}
-
-// One message through one of the implementations that this machine can run.
-struct Implementation {
-    const char *name;
-    std::function<void(uint32_t *state, const uint8_t *blocks, size_t count)> compress;
-};
-
-// A lane of a pair, with zeros in the other.
-static Implementation lane_of(const char *name, Sha256PairFn pair, int lane) {
-    return {name, [=](uint32_t *state, const uint8_t *blocks, size_t count) {
-                const std::vector<uint8_t> zeros(64 * count);
-                uint32_t ignored[8] = {};
-                uint32_t *states[2] = {ignored, ignored};
-                const uint8_t *messages[2] = {zeros.data(), zeros.data()};
-                states[lane] = state;
-                messages[lane] = blocks;
-                pair(states, messages, count);
-            }};
-}
-
-static std::vector<Implementation> implementations() {
-    std::vector<Implementation> all = {{"portable", sha256_blocks_portable},
-                                       lane_of("portable, first lane", sha256_pair_portable, 0),
-                                       lane_of("portable, second lane", sha256_pair_portable, 1)};
-    if (sha256_blocks_native() != nullptr) {
-        all.push_back({"native", sha256_blocks_native()});
-        all.push_back(lane_of("native, first lane", sha256_pair_native(), 0));
-        all.push_back(lane_of("native, second lane", sha256_pair_native(), 1));
-    }
-    return all;
-}
-
-TEST(Sha, EveryImplementationGivesTheKnownDigests) {
-    for (const Implementation &implementation : implementations())
-        for (const auto &c : known_digests()) {
-            const uint64_t bits = 8 * uint64_t{c.message.size()};
-            std::string padded = c.message + '\x80';
-            padded.resize((padded.size() + 8 + 63) / 64 * 64 - 8);
-            for (int shift = 56; shift >= 0; shift -= 8)
-                padded += static_cast<char>(bits >> shift);
-
-            Sha256Context ctx;
-            sha256_init(&ctx);
-            implementation.compress(ctx.state, reinterpret_cast<const uint8_t *>(padded.data()),
-                                    padded.size() / 64);
-            std::vector<uint8_t> digest;
-            for (const uint32_t word : ctx.state)
-                for (int shift = 24; shift >= 0; shift -= 8)
-                    digest.push_back(static_cast<uint8_t>(word >> shift));
-            EXPECT_EQ(hex(digest), c.sha256) << implementation.name << " " << c.message.size();
-        }
 }
 
 // Where the system says that the processor has them.
@@ -222,7 +138,7 @@ TEST(Sha, NativeBlocksGiveWhatThePortableOnesGive) {
     uint32_t seed = 3;
     for (const size_t count : {0u, 1u, 2u, 3u, 16u, 257u}) {
         for (const size_t offset : {0u, 1u, 7u}) { // the bytes need not be aligned
-            const std::string bytes = random_bytes(offset + 64 * count, seed++);
+            const std::string bytes = noise(offset + 64 * count, seed++);
             const auto *data = reinterpret_cast<const uint8_t *>(bytes.data()) + offset;
             std::array<uint32_t, 8> expected = {1, 0xffffffff, 0x80000000, 7, seed, 0, 99, ~seed};
             alignas(16) std::array<uint32_t, 9> words = {}; // nor the state

@@ -1,3 +1,4 @@
+#include "files.h"
 #include "osdep.h"
 #include "scratch.h"
 #include "sha1.h"
@@ -15,17 +16,6 @@ static const std::string EMPTY_DIGEST =
     "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855";
 static const std::string ABC_DIGEST =
     "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad";
-
-static std::vector<std::string> listing(const char *directory) {
-    std::vector<std::string> names;
-    const auto collect = [](void *context, const char *name, bool) {
-        if (strcmp(name, ".") != 0 && strcmp(name, "..") != 0)
-            static_cast<std::vector<std::string> *>(context)->emplace_back(name);
-        return true;
-    };
-    host_list_directory(directory, collect, &names);
-    return names;
-}
 
 // The paths that a walk of the current directory finds, in its order; the digests are checked.
 static std::vector<std::string> walked() {
@@ -163,16 +153,6 @@ TEST_F(ShahashTree, ManifestIsWrittenWhenItIsComplete) {
     EXPECT_EQ(read_file(manifest), ABC_DIGEST + " *.\\a b" + line_end);
     EXPECT_EQ(listing("."), (std::vector<std::string>{"a b"}));
     EXPECT_EQ(listing("..").size(), 2u) << "something was left behind";
-}
-
-// Whether a link could be made; some systems ask for a privilege.
-static bool make_link(const std::string &target, const std::string &link, bool directory) {
-    std::error_code failure;
-    if (directory)
-        fs::create_directory_symlink(target, link, failure);
-    else
-        fs::create_symlink(target, link, failure);
-    return !failure && host_is_link(link.c_str());
 }
 
 TEST_F(ShahashTree, NamesThatFitNoManifestAreRefused) {

@@ -1,5 +1,7 @@
 #include "sorting.h"
 
+#include "noise.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -9,10 +11,7 @@
 
 namespace {
 
-uint32_t next_random() {
-    static uint32_t state = 12345;
-    return state = state * 1664525 + 1013904223;
-}
+Random random_numbers(1);
 
 int compare_bytes(const void *a, const void *b) {
     return *static_cast<const uint8_t *>(a) - *static_cast<const uint8_t *>(b);
@@ -34,8 +33,8 @@ int compare_ints(const void *a, const void *b) {
 TEST(SortingTest, SortsElementsOfAnySize) {
     for (size_t size : {1U, 3U, 8U, 799U, 800U, 801U, 5000U})
         for (size_t count : {0U, 1U, 2U, 3U, 4U, 17U, 300U}) {
-            std::vector<uint8_t> keys(count), data, expected;
-            std::generate(keys.begin(), keys.end(), [] { return next_random() >> 24; });
+            auto keys = noise<std::vector<uint8_t>>(count, static_cast<uint32_t>(size + count));
+            std::vector<uint8_t> data, expected;
             for (uint8_t key : keys)
                 data.insert(data.end(), size, key);
             os_qsort(data.data(), count, size, compare_bytes);
@@ -48,20 +47,16 @@ TEST(SortingTest, SortsElementsOfAnySize) {
 }
 
 TEST(SortingTest, NoDataUsesUpTheStack) {
-    constexpr int count = 10000;
-    int (*const patterns[])(int) = {
-        [](int i) { return -i; }, [](int) { return 1; },
-        [](int i) { return std::min(i, count - i); }, // each pivot is the largest element
-    };
-    for (auto pattern : patterns) {
-        std::vector<int> data(count);
-        for (int i = 0; i < count; i++)
-            data[static_cast<size_t>(i)] = pattern(i);
+    // All alike, and such that each pivot is the largest element.
+    for (int slope : {0, 1}) {
+        std::vector<int> data;
+        for (int i = 0; i < 10000; i++)
+            data.push_back(slope * std::min(i, 10000 - i));
         lowest_frame = UINTPTR_MAX;
         highest_frame = 0;
         os_qsort(data.data(), data.size(), sizeof(int), compare_ints);
-        EXPECT_TRUE(std::is_sorted(data.begin(), data.end())) << &pattern - patterns;
-        EXPECT_LT(highest_frame - lowest_frame, 30000U) << &pattern - patterns;
+        EXPECT_TRUE(std::is_sorted(data.begin(), data.end())) << slope;
+        EXPECT_LT(highest_frame - lowest_frame, 30000U) << slope;
     }
 }
 
@@ -69,7 +64,7 @@ TEST(SortingTest, InconsistentComparisonStaysInsideTheArray) {
     const CompareFn comparisons[] = {
         [](const void *, const void *) { return -1; },
         [](const void *, const void *) { return 1; },
-        [](const void *, const void *) { return static_cast<int>(next_random() >> 30) - 1; },
+        [](const void *, const void *) { return static_cast<int>(below(random_numbers, 3)) - 1; },
     };
     for (size_t count : {2U, 3U, 10U, 1000U})
         for (CompareFn compare : comparisons) {

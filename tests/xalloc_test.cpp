@@ -44,7 +44,10 @@ TEST(XallocTest, CaseIsIgnoredInComparisons) {
     EXPECT_EQ(str_nicmp("abX", "aby", 2), 0);
 }
 
-TEST(XallocTest, NamesAreShownWithoutControlCharacters) {
+TEST(XallocTest, NamesAreShownQuotedAndWithoutControlCharacters) {
+    testing::internal::CaptureStderr();
+    fprint_quoted(stderr, "a b");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "\"a b\"");
     EXPECT_STREQ(str_printable("a\x1b[2J\x7f\t\n\x01 z").get(), "a?[2J???? z");
     EXPECT_STREQ(str_printable("\xc2\x80\xc2\x9f\xc2\xa0\xc3\x84\xc2").get(),
                  "??\xc2\xa0\xc3\x84\xc2");
