@@ -181,7 +181,8 @@ TEST_F(PackageTest, ProcessesShareALogAndAPackage) {
     std::array<ProcessHandle, 4> handles;
     for (ProcessHandle &handle : handles)
         handle = start_logging("on,out:+log,zip:+p");
-    scratch.write("go", std::string(500000, 'g'));
+    scratch.write("later", std::string(500000, 'g'));
+    EXPECT_TRUE(host_rename_new("later", "go"));
     int status = -1;
     for (const ProcessHandle handle : handles)
         EXPECT_TRUE(host_wait_process(handle, &status) && status == 0);
