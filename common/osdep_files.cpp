@@ -133,7 +133,8 @@ bool os_can_write(const char *path) {
         if (errno != ENOENT)
             return false;
         const std::string sibling = sibling_of(host_resolve_links(path).get());
-        return FilePtr(make_sibling(sibling)) != nullptr && host_remove(sibling.c_str());
+        const bool made = FilePtr(make_sibling(sibling)) != nullptr; // and closed
+        return made && host_remove(sibling.c_str());
     }
     if (status.kind == FileKind::directory)
         errno = EISDIR;
@@ -176,7 +177,7 @@ static bool copy_to_file(FILE *source, const char *to, bool exists) {
     if (exists && !os_is_writable(to))
         return false;
     const Replacement outcome = replace_with_copy(source, to, exists);
-    if (outcome != Replacement::forbidden || !exists)
+    if (outcome != Replacement::forbidden)
         return outcome == Replacement::done;
     rewind(source);
     return write_copy(source, host_fopen(to, "wb"), true);

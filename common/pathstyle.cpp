@@ -179,7 +179,6 @@ OwnedString path_full(const PathStyle &style, const char *cwd, const char *path)
     const OwnedString joined =
         path_is_absolute(style, path) ? nullptr : path_join_style(style, cwd, path);
     const char *full = joined != nullptr ? joined.get() : path;
-    const bool drive =
-        style.drives && isalpha(static_cast<unsigned char>(full[0])) && full[1] == ':';
+    const bool drive = style.drives && full[0] != '\0' && full[1] == ':';
     return drive ? normalise_behind_drive(style, full) : path_normalise(style, full);
 }

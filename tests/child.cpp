@@ -72,7 +72,7 @@ static int spawn(const char *first, const char *second) {
     return status;
 }
 
-static volatile char *volatile nowhere = nullptr;
+static volatile char *volatile nowhere = reinterpret_cast<char *>(intptr_t{16});
 
 static int overflow(const volatile char *above) {
     volatile char frame[4096];
@@ -125,7 +125,9 @@ static int orphan(const char *file) {
 
 // Shows the reasons for which a file cannot be written to, found out before and after.
 static int copy(const char *from, const char *to) {
+    errno = 99;
     const int before = os_can_write(to) ? 0 : errno;
+    errno = 99;
     const int after = copyfile_helper(from, to) ? 0 : errno;
     return printf("%d %d\n", before, after) < 0;
 }

@@ -198,6 +198,7 @@ TEST(OsCopyFile, MakesOrReplacesTheDestination) {
     }
     const char *device = os_kind() != 0 ? "NUL" : "/dev/null";
     EXPECT_TRUE(copyfile_helper(from.c_str(), device));
+    EXPECT_TRUE(os_can_write(scratch.path(native_join("dir", "new").c_str()).c_str()));
     EXPECT_EQ(host_fopen_regular(device), nullptr) << "it was replaced";
     EXPECT_TRUE(copyfile_helper(from.c_str(), from.c_str()));
     EXPECT_EQ(read_file(from), sample());

@@ -90,10 +90,12 @@ expect '21 21
 2 2
 20 20
 2 2
+40 40
 0 28
 0 0
-dir from to' <<'-'
-for to in dir gone/to to/x '' /dev/full /dev/null; do $child --copy from "$to"; done
+dir from loop to' <<'-'
+ln -s loop loop
+for to in dir gone/to to/x '' loop /dev/full /dev/null; do $child --copy from "$to"; done
 echo *
 -
 expect '0 0
@@ -107,10 +109,11 @@ cd dir; cp ../from .; $child --copy from from; echo *
 if can $nobody $child --exit 0; then
     # New ones are possible neither beside it nor in its place.
     expect '0 0
+0 0
 new13 13
 to' <<'-'
 chmod 555 dir
-$nobody $child --copy from dir/to; cat dir/to
+$nobody $child --copy from dir/to; $nobody $child --copy dir/to dir/to; cat dir/to
 $nobody $child --copy from dir/new; ls dir
 -
     # The owner's file in a sticky directory is not to be renamed over.
@@ -131,8 +134,13 @@ unshare -m sh -c "mount --bind dir/to to && $child --copy from to"
 cat dir/to to
 -
 
-# --- The disk fails
+# --- The disk fails, or is full
 
+can unshare -m mount -t tmpfs none . && expect '0 28
+old' <<'-'
+unshare -m sh -c "mount -t tmpfs -o nr_inodes=2 none dir && printf old >dir/to &&
+    $child --copy from dir/to; cat dir/to"
+-
 if can $fail trace=none true; then
     expect '0 5
 olddir from to' <<'-'
