@@ -45,7 +45,7 @@ can env --ignore-signal=CHLD true && expect 5 <<'-'
 env --ignore-signal=CHLD $child --spawn --exit 5 || echo $?
 -
 expect 3 <<'-'
-$child --opened new <&- >&- || echo $?
+$child --opened new <&- >&- 3>&- || echo $?
 -
 
 # --- Signals
