@@ -35,7 +35,7 @@ static AlertHookFn observer;
 // The text ends in a line end of its own, so that an empty line follows it.
 static void report_malformed(uint32_t line, const char *file) {
     alert_text(3, "M", "Malformed error information on line %u, in file %s\n", line,
-               file ? file : "(null)");
+               str_printable(file ? file : "(null)").get());
 }
 
 void alert_init() {

@@ -47,7 +47,7 @@ static uint32_t highest_number;
 
 static void print_malformed(uint32_t line, const char *file) {
     std::fprintf(stderr, "Malformed error information on line %u, in file %s\n", line,
-                 file ? file : "(null)");
+                 str_printable(file ? file : "(null)").get());
 }
 
 void (*msgtable_malformed_hook)(uint32_t line, const char *file) = print_malformed;

@@ -32,9 +32,9 @@ int os_mkdir(const char *path) {
 }
 
 int os_mkdir_parents(const char *path) {
-    // An empty parent is a drive's top directory; one that is there when it was made just now came
-    // of a separator at the end of the path, and is the directory asked for.
-    // The top is its own parent, whether it can be asked for or not.
+    // An empty parent is a drive's top directory, and the top is its own parent, whether it can be
+    // asked for or not. One that is there when it was made just now came of a separator at the end
+    // of the path, and is the directory asked for.
     const OwnedString parent = os_dirname(path);
     const bool parent_stands =
         parent == nullptr || *parent == '\0' || strcmp(parent.get(), path) == 0 ||
@@ -162,14 +162,9 @@ static Replacement replace_with_copy(FILE *source, const char *to, bool exists) 
     const int reason = errno;
     host_remove(sibling.c_str());
     errno = reason;
-    const bool forbidden = written && (reason == EPERM || reason == EBUSY || reason == EXDEV);
+    const bool forbidden = written && (reason == EACCES || reason == EPERM || reason == EBUSY ||
+                                       reason == EROFS || reason == EXDEV);
     return forbidden ? Replacement::forbidden : Replacement::failed;
-}
-
-static bool same_file(const char *a, const char *b) {
-    FileIdentity first;
-    FileIdentity second;
-    return host_file_identity(a, &first) && host_file_identity(b, &second) && first == second;
 }
 
 static bool copy_to_file(FILE *source, const char *to, bool exists) {
@@ -194,7 +189,7 @@ static bool copy_to(FILE *source, const char *to) {
     }
     // A link's name need not lead back to the open file that it stands for (/dev/stdout).
     const OwnedString target = host_resolve_links(to);
-    if (exists && (old.kind != FileKind::regular || !same_file(to, target.get())))
+    if (exists && (old.kind != FileKind::regular || !host_same_file(to, target.get())))
         return write_copy(source, host_fopen(to, "wb"), false);
     return copy_to_file(source, target.get(), exists);
 }
@@ -204,7 +199,7 @@ bool copyfile_helper(const char *from, const char *to) {
     if (source == nullptr)
         return false;
     // Its own copy has every byte already, and need not be writable.
-    const bool done = same_file(from, to) || copy_to(source, to);
+    const bool done = host_same_file(from, to) || copy_to(source, to);
     const int reason = errno;
     fclose(source);
     errno = reason;

@@ -215,9 +215,8 @@ int host_close(int descriptor);
 using ProcessHandle = intptr_t;
 
 // Starts `exe` without a console window and without waiting. It is ended when this process ends,
-// however that happens. The program receives `argv`
-// (null-terminated), or `command_line` where the host passes one string; both say the same. 0 if it
-// could not be started.
+// however that happens. The program receives `argv` (null-terminated), or `command_line` where the
+// host passes one string; both say the same. 0 if it could not be started.
 ProcessHandle host_start_process(const char *exe, const char *const *argv,
                                  const char *command_line);
 

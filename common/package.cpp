@@ -127,7 +127,7 @@ static bool read_comment(mz_zip_archive *zip, std::string &comment) {
     if (mz_zip_read_archive_data(zip, at, record, sizeof record) != sizeof record ||
         memcmp(record, "PK\5\6", 4) != 0)
         return false;
-    comment.resize(record[20] | record[21] << 8);
+    comment.resize(static_cast<size_t>(record[20] | record[21] << 8));
     return mz_zip_read_archive_data(zip, at + sizeof record, comment.data(), comment.size()) ==
            comment.size();
 }

@@ -160,9 +160,7 @@ static const char *without_end_separators(const char *directory) {
 
 // Whether logs can lie beside this process's own: not beside a terminal or a pipe.
 static bool is_log_of_file() {
-    HostStat status;
-    const char *log = zvdebug_out_path();
-    return log == nullptr || !host_stat(log, &status) || status.kind == FileKind::regular;
+    return trace_stream == nullptr || host_is_regular(host_fileno(trace_stream));
 }
 
 // The debug option of the task for a range, which logs beside this process's own log under a name
@@ -261,8 +259,8 @@ static bool check_by_tasks(const TaskSetting &setting, FilePtr file, uint32_t li
     return handles != nullptr && run_tasks(setting, lines, tasks, positions.data(), handles.get());
 }
 
-// Whether the manifest is still the one whose lines were counted: otherwise the tasks, or the check
-// in this process, may have read another one, and some lines nobody.
+// Whether the manifest is still the one whose lines were counted: otherwise what has passed is not
+// what stands there now.
 static bool is_unchanged(const char *manifest, const FileState &counted) {
     FileState now;
     const bool unchanged = host_file_state(manifest, &now) && now == counted;
@@ -293,14 +291,17 @@ bool check_manifest(const char *manifest, const char *instdir) {
         enter_directory(before.get());
 
     const uint32_t tasks = choose_task_count(lines);
+    expect_manifest(&counted);
     if (tasks == 1) {
         TRACE_EXIT("Only 1 core available, doing manifest directly...");
         file.reset();
         const bool passed = check_manifest_range(manifest, instdir, 0, 0, lines);
+        expect_manifest(nullptr);
         return is_unchanged(opened.get(), counted) && passed;
     }
     bool passed =
         check_by_tasks(task_setting(manifest, instdir), std::move(file), lines, tasks, &failure);
+    expect_manifest(nullptr);
     if (failure != nullptr) {
         TRACE_EXIT("%s", failure);
         return false;

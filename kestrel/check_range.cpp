@@ -5,6 +5,8 @@
 #include "trace.h"
 
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -36,6 +38,25 @@ bool enter_directory(const char *directory) {
     return true;
 }
 
+// Handed on in the environment.
+static constexpr const char *expected_manifest = "kestrel_expected_manifest";
+
+static OwnedString state_text(const FileState &state) {
+    const auto number = [](uint64_t value) { return static_cast<unsigned long long>(value); };
+    return str_format("%llx:%llx:%llx:%llx", number(state.identity.volume),
+                      number(state.identity.file), number(state.size), number(state.changed));
+}
+
+void expect_manifest(const FileState *state) {
+    os_setenv(expected_manifest, state != nullptr ? state_text(*state).get() : "");
+}
+
+static bool is_expected(const FileState &state) {
+    const char *expected = getenv(expected_manifest);
+    return expected == nullptr || *expected == '\0' ||
+           strcmp(expected, state_text(state).get()) == 0;
+}
+
 FilePtr open_manifest(const char *manifest, const char *instdir, const char *before,
                       FileState *state, const char **failure) {
     // Without a current directory a relative path has stayed one, and would lead elsewhere.
@@ -52,11 +73,16 @@ FilePtr open_manifest(const char *manifest, const char *instdir, const char *bef
         *failure = "Manifest is too large";
         return nullptr;
     }
+    if (!is_expected(*state)) {
+        *failure = sc_format("Manifest \"%s\" changed during the check", manifest);
+        return nullptr;
+    }
     return file;
 }
 
 // The lines of the range, as far as the file has them and up to the first that cannot verify; null,
-// with the reason in `failure`, for a manifest that cannot be read or holds a NUL.
+// with the reason in `failure`, for a manifest that cannot be read or holds a NUL or a line over
+// the limit.
 static BlockVectorPtr gather_lines(FILE *file, int32_t position, uint32_t start, uint32_t end,
                                    const char **failure) {
     *failure = "Could not read manifest file";
@@ -73,7 +99,7 @@ static BlockVectorPtr gather_lines(FILE *file, int32_t position, uint32_t start,
         const std::string_view line = shahash_next_line(file);
         if (line.empty())
             break;
-        if (line.find('\0') != line.npos) {
+        if (line.find('\0') != line.npos || line.size() > MANIFEST_LINE_LIMIT) {
             *failure = "Manifest data was malformed";
             return nullptr;
         }

@@ -57,6 +57,11 @@ constexpr uint64_t MANIFEST_LIMIT = uint64_t{1} << 31;
 FilePtr open_manifest(const char *manifest, const char *instdir, const char *before,
                       FileState *state, const char **failure);
 
+// Lets no other manifest than one of this state be opened from now on, by this process and those
+// that it starts; null lifts that. So what a check has counted is what its tasks read, whatever
+// becomes of the manifest's name in between.
+void expect_manifest(const FileState *state);
+
 // --- Division of the check into tasks
 
 // Tasks for a manifest of `lines` lines when nobody has asked for a number: four a processor,

@@ -41,6 +41,7 @@ TEST_F(KestrelSystem, Circumstances) {
         {removed, {"-c", "--tasks=2"}, inst.verdict(true)},
         {removed, {"-c", "--manifest=manifest"}, astray}, // which is not the one in the tree
         {removed, {"--check=0,0,1", "--manifest=manifest"}, {1, "", ""}},
+        {"export kestrel_expected_manifest=1:2:3:4", {"--check=0,0,60"}, {1, "", ""}},
         {unprivileged + "mkdir there; cd there; chmod 600 .", {"-g"}, inst.not_generated(), 62},
         {unprivileged + "chmod 444 manifest",
          {"-g"},
