@@ -122,8 +122,11 @@ TEST_F(AlertTest, PositionInBothLayouts) {
 
 TEST_F(AlertTest, Templates) {
     errno = 0;
+    const std::string text = alert_lookup(9)->text;
     const std::pair<const char *, std::string> cases[] = {
-        {"%a: %n", "kestrel: 9"}, {"%q%%%", "q%"}, {"%m", std::strerror(0)}, {"", ""}};
+        {"%a: %n: %m: %q: %s: %%%",
+         "kestrel: 9: " + std::string(std::strerror(0)) + ": q: " + text + ": %"},
+        {"", ""}};
     alert_use_formats(true);
     for (const auto &[format, expected] : cases) {
         alert_set_formats(format, "wrong", "wrong");

@@ -5,11 +5,11 @@
 using Arguments = std::vector<std::string>;
 
 TEST(ArgSplit, FollowsTheRules) {
+    // clang-format off
     const struct {
         const char *line;
         Arguments arguments;
     } cases[] = {
-        // clang-format off
         {"", {}}, {" \t ", {}}, {"\t prog  a\tb ", {"prog", "a", "b"}}, {"a\nb", {"a\nb"}},
         {R"("c:\my dir\prog.exe" x)", {R"(c:\my dir\prog.exe)", "x"}}, {R"(a"b c"d e)", {"ab cd", "e"}},
         // Backslashes count only before a quote.

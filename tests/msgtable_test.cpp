@@ -89,6 +89,7 @@ TEST_F(MessageFileTest, LinesOfATable) {
         {"296\tE\tvoll", 296, false, MSG_ERROR, 0, "voll"},
         {" \t296 \t-3x  voll \t\n", 296, false, MSG_WARNING, -3, " voll \t"},
         {"296x\t7\tvoll\r\n", 296, false, MSG_WARNING, 7, "voll"},
+        {"296\tE\tvoll\r\n" + std::string(300, '#'), 296, false, MSG_ERROR, 0, "voll"},
         {"296\t-\tvoll\r", 296, false, MSG_WARNING, 0, "voll"},
         {"296\t99999999999\tvoll", 296, false, MSG_WARNING, INT32_MAX, "voll"},
         {"296\tw\tvoll", 296, true, 0, 0, "voll"},

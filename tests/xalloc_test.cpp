@@ -46,7 +46,7 @@ TEST(XallocTest, CaseIsIgnoredInComparisons) {
 
 TEST(XallocTest, NamesAreShownQuotedAndWithoutControlCharacters) {
     testing::internal::CaptureStderr();
-    fprint_quoted(stderr, "a b");
+    fprint_quoted(stderr, str_concat("a", " b").get());
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "\"a b\"");
     EXPECT_STREQ(str_printable("a\x1b[2J\x7f\t\n\x01 z").get(), "a?[2J???? z");
     EXPECT_STREQ(str_printable("\xc2\x80\xc2\x9f\xc2\xa0\xc3\x84\xc2").get(),
