@@ -173,6 +173,18 @@ $fail 'inject=/stat:error=EIO' -P / -P /gone $child --mkdir /gone || echo $?
 -
 fi
 
+# Nor can a directory below the top, which is no matter of rights there.
+for error in EIO EMFILE ENOENT; do
+    export error
+    can $fail trace=none true && expect "Cannot read directory \"./sub\"
+There was a problem generating the manifest file
+old" <<'-'
+mkdir -p tree/sub && printf old >m
+$fail inject=openat:error=$error -P ./sub $kestrel -g --manifest=m --instdir=tree 2>&1 >out
+cat m
+-
+done
+
 # --- Temporaries
 
 # Wherever a signal strikes.
