@@ -1,15 +1,8 @@
+#include "files.h"
 #include "osdep.h"
 #include "scratch.h"
 
 #include <gtest/gtest.h>
-
-// A path spelt with "/" in the host's own way.
-static std::string native(std::string path) {
-    for (char &c : path)
-        if (c == '/')
-            c = host_path_style().separator;
-    return path;
-}
 
 TEST(OsPath, FullAndRelativePaths) {
     const Scratch scratch;
