@@ -251,7 +251,7 @@ static bool write_entries(Vector *entries, const char *path) {
     return fclose(file.release()) == 0 && written;
 }
 
-// Says why there is no manifest; always false.
+// Says why there is no manifest, or, for null, why not even its temporary file; always false.
 static bool report_unwritten(const char *manifest) {
     const int reason = errno;
     if (manifest == nullptr)
