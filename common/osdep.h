@@ -115,6 +115,7 @@ OwnedString os_tempdir_new(); // made as a directory; null if that fails
 void os_remove_at_exit(const char *path);
 void os_rmdir_at_exit(const char *path);
 void os_keep_temps(bool flag); // nothing is removed at exit
+void os_remove_temps();        // as at exit, for one that has begun and may not come to it again
 
 // --- Environment and time (osdep_time.cpp)
 

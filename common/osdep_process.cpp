@@ -86,6 +86,7 @@ static void fatal_signal(int number) {
         fputs("\n\nAn unexpected problem has been encountered and the program must quit; contact "
               "Norvane support with details\n\n",
               stderr);
+    os_remove_temps();
     exit(dying);
 }
 

@@ -28,12 +28,11 @@ static void forget(Vector **paths) {
 }
 
 // Failures are ignored: nobody is left to hear of them. A forked copy of the process leaves what
-// is its parent's alone. A signal that strikes in here calls exit() again, which must find this
-// function registered anew and all that is not removed yet: so nothing is forgotten before the end.
-static void exit_cleanup() {
+// is its parent's alone. A signal that strikes in here comes back, and must find all that is not
+// removed yet: so nothing is forgotten before the end.
+void os_remove_temps() {
     if (temp_files_to_remove == nullptr || temp_dirs_to_remove == nullptr)
         return;
-    atexit(exit_cleanup);
     if (!keep_temps && host_process_id() == owner) {
         for (uint32_t i = 0; i < vec_size(temp_files_to_remove); i++)
             if (const char *path = vec_at<char>(temp_files_to_remove, i); os_exists(path))
@@ -53,7 +52,7 @@ static void make_vectors() {
     temp_files_to_remove = vec_new(__FILE__, temp_files_line);
     owner = host_process_id();
     if (!exit_cleanup_registered)
-        exit_cleanup_registered = atexit(exit_cleanup) == 0;
+        exit_cleanup_registered = atexit(os_remove_temps) == 0;
 }
 
 void os_remove_at_exit(const char *path) {

@@ -87,15 +87,33 @@ int32_t str_to_int32(const char *text) {
     return static_cast<int32_t>(std::clamp<long long>(value, INT32_MIN, INT32_MAX));
 }
 
+// The length of the character of UTF-8 at `text`; 1 for a byte that begins none.
+static size_t character_length(const char *text) {
+    const auto byte_at = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
+    const unsigned char lead = byte_at(0);
+    const size_t length = lead < 0xc2 ? 1 : lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : 4;
+    for (size_t i = 1; i < length; i++)
+        if ((byte_at(i) & 0xc0) != 0x80)
+            return 1;
+    return length;
+}
+
+// The upper control characters stand in two bytes, or in one where the text is no UTF-8.
+static bool is_control(const char *text, size_t length) {
+    const auto last = static_cast<unsigned char>(text[length - 1]);
+    const bool upper = length == 1 || (length == 2 && *text == '\xc2');
+    return upper && (last < ' ' || (last >= 0x7f && last < 0xa0));
+}
+
 OwnedString str_printable(const char *text) {
     OwnedString copy = xstrdup(text);
     char *end = copy.get();
-    for (const char *c = text; *c != '\0'; c++) {
-        const auto byte = static_cast<unsigned char>(*c);
-        const auto next = static_cast<unsigned char>(c[1]);
-        const bool upper = byte == 0xc2 && next >= 0x80 && next < 0xa0;
-        *end++ = upper || byte < ' ' || byte == 0x7f ? '?' : *c;
-        c += upper ? 1 : 0;
+    for (size_t length; *text != '\0'; text += length) {
+        length = character_length(text);
+        if (is_control(text, length))
+            *end++ = '?';
+        else
+            end = std::copy_n(text, length, end);
     }
     *end = '\0';
     return copy;

@@ -62,8 +62,8 @@ int str_nicmp(const char *a, const char *b, size_t length);
 // As atoi(), with numbers out of range cut to it.
 int32_t str_to_int32(const char *text);
 
-// A copy to show to people: a name's control characters (C0, delete, and C1 as UTF-8 spells it) can
-// make a terminal say anything, and each becomes "?".
+// A copy to show to people: a name's control characters (C0, delete and C1, as UTF-8 or as a
+// single byte) can make a terminal say anything, and each becomes "?".
 OwnedString str_printable(const char *text);
 
 // Prints `text` in double quotes.

@@ -17,7 +17,10 @@ const char *manifest_path(const char *manifest, const char *instdir) {
 
 bool flush_output() {
     static bool told = false;
-    const bool written = fflush(stdout) == 0 && ferror(stdout) == 0;
+    bool written = fflush(stdout) == 0 && ferror(stdout) == 0;
+    // Some file systems tell only on closing, of any descriptor, that they have no room.
+    if (const int copy = host_dup(host_fileno(stdout)); copy != -1)
+        written = host_close(copy) == 0 && written;
     if (!written && !std::exchange(told, true))
         perror("Cannot write to standard output");
     return written;

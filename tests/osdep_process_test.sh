@@ -227,6 +227,28 @@ chmod 333 dir
 $nobody $child --rmtree dir && chmod 755 dir && ls dir
 -
 
+# --- The tool
+
+# A name that leads to a sound manifest only while tasks are started.
+can $fail trace=none true && expect 'Verification failed' <<'-'
+mkdir tree && for i in 1 2 3 4 5 6; do echo $i >tree/$i; done
+$kestrel -g --manifest=bad --instdir=tree >out && echo changed >tree/6
+$kestrel -g --manifest=sound --instdir=tree >out && ln -s bad m
+# flip <to> <text in the log>
+flip() {
+    until grep -qs "$2" log || [ $((tries += 1)) = 2000 ]; do sleep .01; done
+    ln -s "$1" n && mv -T n m
+}
+(flip sound 'Starting process 0' && flip bad 'Waiting for process 1') &
+$fail inject=vfork:delay_enter=300000 -e inject=wait4:delay_exit=300000 \
+    $kestrel -c --manifest=m --instdir=tree --tasks=2 --zvdebug=on,out:log | grep -v '"'
+-
+# Whoever keeps a file may have no room for it and say so only when it is closed.
+can $fail trace=none true && expect 'Cannot write to standard output: Disk quota exceeded
+1' <<'-'
+$fail inject=close:error=EDQUOT $kestrel -h >out || echo $?
+-
+
 # --- Without /proc
 
 can unshare -m sh -c "umount -l /proc && $child --exit 0" && expect child <<'-'
