@@ -61,7 +61,6 @@ uint32_t set_maxerrors(uint32_t n) {
     alert_ensure_init();
     uint32_t previous = error_limit;
     error_limit = n;
-    TRACE_EXIT();
     return previous;
 }
 
@@ -381,34 +380,26 @@ static bool is_newer(const char *name, const char *current) {
 
 bool open_edf(const char *name) {
     TRACE_ENTER("%s", name ? name : "(null)");
-    if (!name || (std::strcmp(name, msgtable_builtin_name()) != 0 && !os_exists(name))) {
-        TRACE_EXIT("false");
-        return false;
-    }
+    if (!name || (std::strcmp(name, msgtable_builtin_name()) != 0 && !os_exists(name)))
+        return TRACE_RESULT(false, "false");
     alert_ensure_init();
     const char *current = msgtable_file();
-    if (current && !is_newer(name, current)) {
-        TRACE_EXIT("\"%s\" is not newer than \"%s\"", name, current);
-        return true;
-    }
+    if (current && !is_newer(name, current))
+        return TRACE_RESULT(true, "\"%s\" is not newer than \"%s\"", name, current);
     bool loaded = load_edf(name) != nullptr;
-    TRACE_EXIT("%s", loaded ? "true" : "false");
-    return loaded;
+    return TRACE_RESULT(loaded, "%s", loaded ? "true" : "false");
 }
 
 bool open_edf_dir(const char *dir) {
     TRACE_ENTER("%s", dir ? dir : "(null)");
-    if (!os_exists(dir)) {
-        TRACE_EXIT("false");
-        return false;
-    }
+    if (!os_exists(dir))
+        return TRACE_RESULT(false, "false");
     VectorPtr files(vec_new(__FILE__, __LINE__));
     uint32_t cnt = findMsgFiles(dir, LANG_NONE, files.get());
     TRACE_MESSAGE("cnt = %u", cnt);
     msgfile_sort(files.get());
     bool opened = cnt == 0 || open_edf(vec_at<const char>(files.get(), 0));
-    TRACE_EXIT("%s", opened ? "true" : "false");
-    return opened;
+    return TRACE_RESULT(opened, "%s", opened ? "true" : "false");
 }
 
 bool alert_open_lang(uint32_t langid) {

@@ -146,19 +146,15 @@ int cmdline_exe(Vector *options, uint32_t mode, int32_t echo) {
     TRACE_ENTER();
     DEBUG_ASSERT(vec_size(options) > 0);
     const char *program = vec_at<const char>(options, 0);
-    if (program == nullptr) {
-        TRACE_EXIT();
+    if (program == nullptr)
         return 1;
-    }
     const char *text = argument_text(options);
     const char *shown = text != nullptr ? text : "";
     const VectorPtr args(vec_new(__FILE__, __LINE__));
     if (needs_command_file(program, text, mode)) {
         const char *file = make_command_file(options);
-        if (file == nullptr) {
-            TRACE_EXIT();
+        if (file == nullptr)
             return 1;
-        }
         vec_append(args.get(), program);
         vec_append(args.get(), file);
         if (echo > 0)
@@ -171,8 +167,7 @@ int cmdline_exe(Vector *options, uint32_t mode, int32_t echo) {
         TRACE_MESSAGE("Executing: %s %s", program, shown);
     }
     const int status = run(program, args.get(), echo);
-    TRACE_EXIT("%d", status);
-    return status;
+    return TRACE_RESULT(status, "%d", status);
 }
 
 int cmdline_spawn(Vector *options, uint32_t mode, int32_t echo) {
@@ -186,7 +181,6 @@ int cmdline_spawn(Vector *options, uint32_t mode, int32_t echo) {
         status = cmdline_exe(options, mode, echo);
         TRACE_REPORT("cmdline_spawn", "Returning status: %d", status);
     }
-    TRACE_EXIT();
     return status;
 }
 
@@ -202,6 +196,5 @@ int cmdline_driver(int argc, const char *const *argv, OptionsFn options_process,
     const int status = cmdline_spawn(options, mode, echo != nullptr ? *echo : 0);
     TRACE_REPORT("cmdline_driver", "Returning status: %d", status);
     package_finish();
-    TRACE_EXIT();
     return status;
 }

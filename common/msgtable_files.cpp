@@ -67,8 +67,7 @@ uint64_t getMsgFileVersion(const char *m) {
         if (error == std::errc::result_out_of_range)
             version = std::numeric_limits<uint64_t>::max();
     }
-    TRACE_EXIT("%" PRIu64, version);
-    return version;
+    return TRACE_RESULT(version, "%" PRIu64, version);
 }
 
 bool msgfile_in_bin(const char *path) {
@@ -132,8 +131,7 @@ uint32_t findMsgFiles(const char *dir, uint32_t langid, Vector *list) {
         TRACE_MESSAGE("msgFileSuffix = \"%s\"", search.suffix);
         host_list_directory(dir, take_message_file, &search);
     }
-    TRACE_EXIT("numFound = %u", search.found);
-    return search.found;
+    return TRACE_RESULT(search.found, "numFound = %u", search.found);
 }
 
 // The "dat" directory beside the directory that the program runs from; null if there is none.
@@ -155,6 +153,5 @@ const char *msg_filename(uint32_t langid) {
     if (cnt != 0)
         msgfile_sort(files.get());
     const char *name = vec_at<const char>(files.get(), 0);
-    TRACE_EXIT("\"%s\"", name);
-    return name;
+    return TRACE_RESULT(name, "\"%s\"", name);
 }

@@ -45,17 +45,15 @@ static const PathType *find_type(int32_t type) {
 const char *reg_create_path(const char *base, int32_t type) {
     TRACE_ENTER("base: \"%s\", type: %d", base ? base : "(null)", type);
     const PathType *known = find_type(type);
-    if (!base || !known) {
-        TRACE_EXIT();
+    if (!base || !known)
         return nullptr;
-    }
     const char *subdir = known->subdir;
     if (c_stdlib && known->by_c_stdlib) {
         base = sc_pathJoin(base, subdir);
         subdir = c_stdlib;
     }
-    TRACE_EXIT("Returning concatenation of path: \"%s\" and \"%s\"", base, subdir);
-    return sc_pathJoin(base, subdir);
+    return TRACE_RESULT(sc_pathJoin(base, subdir),
+                        "Returning concatenation of path: \"%s\" and \"%s\"", base, subdir);
 }
 
 // The directory of a type that is overridden, else null.
@@ -64,62 +62,44 @@ static const char *reg_path_mods(int32_t type) {
     const PathType *known = find_type(type);
     const char *base = known ? overrides[known->override_type] : nullptr;
     const char *dir = base ? reg_create_path(base, type) : nullptr;
-    TRACE_EXIT("\"%s\"", dir ? dir : "null");
-    return dir;
+    return TRACE_RESULT(dir, "\"%s\"", dir ? dir : "null");
 }
 
 const char *reg_instdir(int32_t type) {
     TRACE_ENTER("type: %d", type);
-    if (const char *dir = reg_path_mods(type)) {
-        TRACE_EXIT("\"%s\"", dir);
-        return dir;
-    }
+    if (const char *dir = reg_path_mods(type))
+        return TRACE_RESULT(dir, "\"%s\"", dir);
     const char *base = zvinstdir(ZVINSTDIR_LUM);
     if (!os_exists(base))
         base = set_zvinstall_paths() ? zvinstall_ver : nullptr;
-    if (!base) {
-        TRACE_EXIT("Could not locate installation directory");
-        return nullptr;
-    }
-    if (type == REG_BASE) {
-        TRACE_EXIT("Returning installation directory: \"%s\"", base);
-        return base;
-    }
+    if (!base)
+        return TRACE_RESULT(nullptr, "Could not locate installation directory");
+    if (type == REG_BASE)
+        return TRACE_RESULT(base, "Returning installation directory: \"%s\"", base);
     const char *dir = reg_create_path(base, type);
-    TRACE_EXIT("\"%s\"", dir ? dir : "null");
-    return dir;
+    return TRACE_RESULT(dir, "\"%s\"", dir ? dir : "null");
 }
 
 const char *reg_mkpath(int32_t type, const char *name) {
     TRACE_ENTER("type: %d, name: \"%s\"", type, name ? name : "(null)");
-    if (os_is_absolute(name)) {
-        TRACE_EXIT("Returning absolute path: \"%s\"", name);
-        return sc_strdup(name);
-    }
+    if (os_is_absolute(name))
+        return TRACE_RESULT(sc_strdup(name), "Returning absolute path: \"%s\"", name);
     const char *dir = reg_instdir(type);
     const char *path = dir ? sc_pathJoin(dir, name) : nullptr;
-    TRACE_EXIT("Returning path: \"%s\"", path ? path : "null");
-    return path;
+    return TRACE_RESULT(path, "Returning path: \"%s\"", path ? path : "null");
 }
 
 int reg_set_path(int32_t type, const char *path) {
     TRACE_ENTER("type: %d, path: \"%s\"", type, path ? path : "null");
-    if (path && !os_exists(path)) {
-        TRACE_EXIT("Path does not exist: \"%s\"", path);
-        return 0;
-    }
-    if (path && !os_is_dir(path)) {
-        TRACE_EXIT("Path is not a directory: \"%s\"", path);
-        return 0;
-    }
+    if (path && !os_exists(path))
+        return TRACE_RESULT(0, "Path does not exist: \"%s\"", path);
+    if (path && !os_is_dir(path))
+        return TRACE_RESULT(0, "Path is not a directory: \"%s\"", path);
     const PathType *known = find_type(type);
-    if (!known || !known->word) {
-        TRACE_EXIT();
+    if (!known || !known->word)
         return 0;
-    }
     overrides[type] = sc_strdup(path);
-    TRACE_EXIT("%s path now set to: \"%s\"", known->word, path ? path : "null");
-    return 1;
+    return TRACE_RESULT(1, "%s path now set to: \"%s\"", known->word, path ? path : "null");
 }
 
 void reg_set_c_stdlib(const char *name) {
@@ -130,6 +110,6 @@ void reg_set_c_stdlib(const char *name) {
 
 const char *reg_get_c_stdlib() {
     TRACE_ENTER();
-    TRACE_EXIT("standard C library is presently: \"%s\"", c_stdlib ? c_stdlib : "null");
-    return c_stdlib;
+    return TRACE_RESULT(c_stdlib, "standard C library is presently: \"%s\"",
+                        c_stdlib ? c_stdlib : "null");
 }

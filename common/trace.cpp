@@ -232,26 +232,24 @@ uint32_t trace_width() {
 
 // --- Entry, exit and free lines
 
-void trace_enter(const char *src, uint32_t line, const char *func, const char *format, ...) {
+static void write_entry(const char *src, uint32_t line, const char *func, const char *format,
+                        va_list args) {
     DEBUG_ASSERT(src != NULL);
     DEBUG_ASSERT(func != NULL);
     if (trace_stream != nullptr) {
         std::string text;
         append_prefix(text, src, line);
         append_format(text, "ENTER %s(", or_null_text(func));
-        if (format != nullptr) {
-            va_list args;
-            va_start(args, format);
+        if (format != nullptr)
             append_vformat(text, format, args);
-            va_end(args);
-        }
         text += ")\n";
         emit(text);
     }
     trace_push();
 }
 
-void trace_exit(const char *src, uint32_t line, const char *func, const char *format, ...) {
+static void write_exit(const char *src, uint32_t line, const char *func, const char *format,
+                       va_list args) {
     DEBUG_ASSERT(src != NULL);
     DEBUG_ASSERT(func != NULL);
     trace_pop();
@@ -262,13 +260,44 @@ void trace_exit(const char *src, uint32_t line, const char *func, const char *fo
     append_format(text, "EXIT %s()", or_null_text(func));
     if (format != nullptr) {
         text += " -> ";
-        va_list args;
-        va_start(args, format);
         append_vformat(text, format, args);
-        va_end(args);
     }
     text += '\n';
     emit(text);
+}
+
+void trace_enter(const char *src, uint32_t line, const char *func, const char *format, ...) {
+    va_list args;
+    va_start(args, format);
+    write_entry(src, line, func, format, args);
+    va_end(args);
+}
+
+void trace_exit(const char *src, uint32_t line, const char *func, const char *format, ...) {
+    va_list args;
+    va_start(args, format);
+    write_exit(src, line, func, format, args);
+    va_end(args);
+}
+
+TraceScope::TraceScope(const char *src, uint32_t line, const char *func, const char *format, ...)
+    : source(src), entry_line(line), function(func) {
+    va_list args;
+    va_start(args, format);
+    write_entry(src, line, func, format, args);
+    va_end(args);
+}
+
+void TraceScope::leave(const char *src, uint32_t line, const char *format, ...) {
+    va_list args;
+    va_start(args, format);
+    write_exit(src, line, std::exchange(function, nullptr), format, args);
+    va_end(args);
+}
+
+TraceScope::~TraceScope() {
+    if (is_entered())
+        leave(source, entry_line);
 }
 
 void tracef(const char *src, uint32_t line, const char *fmt, ...) {

@@ -73,10 +73,36 @@ void tracef(const char *src, uint32_t line, const char *fmt, ...) PRINTF_LIKE(3,
 // The same for plain text.
 void trace(const char *src, uint32_t line, const char *txt);
 
+// A call of a function: the entry when it is made, and the exit when it goes, unless leave() has
+// written that, with a result. One that is made without anything writes nothing.
+class TraceScope {
+  public:
+    TraceScope() = default;
+    TraceScope(const char *src, uint32_t line, const char *func, const char *format = nullptr, ...)
+        PRINTF_LIKE(5, 6);
+    TraceScope(const TraceScope &) = delete;
+    TraceScope &operator=(const TraceScope &) = delete;
+    ~TraceScope();
+
+    bool is_entered() const { return function != nullptr; }
+    void leave(const char *src, uint32_t line, const char *format = nullptr, ...) PRINTF_LIKE(4, 5);
+
+  private:
+    const char *source = nullptr;
+    uint32_t entry_line = 0;
+    const char *function = nullptr; // null when there is no exit to be written
+};
+
 // The tracing convention: entry and exit whenever the log is on, free lines under TRACE_GENERAL.
+// TRACE_ENTER stands first in a function; TRACE_EXIT is only needed for an exit with a result, and
+// TRACE_RESULT(value, format, ...) is `value`, to be returned, with the result that the log shows.
 #define TRACE_ENTER(...)                                                                           \
-    TRACE_IF(trace_flags != 0, trace_enter, __func__ __VA_OPT__(, ) __VA_ARGS__)
-#define TRACE_EXIT(...) TRACE_IF(trace_flags != 0, trace_exit, __func__ __VA_OPT__(, ) __VA_ARGS__)
+    TraceScope trace_scope =                                                                       \
+        trace_flags != 0 ? TraceScope(__FILE__, __LINE__, __func__ __VA_OPT__(, ) __VA_ARGS__)     \
+                         : TraceScope()
+#define TRACE_EXIT(...)                                                                            \
+    TRACE_IF(trace_scope.is_entered(), trace_scope.leave __VA_OPT__(, ) __VA_ARGS__)
+#define TRACE_RESULT(value, ...) (TRACE_EXIT(__VA_ARGS__), (value))
 #define TRACE_MESSAGE(...) TRACE_IF((trace_flags & TRACE_GENERAL) != 0, tracef, __VA_ARGS__)
 
 // A line under the name of the function it reports for, whenever the log is on.
@@ -84,7 +110,7 @@ void trace(const char *src, uint32_t line, const char *txt);
     TRACE_IF(trace_flags != 0, tracef, "%s: " format, function __VA_OPT__(, ) __VA_ARGS__)
 
 #define TRACE_IF(condition, writer, ...)                                                           \
-    ((condition) ? writer(__FILE__, __LINE__, __VA_ARGS__) : (void)0)
+    ((condition) ? writer(__FILE__, __LINE__ __VA_OPT__(, ) __VA_ARGS__) : (void)0)
 
 // --- Other writers
 

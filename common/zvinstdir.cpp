@@ -86,50 +86,37 @@ int set_zvinstall_paths() {
     if (!paths.version) {
         if (paths.reason)
             TRACE_EXIT("%s", paths.reason);
-        else
-            TRACE_EXIT();
         return 0;
     }
     zvinstall_ver = paths.version;
     TRACE_MESSAGE("zvinstall_ver has been set to: \"%s\"", zvinstall_ver);
     zvinstall_dir = paths.install;
     TRACE_MESSAGE("zvinstall_dir has been set to: \"%s\"", zvinstall_dir);
-    TRACE_EXIT();
     return 1;
 }
 
 int zvinstdir_set(const char *path) {
     TRACE_ENTER("%s", path ? path : "(null)");
-    if (!os_exists(path)) {
-        TRACE_EXIT("Path doesn't exist: \"%s\"", path ? path : "(null)");
-        return 1;
-    }
+    if (!os_exists(path))
+        return TRACE_RESULT(1, "Path doesn't exist: \"%s\"", path ? path : "(null)");
     zvinstall_ver = path;
     const char *parent = sc_dirname(path);
-    if (!os_exists(parent)) {
-        TRACE_EXIT("Path doesn't exist: \"%s\"", parent ? parent : "(null)");
-        return 1;
-    }
+    if (!os_exists(parent))
+        return TRACE_RESULT(1, "Path doesn't exist: \"%s\"", parent ? parent : "(null)");
     zvinstall_dir = parent;
-    TRACE_EXIT("Install dir set to: \"%s\"", zvinstall_dir);
-    return 0;
+    return TRACE_RESULT(0, "Install dir set to: \"%s\"", zvinstall_dir);
 }
 
 const char *zvinstdir(int32_t path) {
     TRACE_ENTER("%d", path);
     DEBUG_ASSERT((path >= ZVINSTDIR_FIRST) && (path < ZVINSTDIR_LAST));
-    const char *dir = nullptr;
-    if (path < ZVINSTDIR_FIRST || path >= ZVINSTDIR_LAST || !set_zvinstall_paths()) {
-        TRACE_EXIT();
-    } else if (path == ZVINSTDIR_INSTALL) {
-        dir = zvinstall_dir;
-        TRACE_EXIT("Returning install directory: \"%s\"", dir);
-    } else if (path == ZVINSTDIR_VERSION) {
-        dir = zvinstall_ver;
-        TRACE_EXIT("Returning ver directory: \"%s\"", dir);
-    } else {
-        dir = sc_pathJoin(zvinstall_ver, KIND_NAMES[path]);
-        TRACE_EXIT("Returning concatenation of \"%s\" and \"%s\"", zvinstall_ver, KIND_NAMES[path]);
-    }
-    return dir;
+    if (path < ZVINSTDIR_FIRST || path >= ZVINSTDIR_LAST || !set_zvinstall_paths())
+        return nullptr;
+    if (path == ZVINSTDIR_INSTALL)
+        return TRACE_RESULT(zvinstall_dir, "Returning install directory: \"%s\"", zvinstall_dir);
+    if (path == ZVINSTDIR_VERSION)
+        return TRACE_RESULT(zvinstall_ver, "Returning ver directory: \"%s\"", zvinstall_ver);
+    return TRACE_RESULT(sc_pathJoin(zvinstall_ver, KIND_NAMES[path]),
+                        "Returning concatenation of \"%s\" and \"%s\"", zvinstall_ver,
+                        KIND_NAMES[path]);
 }

@@ -135,8 +135,7 @@ const char *vecString(Vector *args) {
         }
         result = sc_strdup(text.c_str());
     }
-    TRACE_EXIT("returning string: \"%s\"", result != nullptr ? result : "(null)");
-    return result;
+    return TRACE_RESULT(result, "returning string: \"%s\"", result != nullptr ? result : "(null)");
 }
 
 ProcessHandle runProgram(const char *exe, Vector *args) {
@@ -147,11 +146,10 @@ ProcessHandle runProgram(const char *exe, Vector *args) {
             argv.push_back(argument);
     argv.push_back(nullptr);
     const ProcessHandle process = host_start_process(exe, argv.data(), vecString(args));
-    if (process != 0)
-        TRACE_EXIT("Successfully created process with id %lld", static_cast<long long>(process));
-    else
-        TRACE_EXIT("Could not create process for \"%s\"", exe);
-    return process;
+    if (process == 0)
+        return TRACE_RESULT(process, "Could not create process for \"%s\"", exe);
+    return TRACE_RESULT(process, "Successfully created process with id %lld",
+                        static_cast<long long>(process));
 }
 
 // Without a separator at the end, which would escape the quote that may follow it.
@@ -277,10 +275,8 @@ static bool is_unchanged(const char *manifest, const FileState &counted) {
 
 bool check_manifest(const char *manifest, const char *instdir) {
     TRACE_ENTER();
-    if (!os_exists(instdir)) {
-        TRACE_EXIT("Given installation path \"%s\" does not exist", instdir);
-        return false;
-    }
+    if (!os_exists(instdir))
+        return TRACE_RESULT(false, "Given installation path \"%s\" does not exist", instdir);
     manifest = manifest_path(manifest, instdir);
     announce("Checking", manifest, instdir);
     const OwnedString before = os_getcwd();
@@ -288,10 +284,8 @@ bool check_manifest(const char *manifest, const char *instdir) {
     FileState counted;
     uint32_t lines = 0;
     FilePtr file = open_manifest(manifest, instdir, before.get(), &counted, &failure);
-    if (file == nullptr || !count_lines(file.get(), &lines, &failure)) {
-        TRACE_EXIT("%s", failure);
-        return false;
-    }
+    if (file == nullptr || !count_lines(file.get(), &lines, &failure))
+        return TRACE_RESULT(false, "%s", failure);
     const OwnedString opened = host_absolute_path(manifest);
     if (before != nullptr)
         enter_directory(before.get());
@@ -308,11 +302,8 @@ bool check_manifest(const char *manifest, const char *instdir) {
     bool passed =
         check_by_tasks(task_setting(manifest, instdir), std::move(file), lines, tasks, &failure);
     expect_manifest(nullptr);
-    if (failure != nullptr) {
-        TRACE_EXIT("%s", failure);
-        return false;
-    }
+    if (failure != nullptr)
+        return TRACE_RESULT(false, "%s", failure);
     passed = is_unchanged(opened.get(), counted) && passed;
-    TRACE_EXIT("Hash verification %s", passed ? "passed" : "failed");
-    return passed;
+    return TRACE_RESULT(passed, "Hash verification %s", passed ? "passed" : "failed");
 }

@@ -118,10 +118,8 @@ static BlockVectorPtr gather_lines(FILE *file, int32_t position, uint32_t start,
 bool check_manifest_range(const char *manifest, const char *instdir, int32_t position,
                           uint32_t start, uint32_t end) {
     TRACE_ENTER();
-    if (!os_exists(instdir)) {
-        TRACE_EXIT("Given installation path \"%s\" does not exist", instdir);
-        return false;
-    }
+    if (!os_exists(instdir))
+        return TRACE_RESULT(false, "Given installation path \"%s\" does not exist", instdir);
     manifest = manifest_path(manifest, instdir);
     TRACE_MESSAGE("Performing partial check of manifest \"%s\" for installation \"%s\"", manifest,
                   instdir);
@@ -129,34 +127,25 @@ bool check_manifest_range(const char *manifest, const char *instdir, int32_t pos
     const char *failure = nullptr;
     FileState opened;
     FilePtr file = open_manifest(manifest, instdir, before.get(), &opened, &failure);
-    if (file == nullptr) {
-        TRACE_EXIT("%s", failure);
-        return false;
-    }
+    if (file == nullptr)
+        return TRACE_RESULT(false, "%s", failure);
     const BlockVectorPtr lines = gather_lines(file.get(), position, start, end, &failure);
     file.reset();
-    if (lines == nullptr) {
-        TRACE_EXIT("%s", failure);
-        return false;
-    }
-    if (vec_size(lines.get()) == 0) {
-        TRACE_EXIT("ERROR: no data was read from the manifest");
-        return false;
-    }
+    if (lines == nullptr)
+        return TRACE_RESULT(false, "%s", failure);
+    if (vec_size(lines.get()) == 0)
+        return TRACE_RESULT(false, "ERROR: no data was read from the manifest");
     std::string path;
     switch (shahash_verify_lines(lines.get(), &path)) {
     case LineFault::malformed:
-        TRACE_EXIT("Manifest data was malformed");
-        return false;
+        return TRACE_RESULT(false, "Manifest data was malformed");
     case LineFault::different:
         TRACE_MESSAGE("File \"%s\" did not verify against manifest hash.", path.c_str());
-        TRACE_EXIT();
         return false;
     case LineFault::none:
         break;
     }
     if (before != nullptr)
         enter_directory(before.get());
-    TRACE_EXIT("All hashes in the range verified correctly");
-    return true;
+    return TRACE_RESULT(true, "All hashes in the range verified correctly");
 }

@@ -13,26 +13,19 @@ static bool write_manifest(const char *manifest) {
 
 bool generate_manifest(const char *manifest, const char *instdir) {
     TRACE_ENTER();
-    if (!os_exists(instdir)) {
-        TRACE_EXIT("Given installation path \"%s\" does not exist", instdir);
-        return false;
-    }
+    if (!os_exists(instdir))
+        return TRACE_RESULT(false, "Given installation path \"%s\" does not exist", instdir);
     manifest = manifest_path(manifest, instdir);
     TRACE_MESSAGE("Generate manifest \"%s\" for installation \"%s\"", manifest, instdir);
     announce("Generating", manifest, instdir);
     const OwnedString before = os_getcwd();
-    if (before == nullptr || !enter_directory(instdir)) {
-        TRACE_EXIT("Could not change to directory: \"%s\"\n", instdir);
-        return false;
-    }
+    if (before == nullptr || !enter_directory(instdir))
+        return TRACE_RESULT(false, "Could not change to directory: \"%s\"\n", instdir);
     const bool written = write_manifest(manifest);
     if (!written)
         TRACE_MESSAGE("Could not generate manifest");
-    if (!enter_directory(before.get())) {
-        TRACE_EXIT("Could not change to directory: \"%s\"\n", instdir);
-        return false;
-    }
+    if (!enter_directory(before.get()))
+        return TRACE_RESULT(false, "Could not change to directory: \"%s\"\n", instdir);
     TRACE_MESSAGE("Compiler integrity hash file saved to: %s\n", manifest);
-    TRACE_EXIT();
     return written;
 }

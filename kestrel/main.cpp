@@ -77,32 +77,26 @@ static const char *absolute_path(const char *path) {
     return os_is_absolute(path) ? sc_strdup(path) : sc_strdup(os_fullpath(path).get());
 }
 
-// Leaves main() from wherever it stands, at the caller's line. (Clang 14 has no
-// std::source_location.)
-[[noreturn]] static void leave_main(int status, const char *result,
-                                    uint32_t line = __builtin_LINE()) {
-    if (trace_flags != 0)
-        trace_exit(__FILE__, line, "main", result != nullptr ? "%s" : nullptr, result);
-    cleanup(status);
-}
-
-// "<position>,<start>,<end>". A range check is quiet.
-static void read_range(const char *text, Options &options) {
+// "<position>,<start>,<end>"; false if it is not of that form. A range check is quiet.
+static bool read_range(const char *text, Options &options) {
     verbose = 0;
     const char *first = strchr(text, ',');
     const char *second = first != nullptr ? strchr(first + 1, ',') : nullptr;
     if (second == nullptr) {
         fputs("Invalid syntax for option: --check\n", stderr);
-        leave_main(1, "Invalid syntax for --check option");
+        return false;
     }
     options.position = str_to_int32(text);
     options.start = str_to_int32(first + 1);
     options.end = str_to_int32(second + 1);
     options.range_check = true;
+    TRACE_MESSAGE("Got range check option; Start position: %ld, start line: %d, end line: %d",
+                  static_cast<long>(options.position), options.start, options.end);
+    return true;
 }
 
-// Arguments that are no option are passed over.
-static void read_option(const char *argument, Options &options) {
+// Arguments that are no option are passed over. False if one is not as it must be.
+static bool read_option(const char *argument, Options &options) {
     const std::string_view option = argument;
     const auto value_of = [&](std::string_view prefix) {
         return option.starts_with(prefix) ? argument + prefix.size() : nullptr;
@@ -126,44 +120,49 @@ static void read_option(const char *argument, Options &options) {
         print_usage();
         cleanup(0);
     } else if (const char *range = value_of("--check=")) {
-        read_range(range, options);
-        TRACE_MESSAGE("Got range check option; Start position: %ld, start line: %d, end line: %d",
-                      static_cast<long>(options.position), options.start, options.end);
+        return read_range(range, options);
     } else if (const char *tasks = value_of("--tasks=")) {
         task_limit = str_to_int32(tasks);
         TRACE_MESSAGE("Got task limit option for %d tasks", task_limit);
     }
+    return true;
 }
 
 // --- Modes
+
+// What the run ends with; `result` is for the debug log, and null for none.
+struct Ending {
+    int status;
+    const char *result = nullptr;
+};
 
 static void print_verdict(bool passed) {
     if (verbose != 0)
         printf("Verification %s\n", passed ? "passed" : "failed");
 }
 
-[[noreturn]] static void generate(const Options &options) {
+static Ending generate(const Options &options) {
     if (options.check) {
         print_usage();
         fputs("Both the generate -g and check -c options were provided. Only one can be accepted\n",
               stderr);
-        leave_main(1, "Both the generate and check options were given");
+        return {1, "Both the generate and check options were given"};
     }
     if (!generate_manifest(options.manifest, options.instdir)) {
         fputs("There was a problem generating the manifest file\n", stderr);
-        leave_main(1, "Could not create manifest");
+        return {1, "Could not create manifest"};
     }
     if (verbose != 0)
         puts("Manifest file successfully created");
-    leave_main(0, "Manifest was successfully created");
+    return {0, "Manifest was successfully created"};
 }
 
 // With a range given as well, the whole check runs first and the range decides.
-[[noreturn]] static void check(const Options &options) {
+static Ending check(const Options &options) {
     if (!options.check && !options.range_check) {
         print_usage();
         fputs("Missing generate -g or check -c options. One of them must be provided\n", stderr);
-        leave_main(1, "No generate/check/range check option was given");
+        return {1, "No generate/check/range check option was given"};
     }
     bool passed = false;
     if (options.check) {
@@ -177,7 +176,7 @@ static void print_verdict(bool passed) {
         TRACE_MESSAGE("Verification %s", passed ? "passed" : "failed");
     }
     print_verdict(passed);
-    leave_main(passed ? 0 : 1, nullptr);
+    return {passed ? 0 : 1};
 }
 
 int main(int argc, char **argv) {
@@ -188,11 +187,12 @@ int main(int argc, char **argv) {
     TRACE_ENTER();
 
     Options options;
+    bool sound = true;
     for (const char *argument : VecEach<const char>(arguments))
-        read_option(argument, options);
+        if (sound)
+            sound = read_option(argument, options);
     vec_free(arguments);
-
-    if (options.instdir == nullptr) {
+    if (sound && options.instdir == nullptr) {
         print_usage();
         TRACE_MESSAGE("Installation directory was not specified");
         fputs("Missing installation directory. Please specify the tool path with the option: "
@@ -200,7 +200,12 @@ int main(int argc, char **argv) {
               stderr);
         cleanup(1);
     }
-    if (options.generate)
-        generate(options);
-    check(options);
+    Ending ending = {1, "Invalid syntax for --check option"};
+    if (sound)
+        ending = options.generate ? generate(options) : check(options);
+    if (ending.result != nullptr)
+        TRACE_EXIT("%s", ending.result);
+    else
+        TRACE_EXIT();
+    cleanup(ending.status);
 }
