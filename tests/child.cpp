@@ -1,6 +1,7 @@
 // The program that tests start. Without an option of the table in main() it prints its arguments.
 #include "osdep.h"
 #include "package.h"
+#include "scratch.h"
 #include "zvdebug.h"
 
 #include <cerrno>
@@ -40,11 +41,7 @@ static int temporaries(const char *second) {
 
 // Stands in for a debugger, which is given a script, "--", a program and its arguments.
 static int debug(const char *script, char **program) {
-    puts(script);
-    FILE *f = host_fopen(script, "rb");
-    for (int c = getc(f); c != EOF; c = getc(f))
-        putchar(c);
-    fclose(f);
+    printf("%s\n%s", script, read_file(script).c_str());
     for (; *program != nullptr; ++program)
         printf("\n<%s>", *program);
     return 9;
