@@ -73,6 +73,10 @@ TEST(OsProcess, CaughtRunGivesOutputAndStatusAndPutsTheStreamsBack) {
     EXPECT_EQ(status, 0);
     EXPECT_EQ(output_of({"--exit", "42"}, &status), "");
     EXPECT_EQ(status, 42);
+    const OwnedString temporaries = os_dirname(os_tempname_plain().get());
+    os_rmtree(temporaries.get());
+    EXPECT_EQ(output_of({}), "(not run)") << "nowhere to catch the output";
+    EXPECT_EQ(os_mkdir(temporaries.get()), 0);
     const int after = host_dup(1);
     host_close(after);
     EXPECT_EQ(after, next) << "a descriptor stayed open";
