@@ -9,9 +9,12 @@
 static const PathStyle &drive = drive_path_style;
 static const PathStyle &slash = slash_path_style;
 
-TEST(PathStyle, NulIsNoSeparator) {
+TEST(PathStyle, SeparatorsAndBareDrives) {
     EXPECT_FALSE(path_is_separator(drive, '\0') || path_is_separator(slash, '\0'));
     EXPECT_TRUE(path_is_separator(drive, '/') && !path_is_separator(slash, '\\'));
+    EXPECT_TRUE(path_is_bare_drive(drive, "c:") && !path_is_bare_drive(slash, "c:"));
+    for (const char *path : {"", "c", "c:\\", "::", "cc"})
+        EXPECT_FALSE(path_is_bare_drive(drive, path)) << path;
 }
 
 TEST(PathStyle, Absolute) {
