@@ -199,10 +199,10 @@ TEST(OsCopyFile, FailureLeavesTheDestination) {
 
 TEST(OsCopyFile, WritesWhereLinksLead) {
     const Scratch scratch;
-    const std::string from = scratch.write("from", "new");
+    const std::string from = scratch.write("from", "new"), far = scratch.path("far");
     const Inside inside(scratch.directory());
     scratch.write("there", "old");
-    for (const std::string target : {"there", "not yet there", scratch.path("far").c_str()}) {
+    for (const std::string target : {"there", "not yet there", far.c_str()}) {
         const std::string link = scratch.path("link");
         if (!make_link(target, link, false))
             GTEST_SKIP() << "no links here";
