@@ -31,6 +31,8 @@ TEST(OsPath, FullAndRelativePaths) {
     EXPECT_EQ(text_of(os_relpath(here.c_str())), ".");
     ASSERT_TRUE(host_chdir("/"));
     EXPECT_EQ(text_of(os_relpath("x")), "x");
+    EXPECT_EQ(text_of(os_basename_copy("a/b.c")), "b.c");
+    EXPECT_EQ(text_of(os_stem("a.b.c")) + text_of(os_stem_dot("a.b.c")), "a.ba.b.");
     EXPECT_EQ(os_fullpath(nullptr), nullptr);
     EXPECT_EQ(os_relpath(nullptr), nullptr);
 }
