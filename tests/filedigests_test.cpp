@@ -83,6 +83,7 @@ TEST(FileDigests, ResultsComeInOrder) {
             more = digests.add(paths[i].c_str(), reinterpret_cast<void *>(uintptr_t{i}));
         EXPECT_EQ(digests.finish(), end == paths.size());
         EXPECT_EQ(digests.add(paths[0].c_str(), nullptr), end == paths.size());
+        EXPECT_EQ(digests.add(paths[0].c_str(), nullptr, nullptr), end == paths.size());
         EXPECT_EQ(received.lines, lines) << end;
     }
 }
