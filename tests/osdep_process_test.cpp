@@ -50,7 +50,7 @@ TEST(OsProcess, ArgumentsArriveAsTheRuntimeSplitsThem) {
         std::vector<const char *> sent;
         const char *received;
     } cases[] = {
-        {{"a b", "c\nd e"}, "<a b>\n<c\nd e>\n"},
+        {{"a b", "c\td"}, "<a b>\n<c\td>\n"},
         {{"a", "", "b"}, "<a>\n<b>\n"},
         {{"a\"b", "c"}, "<ab c>\n"},
         {{"a\\\"b"}, "<a\"b>\n"},
@@ -61,6 +61,7 @@ TEST(OsProcess, ArgumentsArriveAsTheRuntimeSplitsThem) {
     };
     for (const auto &c : cases)
         EXPECT_EQ(output_of(c.sent), c.received);
+    EXPECT_EQ(text_of(os_quote_arg("a\n")) + text_of(os_quote_arg("\xa0")), "\"a\n\"\xa0");
 }
 
 TEST(OsProcess, CaughtRunGivesOutputAndStatusAndPutsTheStreamsBack) {
