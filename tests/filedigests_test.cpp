@@ -1,11 +1,11 @@
 #include "filedigests.h"
 
-#include "blockhash.h"
 #include "noise.h"
 #include "osdep.h"
 #include "scratch.h"
 #include "shahash.h"
 
+#include <algorithm>
 #include <functional>
 #include <gtest/gtest.h>
 #include <vector>
@@ -13,23 +13,20 @@
 // These are the first digests of the process when the test runs by itself, and their length in bits
 // needs the upper half of its field.
 TEST(FileDigests, PairsAreChosenAndCounted) {
-    Sha256Context ctx[2];
-    Sha256Context *const contexts[2] = {&ctx[0], &ctx[1]};
+    Sha256Context alone, pair[2];
+    Sha256Context *const contexts[2] = {&pair[0], &pair[1]};
     const std::vector<uint8_t> message(SHA256_BLOCK_SIZE, 'a');
     const uint8_t *const blocks[2] = {message.data(), message.data()};
-    for (Sha256Context *context : contexts)
+    for (Sha256Context *context : {&alone, &pair[0], &pair[1]}) {
         sha256_init(context);
-    sha256_update_pair(contexts, blocks, 1);
-    for (Sha256Context *context : contexts) {
-        Sha256Context copy = *context;
-        uint8_t digest[SHA256_DIGEST_SIZE];
-        sha256_final(&copy, digest);
-        EXPECT_EQ(load_be32(digest), 0xffe054feu);
         context->bitlen = 0xfffffe00;
     }
     sha256_update_pair(contexts, blocks, 1);
-    for (const Sha256Context *context : contexts)
-        EXPECT_EQ(context->bitlen, uint64_t{1} << 32);
+    sha256_update(&alone, message.data(), message.size());
+    for (const Sha256Context &context : pair) {
+        EXPECT_TRUE(std::equal(context.state, std::end(context.state), alone.state));
+        EXPECT_EQ(context.bitlen, uint64_t{1} << 32);
+    }
 }
 
 // What the receiver is told of a file: its tag, its path, and its digest or why there is none.
