@@ -29,13 +29,13 @@ static std::string output_of(const std::vector<const char *> &arguments, int *st
 TEST(OsProcess, CoresFromTheEnvironment) {
     const int system = os_ncores(false);
     EXPECT_GE(system, 1);
-    const std::vector<std::pair<const char *, int>> cases = {{"8", 8},
-                                                             {" 12x", 12},
-                                                             {"-3", 1},
-                                                             {"0", system},
-                                                             {"", system},
-                                                             {"abc", system},
-                                                             {"99999999999999999999", INT32_MAX}};
+    const std::pair<const char *, int> cases[] = {{"8", 8},
+                                                  {" 12x", 12},
+                                                  {"-3", 1},
+                                                  {"0", system},
+                                                  {"", system},
+                                                  {"abc", system},
+                                                  {"99999999999999999999", INT32_MAX}};
     for (const auto &[value, cores] : cases) {
         os_setenv("bamboo_capability_Cores", value);
         EXPECT_EQ(os_ncores(true), cores) << value;
