@@ -123,6 +123,7 @@ TEST(HashTest, ReportOfTrackedTables) {
         "insert.cpp:9        > HASH @ table.cpp:7 (3/4) clashed 1 times inserting (%p,%p)\n", key,
         key);
     EXPECT_EQ(log.lines_with("(3/4)"), clash.get());
+    EXPECT_NE(log.lines_with("(5/4) clashed 2 times"), "");
     const std::string report = log.lines_with("# ");
     EXPECT_TRUE(
         report.starts_with("# Hash Table Master List:\n# ptr    file:line    max_util/capacity    "
