@@ -37,7 +37,7 @@ TEST(PathStyle, LeadingOut) {
         std::vector<const char *> paths;
     } cases[] = {
         {true, true, {"/x", "\\x", "C:x", "..", ".\\..", "a\\../..", "a/b\\../../.."}},
-        {true, false, {"... \\a", ".\\.. ", ". ./a"}},
+        {true, false, {". \\a", "... \\a", ".\\.. ", ". ./a"}},
         {false, false, {"", ".\\a\\b", ".\\a\\..\\b", "a//b\\..\\.\\..", "..a\\..", "a\\C:"}}};
     for (const auto &c : cases)
         for (const char *path : c.paths) {
