@@ -34,8 +34,10 @@ static int temporaries(const char *second) {
     puts(directory.get());
     fclose(host_fopen(os_join(directory.get(), "inner").get(), "w"));
     fclose(host_fopen("registered.txt", "w"));
-    os_remove_at_exit("registered.txt");
     os_remove_at_exit("never made");
+    os_remove_at_exit("registered.txt");
+    host_mkdir("registered");
+    os_rmdir_at_exit("registered");
     return host_chdir("..") ? 0 : 1;
 }
 
@@ -89,6 +91,8 @@ static int die(const char *directory, int number, std::string_view how) {
     if (how == "fault")
         atexit([] { *nowhere = 0; });
     os_catch_signals();
+    if (how.empty())
+        signal(number, SIG_DFL); // until a program has been run
     os_setenv("TEMP", directory);
     fclose(host_fopen(os_tempname_plain().get(), "w"));
     if (how == "again") // before the temporary is removed
