@@ -26,4 +26,13 @@ void sha1_final(Sha1Context *ctx, uint8_t *digest);
 // Compresses one block into the state, leaving the other fields alone.
 void sha1_transform(Sha1Context *ctx, const uint8_t *block);
 
+// The algorithm, for templates that are for more than one.
+struct Sha1 {
+    using Context = Sha1Context;
+    static constexpr size_t size = SHA1_DIGEST_SIZE;
+    static constexpr auto init = sha1_init;
+    static constexpr auto update = sha1_update;
+    static constexpr auto final = sha1_final;
+};
+
 #endif

@@ -29,4 +29,13 @@ void sha256_final(Sha256Context *ctx, uint8_t *digest);
 // Compresses one block into the state, leaving the other fields alone.
 void sha256_transform(Sha256Context *ctx, const uint8_t *block);
 
+// The algorithm, for templates that are for more than one.
+struct Sha256 {
+    using Context = Sha256Context;
+    static constexpr size_t size = SHA256_DIGEST_SIZE;
+    static constexpr auto init = sha256_init;
+    static constexpr auto update = sha256_update;
+    static constexpr auto final = sha256_final;
+};
+
 #endif

@@ -16,23 +16,6 @@
 
 // --- Digests of files
 
-// What the two algorithms differ in.
-struct Sha256 {
-    using Context = Sha256Context;
-    static constexpr size_t size = SHA256_DIGEST_SIZE;
-    static constexpr auto init = sha256_init;
-    static constexpr auto update = sha256_update;
-    static constexpr auto final = sha256_final;
-};
-
-struct Sha1 {
-    using Context = Sha1Context;
-    static constexpr size_t size = SHA1_DIGEST_SIZE;
-    static constexpr auto init = sha1_init;
-    static constexpr auto update = sha1_update;
-    static constexpr auto final = sha1_final;
-};
-
 static constexpr size_t READ_SIZE = 16384;
 
 static OwnedBytes new_digest(size_t size) {

@@ -30,13 +30,10 @@ void observe(uint32_t number, uintptr_t a, uintptr_t b, uintptr_t c) {
 class AlertTest : public testing::Test {
   protected:
     void SetUp() override {
-        GTEST_FLAG_SET(death_test_style, "threadsafe");
         alert_init();
-        load_edf(msgtable_builtin_name());
         set_maxerrors(UINT_MAX);
         alert_set_output([](const char *line) { shown += line; });
         shown.clear();
-        observed.clear();
     }
     void TearDown() override {
         alert_set_output(nullptr);
@@ -46,7 +43,6 @@ class AlertTest : public testing::Test {
         alert_set_formats(nullptr, nullptr, nullptr);
         alert_control(0, ALERT_CLEAR);
         set_warnlevel(0);
-        errno = 0;
     }
 
     // The name of a file that no message was shown for.
@@ -71,15 +67,6 @@ class AlertTest : public testing::Test {
             digits += std::to_string(alert_state(number));
         return digits;
     }
-};
-
-// A process of its own for whatever counts or ends; its exit status is the answer.
-class AlertExitTest : public testing::Test {
-  protected:
-    void SetUp() override { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
-    void TearDown() override { alert_exit_hook = saved_hook; }
-
-    void (*const saved_hook)(int status) = alert_exit_hook;
 };
 
 // In the fixed layout, and in that of a template that names every part of the position.
@@ -107,10 +94,6 @@ TEST_F(AlertTest, PositionInBothLayouts) {
     for (const auto &test : cases) {
         alert_set_position(test.file, test.line, &base, test.column);
         EXPECT_EQ(told(test.entry(MESSAGE)), test.position + MESSAGE_TEXT + "\n");
-        EXPECT_EQ(told(test.entry(ERROR_ROW, "a", "b", 7)),
-                  test.position + "(1502) assertion failure: a (b:7) \n");
-        EXPECT_EQ(told(test.entry(WARNING, "a", "b", 7)),
-                  test.position + "(1501) assertion failure: a (b:7)  (warning)\n");
         alert_use_formats(true);
         EXPECT_EQ(told(test.entry(9)), test.by_template + "\n");
         alert_use_formats(false);
@@ -122,16 +105,10 @@ TEST_F(AlertTest, PositionInBothLayouts) {
 
 TEST_F(AlertTest, Templates) {
     errno = 0;
-    const std::string text = alert_lookup(9)->text;
-    const std::pair<const char *, std::string> cases[] = {
-        {"%a: %n: %m: %q: %s: %%%",
-         "kestrel: 9: " + std::string(std::strerror(0)) + ": q: " + text + ": %"},
-        {"", ""}};
     alert_use_formats(true);
-    for (const auto &[format, expected] : cases) {
-        alert_set_formats(format, "wrong", "wrong");
-        EXPECT_EQ(told(alert_repeat(9)), expected + "\n");
-    }
+    alert_set_formats("%a: %n: %m: %q: %s: %%%", "wrong", "wrong");
+    EXPECT_EQ(told(alert_repeat(9)),
+              sc_format("kestrel: 9: %s: q: %s: %%\n", std::strerror(0), alert_lookup(9)->text));
     alert_set_formats("wrong", "%s|", nullptr);
     EXPECT_EQ(told(alert_nl_repeat(WARNING, "a", "b", 7)), "assertion failure: a (b:7) |\n");
     EXPECT_EQ(told(alert_repeat(MESSAGE)), std::string(": : ") + MESSAGE_TEXT + "\n");
@@ -198,7 +175,7 @@ TEST_F(AlertTest, ALineInPiecesGoesToTheLogToo) {
     contmsg(1, "%d", 3);
     contmsg(1, "%d", 4);
     trace_flags = 0;
-    EXPECT_EQ(log.lines_with(""), "ALERT> between\nALERT> \t123\nALERT> \t4\n");
+    EXPECT_EQ(log.take(), "ALERT> between\nALERT> \t123\nALERT> \t4\n");
     EXPECT_EQ(take(), "between\n\t123\n\t4\n");
     EXPECT_NE(alert_get_output(), nullptr);
 }
@@ -220,10 +197,6 @@ TEST_F(AlertTest, TheSameLineIsToldOnce) {
     EXPECT_EQ(alert(WARNING, "a", "b", 7), 0);
     set_warnlevel(0);
     EXPECT_EQ(alert(WARNING, "a", "b", 7), 1);
-    alert_control(MESSAGE, ALERT_HIDE);
-    EXPECT_EQ(alert(MESSAGE), 0);
-    alert_control(MESSAGE, ALERT_DEFAULT);
-    EXPECT_EQ(alert(MESSAGE), 1);
 }
 
 TEST_F(AlertTest, TheObserverSeesNumberAndArguments) {
@@ -276,7 +249,6 @@ TEST_F(AlertTest, StatesAreSavedAndRestored) {
     EXPECT_EQ(states(), "0400");
     alert_control(0, ALERT_OFF_ALL);
     EXPECT_EQ(states(), "2220");
-    EXPECT_EQ(alert_state(1504), ALERT_DEFAULT);
     for (int pop = 0; pop < 2; pop++) { // the last one stays
         alert_control(0, ALERT_POP);
         EXPECT_EQ(states(), "0100");
@@ -322,52 +294,67 @@ TEST_F(AlertTest, LevelsOfTheCallersTypes) {
     EXPECT_EQ(alert_adhoc("F", "x"), 0); // not even the end, at a threshold of 11
 }
 
-TEST_F(AlertExitTest, TheErrorPastTheLimitEndsTheProgram) {
-    EXPECT_EXIT(
-        {
-            alert_exit_hook = [](int status) {
-                fputs(shown.c_str(), stderr);
-                exit(status + 40);
-            };
-            alert_set_output([](const char *line) { shown += line; });
-            for (int i = 1; i <= 21; i++)
-                alert_nl_repeat(ERROR_ROW, "a", "b", i);
-        },
-        testing::ExitedWithCode(41), "b:20. \ntoo many errors .21.\n$");
-    EXPECT_EXIT((set_maxerrors(0), alert_adhoc("e", "lost")), testing::ExitedWithCode(1),
-                "^too many errors .1.\n$");
+// What is shown, and whether that is a failure, after each of some messages.
+void count_failures() {
+    alert_set_output([](const char *) {});
+    const auto tell = [](int was_shown) { fprintf(stderr, "%d%d ", was_shown, alert_failed()); };
+    alert_set_warn_fails(true);
+    set_warnlevel(1);
+    tell(alert_nl_repeat(WARNING, "a", "b", 7));
+    tell(alert_nl_repeat(MESSAGE));
+    tell(alert_adhoc("3", "the caller's own"));
+    set_warnlevel(0);
+    tell(alert_nl_repeat(WARNING, "a", "b", 7));
+    alert_set_warn_fails(false);
+    set_warnlevel(11);
+    tell(alert_adhoc("M", "hidden"));
+    tell(alert_adhoc("E", "hidden"));
+    exit(40);
 }
 
-TEST_F(AlertExitTest, FatalMessagesEndTheProgram) {
-    alert_exit_hook = [](int status) { fprintf(stderr, "status %d", status); }; // and returns
-    EXPECT_EXIT(alert(FATAL, "a", "b", 7), testing::ExitedWithCode(1),
-                "^.1503. assertion failure: a .b:7. \nstatus 1$");
-    EXPECT_EXIT((errno = ENOENT, alert_nl(141, "debug-out", "x")), testing::ExitedWithCode(1),
-                "^.141. can't open debug-out file \"x\": No such file or directory\nstatus 1$");
-    EXPECT_EXIT(alert_adhoc("f", "x"), testing::ExitedWithCode(1), "^.0. x\nstatus 1$");
-    EXPECT_EXIT(
-        alert_fatal(3), testing::ExitedWithCode(1),
-        "^.5. QRN has encountered .* following details: common_test fatal error 3\nstatus 1$");
-}
-
-TEST_F(AlertExitTest, FailureIsCountedErrorsOrWarnings) {
-    const auto run = [] {
-        alert_set_output([](const char *) {});
-        const auto tell = [](int) { fputs(alert_failed() ? "1" : "0", stderr); };
-        alert_set_warn_fails(true);
-        set_warnlevel(1);
-        tell(alert_nl_repeat(WARNING, "a", "b", 7)); // hidden
-        tell(alert_nl_repeat(MESSAGE));
-        tell(alert_adhoc("3", "the caller's own"));
-        set_warnlevel(0);
-        tell(alert_nl_repeat(WARNING, "a", "b", 7));
-        alert_set_warn_fails(false);
-        set_warnlevel(11);
-        tell(alert_adhoc("M", "hidden"));
-        tell(alert_adhoc("E", "hidden"));
-        exit(40);
+// Each is the first call in its process.
+TEST(AlertExitTest, CountsEndsAndFirstCalls) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const struct {
+        void (*run)();
+        int status;
+        const char *expected;
+    } cases[] = {
+        {count_failures, 40, "^00 10 10 11 00 01 $"},
+        {[] {
+             for (int i = 1; i <= 21; i++)
+                 alert_nl_repeat(ERROR_ROW, "a", "b", i);
+         },
+         1, "b:20. \ntoo many errors .21.\nstatus 1$"},
+        {[] { set_maxerrors(0), alert_adhoc("e", "lost"); }, 1, "^too many errors .1.\nstatus 1$"},
+        {[] { alert(FATAL, "a", "b", 7); }, 1, "^.1503. assertion failure: a .b:7. \nstatus 1$"},
+        {[] { errno = ENOENT, alert_nl(141, "debug-out", "x"); }, 1,
+         "^.141. can't open debug-out file \"x\": No such file or directory\nstatus 1$"},
+        {[] { alert_adhoc("f", "x"); }, 1, "^.0. x\nstatus 1$"},
+        {[] { alert_fatal(3); }, 1,
+         "^.5. QRN has encountered .* following details: common_test fatal error 3\nstatus 1$"},
+        {[] { exit(msgnum_valid(1503) ? 40 : 41); }, 40, "^$"},
+        {[] { exit(alert_lookup(FATAL)->type == MSG_FATAL ? 40 : 41); }, 40, "^$"},
+        {[] { alert_disable("0"), exit(alert_state(WARNING) == ALERT_HIDE ? 40 : 41); }, 40, "^$"},
+        {[] { alert_use_formats(true), alert_adhoc("f", "x"); }, 1, "^env 0\nstatus 1$"},
+        {[] { alert_use_formats(true), alert_set_formats("%n", "", ""), alert(9), exit(40); }, 40,
+         "^9\n$"},
+        {[] {
+             alert_use_formats(true), alert_default_formats("", "%n", "");
+             alert(WARNING, "a", "b", 7), exit(40);
+         },
+         40, "^1501\n$"},
     };
-    EXPECT_EXIT(run(), testing::ExitedWithCode(40), "^000101$");
+    for (const auto &test : cases) {
+        SCOPED_TRACE(test.expected);
+        const auto run = [&test] {
+            // The hook returns.
+            alert_exit_hook = [](int status) { fprintf(stderr, "status %d", status); };
+            os_setenv("ZQT_ERR_FORMAT", "env %n");
+            test.run();
+        };
+        EXPECT_EXIT(run(), testing::ExitedWithCode(test.status), test.expected);
+    }
 }
 
 } // namespace

@@ -2,13 +2,11 @@
 
 #include <gtest/gtest.h>
 
-using Arguments = std::vector<std::string>;
-
 TEST(ArgSplit, FollowsTheRules) {
     // clang-format off
     const struct {
         const char *line;
-        Arguments arguments;
+        std::vector<std::string> arguments;
     } cases[] = {
         {"", {}}, {" \t ", {}}, {"\t prog  a\tb ", {"prog", "a", "b"}}, {"a\nb", {"a\nb"}},
         {R"("c:\my dir\prog.exe" x)", {R"(c:\my dir\prog.exe)", "x"}}, {R"(a"b c"d e)", {"ab cd", "e"}},

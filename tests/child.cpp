@@ -1,6 +1,7 @@
 // The program that tests start. Without an option of the table in main() it prints its arguments.
 #include "osdep.h"
 #include "package.h"
+#include "scratch.h"
 #include "zvdebug.h"
 
 #include <cerrno>
@@ -33,18 +34,16 @@ static int temporaries(const char *second) {
     puts(directory.get());
     fclose(host_fopen(os_join(directory.get(), "inner").get(), "w"));
     fclose(host_fopen("registered.txt", "w"));
-    os_remove_at_exit("registered.txt");
     os_remove_at_exit("never made");
+    os_remove_at_exit("registered.txt");
+    host_mkdir("registered");
+    os_rmdir_at_exit("registered");
     return host_chdir("..") ? 0 : 1;
 }
 
 // Stands in for a debugger, which is given a script, "--", a program and its arguments.
 static int debug(const char *script, char **program) {
-    puts(script);
-    FILE *f = host_fopen(script, "rb");
-    for (int c = getc(f); c != EOF; c = getc(f))
-        putchar(c);
-    fclose(f);
+    printf("%s\n%s", script, read_file(script).c_str());
     for (; *program != nullptr; ++program)
         printf("\n<%s>", *program);
     return 9;
@@ -92,6 +91,8 @@ static int die(const char *directory, int number, std::string_view how) {
     if (how == "fault")
         atexit([] { *nowhere = 0; });
     os_catch_signals();
+    if (how.empty())
+        signal(number, SIG_DFL); // until a program has been run
     os_setenv("TEMP", directory);
     fclose(host_fopen(os_tempname_plain().get(), "w"));
     if (how == "again") // before the temporary is removed

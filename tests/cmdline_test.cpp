@@ -1,13 +1,17 @@
 #include "cmdline.h"
 
+#include "alert.h"
 #include "scratch.h"
+#include "stringcache.h"
 #include "trace.h"
 #include "zvdebug.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <filesystem>
+#include <random>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace {
@@ -35,6 +39,31 @@ std::string response_file(const std::string &text) {
     static const Scratch files;
     static int count = 0;
     return "@" + files.write(std::to_string(count++).c_str(), text);
+}
+
+VectorPtr vector_of(const Words &words) {
+    VectorPtr vector(vec_new(__FILE__, __LINE__));
+    for (const std::string &word : words)
+        vec_append(vector.get(), sc_strdup(word.c_str()));
+    return vector;
+}
+
+// Runs the helper with these arguments and returns what reached standard output.
+std::string output_of(Words options, uint32_t mode, int32_t echo = 0) {
+    options.insert(options.begin(), child_program());
+    testing::internal::CaptureStdout();
+    const int status = cmdline_spawn(vector_of(options).get(), mode, echo);
+    std::string output = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(status, 0);
+    return output;
+}
+
+// The command file that the options are written to: the helper shows its one argument.
+std::string command_file(const Words &options) {
+    const std::string output = output_of(options, EXEC_COMMAND_FILE);
+    EXPECT_EQ(output.substr(0, 2), "<@");
+    EXPECT_EQ(output.substr(output.size() - 2), ">\n");
+    return output.substr(1, output.size() - 3);
 }
 
 } // namespace
@@ -101,19 +130,150 @@ TEST(CmdlineTest, WhatCannotBeReadOrNeverEndsIsKept) {
     EXPECT_EQ(expand({response_file(text)}), most);
 }
 
+TEST(CmdlineTest, CommandFileIsUsedWhenAskedForOrNeeded) {
+    const std::string program = child_program();
+    const size_t most = 7190 - program.size(); // characters of the arguments
+    const struct {
+        uint32_t mode;
+        size_t length;
+        bool file;
+    } cases[] = {{EXEC_AUTOMATIC, most, false},
+                 {EXEC_AUTOMATIC, most + 1, true},
+                 {EXEC_COMMAND_FILE, 3, true},
+                 {EXEC_DIRECT, most + 1, false},
+                 {7, most + 1, false}};
+    for (const auto &c : cases) {
+        const std::string first(c.length - 2, 'x');
+        const std::string output = output_of({first, "y"}, c.mode, 1);
+        const size_t at = output.rfind('<') + 1;
+        const std::string file = output.substr(at, output.size() - at - 2);
+        const std::string expected = c.file ? file + " [ " + first + " y ]\n<" + file + ">\n"
+                                            : first + " y\n<" + first + ">\n<y>\n";
+        EXPECT_EQ(output, program + " " + expected) << c.mode << ", " << c.length;
+    }
+    EXPECT_EQ(output_of({}, EXEC_AUTOMATIC), "");
+}
+
+// An empty argument is dropped, and an "@" in front of the name of a file means that file's words;
+// both hold for arguments that are passed directly too.
+TEST(CmdlineTest, CommandFilesHoldAnOptionALineAndExpandToTheOptions) {
+    const Words odd = {"a b", "x", "tab\there", "", "it's \\\"", "@C:\\a b\\", "@x\\", "--x=\\"};
+    std::string text = read_file(command_file(odd).substr(1));
+    std::erase(text, '\r');
+    EXPECT_EQ(text, "\"a\\ b\"\nx\n\"tab\there\"\n\n\"it\\'s\\ \\\\\\\"\"\n"
+                    "\"@C:\\\\a\\ b\\\\\"\n@x\\\\\n--x=\\\\\n");
+    EXPECT_STREQ(cmdline_escape("C:\\dir\\file"), "C:\\dir\\file");
+
+    GTEST_FLAG_SET(death_test_style, "threadsafe"); // --zvdebug is obeyed on the way
+    const auto run = [] {
+        const std::string alphabet = "\\\\\\\"' \t@a-\v\xe4*%";
+        std::mt19937 random(1);
+        Words options;
+        for (int i = 0; i < 20000; i++) {
+            std::string option = i % 8 == 0 ? "@" : i % 2000 == 1 ? "--zvdebug=num:2" : "";
+            for (uint32_t length = random() % 8 + 1; length > 0; length--)
+                option += alphabet[random() % alphabet.size()];
+            options.push_back(option);
+        }
+        Words arguments = {command_file(options)};
+        Words words = options; // as written, and again as escaped
+        for (const std::string &option : options) {
+            arguments.push_back("="s + cmdline_escape(option.c_str()));
+            words.push_back("=" + option);
+        }
+        exit(expand(arguments) == words ? 0 : 1);
+    };
+    EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
+}
+
+TEST(CmdlineTest, StatusIsTheProgramsAndOutputCanBeThrownAway) {
+    const OwnedString temporaries = os_dirname(os_tempname_plain().get());
+    const auto count = [&temporaries] {
+        return std::distance(std::filesystem::directory_iterator(temporaries.get()), {});
+    };
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    const auto before = count();
+    const std::string program = child_program();
+    const VectorPtr seven = vector_of({program, "--exit", "7"});
+    EXPECT_EQ(cmdline_spawn(seven.get(), EXEC_AUTOMATIC, 0), 7);
+    EXPECT_EQ(cmdline_exe(seven.get(), EXEC_DIRECT, -1), 7);
+    EXPECT_EQ(cmdline_spawn(vector_of({program, "noise"}).get(), EXEC_AUTOMATIC, -1), 0);
+    EXPECT_EQ(cmdline_spawn(vector_of({program, "--stderr", "noise"}).get(), EXEC_DIRECT, -1), 0);
+    EXPECT_EQ(cmdline_spawn(vector_of({program + "-missing"}).get(), EXEC_DIRECT, -1), -1);
+    EXPECT_EQ(count(), before);
+    fputs("out", stdout);
+    fputs("err", stderr);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "err");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "out");
+}
+
+TEST(CmdlineTest, FailuresAreErrorsAndStatusOne) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe"); // each one spoils the process
+    const auto no_temporaries = [] { os_setenv("TEMP", child_program().c_str()); };
+    const auto lost_temporaries = [] { os_rmtree(os_dirname(os_tempname_plain().get()).get()); };
+    const auto full_disk = [] { // or a directory in the file's place
+        const OwnedString directory = os_dirname(os_tempname_plain().get());
+        const std::string next = native_join(directory.get(), "kestrel_tmp_1.cmd");
+        if (os_kind() != 0)
+            host_mkdir(next.c_str());
+        else
+            std::filesystem::create_symlink("/dev/full", next);
+    };
+    const struct {
+        uint32_t mode;
+        int32_t echo;
+        void (*spoil)();
+        const char *error;
+    } cases[] = {
+        {EXEC_AUTOMATIC, 0, [] {}, "no input files\nprogram terminated."},
+        {EXEC_COMMAND_FILE, 0, no_temporaries, "Could not create temporary file"},
+        {EXEC_COMMAND_FILE, 0, lost_temporaries, "Could not open temporary file"},
+        {EXEC_COMMAND_FILE, 0, full_disk, "Could not open temporary file"},
+        {EXEC_DIRECT, -1, [] { host_close(1); }, "Could not redirect stdout/stderr"},
+    };
+    for (const auto &c : cases) {
+        const auto run = [&c] {
+            const char *argv[] = {"dir/prog"};
+            vec_free(cmdline_expand(1, argv, nullptr));
+            c.spoil();
+            const Words options = {child_program(), "x"};
+            const VectorPtr given = vector_of(c.mode == EXEC_AUTOMATIC ? Words() : options);
+            exit(cmdline_spawn(given.get(), c.mode, c.echo) == 1 && alert_failed() ? 0 : 1);
+        };
+        EXPECT_EXIT(run(), testing::ExitedWithCode(0),
+                    sc_format("prog: fatal error: %s\n$", c.error));
+    }
+}
+
 // Program name, debug option and log belong to the process.
-TEST(CmdlineTest, ProgramNameAndDebugOptionAreRemembered) {
+TEST(CmdlineTest, DriverRunsWhatItsArgumentsBecomeAndPacksTheLog) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const auto run = [] {
-        const bool before = cmdline_progname() == nullptr && !cmdline_zvdebug_seen();
-        const Words args = expand({response_file("\"--zvdebug=zip:+a\\\\b\"")});
-        const char *other[] = {"other", "", "a\\ b"};
-        trace_stream = stderr;
-        trace_flags = TRACE_ALERTS;
-        vec_free(cmdline_args(3, other));
-        const bool after = cmdline_progname() == "prog"s && cmdline_zvdebug_seen();
-        const bool as_it_came = zvdebug_zip_path() == "a\\\\b"s;
-        exit(before && after && as_it_came && args == Words{"--zvdebug=zip:+a\\b"} ? 0 : 1);
+        bool right = cmdline_progname() == nullptr && !cmdline_zvdebug_seen();
+        const Scratch scratch;
+        const std::string file = response_file(R"("--zvdebug=on,out:log,zip:p,debug:a\\b")");
+        host_chdir(scratch.directory());
+        const char *argv[] = {"dir/driver", file.c_str(), "", "7"};
+        const int32_t silent = 0;
+        const auto options_of = [](Vector *arguments) {
+            static const VectorPtr options =
+                vector_of({child_program(), "--exit", vec_at<char>(arguments, 1)});
+            return options.get();
+        };
+        const int status = cmdline_driver(4, argv, options_of, EXEC_AUTOMATIC, &silent);
+        fclose(trace_stream);
+        const std::string log = read_file("log");
+        for (const std::string &line :
+             {"ARGS: dir/driver " + file + "  7", "cmdline_driver: Returning status: 7"s})
+            right &= log.find(line) != log.npos;
+        right &= read_file("p").find("log") != log.npos;
+        trace_flags = 0;
+        argv[0] = "other"; // which changes nothing
+        right &= vec_size(cmdline_args(1, argv)) == 0 && vec_size(cmdline_args(0, argv)) == 0;
+        right &= cmdline_progname() == "driver"s && cmdline_zvdebug_seen();
+        host_chdir("..");
+        exit(right && zvdebug_debug_named(R"(a\\b)") ? status : 1); // as it came
     };
-    EXPECT_EXIT(run(), testing::ExitedWithCode(0), "ARGS: other  a. b");
+    EXPECT_EXIT(run(), testing::ExitedWithCode(7), "");
 }

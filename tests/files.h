@@ -16,10 +16,13 @@ inline std::string native(std::string path) {
     return path;
 }
 
-// Enters a directory for as long as it lives.
+// Enters a directory, a new one if need be, for as long as it lives.
 class Inside {
   public:
-    explicit Inside(const std::string &path) { host_chdir(path.c_str()); }
+    explicit Inside(const std::string &path) {
+        host_mkdir(path.c_str());
+        host_chdir(path.c_str());
+    }
     ~Inside() { host_chdir(previous.get()); }
 
   private:

@@ -1,10 +1,8 @@
 #include "msgtable.h"
 
 #include "alert.h"
-#include "files.h"
 #include "log_capture.h"
 #include "registry.h"
-#include "scratch.h"
 #include "stringcache.h"
 #include "zvinstdir.h"
 
@@ -14,63 +12,38 @@
 
 namespace {
 
+using namespace std::string_literals;
+
 const char NEWER[] = "99999999999999_en.msgs";
 std::string reports;
 
-class MsgTableTest : public testing::Test {
+class MsgTableTest : public LoggedTest {
   protected:
-    void SetUp() override {
-        GTEST_FLAG_SET(death_test_style, "threadsafe");
-        reports.clear();
-        trace_flags = TRACE_GENERAL;
-    }
+    void SetUp() override { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
     void TearDown() override {
         zvinstall_ver = zvinstall_dir = nullptr;
-        EXPECT_EQ(trace_depth(), 0U);
-        trace_flags = 0;
+        alert_init();
     }
 
-    // The installation for this test; `dat` is its directory of message files.
+    // The installation for this test; message files lie in its directory "dat".
     void make_installation() {
-        dat = scratch.path("dat");
-        os_mkdir_parents(scratch.path("bin").c_str());
-        os_mkdir_parents(dat.c_str());
+        for (const char *directory : {"bin", "dat"})
+            os_mkdir_parents(at(directory).c_str());
         ASSERT_EQ(zvinstdir_set(sc_strdup(scratch.directory())), 0);
     }
-
-    std::string in_dat(const char *name) const { return native_join(dat.c_str(), name); }
-
-    Scratch scratch;
-    LogCapture log;
-    std::string dat;
 };
 
 // After alert_init, so that the built-in types are in force and the reports come to us.
 class MessageFileTest : public MsgTableTest {
   protected:
     void SetUp() override {
-        MsgTableTest::SetUp();
         alert_init();
+        reports.clear();
         msgtable_malformed_hook = [](uint32_t line, const char *file) {
             reports += std::to_string(line) + " " + (file ? os_basename(file) : "null") + "\n";
         };
     }
-    void TearDown() override {
-        MsgTableTest::TearDown();
-        alert_init();
-        load_edf(msgtable_builtin_name());
-    }
 };
-
-TEST_F(MessageFileTest, TheBuiltInTableStands) {
-    EXPECT_EQ(msgtable_row(141).type, MSG_FATAL);
-    EXPECT_STREQ(msgtable_row(141).text, "can't open %s file \"%s\": %m");
-    EXPECT_EQ(msgtable_row(1501).type, MSG_WARNING);
-    EXPECT_STREQ(msgtable_row(1501).text, "assertion failure: %s (%s:%d) ");
-    EXPECT_EQ(msgtable_row(1504).type, MSG_ERROR);
-    EXPECT_TRUE(msgnum_valid(0) && msgnum_valid(1503));
-    EXPECT_FALSE(msgnum_valid(-1) || msgnum_valid(1504));
-}
 
 // What a line in a message file makes of the rows 296 ("out of memory", fatal) and 1502, which
 // prints "%s", "%s" and "%d".
@@ -93,10 +66,9 @@ TEST_F(MessageFileTest, LinesOfATable) {
         {"296\t-\tvoll\r", 296, false, MSG_WARNING, 0, "voll"},
         {"296\t99999999999\tvoll", 296, false, MSG_WARNING, INT32_MAX, "voll"},
         {"296\tw\tvoll", 296, true, 0, 0, "voll"},
-        {std::string("296\tE\tvo\0ll\n", 12), 296, false, MSG_ERROR, 0, "vo"},
+        {"296\tE\tvo\0ll\n"s, 296, false, MSG_ERROR, 0, "vo"},
         {"296\tE\tvoll 100%% %m", 296, false, MSG_ERROR, 0, "voll 100%% %m"},
         {"296\tE\tvoll %s", 296, true, MSG_ERROR, 0, builtin_text},
-        {"296\tE\tvoll %n", 296, true, MSG_ERROR, 0, builtin_text},
         {"296\tE\t100%", 296, true, MSG_ERROR, 0, builtin_text},
         {"1502\tE\t%s, %s, %d!", 1502, false, MSG_ERROR, 0, "%s, %s, %d!"},
         {"1502\tE\t%s, %d, %s!", 1502, true, MSG_ERROR, 0, assertion},
@@ -127,6 +99,9 @@ TEST_F(MessageFileTest, LinesOfATable) {
         EXPECT_EQ(vec_elementAt(table, 297), nullptr);
         EXPECT_EQ(vec_size(table), 1504U); // whatever numbers the file has
     }
+    EXPECT_EQ(msgtable_row(1504).type, MSG_ERROR);
+    EXPECT_TRUE(msgnum_valid(0) && msgnum_valid(1503));
+    EXPECT_FALSE(msgnum_valid(-1) || msgnum_valid(1504));
 }
 
 TEST_F(MessageFileTest, LaterFilesChangeTextsOnly) {
@@ -147,9 +122,7 @@ TEST_F(MessageFileTest, LaterFilesChangeTextsOnly) {
 TEST_F(MessageFileTest, OpeningTakesWhatIsNewer) {
     make_installation();
     const std::string builtin = msgtable_builtin_name();
-    const auto path = [&](const std::string &name) {
-        return name == builtin ? name : scratch.path(native(name).c_str());
-    };
+    const auto path = [&](const std::string &name) { return name == builtin ? name : at(name); };
     for (const std::string name : {"99_en.msgs", "bin/99_en.msgs", "dat/99_en.msgs", "binary_99",
                                    "99_a.msgs", "en.msgs", NEWER})
         scratch.write(native(name).c_str(), "296\tF\t" + name);
@@ -164,20 +137,19 @@ TEST_F(MessageFileTest, OpeningTakesWhatIsNewer) {
         {"en.msgs", "binary_99", "en.msgs"},
         {"99_en.msgs", "99_en.msgs", "99_en.msgs"},
         {"99_en.msgs", NEWER, NEWER},
-        {"99_en.msgs", "99999999999999999_en.msgs", "99_en.msgs"}, // there is none
         {"99_en.msgs", builtin, builtin},
         {NEWER, builtin, NEWER},
     };
     for (const auto &test : cases) {
         load_edf(path(test.in_force).c_str());
-        EXPECT_EQ(open_edf(path(test.opened).c_str()), test.opened != "99999999999999999_en.msgs");
+        EXPECT_TRUE(open_edf(path(test.opened).c_str()));
         EXPECT_EQ(alert_msgfile(), path(test.in_force_then)) << test.in_force << test.opened;
         EXPECT_EQ(msgtable_row(296).text,
                   test.in_force_then == builtin ? "out of memory" : test.in_force_then);
     }
-    const std::string both = "\"" + path(builtin) + "\" is not newer than \"" + path(NEWER) + "\"";
+    const std::string both = "\"" + builtin + "\" is not newer than \"" + path(NEWER) + "\"";
     EXPECT_NE(log.lines_with(both), "");
-    EXPECT_FALSE(open_edf(nullptr));
+    EXPECT_FALSE(open_edf(nullptr) || open_edf(path("99999999999999999_en.msgs").c_str()));
     EXPECT_FALSE(open_edf_dir(path("missing").c_str()));
     load_edf(builtin.c_str());
     EXPECT_TRUE(open_edf_dir(Scratch().directory())); // which has none
@@ -210,63 +182,49 @@ TEST_F(MsgTableTest, TheNewestFileOfTheInstallationIsChosen) {
     make_installation();
     EXPECT_STREQ(msg_filename(LANG_NONE), msgtable_builtin_name());
     const struct {
-        const char *added;
-        uint32_t langid;
+        std::string added;
         const char *chosen; // null for the built-in table
     } steps[] = {
-        {"en_msgs.txt", LANG_NONE, nullptr},
-        {"20230208172132_en.msgs", LANG_NONE, nullptr},
-        {"99999999999999_de.msgs", LANG_NONE, nullptr},
-        {"99999999999999_en.msgs.bak", LANG_NONE, nullptr},
-        {"20230208172134_en.msgs", LANG_NONE, "20230208172134_en.msgs"},
-        {"99999999999999_a_en.msgs", LANG_NONE, "99999999999999_a_en.msgs"},
-        {"99999999999999_b_en.msgs", LANG_NONE, "99999999999999_b_en.msgs"},
-        {"99999999999999_A_en.msgs", LANG_NONE, "99999999999999_b_en.msgs"},
-        {"de_msgs.txt", 7, "99999999999999_de.msgs"},
+        {"de_msgs.txt", nullptr},
+        {"en_msgs.txt", nullptr},
+        {"20230208172132_en.msgs", nullptr},
+        {"99999999999999_de.msgs", nullptr},
+        {"99999999999999_en.msgs.bak", nullptr},
+        {"20230208172134_en.msgs", "20230208172134_en.msgs"},
+        {"99999999999999_a_en.msgs", "99999999999999_a_en.msgs"},
+        {"99999999999999_b_en.msgs", "99999999999999_b_en.msgs"},
+        {"99999999999999_A_en.msgs", "99999999999999_b_en.msgs"},
     };
-    for (const auto &step : steps) {
-        scratch.write(("dat/" + std::string(step.added)).c_str(), "");
-        EXPECT_EQ(msg_filename(step.langid),
-                  step.chosen ? in_dat(step.chosen) : msgtable_builtin_name())
-            << step.added;
+    for (const auto &[added, chosen] : steps) {
+        scratch.write(("dat/" + added).c_str(), "");
+        EXPECT_EQ(msg_filename(LANG_NONE), chosen ? at("dat/"s + chosen) : msgtable_builtin_name())
+            << added;
     }
+    EXPECT_EQ(msg_filename(7), at("dat/99999999999999_de.msgs"));
     VectorPtr list(vec_new(__FILE__, __LINE__));
-    EXPECT_EQ(findMsgFiles(dat.c_str(), 7, list.get()), 2U);
-    EXPECT_EQ(findMsgFiles(dat.c_str(), 12, list.get()), 0U);
-    EXPECT_EQ(findMsgFiles(scratch.path("no").c_str(), 7, list.get()), 0U);
+    EXPECT_EQ(findMsgFiles(at("dat").c_str(), 7, list.get()), 2U);
+    EXPECT_EQ(findMsgFiles(at("dat").c_str(), 12, list.get()), 0U);
+    EXPECT_EQ(findMsgFiles(at("no").c_str(), 7, list.get()), 0U);
     EXPECT_EQ(vec_size(list.get()), 2U);
 }
 
 TEST_F(MsgTableTest, FilesInBinGoFirstAmongEquals) {
     make_installation();
+    const std::string sorted[] = {at("dat/8_a.msgs"), at("bin/7_a.msgs"), at("dat/7_c.msgs"),
+                                  at("dat/7_b.msgs")};
     VectorPtr list(vec_new(__FILE__, __LINE__));
-    const std::string bin = scratch.path("bin");
-    const std::string paths[] = {in_dat("7_b.msgs"), native_join(bin.c_str(), "7_a.msgs"),
-                                 in_dat("7_c.msgs"), in_dat("8_a.msgs")};
-    for (const std::string &path : paths)
-        vec_append(list.get(), path.c_str());
+    for (uint32_t i : {3U, 1U, 2U, 0U})
+        vec_append(list.get(), sorted[i].c_str());
     msgfile_sort(list.get());
-    for (uint32_t i : {3U, 1U, 2U, 0U}) {
-        EXPECT_EQ(vec_at<const char>(list.get(), 0), paths[i]);
-        vec_removeAt(list.get(), 0);
-    }
-}
-
-TEST_F(MsgTableTest, TheFirstFileSettlesTypesAndIsReported) {
-    make_installation();
-    scratch.write("dat/99999999999999_en.msgs", "#\n296\tM\tvoll\n5\tM\tnur %s\n\n");
-    EXPECT_EXIT({ exit(alert(296) == 1 ? 40 : 41); }, testing::ExitedWithCode(40),
-                "Malformed error information on line 4, in file .null.\n\nvoll\n");
-    EXPECT_EXIT(alert_fatal(7), testing::ExitedWithCode(7), "\nnur .* fatal error 7\n");
-    EXPECT_EXIT(alert_fatal(0), testing::ExitedWithCode(1), "\nnur .* fatal error 0\n");
+    for (uint32_t i = 0; i < std::size(sorted); i++)
+        EXPECT_EQ(vec_at<const char>(list.get(), i), sorted[i]);
 }
 
 // A copy of the tool says from where it has the text of a message.
 TEST_F(MsgTableTest, FilesBesideTheProgramAndInTheCurrentDirectoryAreNextInLine) {
     const std::string built = built_program("kestrel");
-    const std::string copy =
-        scratch.path(native("v/bin/" + std::string(os_basename(built.c_str()))).c_str());
-    os_mkdir_parents(scratch.path(native("v/bin").c_str()).c_str());
+    const std::string copy = at("v/bin/"s + os_basename(built.c_str()));
+    os_mkdir_parents(at("v/bin").c_str());
     std::filesystem::copy_file(built, copy);
     const Inside inside(scratch.directory());
     for (const std::string directory : {".", "v/dat", "v/lum/dat"}) {
@@ -278,13 +236,27 @@ TEST_F(MsgTableTest, FilesBesideTheProgramAndInTheCurrentDirectoryAreNextInLine)
     }
 }
 
-// It lists like a message file, but cannot be read as one.
-TEST_F(MsgTableTest, AnUnreadableFileLeavesTheBuiltInTable) {
+TEST_F(MsgTableTest, TheFirstFileSettlesTypesAndIsReported) {
+    const std::string file = scratch.write("file", "296\tM\tvoll\n");
+    EXPECT_EXIT((open_edf(file.c_str()), exit(msgtable_row(296).type == MSG_FATAL ? 40 : 41)),
+                testing::ExitedWithCode(40), "^$"); // is not the first
     make_installation();
-    os_mkdir_parents(in_dat(NEWER).c_str());
+    // A directory lists like a message file, but cannot be read as one.
+    const std::string newer = at("dat/"s + NEWER);
+    os_mkdir_parents(newer.c_str());
     EXPECT_EXIT(alert(296), testing::ExitedWithCode(1), "^.296. out of memory\n");
     EXPECT_EXIT(alert_open_lang(LANG_DEFAULT), testing::ExitedWithCode(1),
                 "Could not open message file .*99999999999999_en.msgs\n\n");
+    host_rmdir(newer.c_str());
+    scratch.write(native("dat/"s + NEWER).c_str(), "#\n296\tM\tvoll\n5\tM\tnur %s\n\n");
+    const auto first = [] {
+        alert_set_position("f", nullptr, nullptr, nullptr);
+        exit(alert_nl_repeat(296) == 1 ? 40 : 41);
+    };
+    EXPECT_EXIT(first(), testing::ExitedWithCode(40),
+                "^f: Malformed error information on line 4, in file .null.\n\nNon line .*: voll\n");
+    EXPECT_EXIT(alert_fatal(7), testing::ExitedWithCode(7), "\nnur .* fatal error 7\n");
+    EXPECT_EXIT(alert_fatal(0), testing::ExitedWithCode(1), "\nnur .* fatal error 0\n");
 }
 
 } // namespace

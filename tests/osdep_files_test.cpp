@@ -1,4 +1,5 @@
 #include "files.h"
+#include "noise.h"
 #include "osdep.h"
 #include "scratch.h"
 
@@ -33,36 +34,24 @@ TEST(OsFiles, MakingDirectories) {
     EXPECT_EQ(os_mkdir(host_path_style().drives ? "Q:" : "/"), 0);
 }
 
-TEST(OsFiles, RemovingTrees) {
-    const Scratch scratch;
-    const std::string top = scratch.path("top");
-    ASSERT_EQ(os_mkdir(os_join(top.c_str(), deep(40).c_str()).get()), 0);
-    scratch.write(native_join("top", "file").c_str(), "x");
-    scratch.write(native_join("top", (deep(40) + ".txt").c_str()).c_str(), "x");
-    EXPECT_EQ(os_rmtree(top.c_str()), 0);
-    EXPECT_FALSE(os_exists(top.c_str()));
-    EXPECT_EQ(os_rmtree(top.c_str()), -1);
-    const std::string file = scratch.write("file", "x");
-    EXPECT_EQ(os_rmtree(file.c_str()), -1);
-    EXPECT_TRUE(os_exists(file.c_str()));
-}
-
 TEST(OsFiles, RemovingTreesLeavesTheTargetsOfLinks) {
     const Scratch scratch;
-    ASSERT_EQ(os_mkdir(scratch.path("precious").c_str()), 0);
-    ASSERT_EQ(os_mkdir(scratch.path("top").c_str()), 0);
-    const std::string file = scratch.write(native_join("precious", "file").c_str(), "x");
-    const std::string link = scratch.path(native_join("top", "link").c_str());
-    if (!make_link(scratch.path("precious"), link, true))
-        GTEST_SKIP() << "no links here";
-    make_link(scratch.path("gone"), scratch.path(native_join("top", "dangling").c_str()), false);
-    EXPECT_EQ(os_rmtree(scratch.path("top").c_str()), 0);
-    EXPECT_FALSE(os_exists(scratch.path("top").c_str()));
-    EXPECT_TRUE(os_exists(file.c_str()));
-
-    ASSERT_TRUE(make_link(scratch.path("precious"), scratch.path("direct"), true));
-    EXPECT_EQ(os_rmtree(scratch.path("direct").c_str()), 0);
-    EXPECT_FALSE(host_is_link(scratch.path("direct").c_str()));
+    const std::string top = scratch.path("top"), precious = scratch.path("precious");
+    ASSERT_EQ(os_mkdir(os_join(top.c_str(), deep(40).c_str()).get()), 0);
+    ASSERT_EQ(os_mkdir(precious.c_str()), 0);
+    const std::string file = scratch.write(native("precious/file").c_str(), "x");
+    scratch.write(native("top/file").c_str(), "x");
+    scratch.write(native_join("top", (deep(40) + ".txt").c_str()).c_str(), "x");
+    const std::string direct = scratch.path("direct");
+    const bool linked = make_link(precious, scratch.path(native("top/link").c_str()), true) &&
+                        make_link(precious, direct, true);
+    make_link(scratch.path("gone"), scratch.path(native("top/dangling").c_str()), false);
+    EXPECT_EQ(os_rmtree(top.c_str()), 0);
+    EXPECT_FALSE(os_exists(top.c_str()));
+    EXPECT_EQ(os_rmtree(top.c_str()), -1) << "it is gone";
+    EXPECT_EQ(os_rmtree(direct.c_str()), linked ? 0 : -1);
+    EXPECT_FALSE(host_is_link(direct.c_str()));
+    EXPECT_EQ(os_rmtree(file.c_str()), -1);
     EXPECT_TRUE(os_exists(file.c_str()));
 }
 
@@ -165,30 +154,24 @@ TEST(OsFiles, StatesTellWhenAFileHasChanged) {
 
 // --- Copying
 
-// More than a buffer, with bytes that text mode would change.
-static std::string sample() {
-    std::string text;
-    for (int i = 0; i < 70000; ++i)
-        text += static_cast<char>(i % 251);
-    return text + "\r\n\x1a\n";
-}
-
 TEST(OsCopyFile, MakesOrReplacesTheDestination) {
     const Scratch scratch;
-    const std::string from = scratch.write("from", sample());
+    // More than a buffer, with bytes that text mode would change.
+    const std::string bytes = noise(70000, 1) + "\r\n\x1a\n";
+    const std::string from = scratch.write("from", bytes);
     const std::string empty = scratch.write("empty", "");
     ASSERT_EQ(os_mkdir(scratch.path("dir").c_str()), 0);
-    const std::string to = scratch.path(native_join("dir", "to").c_str());
+    const std::string to = scratch.path(native("dir/to").c_str());
     for (const std::string &source : {from, empty, from}) {
         EXPECT_TRUE(copyfile_helper(source.c_str(), to.c_str()));
         EXPECT_EQ(read_file(to), read_file(source));
     }
     const char *device = os_kind() != 0 ? "NUL" : "/dev/null";
     EXPECT_TRUE(copyfile_helper(from.c_str(), device));
-    EXPECT_TRUE(os_can_write(scratch.path(native_join("dir", "new").c_str()).c_str()));
+    EXPECT_TRUE(os_can_write(scratch.path(native("dir/new").c_str()).c_str()));
     EXPECT_EQ(host_fopen_regular(device), nullptr) << "it was replaced";
     EXPECT_TRUE(copyfile_helper(from.c_str(), from.c_str()));
-    EXPECT_EQ(read_file(from), sample());
+    EXPECT_EQ(read_file(from), bytes);
     EXPECT_EQ(listing(scratch.path("dir").c_str()).size(), 1u) << "something was left behind";
 }
 
@@ -216,14 +199,15 @@ TEST(OsCopyFile, FailureLeavesTheDestination) {
 
 TEST(OsCopyFile, WritesWhereLinksLead) {
     const Scratch scratch;
-    const std::string from = scratch.write("from", "new");
+    const std::string from = scratch.write("from", "new"), far = scratch.path("far");
+    const Inside inside(scratch.directory());
     scratch.write("there", "old");
-    for (const char *target : {"there", "not yet there"}) {
+    for (const std::string target : {"there", "not yet there", far.c_str()}) {
         const std::string link = scratch.path("link");
         if (!make_link(target, link, false))
             GTEST_SKIP() << "no links here";
         EXPECT_TRUE(copyfile_helper(from.c_str(), link.c_str()));
-        EXPECT_EQ(read_file(scratch.path(target)), "new");
+        EXPECT_EQ(read_file(target), "new");
         EXPECT_TRUE(host_is_link(link.c_str()));
         host_remove(link.c_str());
     }

@@ -6,9 +6,8 @@
 
 TEST(OsPath, FullAndRelativePaths) {
     const Scratch scratch;
-    ASSERT_EQ(os_mkdir(scratch.path("work").c_str()), 0);
-    ASSERT_EQ(os_mkdir(scratch.path("work2").c_str()), 0);
-    ASSERT_TRUE(host_chdir(scratch.path("work").c_str()));
+    ASSERT_TRUE(host_mkdir(scratch.path("work2").c_str()));
+    const Inside inside(scratch.path("work"));
     const std::string here = text_of(os_getcwd());
     const struct {
         const char *path, *full, *relative;
@@ -32,6 +31,8 @@ TEST(OsPath, FullAndRelativePaths) {
     EXPECT_EQ(text_of(os_relpath(here.c_str())), ".");
     ASSERT_TRUE(host_chdir("/"));
     EXPECT_EQ(text_of(os_relpath("x")), "x");
+    EXPECT_EQ(text_of(os_basename_copy("a/b.c")), "b.c");
+    EXPECT_EQ(text_of(os_stem("a.b.c")) + text_of(os_stem_dot("a.b.c")), "a.ba.b.");
     EXPECT_EQ(os_fullpath(nullptr), nullptr);
     EXPECT_EQ(os_relpath(nullptr), nullptr);
 }
@@ -45,9 +46,8 @@ TEST(OsPath, StoredNames) {
     } cases[] = {{"Mixed.Txt", true}, {"mixed.txt", false}, {"Mixed.*", false}, {"gone", false}};
     for (const auto &c : cases)
         EXPECT_EQ(os_name_case_matches(scratch.path(c.name).c_str()), c.matches) << c.name;
-    ASSERT_TRUE(host_chdir(scratch.directory()));
+    const Inside inside(scratch.directory());
     EXPECT_TRUE(os_name_case_matches("Mixed.Txt"));
-    ASSERT_TRUE(host_chdir("/")); // so that it can be removed
     EXPECT_NE(os_shortpath(file.c_str()), nullptr);
     EXPECT_EQ(os_shortpath(scratch.path("gone").c_str()), nullptr);
 }

@@ -1,6 +1,7 @@
 #include "osdep.h"
 #include "scratch.h"
 
+#include <cstring>
 #include <ctime>
 #include <gtest/gtest.h>
 
@@ -26,21 +27,22 @@ TEST(OsText, WideStringsAndCase) {
     EXPECT_EQ(os_strlwr(nullptr), nullptr);
 }
 
-// One value through a writer, as bytes, and back through the reader.
+// One value through a writer, as bytes, and back through the reader. Where that finds no more it
+// turns the bytes all the same: what was the value then looks as in the file.
 template <class T>
 static void expect_bytes(size_t (*write)(FILE *, T), size_t (*read)(FILE *, T *), uint64_t value,
                          const std::string &bytes) {
     const Scratch scratch;
-    const std::string file = scratch.path("value");
-    FILE *f = host_fopen(file.c_str(), "wb");
-    EXPECT_EQ(write(f, static_cast<T>(value)), 1u);
-    fclose(f);
-    EXPECT_EQ(read_file(file), bytes);
-    f = host_fopen(file.c_str(), "rb");
+    const FilePtr f(host_fopen(scratch.path("value").c_str(), "w+b"));
+    EXPECT_EQ(write(f.get(), static_cast<T>(value)), 1u);
+    rewind(f.get());
+    EXPECT_EQ(read_all(f.get()), bytes);
+    rewind(f.get());
     T back = 0;
-    EXPECT_EQ(read(f, &back), 1u);
+    EXPECT_EQ(read(f.get(), &back), 1u);
     EXPECT_EQ(back, value);
-    fclose(f);
+    EXPECT_EQ(read(f.get(), &back), 0u);
+    EXPECT_EQ(memcmp(&back, bytes.data(), sizeof back), 0) << value;
 }
 
 TEST(OsBinary, ByteOrders) {
@@ -53,17 +55,6 @@ TEST(OsBinary, ByteOrders) {
                  "\xf0\xde\xbc\x9a\x78\x56\x34\x12");
     expect_bytes(os_write_be64, os_read_be64, 0x123456789abcdef0,
                  "\x12\x34\x56\x78\x9a\xbc\xde\xf0");
-}
-
-TEST(OsBinary, FailedBigEndianReadStillTurnsTheBytes) {
-    const Scratch scratch;
-    FILE *f = host_fopen(scratch.write("empty", "").c_str(), "rb");
-    uint16_t value = 0x1234;
-    EXPECT_EQ(os_read_be16(f, &value), 0u);
-    EXPECT_EQ(value, 0x3412);
-    EXPECT_EQ(os_read_le16(f, &value), 0u);
-    EXPECT_EQ(value, 0x3412);
-    fclose(f);
 }
 
 TEST(OsBinaryDeathTest, NullsAreAsserted) {

@@ -1,5 +1,6 @@
 #include "package.h"
 
+#include "files.h"
 #include "scratch.h"
 #include "stringcache.h"
 #include "zvdebug.h"
@@ -46,15 +47,10 @@ class PackageTest : public testing::Test {
     PackageTest() {
         zvdebug_warn_hook = [](const char *text) { warnings += std::string(text) + '\n'; };
         zvdebug_parse("--zvdebug=zip:+d/p"); // only the first one in the process counts
-        warnings.clear();
-        host_chdir(scratch.directory());
         host_mkdir("d");
         scratch.write("a", "A");
     }
-    ~PackageTest() override {
-        zvdebug_warn_hook = usual_hook;
-        host_chdir(before.get());
-    }
+    ~PackageTest() override { zvdebug_warn_hook = usual_hook; }
 
     // What adding a file warns of.
     static std::string add(const char *file) {
@@ -66,7 +62,7 @@ class PackageTest : public testing::Test {
     const Scratch scratch;
 
   private:
-    const OwnedString before = os_getcwd();
+    const Inside inside{scratch.directory()};
     void (*const usual_hook)(const char *text) = zvdebug_warn_hook;
 };
 
@@ -79,7 +75,7 @@ TEST_F(PackageTest, EntriesHaveNamesBytesAndComments) {
     std::string stored = "SYSTEM_ROOT" + absolute.substr(os_kind() != 0 ? strlen("C:") : 0);
     std::replace(stored.begin(), stored.end(), '\\', '/');
 
-    package_add_file("missing");
+    EXPECT_EQ(add("missing"), "");
     EXPECT_FALSE(os_exists("d/p"));
     package_add("a", "why");
     package_add_file(relative.c_str());
@@ -143,8 +139,7 @@ TEST_F(PackageTest, WhatCannotBePackedIsWarnedOf) {
 }
 
 TEST_F(PackageTest, LogsArePackedAndChangeNoVerdict) {
-    std::string kestrel = child_program();
-    kestrel.replace(kestrel.rfind("child"), strlen("child"), "kestrel");
+    const std::string kestrel = built_program("kestrel");
     const auto run = [&kestrel](const char *mode, const char *option, int expected_status) {
         FILE *f = os_popenv(kestrel.c_str(), mode, "--manifest=m", "--instdir=d", "--tasks=1",
                             option, nullptr);

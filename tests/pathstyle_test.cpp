@@ -4,13 +4,17 @@
 
 #include <gtest/gtest.h>
 #include <string>
+#include <vector>
 
 static const PathStyle &drive = drive_path_style;
 static const PathStyle &slash = slash_path_style;
 
-TEST(PathStyle, NulIsNoSeparator) {
+TEST(PathStyle, SeparatorsAndBareDrives) {
     EXPECT_FALSE(path_is_separator(drive, '\0') || path_is_separator(slash, '\0'));
     EXPECT_TRUE(path_is_separator(drive, '/') && !path_is_separator(slash, '\\'));
+    EXPECT_TRUE(path_is_bare_drive(drive, "c:") && !path_is_bare_drive(slash, "c:"));
+    for (const char *path : {"", "c", "c:\\", "::", "cc"})
+        EXPECT_FALSE(path_is_bare_drive(drive, path)) << path;
 }
 
 TEST(PathStyle, Absolute) {
@@ -29,29 +33,17 @@ TEST(PathStyle, Absolute) {
 
 TEST(PathStyle, LeadingOut) {
     const struct {
-        const char *path;
         bool in_drive, in_slash;
-    } cases[] = {{"/x", true, true},
-                 {"\\x", true, true},
-                 {"C:x", true, true},
-                 {"\\\\host\\x", true, true},
-                 {"..", true, true},
-                 {".\\..", true, true},
-                 {"a\\../..", true, true},
-                 {"a/b\\../../..", true, true},
-                 {"", false, false},
-                 {".\\a\\b", false, false},
-                 {".\\a\\..\\b", false, false},
-                 {"a//b\\..\\.\\..", false, false},
-                 {"..a\\..", false, false},
-                 {"a\\C:", false, false},
-                 {"... \\a", true, false},
-                 {".\\.. ", true, false},
-                 {". ./a", true, false}};
-    for (const auto &c : cases) {
-        EXPECT_EQ(path_leads_out(drive, c.path), c.in_drive) << c.path;
-        EXPECT_EQ(path_leads_out(slash, c.path), c.in_slash) << c.path;
-    }
+        std::vector<const char *> paths;
+    } cases[] = {
+        {true, true, {"/x", "\\x", "C:x", "..", ".\\..", "a\\../..", "a/b\\../../.."}},
+        {true, false, {". \\a", "... \\a", ".\\.. ", ". ./a"}},
+        {false, false, {"", ".\\a\\b", ".\\a\\..\\b", "a//b\\..\\.\\..", "..a\\..", "a\\C:"}}};
+    for (const auto &c : cases)
+        for (const char *path : c.paths) {
+            EXPECT_EQ(path_leads_out(drive, path), c.in_drive) << path;
+            EXPECT_EQ(path_leads_out(slash, path), c.in_slash) << path;
+        }
 }
 
 TEST(PathStyle, Join) {

@@ -14,10 +14,8 @@ class Scratch {
     // Writes a file byte for byte; returns its path.
     std::string write(const char *name, const std::string &text) const {
         const std::string file = path(name);
-        if (FILE *f = host_fopen(file.c_str(), "wb")) {
-            fwrite(text.data(), 1, text.size(), f);
-            fclose(f);
-        }
+        if (const FilePtr f{host_fopen(file.c_str(), "wb")})
+            fwrite(text.data(), 1, text.size(), f.get());
         return file;
     }
 
@@ -34,12 +32,8 @@ inline std::string read_all(FILE *f) {
 }
 
 inline std::string read_file(const std::string &path) {
-    FILE *f = host_fopen(path.c_str(), "rb");
-    if (f == nullptr)
-        return "(not there)";
-    std::string text = read_all(f);
-    fclose(f);
-    return text;
+    const FilePtr f(host_fopen(path.c_str(), "rb"));
+    return f != nullptr ? read_all(f.get()) : "(not there)";
 }
 
 inline std::string native_join(const char *dir, const char *name) {
@@ -56,8 +50,7 @@ inline std::string text_of(const OwnedString &s) {
 
 // A program that lies beside the tests.
 inline std::string built_program(const char *name) {
-    const OwnedString directory = os_dirname(os_progpath().get());
-    const std::string path = os_join(directory.get(), name).get();
+    const std::string path = os_join(os_dirname(os_progpath().get()).get(), name).get();
     return os_exists(path.c_str()) ? path : path + ".exe";
 }
 

@@ -2,11 +2,12 @@
 #include "sha1.h"
 #include "sha256.h"
 #include "sha256_blocks.h"
+#include "xalloc.h"
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <fstream>
+#include <functional>
 #include <gtest/gtest.h>
 #include <iterator>
 #include <set>
@@ -14,28 +15,10 @@
 #include <string>
 #include <vector>
 
-// The two algorithms, for the tests that hold for either.
-struct Sha256 {
-    using Context = Sha256Context;
-    static constexpr size_t size = SHA256_DIGEST_SIZE;
-    static constexpr auto init = sha256_init;
-    static constexpr auto update = sha256_update;
-    static constexpr auto final = sha256_final;
-};
-
-struct Sha1 {
-    using Context = Sha1Context;
-    static constexpr size_t size = SHA1_DIGEST_SIZE;
-    static constexpr auto init = sha1_init;
-    static constexpr auto update = sha1_update;
-    static constexpr auto final = sha1_final;
-};
-
 static std::string hex(std::span<const uint8_t> bytes) {
     std::string text;
     for (const uint8_t byte : bytes)
-        for (const int digit : {byte >> 4, byte & 15})
-            text += "0123456789abcdef"[digit];
+        text += str_format("%02x", byte).get();
     return text;
 }
 
@@ -131,22 +114,33 @@ TEST(Sha, InstructionsOfTheProcessorAreFound) {
     EXPECT_NE(sha256_pair_native(), nullptr);
 }
 
-TEST(Sha, NativeBlocksGiveWhatThePortableOnesGive) {
-    const Sha256BlocksFn native = sha256_blocks_native();
-    if (native == nullptr)
-        GTEST_SKIP() << "this processor has no instructions for it";
-    uint32_t seed = 3;
-    for (const size_t count : {0u, 1u, 2u, 3u, 16u, 257u}) {
-        for (const size_t offset : {0u, 1u, 7u}) { // the bytes need not be aligned
-            const std::string bytes = noise(offset + 64 * count, seed++);
-            const auto *data = reinterpret_cast<const uint8_t *>(bytes.data()) + offset;
-            std::array<uint32_t, 8> expected = {1, 0xffffffff, 0x80000000, 7, seed, 0, 99, ~seed};
-            alignas(16) std::array<uint32_t, 9> words = {}; // nor the state
-            std::copy(expected.begin(), expected.end(), words.begin() + 1);
-            sha256_blocks_portable(expected.data(), data, count);
-            native(words.data() + 1, data, count);
-            EXPECT_TRUE(std::equal(expected.begin(), expected.end(), words.begin() + 1))
-                << count << " blocks at " << offset;
+// Every way to compress two runs of blocks, whose bytes and states need not be aligned.
+TEST(Sha, AllImplementationsDoWhatThePortableOneDoes) {
+    const auto one_by_one = [](uint32_t *const states[2], const uint8_t *const blocks[2],
+                               size_t count) {
+        for (const int i : {0, 1})
+            sha256_blocks_native()(states[i], blocks[i], count);
+    };
+    const bool native = sha256_blocks_native() != nullptr;
+    Random random(3);
+    for (const size_t count : {0u, 1u, 2u, 3u, 16u, 257u})
+        for (const size_t offset : {0u, 1u, 7u}) {
+            const auto bytes = noise<std::vector<uint8_t>>(offset + 128 * count, 3);
+            const uint8_t *const first = bytes.data() + offset, *const second = first + 64 * count;
+            const uint8_t *const blocks[2] = {first, second};
+            std::array<uint32_t, 17> before;
+            std::generate(before.begin(), before.end(), std::ref(random));
+            auto expected = before;
+            sha256_blocks_portable(&expected[1], first, count);
+            sha256_blocks_portable(&expected[9], second, count);
+            for (const Sha256PairFn pair :
+                 {sha256_pair_portable, sha256_pair_native(), native ? +one_by_one : nullptr}) {
+                alignas(16) auto words = before;
+                uint32_t *const states[2] = {&words[1], &words[9]};
+                if (pair != nullptr) // or this processor has no instructions for it
+                    pair(states, blocks, count);
+                EXPECT_TRUE(words == expected || pair == nullptr)
+                    << count << " blocks at " << offset;
+            }
         }
-    }
 }

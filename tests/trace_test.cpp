@@ -1,11 +1,9 @@
 #include "trace.h"
 
 #include "log_capture.h"
-#include "scratch.h"
 
 #include <gtest/gtest.h>
 
-#include <optional>
 #include <string>
 
 namespace {
@@ -21,11 +19,9 @@ class TraceTest : public testing::Test {
         zvdebug_assert_hook = [](uint32_t number, const char *condition, const char *, uint32_t) {
             reports += std::to_string(number) + " " + condition + "\n";
         };
-        capture.emplace();
     }
 
     void TearDown() override {
-        capture.reset();
         trace_flags = 0;
         trace_assert_mode = ASSERT_IGNORE;
         trace_set_step(4);
@@ -35,16 +31,9 @@ class TraceTest : public testing::Test {
         zvdebug_assert_hook = saved_assert;
     }
 
-    // What was written since the last call.
-    std::string log() {
-        const std::string text = LogCapture::lines_with("");
-        capture.reset();
-        capture.emplace();
-        return text;
-    }
+    LogCapture log;
 
   private:
-    std::optional<LogCapture> capture;
     decltype(zvdebug_warn_hook) saved_warn = zvdebug_warn_hook;
     decltype(zvdebug_assert_hook) saved_assert = zvdebug_assert_hook;
 };
@@ -60,11 +49,11 @@ TEST_F(TraceTest, EntryAndExitStandAtTheSameIndent) {
     EXPECT_EQ(reports, "");
     trace_exit("f", 1, "g");
     EXPECT_EQ(reports, "min debug-out indent level reached\n");
-    EXPECT_EQ(log(), "main.cpp:1          > ENTER main()\n"
-                     "alert:328           >     ENTER findMsgFiles(C:\\dat??[2J??\xc3\xa4)\n"
-                     "alert:329           >     EXIT findMsgFiles() -> 7\na?b\n\n"
-                     "a_rather_long_name.cpp:1234567> EXIT main()\n"
-                     "f:1                 > EXIT g()\n");
+    EXPECT_EQ(log.take(), "main.cpp:1          > ENTER main()\n"
+                          "alert:328           >     ENTER findMsgFiles(C:\\dat??[2J??\xc3\xa4)\n"
+                          "alert:329           >     EXIT findMsgFiles() -> 7\na?b\n\n"
+                          "a_rather_long_name.cpp:1234567> EXIT main()\n"
+                          "f:1                 > EXIT g()\n");
 }
 
 TEST_F(TraceTest, LayoutLimits) {
@@ -94,13 +83,13 @@ TEST_F(TraceTest, FreeLinesAndAlertCopies) {
     trace_set_alert_src("x/f.c", 3);
     trace_alert("two\n");
     trace_set_alert_src(nullptr, 0);
-    EXPECT_EQ(log(), "f:1                 > " + text +
-                         "=5\n"
-                         "f:1                 > 100%%\n"
-                         "f:1                 > end\n"
-                         "f:2                 > a%s\n"
-                         "f:2                 > ?b\n"
-                         "ALERT> \to?ne\nf.c:3               >     two\n");
+    EXPECT_EQ(log.take(), "f:1                 > " + text +
+                              "=5\n"
+                              "f:1                 > 100%%\n"
+                              "f:1                 > end\n"
+                              "f:2                 > a%s\n"
+                              "f:2                 > ?b\n"
+                              "ALERT> \to?ne\nf.c:3               >     two\n");
     tracef("d\n/f", 3, "\n");
     trace("d/f", 4, "");
     EXPECT_EQ(reports,
@@ -129,7 +118,7 @@ TEST_F(TraceTest, HexDumps) {
     trace_set_depth(1);
     for (const auto &c : cases) {
         trace_hexdump("buf", bytes, c.size, c.per_row, c.with_chars, "f", 9);
-        EXPECT_EQ(log(), where + "Hexdump: buf (" + at.get() + ")" + c.expected) << c.size;
+        EXPECT_EQ(log.take(), where + "Hexdump: buf (" + at.get() + ")" + c.expected) << c.size;
     }
 }
 
@@ -141,7 +130,7 @@ TEST_F(TraceTest, NullsAreReportedAndSurvived) {
     trace_set_alert_src(nullptr, 0);
     trace_puts(nullptr);
     trace_args(1, nullptr);
-    EXPECT_EQ(log(), "(null):1            > ENTER (null)()\n");
+    EXPECT_EQ(log.take(), "(null):1            > ENTER (null)()\n");
     EXPECT_EQ(reports, "1501 src != NULL\n1501 func != NULL\n1501 name != NULL\n"
                        "1501 addr != NULL\n1501 msg != NULL\n1501 alert_func != NULL\n"
                        "1501 src != NULL\n1501 str != NULL\n1501 argv != NULL\n"
@@ -154,7 +143,7 @@ TEST_F(TraceTest, HeaderAndWarningComeOnce) {
         const char *argv[] = {"prog", "-\n", nullptr, "unseen"};
         trace_args(4, argv);
         trace_args(0, argv);
-        const bool written = log() == "\nAPP: KESTREL\nARGS: prog -?\nARGS: None\n";
+        const bool written = log.take() == "\nAPP: KESTREL\nARGS: prog -?\nARGS: None\n";
         trace_stream = host_fopen(child_program().c_str(), "r");
         errno = 77;
         trace_puts("lost");
