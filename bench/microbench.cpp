@@ -1,9 +1,9 @@
 // How fast the runtime's parts are, one at a time. bench/micro runs this and prints the ratios.
-#include "hash.h"
-#include "osdep_host.h"
-#include "sha256.h"
-#include "sha256_blocks.h"
-#include "stringcache.h"
+#include "containers/hash.h"
+#include "containers/stringcache.h"
+#include "digest/sha256.h"
+#include "digest/sha256_blocks.h"
+#include "host/osdep_host.h"
 
 #include <algorithm>
 #include <benchmark/benchmark.h>

@@ -1,9 +1,9 @@
 #include "runtime.h"
 
-#include "alert.h"
-#include "osdep_host.h"
-#include "trace.h"
-#include "xalloc.h"
+#include "base/xalloc.h"
+#include "host/osdep_host.h"
+#include "host/trace.h"
+#include "messages/alert.h"
 
 #include <new>
 

@@ -1,9 +1,9 @@
 // Response files of any bytes, and the words found in them on every way that arguments go: escaped
 // and expanded, through a command file, and on a command line of the drive-letter host.
-#include "argsplit.h"
-#include "cmdline.h"
+#include "command/cmdline.h"
+#include "host/argsplit.h"
 #include "kestrel.h"
-#include "scratch.h"
+#include "support/scratch.h"
 
 #include <algorithm>
 #include <cassert>

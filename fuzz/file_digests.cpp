@@ -1,6 +1,6 @@
 // The digests of many files that exist only as scripts of what the host says of them: sizes that
 // are true or not, short reads, errors; and a receiver that may end the whole.
-#include "filedigests.h"
+#include "manifest/filedigests.h"
 
 #include <algorithm>
 #include <cassert>

@@ -1,8 +1,8 @@
 // Manifests over a small tree: the library's check, the range check of the whole, and every
 // division into 2 to 5 tasks, against a model of the rules that docs/manifest.md tells.
 #include "kestrel.h"
-#include "scratch.h"
-#include "shahash.h"
+#include "manifest/shahash.h"
+#include "support/scratch.h"
 
 #include <algorithm>
 #include <cassert>

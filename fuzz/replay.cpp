@@ -1,5 +1,5 @@
 // Runs a target once over each file named, for builds without libFuzzer.
-#include "scratch.h"
+#include "support/scratch.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 

@@ -1,10 +1,10 @@
 // -c: checks a whole manifest, divided among copies of the program that run side by side.
-#include "cmdline.h"
+#include "command/cmdline.h"
+#include "containers/stringcache.h"
+#include "debuglog/zvdebug.h"
+#include "host/trace.h"
 #include "kestrel.h"
-#include "shahash.h"
-#include "stringcache.h"
-#include "trace.h"
-#include "zvdebug.h"
+#include "manifest/shahash.h"
 
 #include <algorithm>
 #include <array>

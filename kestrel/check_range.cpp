@@ -1,8 +1,8 @@
 // --check: verifies one range of a manifest's lines.
+#include "containers/stringcache.h"
+#include "host/trace.h"
 #include "kestrel.h"
-#include "shahash.h"
-#include "stringcache.h"
-#include "trace.h"
+#include "manifest/shahash.h"
 
 #include <cstdio>
 #include <cstdlib>

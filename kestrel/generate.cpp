@@ -1,8 +1,8 @@
 // -g: writes the manifest of an installation.
+#include "host/trace.h"
 #include "kestrel.h"
-#include "osdep.h"
-#include "shahash.h"
-#include "trace.h"
+#include "manifest/shahash.h"
+#include "platform/osdep.h"
 
 // The walk begins at ".", so that every path in the manifest is relative to the installation.
 static bool write_manifest(const char *manifest) {

@@ -2,8 +2,8 @@
 #ifndef KESTREL_KESTREL_H
 #define KESTREL_KESTREL_H
 
-#include "osdep.h"
-#include "vector.h"
+#include "containers/vector.h"
+#include "platform/osdep.h"
 
 #include <cstdint>
 

@@ -1,10 +1,10 @@
 // The program's entry: options, their validation and the choice of the mode.
-#include "cmdline.h"
+#include "command/cmdline.h"
+#include "containers/stringcache.h"
+#include "debuglog/package.h"
+#include "host/trace.h"
 #include "kestrel.h"
-#include "package.h"
 #include "runtime.h"
-#include "stringcache.h"
-#include "trace.h"
 
 #include <cstdio>
 #include <cstdlib>

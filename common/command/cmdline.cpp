@@ -1,0 +1,226 @@
+#include "command/cmdline.h"
+
+#include "containers/stringcache.h"
+#include "debuglog/zvdebug.h"
+#include "host/trace.h"
+#include "platform/osdep.h"
+
+#include <cstdio>
+#include <cstring>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+// How deep response files may name each other, and how many are read in one expansion: files that
+// each name the next one twice would double their words with every level.
+static constexpr uint32_t MAX_NESTING = 32;
+static constexpr uint32_t MAX_FILES = 2000;
+
+static const char *progname = nullptr;
+static bool zvdebug_seen = false;
+
+using Arguments = std::vector<const char *>;
+
+// --- Backslashes
+
+// Whether a backslash before `c` takes a meaning away from it, and is removed in the end. All
+// others stand for themselves, so that a path of the drive-letter family can be written plainly.
+static bool is_escapable(char c) {
+    return c == ' ' || c == '"' || c == '\'' || c == '\\';
+}
+
+static bool is_escape(std::string_view text, size_t at) {
+    return text[at] == '\\' && at + 1 < text.size() && is_escapable(text[at + 1]);
+}
+
+static const char *unescape(std::string_view text) {
+    std::string result;
+    for (size_t at = 0; at < text.size(); at++) {
+        if (is_escape(text, at))
+            at++;
+        result += text[at];
+    }
+    return sc_strdup(result.c_str());
+}
+
+const char *cmdline_escape(const char *text) {
+    if (text == nullptr)
+        return nullptr;
+    const std::string_view plain = text;
+    std::string result;
+    for (size_t at = 0; at < plain.size(); at++) {
+        if (is_escape(plain, at))
+            result += '\\';
+        result += plain[at];
+    }
+    return sc_strdup(result.c_str());
+}
+
+// --- Response files
+
+// All of standard input; false if it cannot be read to its end.
+static bool read_input(std::string &text) {
+    char block[4096];
+    while (const size_t got = fread(block, 1, sizeof block, stdin))
+        text.append(block, got);
+    return ferror(stdin) == 0;
+}
+
+// A NUL cannot be part of an argument, so it separates too, and even within quotes.
+static bool is_separator(char c, bool quoted) {
+    return c == '\0' || (!quoted && (c == ' ' || c == '\t' || c == '\n' || c == '\r'));
+}
+
+// Takes the word that `text` begins with off it. Double quotes group and go; escapes are kept, with
+// their backslash, for unescape(), but not in the name of a file behind "@", which does not pass
+// it.
+static const char *take_word(std::string_view &text) {
+    std::string word;
+    bool quoted = false;
+    size_t at = 0;
+    for (; at < text.size() && !is_separator(text[at], quoted); at++) {
+        if (text[at] == '"') {
+            quoted = !quoted;
+            continue;
+        }
+        const bool escape = is_escape(text, at);
+        if (escape && word.starts_with('@'))
+            at++;
+        else if (escape)
+            word += text[at++];
+        word += text[at];
+    }
+    text.remove_prefix(at);
+    return sc_strdup(word.c_str());
+}
+
+static Arguments split_words(std::string_view text) {
+    Arguments words;
+    while (true) {
+        while (!text.empty() && is_separator(text.front(), false))
+            text.remove_prefix(1);
+        if (text.empty())
+            return words;
+        words.push_back(take_word(text));
+    }
+}
+
+// One expansion: where the words go, who is told of them, and what it has read so far.
+struct Expansion {
+    Vector *args;
+    ArgumentFn callback;
+    uint32_t files_read;
+};
+
+// A response file whose words are being expanded, and the one that named it.
+struct OpenFile {
+    const OpenFile *outer;
+    uint32_t depth;
+    bool known; // the identity is
+    FileIdentity identity;
+};
+
+static OpenFile enter_file(const char *path, const OpenFile *outer) {
+    OpenFile file = {outer, outer == nullptr ? 1 : outer->depth + 1, false, {}};
+    file.known = host_file_identity(path, &file.identity);
+    return file;
+}
+
+// Whether the file would name itself, directly or by way of others, or is one too many.
+static bool is_endless(const Expansion &expansion, const OpenFile &file) {
+    for (const OpenFile *outer = file.outer; outer != nullptr; outer = outer->outer)
+        if (file.known && outer->known && file.identity == outer->identity)
+            return true;
+    return file.depth > MAX_NESTING || expansion.files_read >= MAX_FILES;
+}
+
+// Reads the words of a file by way of standard input, which is at its end afterwards, before any
+// of them is looked at: they may name further files. Editors put a byte order mark in front.
+static bool read_response_file(const char *path, Arguments &words) {
+    constexpr std::string_view mark = "\xef\xbb\xbf";
+    std::string text;
+    if (host_freopen(path, "r", stdin) == nullptr || !read_input(text))
+        return false;
+    words = split_words(std::string_view(text).substr(text.starts_with(mark) ? mark.size() : 0));
+    return true;
+}
+
+// --- Expansion
+
+static void expand_arguments(Expansion &expansion, std::span<const char *const> arguments,
+                             const OpenFile *outer);
+
+// False if the file cannot be used; the argument is then kept as it stands. It is opened once
+// before: a failure to reopen standard input would leave that closed.
+static bool expand_file(Expansion &expansion, const char *path, const OpenFile *outer) {
+    if (*path == '\0' || FilePtr(host_fopen_regular(path)) == nullptr)
+        return false;
+    const OpenFile file = enter_file(path, outer);
+    Arguments words;
+    if (is_endless(expansion, file))
+        return false;
+    expansion.files_read++;
+    if (!read_response_file(path, words))
+        return false;
+    expand_arguments(expansion, words, &file);
+    return true;
+}
+
+static void expand_argument(Expansion &expansion, const char *argument, const OpenFile *outer) {
+    if (*argument == '\0')
+        return;
+    if (*argument == '@') {
+        if (!expand_file(expansion, argument + 1, outer))
+            vec_append(expansion.args, sc_strdup(argument));
+        return;
+    }
+    if (sc_hasPrefix(argument, "--zvdebug")) {
+        zvdebug_seen = true;
+        zvdebug_parse(argument);
+    }
+    vec_append(expansion.args, unescape(argument));
+}
+
+static void expand_arguments(Expansion &expansion, std::span<const char *const> arguments,
+                             const OpenFile *outer) {
+    const Vector *args = expansion.args;
+    DEBUG_ASSERT(args != NULL);
+    for (const char *argument : arguments) {
+        if (argument == nullptr)
+            return;
+        if (expansion.callback != nullptr)
+            expansion.callback(argument);
+        expand_argument(expansion, argument, outer);
+    }
+}
+
+Vector *cmdline_expand(int argc, const char *const *argv, ArgumentFn callback) {
+    DEBUG_ASSERT(argv != NULL);
+    Expansion expansion = {vec_new(__FILE__, __LINE__), callback, 0};
+    if (argv == nullptr || argc <= 0)
+        return expansion.args;
+    if (progname == nullptr && argv[0] != nullptr)
+        progname = sc_strdup(os_basename(argv[0]));
+    expand_arguments(expansion, {argv + 1, static_cast<size_t>(argc) - 1}, nullptr);
+    return expansion.args;
+}
+
+Vector *cmdline_args_cb(int argc, const char *const *argv, ArgumentFn callback) {
+    Vector *args = cmdline_expand(argc, argv, callback);
+    if (trace_flags != 0)
+        trace_args(argc, argv);
+    return args;
+}
+
+Vector *cmdline_args(int argc, const char *const *argv) {
+    return cmdline_args_cb(argc, argv, nullptr);
+}
+
+bool cmdline_zvdebug_seen() {
+    return zvdebug_seen;
+}
+
+const char *cmdline_progname() {
+    return progname;
+}

@@ -1,0 +1,275 @@
+#include "debuglog/package.h"
+
+#include "containers/hash.h"
+#include "containers/stringcache.h"
+#include "debuglog/zvdebug.h"
+#include "platform/osdep.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#if __has_include(<miniz/miniz.h>)
+#include <miniz/miniz.h>
+#else
+#include <miniz.h>
+#endif
+
+static const char *application = "qrn";
+
+// --- Adding files
+
+// Below "SYSTEM_ROOT" for an absolute path, whose root is left out; with slashes.
+static std::string archive_name(const char *file) {
+    std::string name = file;
+    if (os_is_absolute(file)) {
+        const size_t root = host_path_style().drives ? strlen("C:\\") : strlen("/");
+        name = os_join("SYSTEM_ROOT", file + std::min(root, name.size())).get();
+    }
+    std::replace(name.begin(), name.end(), '\\', '/');
+    return name;
+}
+
+// Anything else could block when it is read, or never end.
+static bool is_regular(const char *path) {
+    HostStat status;
+    return host_stat(path, &status) && status.kind == FileKind::regular;
+}
+
+// One file on its way into the package.
+struct Addition {
+    const char *package;
+    const char *file;
+    const char *comment;
+};
+
+// Whether what was written is an archive of that many files, as the next run will find it.
+static bool holds(const char *archive, mz_uint files) {
+    mz_zip_archive zip = {};
+    const bool right =
+        mz_zip_reader_init_file(&zip, archive, 0) && mz_zip_reader_get_num_files(&zip) == files;
+    mz_zip_end(&zip);
+    return right;
+}
+
+// Gives a comment to an archive of `size` bytes that was written without: the last thing in it is
+// the comment's length.
+static bool append_comment(const char *path, mz_uint64 size, const std::string &comment) {
+    if (comment.empty())
+        return true;
+    const FilePtr file(host_fopen(path, "r+b"));
+    return file != nullptr && host_seek(file.get(), static_cast<int64_t>(size) - 2) &&
+           os_write_le16(file.get(), static_cast<uint16_t>(comment.size())) == 1 &&
+           fwrite(comment.data(), 1, comment.size(), file.get()) == comment.size() &&
+           fflush(file.get()) == 0;
+}
+
+// Adds the file to the archive that `zip` is writing to `path`, closes it and has `place` bring it
+// to where the package belongs, if it is complete. Every step is taken, and warned of, whatever
+// became of the one before; that the archive could not be placed is warned of as the last one.
+template <class Place>
+static void write_addition(mz_zip_archive *zip, const Addition &add, const char *path,
+                           const std::string &archive_comment, Place place) {
+    constexpr mz_uint level_and_flags = 6 | MZ_ZIP_FLAG_CASE_SENSITIVE;
+    const std::string name = archive_name(add.file);
+    const size_t length = add.comment != nullptr ? strlen(add.comment) : 0;
+    const auto kept = static_cast<mz_uint16>(std::min<size_t>(length, UINT16_MAX));
+    const mz_uint files = mz_zip_reader_get_num_files(zip) + 1;
+    const bool added =
+        is_regular(add.file) &&
+        mz_zip_writer_add_file(zip, name.c_str(), add.file, add.comment, kept, level_and_flags);
+    if (!added)
+        zvdebug_warn("Unable to add archive \"%s\" (from \"%s\") to package zip (%s)", name.c_str(),
+                     add.file, add.package);
+    const bool finalized = mz_zip_writer_finalize_archive(zip);
+    if (!finalized)
+        zvdebug_warn("Unable to finalize package zip (%s) after adding \"%s\"", add.package,
+                     add.file);
+    const mz_uint64 size = mz_zip_get_archive_size(zip);
+    bool ended = mz_zip_writer_end(zip);
+    mz_zip_end(zip); // what could not be turned into a writer is still open
+    if (added && finalized && ended)
+        ended = append_comment(path, size, archive_comment) && holds(path, files) && place();
+    if (!ended)
+        zvdebug_warn("Unable to end package zip (%s) after adding \"%s\"", add.package, add.file);
+}
+
+// The archive grows under another name beside its own. False if another process has made one
+// meanwhile.
+static bool start_package(const Addition &add) {
+    const OwnedString target = host_resolve_links(add.package);
+    const std::string growing =
+        target.get() + (".zv" + std::string(host_unique_seed().get())) + ".tmp";
+    bool overtaken = false;
+    mz_zip_archive zip = {};
+    os_remove_at_exit(growing.c_str());
+    if (!mz_zip_writer_init_file(&zip, growing.c_str(), 0)) {
+        zvdebug_warn("Unable to init package zip file (%s) to add \"%s\"", add.package, add.file);
+        return true;
+    }
+    write_addition(&zip, add, growing.c_str(), "", [&] {
+        const bool placed = host_rename_new(growing.c_str(), target.get());
+        overtaken = !placed && os_exists(add.package);
+        return placed || overtaken;
+    });
+    host_remove(growing.c_str());
+    return !overtaken;
+}
+
+// The archive's comment; false if its last record does not follow its directory. The library takes
+// the last one there is, in a comment or behind a text, and would write over what stands before.
+static bool read_comment(mz_zip_archive *zip, std::string &comment) {
+    constexpr mz_uint64 zip64_records = 56 + 20;
+    unsigned char record[22];
+    const mz_uint64 at = zip->m_central_directory_file_ofs + mz_zip_get_central_dir_size(zip) +
+                         (mz_zip_is_zip64(zip) ? zip64_records : 0);
+    if (mz_zip_read_archive_data(zip, at, record, sizeof record) != sizeof record ||
+        memcmp(record, "PK\5\6", 4) != 0)
+        return false;
+    comment.resize(static_cast<size_t>(record[20] | record[21] << 8));
+    return mz_zip_read_archive_data(zip, at + sizeof record, comment.data(), comment.size()) ==
+           comment.size();
+}
+
+// Appending overwrites the archive's directory before it is whole again, so it happens to a copy.
+static void append_to_package(const Addition &add) {
+    const OwnedString copy = is_regular(add.package) ? os_tempname("zip") : nullptr;
+    mz_zip_archive zip = {};
+    std::string comment;
+    if (copy == nullptr || !copyfile_helper(add.package, copy.get()) ||
+        !mz_zip_reader_init_file(&zip, copy.get(), 0) || !read_comment(&zip, comment)) {
+        zvdebug_warn("Unable to open package zip file (%s) for reading to append \"%s\"",
+                     add.package, add.file);
+        mz_zip_end(&zip);
+    } else {
+        // What stays a reader is handed on all the same: every further step fails and warns.
+        if (!os_is_writable(add.package) || !mz_zip_writer_init_from_reader(&zip, copy.get()))
+            zvdebug_warn(
+                "Unable to covert package zip file (%s) reader to a writer to append \"%s\"",
+                add.package, add.file);
+        write_addition(&zip, add, copy.get(), comment,
+                       [&] { return copyfile_helper(copy.get(), add.package); });
+    }
+    if (copy != nullptr)
+        host_remove(copy.get());
+}
+
+// Processes that find an archive add to it one by one. Of those that find none, the one whose
+// archive is complete first has made it, and the others find that.
+void package_add(const char *file, const char *comment) {
+    const char *package = zvdebug_zip_path();
+    if (package == nullptr)
+        return;
+    DEBUG_ASSERT(file != NULL);
+    if (!os_exists(file))
+        return;
+    const Addition add = {package, file, comment};
+    for (bool added = false; !added;) {
+        HostLock lock = host_lock(package);
+        added = os_exists(package) != 0;
+        if (added && lock == -1)
+            lock = host_lock(package); // it may have been made meanwhile
+        if (added)
+            append_to_package(add);
+        else
+            added = start_package(add);
+        host_unlock(lock);
+    }
+}
+
+void package_add_file(const char *file) {
+    package_add(file, nullptr);
+}
+
+// --- The run
+
+void package_set_app(const char *name) {
+    application = sc_strdup(name);
+}
+
+// A check that fails leaves the current directory at the installation, where the paths of the log
+// and the package would lead to other files.
+static void return_to_start() {
+    if (zvdebug_zip_path() != nullptr && zvdebug_directory() != nullptr)
+        host_chdir(zvdebug_directory());
+}
+
+void package_finish() {
+    return_to_start();
+    const FILE *gFile = trace_stream;
+    const bool log_of_another = strcmp(application, "kestrel") != 0 && zvdebug_out_given();
+    if (!log_of_another && zvdebug_out_path() != nullptr) {
+        DEBUG_ASSERT(gFile != NULL);
+        package_add_file(zvdebug_out_path());
+    }
+    if ((zvdebug_flags() & TRACE_ADT) != 0) {
+        hash_masterReport();
+        vec_masterReport();
+    }
+}
+
+// --- Programs under the debugger
+
+const char *db_debugger_path = "/usr/bin/lldb";
+
+// Asked once.
+static bool debugger_exists() {
+    static const bool exists = os_exists(db_debugger_path) != 0;
+    if (!exists)
+        zvdebug_warn("Debugger \"%s\" is not available", db_debugger_path);
+    return exists;
+}
+
+// Stops at main and at failed assertions, and tells the program that it is being debugged.
+static constexpr const char *debugger_commands = "break set --name db_assert\n"
+                                                 "break set --name main\n"
+                                                 "break command add 2\n"
+                                                 "expr gInDebugger=1\n"
+                                                 "DONE\n"
+                                                 "run";
+
+static bool write_commands(const char *cmdfile) {
+    DEBUG_ASSERT(cmdfile != NULL);
+    FILE *fp = cmdfile != nullptr ? host_fopen(cmdfile, "wb") : nullptr;
+    DEBUG_ASSERT(fp != NULL);
+    if (fp == nullptr)
+        return false;
+    const bool written = fputs(debugger_commands, fp) >= 0;
+    return fclose(fp) == 0 && written;
+}
+
+// Starts a program with a copy of the arguments, whose strings are replaced on the way.
+static int spawn(const char *program, const Vector *args) {
+    const VectorPtr copy(vec_copy(args, __FILE__, __LINE__));
+    const auto argv = const_cast<const char **>(reinterpret_cast<char **>(copy->data));
+    const int status = os_spawn(program, argv);
+    for (const char **argument = argv; *argument != nullptr; ++argument)
+        free(const_cast<char *>(*argument));
+    return status;
+}
+
+static int spawn_in_debugger(const char *app, const char *cmdfile, const Vector *args) {
+    const VectorPtr debugged(vec_new(__FILE__, __LINE__));
+    for (const char *argument : {app, "-s", cmdfile, "--", app})
+        vec_append(debugged.get(), argument);
+    for (uint32_t i = 1; i < vec_size(args); i++)
+        vec_append(debugged.get(), vec_elementAt(args, i));
+    vec_append(debugged.get(), nullptr);
+    const int status = spawn(db_debugger_path, debugged.get());
+    host_remove(cmdfile);
+    return status;
+}
+
+int db_debugger(const char *app, Vector *args, bool force) {
+    DEBUG_ASSERT(app != NULL);
+    if (app == nullptr)
+        return -1;
+    if ((force || zvdebug_debug_named(os_basename(app))) && debugger_exists()) {
+        const OwnedString cmdfile = os_tempname_plain();
+        if (write_commands(cmdfile.get()))
+            return spawn_in_debugger(app, cmdfile.get(), args);
+    }
+    vec_append(args, nullptr);
+    return spawn(app, args);
+}

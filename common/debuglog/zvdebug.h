@@ -1,0 +1,40 @@
+// The debug option --zvdebug=<item>[,<item>...], which switches the debug log on.
+#ifndef COMMON_ZVDEBUG_H
+#define COMMON_ZVDEBUG_H
+
+#include "host/trace.h"
+
+#include <cstdint>
+
+// Parses the option (the whole argument, or the list alone), sets the debug flags and opens the
+// debug-out file. Only the first call counts. Problems are warnings, but a debug-out file that
+// cannot be opened is fatal message 141.
+void zvdebug_parse(const char *optstr);
+
+// Who starts a program, for the choice of debug names that are passed on.
+enum DebugCaller : uint32_t { DBC_QRNCC = 0, DBC_QRN = 1, DBC_DRIVER = 2 };
+
+// The option text (interned) that makes a started program log along, or null when there is nothing
+// to pass. Counts the programs started under each name.
+const char *zvdebug_forward(DebugCaller caller, const char *callee);
+
+// Path of the debug-out file, interned; null before one was opened.
+const char *zvdebug_out_path();
+
+// The directory that these paths are relative to: the current one when the option was parsed; null
+// before, or if that is unknown.
+const char *zvdebug_directory();
+
+// True when the option `out` named that file.
+bool zvdebug_out_given();
+
+// Path of the debug package, interned; null when none was asked for.
+const char *zvdebug_zip_path();
+
+// True if `debug:` named this program; case is ignored.
+bool zvdebug_debug_named(const char *name);
+
+uint32_t zvdebug_flags();
+AssertMode zvdebug_assert_mode();
+
+#endif

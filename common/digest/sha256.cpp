@@ -1,0 +1,107 @@
+#include "digest/sha256.h"
+
+#include "digest/blockhash.h"
+#include "digest/sha256_blocks.h"
+
+#include <bit>
+#include <cassert>
+
+alignas(16) const uint32_t sha256_k[64] = {
+    0x428a2f98, 0x71374491, 0xb5c0fbcf, 0xe9b5dba5, 0x3956c25b, 0x59f111f1, 0x923f82a4, 0xab1c5ed5,
+    0xd807aa98, 0x12835b01, 0x243185be, 0x550c7dc3, 0x72be5d74, 0x80deb1fe, 0x9bdc06a7, 0xc19bf174,
+    0xe49b69c1, 0xefbe4786, 0x0fc19dc6, 0x240ca1cc, 0x2de92c6f, 0x4a7484aa, 0x5cb0a9dc, 0x76f988da,
+    0x983e5152, 0xa831c66d, 0xb00327c8, 0xbf597fc7, 0xc6e00bf3, 0xd5a79147, 0x06ca6351, 0x14292967,
+    0x27b70a85, 0x2e1b2138, 0x4d2c6dfc, 0x53380d13, 0x650a7354, 0x766a0abb, 0x81c2c92e, 0x92722c85,
+    0xa2bfe8a1, 0xa81a664b, 0xc24b8b70, 0xc76c51a3, 0xd192e819, 0xd6990624, 0xf40e3585, 0x106aa070,
+    0x19a4c116, 0x1e376c08, 0x2748774c, 0x34b0bcb5, 0x391c0cb3, 0x4ed8aa4a, 0x5b9cca4f, 0x682e6ff3,
+    0x748f82ee, 0x78a5636f, 0x84c87814, 0x8cc70208, 0x90befffa, 0xa4506ceb, 0xbef9a3f7, 0xc67178f2};
+
+// FIPS 180-4, section 6.2.2, with the message schedule kept as a ring of 16 words.
+void sha256_blocks_portable(uint32_t state[8], const uint8_t *blocks, size_t count) {
+    for (; count > 0; count--, blocks += SHA256_BLOCK_SIZE) {
+        uint32_t w[16];
+        for (size_t t = 0; t < 16; t++)
+            w[t] = load_be32(blocks + 4 * t);
+
+        uint32_t a = state[0], b = state[1], c = state[2], d = state[3];
+        uint32_t e = state[4], f = state[5], g = state[6], h = state[7];
+        for (size_t t = 0; t < 64; t++) {
+            if (t >= 16) {
+                uint32_t w15 = w[(t - 15) % 16], w2 = w[(t - 2) % 16];
+                uint32_t s0 = std::rotr(w15, 7) ^ std::rotr(w15, 18) ^ (w15 >> 3);
+                uint32_t s1 = std::rotr(w2, 17) ^ std::rotr(w2, 19) ^ (w2 >> 10);
+                w[t % 16] += s0 + w[(t - 7) % 16] + s1;
+            }
+            uint32_t sum1 = std::rotr(e, 6) ^ std::rotr(e, 11) ^ std::rotr(e, 25);
+            uint32_t choice = (e & f) ^ (~e & g);
+            uint32_t t1 = h + sum1 + choice + sha256_k[t] + w[t % 16];
+            uint32_t sum0 = std::rotr(a, 2) ^ std::rotr(a, 13) ^ std::rotr(a, 22);
+            uint32_t majority = (a & b) ^ (a & c) ^ (b & c);
+            h = g, g = f, f = e, e = d + t1;
+            d = c, c = b, b = a, a = t1 + sum0 + majority;
+        }
+        state[0] += a, state[1] += b, state[2] += c, state[3] += d;
+        state[4] += e, state[5] += f, state[6] += g, state[7] += h;
+    }
+}
+
+void sha256_pair_portable(uint32_t *const states[2], const uint8_t *const blocks[2], size_t count) {
+    sha256_blocks_portable(states[0], blocks[0], count);
+    sha256_blocks_portable(states[1], blocks[1], count);
+}
+
+// Both start out at a chooser, which puts the best implementations in their places.
+static void choose_blocks(uint32_t state[8], const uint8_t *blocks, size_t count);
+static void choose_pair(uint32_t *const states[2], const uint8_t *const blocks[2], size_t count);
+static Sha256BlocksFn compress_blocks = choose_blocks;
+static Sha256PairFn compress_pair = choose_pair;
+
+static void choose() {
+    const Sha256BlocksFn blocks = sha256_blocks_native();
+    const Sha256PairFn pair = sha256_pair_native();
+    compress_blocks = blocks != nullptr ? blocks : sha256_blocks_portable;
+    compress_pair = pair != nullptr ? pair : sha256_pair_portable;
+}
+
+static void choose_blocks(uint32_t state[8], const uint8_t *blocks, size_t count) {
+    choose();
+    compress_blocks(state, blocks, count);
+}
+
+static void choose_pair(uint32_t *const states[2], const uint8_t *const blocks[2], size_t count) {
+    choose();
+    compress_pair(states, blocks, count);
+}
+
+static void compress(Sha256Context *ctx, const uint8_t *blocks, size_t count) {
+    compress_blocks(ctx->state, blocks, count);
+}
+
+void sha256_init(Sha256Context *ctx) {
+    *ctx = {{},
+            0,
+            0,
+            {0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa54ff53a, 0x510e527f, 0x9b05688c, 0x1f83d9ab,
+             0x5be0cd19}};
+}
+
+void sha256_update(Sha256Context *ctx, const void *bytes, size_t length) {
+    blockhash_update(ctx, static_cast<const uint8_t *>(bytes), length, compress);
+}
+
+void sha256_update_pair(Sha256Context *const contexts[2], const uint8_t *const blocks[2],
+                        size_t count) {
+    assert(contexts[0]->datalen == 0 && contexts[1]->datalen == 0);
+    uint32_t *const states[2] = {contexts[0]->state, contexts[1]->state};
+    compress_pair(states, blocks, count);
+    for (Sha256Context *ctx : {contexts[0], contexts[1]})
+        ctx->bitlen += 8 * SHA256_BLOCK_SIZE * uint64_t{count};
+}
+
+void sha256_final(Sha256Context *ctx, uint8_t *digest) {
+    blockhash_final(ctx, digest, compress);
+}
+
+void sha256_transform(Sha256Context *ctx, const uint8_t *block) {
+    compress(ctx, block, 1);
+}

@@ -1,0 +1,34 @@
+// What the primitives of osdep_host.h have in common on both hosts.
+#include "host/osdep_host.h"
+
+#include <cerrno>
+
+OpenOutcome host_open_regular(const char *path, const HostStat *found, int *descriptor) {
+    if (found == nullptr)
+        return OpenOutcome::missing;
+    if (found->kind != FileKind::regular) {
+        const bool directory = found->kind == FileKind::directory;
+        errno = directory ? EISDIR : EINVAL;
+        return directory ? OpenOutcome::refused : OpenOutcome::special;
+    }
+    *descriptor = host_open(path);
+    return *descriptor == -1 ? OpenOutcome::refused : OpenOutcome::opened;
+}
+
+FILE *host_fopen_regular(const char *path) {
+    HostStat status;
+    int descriptor;
+    const HostStat *found = host_stat(path, &status) ? &status : nullptr;
+    if (host_open_regular(path, found, &descriptor) != OpenOutcome::opened)
+        return nullptr;
+    FILE *stream = host_is_regular(descriptor) ? host_fdopen(descriptor) : nullptr;
+    if (stream == nullptr)
+        host_close(descriptor);
+    return stream;
+}
+
+bool host_same_file(const char *a, const char *b) {
+    FileIdentity first;
+    FileIdentity second;
+    return host_file_identity(a, &first) && host_file_identity(b, &second) && first == second;
+}

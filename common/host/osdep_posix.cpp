@@ -1,0 +1,551 @@
+// The primitives of osdep_host.h on Linux.
+#include "host/argsplit.h"
+#include "host/osdep_host.h"
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <dirent.h>
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/auxv.h>
+#include <sys/prctl.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+// Repeats a system call while signals interrupt it.
+template <class Call> static auto uninterrupted(Call call) {
+    auto result = call();
+    while (result == -1 && errno == EINTR)
+        result = call();
+    return result;
+}
+
+// What a link says, read with a buffer that grows until it fits; null if `path` is no link.
+static OwnedString read_link(const char *path) {
+    std::string target(256, '\0');
+    for (;;) {
+        const ssize_t length = readlink(path, target.data(), target.size());
+        if (length < 0)
+            return nullptr;
+        if (static_cast<size_t>(length) < target.size())
+            return xstrndup(target.data(), static_cast<size_t>(length));
+        target.resize(target.size() * 2);
+    }
+}
+
+// --- Facts
+
+const PathStyle &host_path_style() {
+    return slash_path_style;
+}
+
+int32_t host_kind() {
+    return 0;
+}
+
+const char *host_osname() {
+    return "Linux";
+}
+
+int host_processor_count() {
+    // The set must be as large as the kernel's own, or the call fails with EINVAL.
+    for (int capacity = CPU_SETSIZE; capacity <= (1 << 20); capacity *= 2) {
+        std::vector<cpu_set_t> set(CPU_ALLOC_SIZE(capacity) / sizeof(cpu_set_t));
+        const size_t bytes = set.size() * sizeof(cpu_set_t);
+        if (sched_getaffinity(0, bytes, set.data()) == 0)
+            return CPU_COUNT_S(bytes, set.data());
+        if (errno != EINVAL)
+            break;
+    }
+    return static_cast<int>(sysconf(_SC_NPROCESSORS_ONLN));
+}
+
+// What this program was started as, which is relative to the directory that is still the current
+// one when this is noted; empty if the system does not tell.
+static const OwnedString started_as = [] {
+    const auto path = reinterpret_cast<const char *>(getauxval(AT_EXECFN));
+    return host_absolute_path(path != nullptr ? path : "");
+}();
+
+OwnedString host_program_path() {
+    OwnedString path = read_link("/proc/self/exe");
+    return path != nullptr ? std::move(path) : OwnedString(realpath(started_as.get(), nullptr));
+}
+
+uint32_t host_process_id() {
+    return static_cast<uint32_t>(getpid());
+}
+
+OwnedString host_unique_seed() {
+    unsigned long long bits = 0;
+    if (getrandom(&bits, sizeof bits, 0) != sizeof bits) {
+        timespec now = {};
+        clock_gettime(CLOCK_MONOTONIC, &now);
+        bits = static_cast<unsigned long long>(getpid()) << 40 ^
+               static_cast<unsigned long long>(now.tv_sec) << 30 ^
+               static_cast<unsigned long long>(now.tv_nsec);
+    }
+    return str_format("%llx", bits);
+}
+
+std::span<const char *const> host_temp_variables() {
+    static constexpr std::array<const char *, 3> names = {"TEMP", "TMP", "TMPDIR"};
+    return names;
+}
+
+// Not the current directory, which may be the tree that is being hashed.
+const char *host_temp_default() {
+    return "/tmp";
+}
+
+std::span<const int> host_caught_signals() {
+    static constexpr std::array<int, 7> signals = {SIGHUP,  SIGINT,  SIGQUIT, SIGTERM,
+                                                   SIGABRT, SIGSEGV, SIGFPE};
+    return signals;
+}
+
+std::span<const int> host_write_signals() {
+    static constexpr std::array<int, 2> signals = {SIGPIPE, SIGXFSZ};
+    return signals;
+}
+
+// The stack that a handler runs on, because the program's own may have overflowed.
+static bool use_signal_stack() {
+    alignas(16) static std::array<char, 1 << 18> memory;
+    stack_t stack = {};
+    stack.ss_sp = memory.data();
+    stack.ss_size = memory.size();
+    return sigaltstack(&stack, nullptr) == 0;
+}
+
+// A signal that strikes again in its own handler reaches it: a fault would otherwise be the
+// kernel's to deal with.
+void host_on_signal(int number, void (*handler)(int)) {
+    [[maybe_unused]] static const bool has_stack = use_signal_stack();
+    struct sigaction action = {}, before = {};
+    action.sa_handler = handler;
+    action.sa_flags = SA_RESTART | SA_ONSTACK | SA_NODEFER;
+    if (sigaction(number, &action, &before) == 0 && before.sa_handler == SIG_IGN)
+        sigaction(number, &before, nullptr);
+}
+
+void host_limit_exit(void (*give_up)(int)) {
+    signal(SIGALRM, give_up);
+    alarm(2);
+}
+
+int host_setenv(const char *name, const char *value) {
+    return setenv(name, value, 1);
+}
+
+void host_tzset() {
+    tzset();
+}
+
+// --- Files and directories
+
+static FileKind kind_of(mode_t mode) {
+    if (S_ISREG(mode))
+        return FileKind::regular;
+    return S_ISDIR(mode) ? FileKind::directory : FileKind::other;
+}
+
+bool host_stat(const char *path, HostStat *result) {
+    struct stat status = {};
+    if (stat(path, &status) != 0)
+        return false;
+    *result = {kind_of(status.st_mode), static_cast<uint64_t>(status.st_size)};
+    return true;
+}
+
+bool host_is_link(const char *path) {
+    struct stat status = {};
+    return lstat(path, &status) == 0 && S_ISLNK(status.st_mode);
+}
+
+bool host_file_identity(const char *path, FileIdentity *result) {
+    struct stat status = {};
+    if (stat(path, &status) != 0)
+        return false;
+    *result = {status.st_dev, status.st_ino};
+    return true;
+}
+
+// The time of the status is the one that no program can set back.
+static FileState state_of(const struct stat &status) {
+    const timespec &time = status.st_ctim;
+    return {{status.st_dev, status.st_ino},
+            static_cast<uint64_t>(status.st_size),
+            static_cast<uint64_t>(time.tv_sec) * 1000000000 + static_cast<uint64_t>(time.tv_nsec)};
+}
+
+bool host_file_state(const char *path, FileState *result) {
+    struct stat status = {};
+    if (stat(path, &status) != 0)
+        return false;
+    *result = state_of(status);
+    return true;
+}
+
+bool host_opened_state(FILE *stream, FileState *result) {
+    struct stat status = {};
+    if (fstat(fileno(stream), &status) != 0)
+        return false;
+    *result = state_of(status);
+    return true;
+}
+
+// Unlike the other host's, fopen opens directories here, which then read as empty.
+FILE *host_fopen(const char *path, const char *mode) {
+    FILE *stream = fopen(path, (std::string(mode) + 'e').c_str());
+    struct stat status = {};
+    if (stream != nullptr && fstat(fileno(stream), &status) == 0 && S_ISDIR(status.st_mode)) {
+        fclose(stream);
+        errno = EISDIR;
+        return nullptr;
+    }
+    return stream;
+}
+
+// Only a lease that another program holds on a file makes it one that would block; it is asked to
+// give way while we wait.
+static int open_at_once(const char *path, int access) {
+    constexpr mode_t rights = 0666;
+    const int flags = access | O_NOCTTY | O_CLOEXEC;
+    const int descriptor = uninterrupted([&] { return open(path, flags | O_NONBLOCK, rights); });
+    if (descriptor != -1 || errno != EWOULDBLOCK)
+        return descriptor;
+    return uninterrupted([&] { return open(path, flags, rights); });
+}
+
+int host_open(const char *path) {
+    return open_at_once(path, O_RDONLY);
+}
+
+bool host_is_regular(int descriptor) {
+    struct stat status = {};
+    return fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+FILE *host_fdopen(int descriptor) {
+    return fdopen(descriptor, "rb");
+}
+
+// It is always the end that is written to: a program that was started to append may share the log.
+FILE *host_open_log(const char *path, bool append) {
+    const int access = O_WRONLY | O_CREAT | (append ? 0 : O_TRUNC);
+    const int descriptor = open_at_once(path, access);
+    if (descriptor == -1)
+        return nullptr;
+    fcntl(descriptor, F_SETFL, O_APPEND); // a full pipe is waited for
+    return fdopen(descriptor, "a");
+}
+
+// Past the stream, which would cut what is longer than its buffer.
+bool host_append(FILE *log, const std::string &text) {
+    bool written = fflush(log) == 0;
+    for (size_t done = 0; written && done < text.size();) {
+        const ssize_t count = uninterrupted(
+            [&] { return write(fileno(log), text.data() + done, text.size() - done); });
+        written = count > 0;
+        done += written ? static_cast<size_t>(count) : 0;
+    }
+    return written;
+}
+
+// The new stream is inherited: it takes the place of a standard one.
+FILE *host_freopen(const char *path, const char *mode, FILE *stream) {
+    HostStat status;
+    if (host_stat(path, &status) && status.kind == FileKind::directory) {
+        errno = EISDIR;
+        return nullptr;
+    }
+    return freopen(path, mode, stream);
+}
+
+bool host_seek(FILE *stream, int64_t offset) {
+    return fseeko(stream, offset, SEEK_SET) == 0;
+}
+
+int64_t host_tell(FILE *stream) {
+    return ftello(stream);
+}
+
+int64_t host_read(int descriptor, void *buffer, size_t size) {
+    return uninterrupted([&] { return read(descriptor, buffer, size); });
+}
+
+Listing host_list_directory(const char *path, DirectoryEntryFn entry, void *context) {
+    DIR *directory = opendir(path);
+    if (directory == nullptr)
+        return errno == EACCES || errno == EPERM ? Listing::denied : Listing::unopened;
+    std::vector<std::string> names;
+    errno = 0;
+    while (const dirent *found = readdir(directory)) {
+        names.emplace_back(found->d_name);
+        errno = 0;
+    }
+    const int failure = errno;
+    closedir(directory);
+    for (const std::string &name : names)
+        if (!entry(context, name.c_str(), true))
+            break;
+    errno = failure;
+    return failure == 0 ? Listing::complete : Listing::broken;
+}
+
+bool host_make_file(const char *path) {
+    const int descriptor = open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    return descriptor != -1 && close(descriptor) == 0;
+}
+
+bool host_mkdir(const char *path) {
+    return mkdir(path, 0777) == 0;
+}
+
+bool host_mkdir_private(const char *path) {
+    return mkdir(path, 0700) == 0;
+}
+
+bool host_rmdir(const char *path) {
+    return rmdir(path) == 0;
+}
+
+bool host_remove(const char *path) {
+    return unlink(path) == 0;
+}
+
+// Some file systems cannot be asked, and then there is nothing to wait for.
+bool host_flush_to_disk(int descriptor) {
+    return uninterrupted([&] { return fsync(descriptor); }) == 0 || errno == EINVAL ||
+           errno == ENOSYS || errno == EOPNOTSUPP;
+}
+
+// A directory that may not be read cannot be flushed. One that fails to be is an error of the disk,
+// whatever else its reason might mean to the caller.
+static bool flush_directory_of(const char *path) {
+    const OwnedString directory = path_dirname(slash_path_style, path);
+    const int descriptor = open(directory != nullptr ? directory.get() : ".",
+                                O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK);
+    if (descriptor == -1)
+        return true;
+    const bool flushed = host_flush_to_disk(descriptor);
+    close(descriptor);
+    if (!flushed)
+        errno = EIO;
+    return flushed;
+}
+
+bool host_replace(const char *from, const char *to) {
+    return rename(from, to) == 0 && flush_directory_of(to);
+}
+
+// Some file systems cannot ask and rename in one step.
+bool host_rename_new(const char *from, const char *to) {
+    if (renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0)
+        return true;
+    if (errno != EINVAL && errno != ENOSYS)
+        return false;
+    return link(from, to) == 0 && unlink(from) == 0;
+}
+
+void host_copy_mode(const char *from, const char *to) {
+    struct stat status = {};
+    if (stat(from, &status) == 0)
+        chmod(to, status.st_mode & 0777);
+}
+
+OwnedString host_resolve_links(const char *path) {
+    constexpr int longest_chain = 40; // as the kernel's
+    std::string resolved = path;
+    for (int i = 0; i < longest_chain; ++i) {
+        const OwnedString target = read_link(resolved.c_str());
+        if (target == nullptr)
+            break;
+        if (target.get()[0] == '/')
+            resolved.clear();
+        else
+            resolved.resize(resolved.rfind('/') + 1); // npos + 1 is 0
+        resolved += target.get();
+    }
+    return xstrdup(resolved.c_str());
+}
+
+OwnedString host_absolute_path(const char *path) {
+    const OwnedString directory = path[0] == '/' ? nullptr : host_getcwd();
+    return directory == nullptr ? xstrdup(path)
+                                : path_join_style(slash_path_style, directory.get(), path);
+}
+
+OwnedString host_getcwd() {
+    return OwnedString(getcwd(nullptr, 0));
+}
+
+bool host_chdir(const char *path) {
+    return chdir(path) == 0;
+}
+
+OwnedString host_shortpath(const char *path) {
+    HostStat status;
+    return host_stat(path, &status) ? xstrdup(path) : nullptr;
+}
+
+// The directory is read, because a file system that ignores case finds other spellings as well.
+OwnedString host_stored_name(const char *path) {
+    struct Search {
+        const char *name;
+        bool found;
+    } search = {path_basename(slash_path_style, path), false};
+    const OwnedString directory = path_dirname(slash_path_style, path);
+    const auto compare = [](void *context, const char *name, bool) {
+        auto *wanted = static_cast<Search *>(context);
+        wanted->found = strcmp(name, wanted->name) == 0;
+        return !wanted->found;
+    };
+    host_list_directory(directory != nullptr ? directory.get() : ".", compare, &search);
+    return search.found ? xstrdup(search.name) : nullptr;
+}
+
+// Of the file itself, and asked for again when another has taken its place meanwhile. Open file
+// descriptions hold it (F_OFD_SETLKW), not the process, which may close other descriptors of the
+// file. The lock of flock() would be in the way of those who already run us under flock(1).
+HostLock host_lock(const char *path) {
+    for (;;) {
+        struct stat named = {}, held = {};
+        if (stat(path, &named) != 0 || !S_ISREG(named.st_mode))
+            return -1;
+        const int descriptor = open_at_once(path, O_RDWR);
+        if (descriptor == -1)
+            return -1;
+        struct flock whole = {};
+        whole.l_type = F_WRLCK;
+        const bool locked =
+            uninterrupted([&] { return fcntl(descriptor, F_OFD_SETLKW, &whole); }) == 0;
+        if (locked && fstat(descriptor, &held) == 0 && stat(path, &named) == 0 &&
+            held.st_dev == named.st_dev && held.st_ino == named.st_ino)
+            return descriptor;
+        close(descriptor);
+        if (!locked)
+            return -1;
+    }
+}
+
+void host_unlock(HostLock lock) {
+    if (lock != -1)
+        close(static_cast<int>(lock));
+}
+
+// --- Descriptors
+
+void host_open_standard_streams() {
+    for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; descriptor++)
+        if (fcntl(descriptor, F_GETFD) == -1)
+            open("/dev/null", O_RDWR); // which takes the lowest number, this one
+}
+
+int host_fileno(FILE *stream) {
+    return fileno(stream);
+}
+
+int host_dup(int descriptor) {
+    return fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+}
+
+int host_dup2(int from, int to) {
+    return uninterrupted([&] { return dup2(from, to); });
+}
+
+int host_close(int descriptor) {
+    return close(descriptor);
+}
+
+// --- Processes
+
+// What a new process becomes.
+struct Start {
+    const char *path;
+    char *const *argv;
+    pid_t parent;     // to end with, or 0
+    sigset_t signals; // blocked in the program
+    volatile int failure;
+};
+
+// Runs in the parent's memory, while the parent waits: nothing is called but the system. Handlers
+// must not run here, and so signals stay blocked until there are none.
+[[noreturn, gnu::noinline]] static void become_program(Start *start) {
+    struct sigaction action = {};
+    for (int number = 1; number < NSIG; number++) {
+        if (sigaction(number, nullptr, &action) != 0 || action.sa_handler == SIG_IGN ||
+            action.sa_handler == SIG_DFL)
+            continue;
+        action.sa_handler = SIG_DFL;
+        sigaction(number, &action, nullptr);
+    }
+    if (start->parent != 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (getppid() != start->parent) // which has ended before it could be tied to
+            _exit(1);
+    }
+    sigprocmask(SIG_SETMASK, &start->signals, nullptr);
+    execve(start->path, start->argv, environ);
+    start->failure = errno;
+    _exit(1);
+}
+
+// 0, with errno set, if the program cannot be started. No memory is copied, however much this
+// process holds. The program that is tied ends when this process does.
+static pid_t start_program(const char *path, char *const *argv, bool tied) {
+    // A parent that ignored SIGCHLD has us ignore it too, and statuses would be lost.
+    signal(SIGCHLD, SIG_DFL);
+    Start start = {path, argv, tied ? getpid() : 0, {}, 0};
+    sigset_t all;
+    sigfillset(&all);
+    sigprocmask(SIG_SETMASK, &all, &start.signals);
+    const pid_t child = vfork();
+    if (child == 0)
+        become_program(&start);
+    const int failure = child == -1 ? errno : start.failure;
+    if (child != -1 && failure != 0)
+        uninterrupted([&] { return waitpid(child, nullptr, 0); });
+    sigprocmask(SIG_SETMASK, &start.signals, nullptr);
+    errno = failure;
+    return failure == 0 ? child : 0;
+}
+
+ProcessHandle host_start_process(const char *exe, const char *const *argv, const char *) {
+    return start_program(exe, const_cast<char *const *>(argv), true);
+}
+
+bool host_wait_process(ProcessHandle process, int *status) {
+    int state = 0;
+    const pid_t child = static_cast<pid_t>(process);
+    if (child <= 0 || uninterrupted([&] { return waitpid(child, &state, 0); }) != child)
+        return false;
+    *status = WIFEXITED(state) ? WEXITSTATUS(state) : 128 + WTERMSIG(state);
+    return true;
+}
+
+int host_spawn_wait(const char *path, const char *const *argv) {
+    // The path is no part of it: quotes cannot stand in one on the host that passes one string.
+    std::string command_line;
+    for (size_t i = 1; argv[0] != nullptr && argv[i] != nullptr; i++)
+        command_line += (i > 1 ? " " : "") + std::string(argv[i]);
+    std::vector<std::string> arguments = split_command_line(command_line.c_str());
+    arguments.emplace(arguments.begin(), path);
+    std::vector<char *> pointers;
+    for (std::string &argument : arguments)
+        pointers.push_back(argument.data());
+    pointers.push_back(nullptr);
+
+    int status = -1;
+    const pid_t child = start_program(path, pointers.data(), false);
+    return child != 0 && host_wait_process(child, &status) ? status : -1;
+}

@@ -1,0 +1,124 @@
+#include "manifest/filedigests.h"
+
+#include <algorithm>
+
+FileDigests::~FileDigests() {
+    for (const Lane &lane : lanes)
+        if (lane.job != nullptr)
+            host_close(lane.descriptor);
+}
+
+bool FileDigests::wait_for_lane() {
+    while (!ended && lanes[0].job != nullptr && lanes[1].job != nullptr)
+        advance();
+    return !ended;
+}
+
+bool FileDigests::add(const char *path, void *tag) {
+    HostStat found;
+    return wait_for_lane() && add(path, tag, host_stat(path, &found) ? &found : nullptr);
+}
+
+bool FileDigests::add(const char *path, void *tag, const HostStat *found) {
+    if (!wait_for_lane())
+        return false;
+    Lane &lane = lanes[0].job == nullptr ? lanes[0] : lanes[1];
+    Job &job = jobs.emplace_back(Job{path, tag, false, {}});
+    return start(lane, job, found) || hand_over();
+}
+
+bool FileDigests::finish() {
+    while (!ended && (lanes[0].job != nullptr || lanes[1].job != nullptr))
+        advance();
+    return !ended;
+}
+
+// False if there is nothing to hash.
+bool FileDigests::start(Lane &lane, Job &job, const HostStat *found) {
+    job.result.outcome = host_open_regular(job.path.c_str(), found, &lane.descriptor);
+    job.done = job.result.outcome != OpenOutcome::opened;
+    if (job.done)
+        return false;
+    lane.job = &job;
+    lane.size = found->size;
+    lane.length = 0;
+    lane.left = 0;
+    sha256_init(&lane.ctx);
+    return true;
+}
+
+// Reads on when nothing is left. At the end of the file, or at an error, which leaves the file
+// without a digest, the lane is done and free: false.
+//
+// In the moment between being found and being opened a name can pass from a file to a FIFO, a
+// directory or a device, which would read as an empty file or for ever. So what does not read as
+// long as it was found to be, or is empty, is asked again what it is; not every file, because that
+// would cost each a system call.
+bool FileDigests::refill(Lane &lane) {
+    if (lane.left != 0)
+        return true;
+    const int64_t got = host_read(lane.descriptor, lane.buffer, READ_SIZE);
+    lane.next = lane.buffer;
+    lane.left = got > 0 ? static_cast<size_t>(got) : 0;
+    lane.length += lane.left;
+    const bool as_found =
+        got > 0 ? lane.length <= lane.size : lane.length == lane.size && lane.length != 0;
+    if (got < 0 || (!as_found && !host_is_regular(lane.descriptor)))
+        end(lane, OpenOutcome::refused);
+    else if (got == 0)
+        end(lane, OpenOutcome::opened);
+    return lane.job != nullptr;
+}
+
+void FileDigests::end(Lane &lane, OpenOutcome outcome) {
+    sha256_final(&lane.ctx, lane.job->result.digest);
+    host_close(lane.descriptor);
+    lane.job->result.outcome = outcome;
+    lane.job->done = true;
+    lane.job = nullptr;
+}
+
+void FileDigests::hash_rest(Lane &lane) {
+    sha256_update(&lane.ctx, lane.next, lane.left);
+    lane.left = 0;
+}
+
+// One step: reads where nothing is left, then hashes as many whole blocks as both lanes have. What
+// cannot be paired goes by itself: the end of a file, or a lane without another.
+void FileDigests::advance() {
+    for (Lane &lane : lanes)
+        if (lane.job != nullptr && !refill(lane)) {
+            hand_over();
+            return;
+        }
+    const bool alone = lanes[0].job == nullptr || lanes[1].job == nullptr;
+    if (!alone)
+        hash_pair(std::min(lanes[0].left, lanes[1].left) / SHA256_BLOCK_SIZE);
+    for (Lane &lane : lanes)
+        if (lane.job != nullptr &&
+            (alone || lane.left < SHA256_BLOCK_SIZE || lane.ctx.datalen != 0))
+            hash_rest(lane);
+}
+
+// Nothing if a lane stands inside a block.
+void FileDigests::hash_pair(size_t blocks) {
+    if (lanes[0].ctx.datalen != 0 || lanes[1].ctx.datalen != 0)
+        return;
+    Sha256Context *const contexts[2] = {&lanes[0].ctx, &lanes[1].ctx};
+    const uint8_t *const bytes[2] = {lanes[0].next, lanes[1].next};
+    sha256_update_pair(contexts, bytes, blocks);
+    for (Lane &lane : lanes) {
+        lane.next += blocks * SHA256_BLOCK_SIZE;
+        lane.left -= blocks * SHA256_BLOCK_SIZE;
+    }
+}
+
+// Hands over what is done, up to the first that is not; false when the receiver ends the whole.
+bool FileDigests::hand_over() {
+    while (!ended && !jobs.empty() && jobs.front().done) {
+        const Job &job = jobs.front();
+        ended = !receive(context, job.path.c_str(), job.tag, job.result);
+        jobs.pop_front();
+    }
+    return !ended;
+}

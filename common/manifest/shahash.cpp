@@ -1,0 +1,420 @@
+#include "manifest/shahash.h"
+
+#include "containers/stringcache.h"
+#include "digest/sha1.h"
+#include "digest/sha256.h"
+#include "manifest/filedigests.h"
+#include "platform/osdep.h"
+
+#include <algorithm>
+#include <array>
+#include <cassert>
+#include <cerrno>
+#include <cstring>
+#include <string_view>
+#include <utility>
+
+// --- Digests of files
+
+static constexpr size_t READ_SIZE = 16384;
+
+static OwnedBytes new_digest(size_t size) {
+    return OwnedBytes(static_cast<uint8_t *>(xalloc(size)));
+}
+
+template <class Hash> static OwnedBytes digest_of_stream(FILE *file) {
+    typename Hash::Context ctx;
+    Hash::init(&ctx);
+    uint8_t buffer[READ_SIZE];
+    const int descriptor = host_fileno(file);
+    for (int64_t got; (got = host_read(descriptor, buffer, sizeof buffer)) > 0;)
+        Hash::update(&ctx, buffer, static_cast<size_t>(got));
+    OwnedBytes digest = new_digest(Hash::size);
+    Hash::final(&ctx, digest.get());
+    return digest;
+}
+
+template <class Hash> static OwnedBytes digest_of_file(const char *path) {
+    const FilePtr file(host_fopen_regular(path));
+    if (file == nullptr)
+        shahash_fatal_cannot_open(path);
+    return digest_of_stream<Hash>(file.get());
+}
+
+// Lower-case hexadecimal, most significant digit first, and a NUL.
+template <size_t size> static std::array<char, 2 * size + 1> hex_text(const uint8_t *digest) {
+    std::array<char, 2 * size + 1> text;
+    for (size_t i = 0; i < size; i++) {
+        text[2 * i] = "0123456789abcdef"[digest[i] >> 4];
+        text[2 * i + 1] = "0123456789abcdef"[digest[i] & 15];
+    }
+    text.back() = '\0';
+    return text;
+}
+
+static int digit_value(char digit) {
+    const int code = static_cast<unsigned char>(digit);
+    return (code < 'A' ? code - '0' : code - 55) & 15;
+}
+
+static OwnedBytes digest_from_hex(const char *text, size_t size) {
+    OwnedBytes digest = new_digest(size);
+    const auto next = [&] { return *text != '\0' ? digit_value(*text++) : 0; };
+    for (size_t i = 0; i < size; i++) {
+        const int high = next();
+        digest[i] = static_cast<uint8_t>(high << 4 | next());
+    }
+    return digest;
+}
+
+OwnedBytes sha256_stream(FILE *file) {
+    return digest_of_stream<Sha256>(file);
+}
+
+OwnedBytes sha1_stream(FILE *file) {
+    return digest_of_stream<Sha1>(file);
+}
+
+OwnedBytes sha256_file(const char *path) {
+    return digest_of_file<Sha256>(path);
+}
+
+OwnedBytes sha1_file(const char *path) {
+    return digest_of_file<Sha1>(path);
+}
+
+const char *sha256_file_hex(const char *path) {
+    return sha256_hex(sha256_file(path).get());
+}
+
+const char *sha1_file_hex(const char *path) {
+    return sha1_hex(sha1_file(path).get());
+}
+
+const char *sha256_hex(const uint8_t *digest) {
+    return sc_strdup(hex_text<SHA256_DIGEST_SIZE>(digest).data());
+}
+
+const char *sha1_hex(const uint8_t *digest) {
+    return sc_strdup(hex_text<SHA1_DIGEST_SIZE>(digest).data());
+}
+
+OwnedBytes sha256_from_hex(const char *text) {
+    return digest_from_hex(text, SHA256_DIGEST_SIZE);
+}
+
+OwnedBytes sha1_from_hex(const char *text) {
+    return digest_from_hex(text, SHA1_DIGEST_SIZE);
+}
+
+void shahash_fatal_cannot_open(const char *path) {
+    fprintf(stderr, "!! Cannot open file \"%s\"\n", str_printable(path).get());
+    exit(1);
+}
+
+// --- Walk
+
+// A directory being walked.
+struct Walk {
+    FileDigests *files;
+    const char *dir;
+    const char *relative;
+    const Walk *parent;   // the directory it was entered from
+    bool complete = true; // no name in it was refused
+    bool linked = false;  // it was reached over a link
+    bool known = false;   // the identity is
+    FileIdentity identity = {};
+};
+
+// A link to a directory that is being walked already would lead round for ever. Where there is no
+// link no identity is trusted: some file systems have none to tell.
+static bool is_loop(const Walk &walk) {
+    for (const Walk *outer = walk.parent; walk.linked && outer != nullptr; outer = outer->parent)
+        if (outer->known && walk.known && outer->identity == walk.identity)
+            return true;
+    return false;
+}
+
+static bool walk_directory(Walk walk);
+
+// What a line's path is trimmed of.
+static constexpr std::string_view white_space = " \t\n\v\f\r";
+
+// Backslashes join the components of a manifest's paths, line ends end them, and at its end a path
+// would lose white space.
+static bool fits_manifest(std::string_view name, bool is_last) {
+    return name.find_first_of("\r\n\\") == name.npos &&
+           !(is_last && white_space.find(name.back()) != white_space.npos);
+}
+
+static bool refuse_name(const Walk &walk, const char *path) {
+    walk.files->finish(); // a file before it that cannot be opened is to be told of first
+    fprintf(stderr, "The name of file \"%s\" cannot be written to a manifest\n",
+            str_printable(path).get());
+    return false;
+}
+
+static bool walk_entry(const Walk &walk, const char *name, bool held) {
+    if (strcmp(name, ".") == 0 || strcmp(name, "..") == 0)
+        return true;
+    const OwnedString full = os_join(walk.dir, name);
+    if (!held || !fits_manifest(name, false))
+        return refuse_name(walk, full.get());
+    OwnedString relative = path_join_style(drive_path_style, walk.relative, name);
+    if (relative == nullptr)
+        relative = xstrdup(name);
+    if (!walk.files->wait_for_lane())
+        return false;
+    HostStat status;
+    const HostStat *found = host_stat(full.get(), &status) ? &status : nullptr;
+    if (found != nullptr && found->kind == FileKind::directory)
+        return walk_directory({walk.files, full.get(), relative.get(), &walk});
+    if (!fits_manifest(name, true))
+        return refuse_name(walk, full.get());
+    return walk.files->add(full.get(), relative.release(), found);
+}
+
+static bool walk_directory(Walk walk) {
+    walk.linked = walk.parent != nullptr && (walk.parent->linked || host_is_link(walk.dir));
+    walk.known = host_file_identity(walk.dir, &walk.identity);
+    if (is_loop(walk))
+        return true;
+
+    const auto visit = [](void *context, const char *name, bool held) {
+        auto *current = static_cast<Walk *>(context);
+        current->complete = walk_entry(*current, name, held);
+        return current->complete;
+    };
+    const Listing listing = host_list_directory(walk.dir, visit, &walk);
+    const bool passed_over = listing == Listing::denied && walk.parent != nullptr;
+    if (!walk.complete || listing == Listing::complete || passed_over)
+        return walk.complete;
+    walk.files->finish(); // as for a name
+    fprintf(stderr, "Cannot read directory \"%s\"\n", str_printable(walk.dir).get());
+    return false;
+}
+
+// `tag` is the path in the manifest.
+static bool append_entry(void *entries, const char *path, void *tag, const FileDigest &result) {
+    if (result.outcome != OpenOutcome::opened)
+        shahash_fatal_cannot_open(path);
+    auto *entry = xnew<ManifestEntry>();
+    entry->digest = sha256_hex(result.digest);
+    entry->path = static_cast<char *>(tag);
+    vec_append(static_cast<Vector *>(entries), entry);
+    return true;
+}
+
+bool shahash_walk(uint32_t, Vector *files, const char *dir, const char *relative) {
+    assert(files != NULL);
+    assert(dir != NULL);
+    FileDigests digests(append_entry, files);
+    const bool complete = walk_directory({&digests, dir, relative, nullptr});
+    return digests.finish() && complete;
+}
+
+// --- Writing a manifest
+
+void shahash_free_entries(Vector *entries) {
+    for (auto *entry : VecEach<ManifestEntry>(entries)) {
+        free(const_cast<char *>(entry->path));
+        free(entry);
+    }
+    vec_free(entries);
+}
+
+// False unless every line has been handed to the system.
+static bool write_entries(Vector *entries, const char *path) {
+    FilePtr file(host_fopen(path, "w"));
+    if (file == nullptr)
+        return false;
+    for (const auto *entry : VecEach<ManifestEntry>(entries))
+        fprintf(file.get(), "%s *%s\n", entry->digest, entry->path);
+    const bool written = ferror(file.get()) == 0;
+    return fclose(file.release()) == 0 && written;
+}
+
+// Says why there is no manifest, or, for null, why not even its temporary file; always false.
+static bool report_unwritten(const char *manifest) {
+    const int reason = errno;
+    if (manifest == nullptr)
+        fprintf(stderr, "Cannot write temporary file: %s\n", strerror(reason));
+    else
+        fprintf(stderr, "Cannot write file \"%s\": %s\n", str_printable(manifest).get(),
+                strerror(reason));
+    return false;
+}
+
+bool shahash_write_manifest(uint32_t flags, const char *dir, const char *manifest) {
+    if (!os_can_write(manifest))
+        return report_unwritten(manifest);
+    // The file is made after the walk, which would list it if the temporaries lie under `dir`.
+    const OwnedString temporary = os_tempname_plain();
+    if (temporary == nullptr)
+        return report_unwritten(nullptr);
+    Vector *entries = vec_new(__FILE__, __LINE__);
+    bool done = shahash_walk(flags, entries, dir, dir);
+    if (done && !write_entries(entries, temporary.get()))
+        done = report_unwritten(nullptr);
+    if (done && !copyfile_helper(temporary.get(), manifest))
+        done = report_unwritten(manifest);
+    shahash_free_entries(entries);
+    return done;
+}
+
+bool shahash_write_manifest_default_flags(const char *dir, const char *manifest) {
+    return shahash_write_manifest(static_cast<uint32_t>(os_kind()), dir, manifest);
+}
+
+// --- Reading and checking
+
+std::string_view shahash_next_line(FILE *file) {
+    return sc_readLineBytes(file, MANIFEST_LINE_LIMIT);
+}
+
+bool shahash_parse_line(std::string_view line, ManifestLine *fields) {
+    const size_t space = line.find(' ');
+    if (space == line.npos || line.find('\0') != line.npos || line.size() > MANIFEST_LINE_LIMIT)
+        return false;
+    const std::string_view rest = line.substr(space);
+    const size_t first = std::min(rest.find_first_not_of(white_space), rest.size());
+    std::string_view path = rest.substr(first, rest.find_last_not_of(white_space) + 1 - first);
+    if (path.starts_with('*'))
+        path.remove_prefix(1);
+    fields->digest = line.substr(0, space);
+    fields->path = path;
+    return true;
+}
+
+bool shahash_line_can_verify(std::string_view line) {
+    constexpr size_t digits = 2 * SHA256_DIGEST_SIZE;
+    return line.find_first_not_of("0123456789abcdef") == digits && line[digits] == ' ' &&
+           line.size() <= MANIFEST_LINE_LIMIT;
+}
+
+static bool leads_out(const ManifestLine &fields) {
+    return path_leads_out(host_path_style(), fields.path);
+}
+
+// The components of a manifest's path, put together the host's way.
+static std::string host_spelling(const char *path) {
+    std::string spelling = path;
+    std::replace(spelling.begin(), spelling.end(), '\\', host_path_style().separator);
+    return spelling;
+}
+
+static bool verifies(const char *digest, const char *path, const FileDigest &result) {
+    if (result.outcome == OpenOutcome::refused)
+        shahash_fatal_cannot_open(path);
+    return result.outcome == OpenOutcome::opened &&
+           strcmp(hex_text<SHA256_DIGEST_SIZE>(result.digest).data(), digest) == 0;
+}
+
+// `tag` is the digest that is expected.
+static bool verify_digest(void *, const char *path, void *tag, const FileDigest &result) {
+    return verifies(static_cast<const char *>(tag), path, result);
+}
+
+bool shahash_verify_file(const char *digest, const char *path) {
+    if (digest == nullptr || path == nullptr)
+        return false;
+    FileDigests digests(verify_digest, nullptr);
+    return digests.add(host_spelling(path).c_str(), const_cast<char *>(digest)) && digests.finish();
+}
+
+// What verifying lines has come to.
+struct LineCheck {
+    LineFault fault = LineFault::none;
+    std::string path;
+};
+
+// `tag` is the line.
+static bool verify_line(void *context, const char *path, void *tag, const FileDigest &result) {
+    ManifestLine fields;
+    shahash_parse_line(static_cast<const char *>(tag), &fields);
+    if (verifies(fields.digest.c_str(), path, result))
+        return true;
+    *static_cast<LineCheck *>(context) = {LineFault::different, fields.path};
+    return false;
+}
+
+// What leads out is like a missing file, in its turn.
+static bool add_line(FileDigests &digests, const ManifestLine &fields, char *line) {
+    const std::string path = host_spelling(fields.path.c_str());
+    return leads_out(fields) ? digests.add(path.c_str(), line, nullptr)
+                             : digests.add(path.c_str(), line);
+}
+
+LineFault shahash_verify_lines(Vector *lines, std::string *path) {
+    LineCheck check;
+    FileDigests digests(verify_line, &check);
+    ManifestLine fields;
+    bool sound = true;
+    for (char *line : VecEach<char>(lines)) {
+        sound = shahash_parse_line(line, &fields);
+        if (!sound || !add_line(digests, fields, line))
+            break;
+    }
+    if (digests.finish() && !sound)
+        check.fault = LineFault::malformed;
+    *path = check.path;
+    return check.fault;
+}
+
+static void append_record(Vector *entries, const char *base, const ManifestLine &fields) {
+    const std::string path = host_spelling(fields.path.c_str());
+    OwnedString joined = path.empty() ? nullptr : os_join(base, path.c_str());
+    auto *entry = xnew<ManifestEntry>();
+    entry->digest = sc_strdup(fields.digest.c_str());
+    entry->path = (joined != nullptr ? std::move(joined) : xstrdup(path.c_str())).release();
+    vec_append(entries, entry);
+}
+
+Vector *shahash_read_manifest(const char *manifest, const char *base) {
+    const FilePtr file(host_fopen_regular(manifest));
+    if (file == nullptr)
+        return nullptr;
+    Vector *entries = vec_new(__FILE__, __LINE__);
+    ManifestLine fields;
+    bool sound = true;
+    for (std::string_view line; sound && !(line = shahash_next_line(file.get())).empty();) {
+        sound = shahash_parse_line(line, &fields) && !leads_out(fields);
+        if (sound)
+            append_record(entries, base, fields);
+    }
+    if (sound && ferror(file.get()) == 0)
+        return entries;
+    shahash_free_entries(entries);
+    return nullptr;
+}
+
+static bool check_lines(FILE *file) {
+    ManifestLine fields;
+    for (std::string_view line; !(line = shahash_next_line(file)).empty();)
+        if (!shahash_parse_line(line, &fields) || leads_out(fields) ||
+            !shahash_verify_file(fields.digest.c_str(), fields.path.c_str()))
+            return false;
+    return ferror(file) == 0;
+}
+
+bool shahash_check_manifest(const char *manifest, const char *dir) {
+    const FilePtr file(host_fopen_regular(manifest));
+    if (file == nullptr)
+        return false;
+    if (dir == nullptr)
+        return check_lines(file.get());
+    const OwnedString before = os_getcwd();
+    if (before == nullptr || !host_chdir(dir))
+        return false;
+    const bool passed = check_lines(file.get());
+    return host_chdir(before.get()) && passed;
+}
+
+bool shahash_check_entries(Vector *entries) {
+    bool passed = true;
+    for (const auto *entry : VecEach<ManifestEntry>(entries))
+        if (entry->path == nullptr || *entry->path == '\0' ||
+            !shahash_verify_file(entry->digest, entry->path))
+            passed = false;
+    return passed;
+}

@@ -1,0 +1,413 @@
+#include "messages/alert_internal.h"
+
+#include "containers/hash.h"
+#include "containers/stringcache.h"
+#include "host/trace.h"
+#include "platform/osdep.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+
+static void exit_plainly(int status) {
+    std::exit(status);
+}
+
+void (*alert_exit_hook)(int status) = exit_plainly;
+
+static enum { NOT_READY, STARTING, READY } progress;
+static uint32_t error_limit = 20;
+static uint32_t error_count;
+static uint32_t warning_count;
+static bool warn_fails;
+static AlertHookFn observer;
+
+[[noreturn]] static void end_program() {
+    alert_exit_hook(1);
+    std::exit(1);
+}
+
+// --- Setup
+
+// The text ends in a line end of its own, so that an empty line follows it.
+static void report_malformed(uint32_t line, const char *file) {
+    alert_text(3, "M", "Malformed error information on line %u, in file %s\n", line,
+               str_printable(file ? file : "(null)").get());
+}
+
+void alert_init() {
+    if (progress == STARTING) // a report on the table being loaded
+        return;
+    progress = STARTING;
+    TRACE_IF(trace_flags != 0, trace, "alert_init() done");
+    alert_init_formats();
+    msgtable_malformed_hook = report_malformed;
+    // A file that is listed may still not be readable.
+    if (!load_edf(msg_filename(LANG_NONE)))
+        load_edf(msgtable_builtin_name());
+    progress = READY;
+}
+
+void alert_ensure_init() {
+    if (progress == NOT_READY)
+        alert_init();
+}
+
+uint32_t set_maxerrors(uint32_t n) {
+    TRACE_ENTER("%u", n);
+    alert_ensure_init();
+    uint32_t previous = error_limit;
+    error_limit = n;
+    return previous;
+}
+
+void alert_set_warn_fails(bool on) {
+    warn_fails = on;
+}
+bool alert_failed() {
+    return error_count > 0 || (warn_fails && warning_count > 0);
+}
+
+void alert_set_hook(AlertHookFn fn) {
+    observer = fn;
+}
+AlertHookFn alert_get_hook() {
+    return observer;
+}
+
+// --- The observer's words
+
+namespace {
+
+// Reads arguments by the conversions that print them.
+struct ArgumentReader {
+    va_list args;
+
+    uintptr_t integer(std::string_view conversion) {
+        if (conversion.find("ll") != conversion.npos || conversion.find('q') != conversion.npos)
+            return static_cast<uintptr_t>(va_arg(args, unsigned long long));
+        if (conversion.find('j') != conversion.npos)
+            return static_cast<uintptr_t>(va_arg(args, uintmax_t));
+        if (conversion.find_first_of("zt") != conversion.npos)
+            return va_arg(args, size_t);
+        if (conversion.find('l') != conversion.npos)
+            return va_arg(args, unsigned long);
+        return va_arg(args, unsigned);
+    }
+
+    // The word of a conversion that takes one, "%*s" apart from its "*". False at what is unknown.
+    bool word(std::string_view conversion, uintptr_t *result) {
+        char letter = conversion.back();
+        if (std::strchr("diouxXc", letter)) {
+            *result = integer(conversion);
+        } else if (std::strchr("spn", letter)) {
+            *result = reinterpret_cast<uintptr_t>(va_arg(args, void *));
+        } else if (std::strchr("aAeEfFgG", letter)) {
+            if (conversion.find('L') == conversion.npos)
+                static_cast<void>(va_arg(args, double));
+            else
+                static_cast<void>(va_arg(args, long double));
+            *result = 0;
+        } else {
+            return false;
+        }
+        return true;
+    }
+};
+
+} // namespace
+
+// Calls the observer with as many arguments as the text has: there need not be more.
+static void observe(uint32_t number, std::string_view text, va_list args) {
+    if (!observer)
+        return;
+    uintptr_t words[3] = {};
+    size_t count = 0;
+    ArgumentReader reader;
+    va_copy(reader.args, args);
+    for (size_t at; count < 3 && (at = text.find('%')) != text.npos;) {
+        text.remove_prefix(at);
+        std::string_view conversion = format_conversion(text);
+        text.remove_prefix(conversion.size());
+        if (conversion == "%%" || conversion == "%m")
+            continue;
+        auto stars = std::count(conversion.begin(), conversion.end(), '*');
+        for (; stars > 0 && count < 3; stars--)
+            words[count++] = va_arg(reader.args, unsigned);
+        if (count < 3 && !reader.word(conversion, &words[count++]))
+            break;
+    }
+    va_end(reader.args);
+    observer(number, words[0], words[1], words[2]);
+}
+
+// --- Repeated messages
+
+namespace {
+
+struct RepeatKey {
+    uint32_t number;
+    uint32_t line;
+    const char *file; // interned
+};
+
+} // namespace
+
+static uint32_t hash_repeat(const void *untyped) {
+    const auto *key = static_cast<const RepeatKey *>(untyped);
+    return (key->line << 16) ^ key->number ^ strhash(key->file);
+}
+
+static int compare_repeats(const void *untyped_a, const void *untyped_b) {
+    const auto *a = static_cast<const RepeatKey *>(untyped_a);
+    const auto *b = static_cast<const RepeatKey *>(untyped_b);
+    if (a->number != b->number)
+        return a->number < b->number ? -1 : 1;
+    if (a->line != b->line)
+        return a->line < b->line ? -1 : 1;
+    return std::strcmp(a->file, b->file);
+}
+
+// True if this number was shown for the registered line already. If it is to be shown now, it
+// counts as shown from here on.
+static bool is_repeated(uint32_t number) {
+    static HashTable *const shown = hash_new(199, hash_repeat, compare_repeats, __FILE__, __LINE__);
+    RepeatKey key = {number, alert_position.line ? *alert_position.line : 0,
+                     alert_position.file ? alert_position.file : ""};
+    if (hash_haskey(shown, &key))
+        return true;
+    if (!alert_hidden(alert_row(number))) {
+        auto *copy = xnew<RepeatKey>();
+        *copy = key;
+        hash_insert(shown, copy, copy, __FILE__, __LINE__);
+    }
+    return false;
+}
+
+// --- Raising
+
+static void count_error() {
+    if (error_count >= error_limit) {
+        alert_text(1, "M", "too many errors (%u)", error_count + 1);
+        end_program();
+    }
+    error_count++;
+}
+
+int valert_core(uint32_t number, va_list args) {
+    const int error = errno; // before anything else can change it
+    MsgRec row = alert_row(number);
+    if (alert_hidden(row))
+        return 0;
+    observe(number, row.text, args);
+    alert_call.error = error;
+    if (row.type == MSG_ERROR)
+        count_error();
+    else if (alert_class(row.type) == AlertClass::warning)
+        warning_count++;
+    alert_format(number, row.type, row.text, args);
+    if (row.type == MSG_FATAL)
+        end_program();
+    return 1;
+}
+
+namespace {
+
+struct Entry {
+    bool non_line;
+    bool no_position;
+    bool checks_repeats;
+};
+
+constexpr Entry ALERT = {false, false, true};
+constexpr Entry ALERT_NL = {true, false, true};
+constexpr Entry ALERT_REPEAT = {false, false, false};
+constexpr Entry ALERT_NL_REPEAT = {true, false, false};
+constexpr Entry ALERT_NOPOS = {true, true, false};
+
+} // namespace
+
+static int raise_row(const Entry &entry, uint32_t number, va_list args) {
+    const int error = errno;
+    alert_ensure_init();
+    if (entry.checks_repeats) {
+        observe(number, alert_row(number).text, args);
+        if (is_repeated(number))
+            return 0;
+    }
+    const AlertCall outer = alert_call;
+    alert_call = {error, entry.non_line, entry.no_position};
+    errno = error;
+    int shown = valert_core(number, args);
+    alert_call = outer;
+    return shown;
+}
+
+int valert(uint32_t number, va_list args) {
+    return raise_row(ALERT, number, args);
+}
+int valert_nl(uint32_t number, va_list args) {
+    return raise_row(ALERT_NL, number, args);
+}
+int valert_nl_repeat(uint32_t number, va_list args) {
+    return raise_row(ALERT_NL_REPEAT, number, args);
+}
+
+int alert(uint32_t number, ...) {
+    va_list args;
+    va_start(args, number);
+    int shown = valert(number, args);
+    va_end(args);
+    return shown;
+}
+
+int alert_nl(uint32_t number, ...) {
+    va_list args;
+    va_start(args, number);
+    int shown = valert_nl(number, args);
+    va_end(args);
+    return shown;
+}
+
+int alert_repeat(uint32_t number, ...) {
+    va_list args;
+    va_start(args, number);
+    int shown = raise_row(ALERT_REPEAT, number, args);
+    va_end(args);
+    return shown;
+}
+
+int alert_nl_repeat(uint32_t number, ...) {
+    va_list args;
+    va_start(args, number);
+    int shown = valert_nl_repeat(number, args);
+    va_end(args);
+    return shown;
+}
+
+int alert_nopos(uint32_t number, ...) {
+    va_list args;
+    va_start(args, number);
+    int shown = raise_row(ALERT_NOPOS, number, args);
+    va_end(args);
+    return shown;
+}
+
+// --- Messages of the caller's own
+
+static int32_t level_of(const char *type) {
+    const char *digits = *type == '-' ? type + 1 : type;
+    if (!std::isdigit(static_cast<unsigned char>(*digits)))
+        return 10;
+    return static_cast<int32_t>(std::clamp<long long>(std::strtoll(type, nullptr, 10),
+                                                      std::numeric_limits<int32_t>::min(),
+                                                      std::numeric_limits<int32_t>::max()));
+}
+
+static int raise_text(uint32_t number, const char *type, bool observed, const char *format,
+                      va_list args) {
+    const int error = errno;
+    alert_ensure_init();
+    const int letter = std::tolower(static_cast<unsigned char>(*type));
+    const bool hidden = level_of(type) < alert_threshold;
+    if (letter == 'e')
+        count_error();
+    if (hidden)
+        return 0;
+    if (observed && letter != 'f')
+        observe(number, format, args);
+    alert_call.error = error;
+    alert_format(number, static_cast<uint32_t>(letter), format, args);
+    if (letter == 'f')
+        end_program();
+    return 1;
+}
+
+int alert_text(uint32_t number, const char *type, const char *format, ...) {
+    va_list args;
+    va_start(args, format);
+    int shown = raise_text(number, type ? type : "", false, format, args);
+    va_end(args);
+    return shown;
+}
+
+int alert_adhoc(const char *type, const char *format, ...) {
+    va_list args;
+    va_start(args, format);
+    int shown = raise_text(0, type ? type : "", true, format, args);
+    va_end(args);
+    return shown;
+}
+
+void alert_fatal(int code) {
+    OwnedString path = os_progpath();
+    const char *name = os_basename(path.get());
+    if (!name || !*name)
+        name = "QRN";
+    if (sc_hasSuffixI(name, ".exe"))
+        name = sc_ncopy(name, std::strlen(name) - std::strlen(".exe"));
+    const char *text = sc_format("%s fatal error %d", name, code);
+    TRACE_ENTER("%s", text);
+    alert_repeat(5, text);
+    TRACE_EXIT();
+    std::exit(code ? code : 1);
+}
+
+// --- Message files
+
+const char *alert_msgfile() {
+    return msgtable_file();
+}
+
+bool msgnum_valid(int64_t n) {
+    alert_ensure_init();
+    return n >= 0 && n <= msgtable_highest();
+}
+
+// Whether `name` is to replace the message file in force.
+static bool is_newer(const char *name, const char *current) {
+    uint64_t current_version = getMsgFileVersion(current);
+    uint64_t version = getMsgFileVersion(name);
+    if (version != current_version)
+        return version > current_version;
+    if (msgfile_in_bin(current))
+        return false;
+    return msgfile_in_bin(name) || std::strcmp(current, name) < 0;
+}
+
+bool open_edf(const char *name) {
+    TRACE_ENTER("%s", name ? name : "(null)");
+    if (!name || (std::strcmp(name, msgtable_builtin_name()) != 0 && !os_exists(name)))
+        return TRACE_RESULT(false, "false");
+    alert_ensure_init();
+    const char *current = msgtable_file();
+    if (current && !is_newer(name, current))
+        return TRACE_RESULT(true, "\"%s\" is not newer than \"%s\"", name, current);
+    bool loaded = load_edf(name) != nullptr;
+    return TRACE_RESULT(loaded, "%s", loaded ? "true" : "false");
+}
+
+bool open_edf_dir(const char *dir) {
+    TRACE_ENTER("%s", dir ? dir : "(null)");
+    if (!os_exists(dir))
+        return TRACE_RESULT(false, "false");
+    VectorPtr files(vec_new(__FILE__, __LINE__));
+    uint32_t cnt = findMsgFiles(dir, LANG_NONE, files.get());
+    TRACE_MESSAGE("cnt = %u", cnt);
+    msgfile_sort(files.get());
+    bool opened = cnt == 0 || open_edf(vec_at<const char>(files.get(), 0));
+    return TRACE_RESULT(opened, "%s", opened ? "true" : "false");
+}
+
+bool alert_open_lang(uint32_t langid) {
+    alert_ensure_init();
+    const char *name = msg_filename(langid);
+    if (!open_edf(name)) {
+        rawmsg("Could not open message file %s\n", name);
+        end_program();
+    }
+    return true;
+}

@@ -1,0 +1,316 @@
+#include "messages/alert_internal.h"
+
+#include "containers/stringcache.h"
+#include "host/trace.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+AlertCall alert_call;
+AlertPosition alert_position;
+
+static constexpr const char PROGRAM_NAME[] = "kestrel";
+static constexpr const char NO_LINE[] = "Non line specific message";
+
+namespace {
+
+// Text in a fixed block, cut where it does not fit: nothing here may need memory.
+template <size_t SIZE> class TextBuffer {
+  public:
+    void clear() { length = 0, text[0] = '\0'; }
+    size_t room() const { return SIZE - 1 - length; }
+    const char *c_str() const { return text.data(); }
+    bool empty() const { return length == 0; }
+
+    void append(std::string_view piece) {
+        size_t count = std::min(piece.size(), room());
+        std::memcpy(&text[length], piece.data(), count);
+        text[length += count] = '\0';
+    }
+
+    PRINTF_LIKE(2, 3) void print(const char *format, ...) {
+        va_list args;
+        va_start(args, format);
+        vprint(format, args);
+        va_end(args);
+    }
+
+    PRINTF_LIKE(2, 0) void vprint(const char *format, va_list args) {
+        text[length] = '\0';
+        std::vsnprintf(&text[length], SIZE - length, format, args);
+        length += strnlen(&text[length], room());
+    }
+
+    // The line end takes the last character's place in a full buffer.
+    void end_line() {
+        length = std::min(length, SIZE - 2);
+        append("\n");
+    }
+
+  private:
+    std::array<char, SIZE> text = {};
+    size_t length = 0;
+};
+
+struct Template {
+    const char *variable;
+    const char *builtin;
+    const char *text;
+};
+
+enum { ERROR_TEMPLATE, WARNING_TEMPLATE, MESSAGE_TEMPLATE };
+
+} // namespace
+
+static TextBuffer<8192> line;
+static TextBuffer<512> body;
+static AlertOutputFn output;
+static bool use_templates;
+static Template templates[] = {
+    {"ZQT_ERR_FORMAT", "%f: %l: (%n) %s (error)", "%f: %l: (%n) %s (error)"},
+    {"ZQT_WARN_FORMAT", "%f: %l: (%n) %s (warning)", "%f: %l: (%n) %s (warning)"},
+    {"ZQT_MSG_FORMAT", "%f: %l: %s", "%f: %l: %s"},
+};
+
+AlertClass alert_class(uint32_t type) {
+    switch (type) {
+    case MSG_FATAL:
+    case MSG_ERROR:
+    case 'E':
+    case 'e':
+    case 'F':
+    case 'f':
+        return AlertClass::error;
+    case MSG_MESSAGE:
+    case 'M':
+    case 'm':
+        return AlertClass::message;
+    default:
+        return AlertClass::warning;
+    }
+}
+
+// --- Templates and position
+
+static void set_template(Template &which, const char *given, bool given_wins) {
+    const char *from_environment = std::getenv(which.variable);
+    const char *first = given_wins ? given : from_environment;
+    const char *second = given_wins ? from_environment : given;
+    which.text = sc_strdup(first ? first : second ? second : which.builtin);
+}
+
+static void set_templates(const char *err, const char *warn, const char *msg, bool given_wins) {
+    set_template(templates[ERROR_TEMPLATE], err, given_wins);
+    set_template(templates[WARNING_TEMPLATE], warn, given_wins);
+    set_template(templates[MESSAGE_TEMPLATE], msg, given_wins);
+}
+
+void alert_init_formats() {
+    set_templates(nullptr, nullptr, nullptr, false);
+}
+
+void alert_default_formats(const char *err, const char *warn, const char *msg) {
+    alert_ensure_init();
+    set_templates(err, warn, msg, false);
+}
+
+void alert_set_formats(const char *err, const char *warn, const char *msg) {
+    alert_ensure_init();
+    set_templates(err, warn, msg, true);
+}
+
+void alert_use_formats(bool on) {
+    use_templates = on;
+}
+
+const char *alert_get_err_format() {
+    return sc_strdup(templates[ERROR_TEMPLATE].text);
+}
+const char *alert_get_warn_format() {
+    return sc_strdup(templates[WARNING_TEMPLATE].text);
+}
+const char *alert_get_msg_format() {
+    return sc_strdup(templates[MESSAGE_TEMPLATE].text);
+}
+
+void alert_set_position(const char *file, const uint32_t *line_counter, const uint32_t *column_base,
+                        const uint32_t *column) {
+    alert_position = {file && *file ? sc_strdup(file) : nullptr, line_counter, column_base, column};
+}
+
+// --- Output
+
+void alert_set_output(AlertOutputFn fn) {
+    output = fn;
+}
+AlertOutputFn alert_get_output() {
+    return output;
+}
+
+static void alert_emit() {
+    line.end_line();
+    if (trace_flags & TRACE_ALERTS)
+        trace_alert(line.c_str());
+    if (output) {
+        output(line.c_str());
+    } else {
+        std::fputs(line.c_str(), stderr);
+        std::fflush(stderr);
+    }
+}
+
+void rawmsg(const char *format, ...) {
+    va_list args;
+    va_start(args, format);
+    vrawmsg(format, args);
+    va_end(args);
+}
+
+void vrawmsg(const char *format, va_list args) {
+    line.clear();
+    line.vprint(format, args);
+    alert_emit();
+}
+
+void contmsg(int last, const char *format, ...) {
+    static TextBuffer<8192> pending; // other messages may come between the pieces
+    if (pending.empty())
+        pending.append("\t");
+    va_list args;
+    va_start(args, format);
+    pending.vprint(format, args);
+    va_end(args);
+    if (!last)
+        return;
+    line = pending;
+    pending.clear();
+    alert_emit();
+}
+
+// --- Layout
+
+// Makes the text of a message the format to print it with: "%m" becomes the text of the system
+// error, and what follows "%m" overwrites that text from its start. A conversion that is cut off,
+// by the end of the text or of the room, is not left to printf.
+static void make_format(TextBuffer<512> &format, std::string_view text) {
+    std::string_view error; // what is not overwritten yet
+    while (!text.empty()) {
+        std::string_view piece = text[0] == '%' ? format_conversion(text) : text.substr(0, 1);
+        if (text[0] == '%' && !format_is_complete(piece)) {
+            piece = "%%";
+            text.remove_prefix(1);
+        } else {
+            text.remove_prefix(piece.size());
+        }
+        if (piece == "%m") {
+            error = alert_call.error ? std::strerror(alert_call.error) : "";
+            continue;
+        }
+        if (piece.size() > format.room())
+            return;
+        format.append(piece);
+        error.remove_prefix(std::min(piece.size(), error.size()));
+    }
+    for (; !error.empty() && format.room() > 1; error.remove_prefix(1))
+        format.append(error[0] == '%' ? "%%" : error.substr(0, 1));
+}
+
+static void make_body(uint32_t number, AlertClass kind, const char *text, va_list args) {
+    TextBuffer<512> format;
+    make_format(format, text);
+    body.clear();
+    if (kind != AlertClass::message && !use_templates)
+        body.print("(%u) ", number);
+// A text of the table is the format: of our own table, or with the same conversions.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+    body.vprint(format.c_str(), args);
+#pragma GCC diagnostic pop
+}
+
+static void lay_out_fixed(AlertClass kind) {
+    if (alert_position.file) {
+        if (!alert_call.non_line)
+            line.append(alert_position.file);
+        else if (!alert_call.no_position)
+            line.append(NO_LINE);
+        line.append(": ");
+    }
+    if (alert_position.line && !alert_call.non_line)
+        line.print("%u: ", *alert_position.line);
+    line.append(body.c_str());
+    if (kind == AlertClass::warning)
+        line.append(" (warning)");
+}
+
+// Appends what a letter of a template stands for. False if it is a part of the position of a
+// message that has none: the ": " behind it goes too.
+static bool append_field(char letter, uint32_t number) {
+    const AlertPosition &at = alert_position;
+    switch (letter) {
+    case 'a':
+        line.append(PROGRAM_NAME);
+        return true;
+    case 'c':
+        if (!alert_call.no_position && at.file && at.line && at.column && at.column_base)
+            line.print("%u", *at.column - *at.column_base);
+        return !alert_call.no_position;
+    case 'f':
+        if (!alert_call.non_line)
+            line.append(at.file ? at.file : "");
+        else if (!alert_call.no_position)
+            line.append(NO_LINE);
+        return !alert_call.no_position;
+    case 'l':
+        if (!alert_call.non_line && at.file && at.line)
+            line.print("%u", *at.line);
+        return !alert_call.no_position;
+    case 'm':
+        line.append(std::strerror(alert_call.error));
+        return true;
+    case 'n':
+        line.print("%u", number);
+        return true;
+    case 's':
+        line.append(body.c_str());
+        return true;
+    default:
+        line.append({&letter, 1});
+        return true;
+    }
+}
+
+static void lay_out_template(std::string_view format, uint32_t number) {
+    while (!format.empty()) {
+        size_t plain = std::min(format.find('%'), format.size());
+        line.append(format.substr(0, plain));
+        format.remove_prefix(plain);
+        if (format.size() < 2)
+            return;
+        bool wanted = append_field(format[1], number);
+        format.remove_prefix(2);
+        if (!wanted && format.starts_with(':'))
+            format.remove_prefix(format.starts_with(": ") ? 2 : 1);
+    }
+}
+
+static const Template &template_for(AlertClass kind) {
+    return templates[kind == AlertClass::error     ? ERROR_TEMPLATE
+                     : kind == AlertClass::warning ? WARNING_TEMPLATE
+                                                   : MESSAGE_TEMPLATE];
+}
+
+void alert_format(uint32_t number, uint32_t type, const char *text, va_list args) {
+    AlertClass kind = alert_class(type);
+    make_body(number, kind, text, args);
+    line.clear();
+    if (use_templates)
+        lay_out_template(template_for(kind).text, number);
+    else
+        lay_out_fixed(kind);
+    alert_emit();
+}

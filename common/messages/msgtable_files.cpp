@@ -1,0 +1,157 @@
+#include "messages/msgtable.h"
+
+#include "containers/stringcache.h"
+#include "host/trace.h"
+#include "installation/registry.h"
+#include "installation/zvinstdir.h"
+#include "platform/osdep.h"
+
+#include <charconv>
+#include <cinttypes>
+#include <cstring>
+#include <limits>
+
+namespace {
+
+struct Language {
+    uint32_t id;
+    const char *names;
+    const char *code;
+};
+
+constexpr Language LANGUAGES[] = {
+    {7, "German;Deutsch", "de"},
+    {LANG_DEFAULT, "English", "en"},
+    {12, "French;Francais", "fr"},
+    {LANG_NONE, "English", "en"},
+};
+
+} // namespace
+
+const char *lang_code(uint32_t id) {
+    for (const Language &language : LANGUAGES)
+        if (language.id == id)
+            return language.code;
+    return "en";
+}
+
+static bool has_name(const Language &language, const char *name) {
+    VectorPtr names(sc_split(language.names, ",;"));
+    for (const char *known : VecEach<const char>(names))
+        if (str_icmp(known, name) == 0)
+            return true;
+    return false;
+}
+
+uint32_t lang_lookup(const char *name) {
+    if (!name)
+        return LANG_NONE;
+    for (const Language &language : LANGUAGES)
+        if (str_icmp(name, language.code) == 0 || has_name(language, name))
+            return language.id;
+    return LANG_NONE;
+}
+
+const char *msgtable_builtin_name() {
+    static const char *const name =
+        sc_format("%lld_en.msgs", static_cast<long long>(MSG_TABLE_VERSION));
+    return name;
+}
+
+uint64_t getMsgFileVersion(const char *m) {
+    TRACE_ENTER("%s", m ? m : "(null)");
+    DEBUG_ASSERT(m != NULL);
+    uint64_t version = 0;
+    if (const char *name = os_basename(m)) {
+        auto [end, error] = std::from_chars(name, name + std::strlen(name), version);
+        if (error == std::errc::result_out_of_range)
+            version = std::numeric_limits<uint64_t>::max();
+    }
+    return TRACE_RESULT(version, "%" PRIu64, version);
+}
+
+bool msgfile_in_bin(const char *path) {
+    const char *bin = reg_instdir(REG_BIN);
+    const char *rest = bin ? sc_afterPrefix(path, bin) : nullptr;
+    return rest && path_is_separator(host_path_style(), *rest);
+}
+
+static int compare_files(const void *slot_a, const void *slot_b) {
+    const char *a = *static_cast<const char *const *>(slot_a);
+    const char *b = *static_cast<const char *const *>(slot_b);
+    if (a == b)
+        return 0;
+    uint64_t version_a = getMsgFileVersion(a);
+    uint64_t version_b = getMsgFileVersion(b);
+    if (version_a != version_b)
+        return version_a > version_b ? -1 : 1;
+    if (msgfile_in_bin(b))
+        return 1;
+    if (msgfile_in_bin(a))
+        return -1;
+    return std::strcmp(b, a);
+}
+
+void msgfile_sort(Vector *list) {
+    vec_sort(list, compare_files);
+}
+
+namespace {
+
+struct FileSearch {
+    const char *dir;
+    const char *legacy_name;
+    const char *suffix;
+    Vector *list;
+    uint32_t found;
+};
+
+} // namespace
+
+static bool take_message_file(void *context, const char *name, bool held) {
+    auto *search = static_cast<FileSearch *>(context);
+    if (held &&
+        (std::strcmp(name, search->legacy_name) == 0 || sc_hasSuffix(name, search->suffix))) {
+        TRACE_MESSAGE("Found: %s", name);
+        vec_append(search->list, sc_pathJoin(search->dir, name));
+        search->found++;
+    }
+    return true;
+}
+
+uint32_t findMsgFiles(const char *dir, uint32_t langid, Vector *list) {
+    TRACE_ENTER("%s", dir ? dir : "(null)");
+    FileSearch search = {dir, nullptr, nullptr, list, 0};
+    if (list && os_exists(dir)) {
+        const char *langStr = lang_code(langid);
+        DEBUG_ASSERT(langStr);
+        search.legacy_name = sc_format("%s_msgs.txt", langStr);
+        search.suffix = sc_format("_%s.msgs", langStr);
+        TRACE_MESSAGE("legacyMsgFile = \"%s\"", search.legacy_name);
+        TRACE_MESSAGE("msgFileSuffix = \"%s\"", search.suffix);
+        host_list_directory(dir, take_message_file, &search);
+    }
+    return TRACE_RESULT(search.found, "numFound = %u", search.found);
+}
+
+// The "dat" directory beside the directory that the program runs from; null if there is none.
+static const char *program_dat_dir() {
+    const char *parent = sc_dirname(zvinstall_program_dir(os_progpath().get()));
+    return parent ? sc_pathJoin(parent, "dat") : nullptr;
+}
+
+const char *msg_filename(uint32_t langid) {
+    TRACE_ENTER("lnum = %lu", static_cast<unsigned long>(langid));
+    VectorPtr files(vec_new(__FILE__, __LINE__));
+    uint32_t cnt = findMsgFiles(reg_instdir(REG_DAT), langid, files.get());
+    if (cnt == 0)
+        cnt = findMsgFiles(program_dat_dir(), langid, files.get());
+    if (cnt == 0)
+        cnt = findMsgFiles(os_getcwd().get(), langid, files.get());
+    TRACE_MESSAGE("cnt = %u", cnt);
+    vec_append(files.get(), msgtable_builtin_name());
+    if (cnt != 0)
+        msgfile_sort(files.get());
+    const char *name = vec_at<const char>(files.get(), 0);
+    return TRACE_RESULT(name, "\"%s\"", name);
+}

@@ -1,0 +1,207 @@
+#include "platform/osdep.h"
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <string>
+#include <vector>
+
+int os_exists(const char *path) {
+    HostStat status;
+    return path != nullptr && host_stat(path, &status);
+}
+
+int os_is_dir(const char *path) {
+    HostStat status;
+    return path != nullptr && host_stat(path, &status) && status.kind == FileKind::directory;
+}
+
+uint32_t os_filesize(const char *path) {
+    HostStat status;
+    return path != nullptr && host_stat(path, &status) ? static_cast<uint32_t>(status.size) : 0;
+}
+
+// --- Making directories
+
+int os_mkdir(const char *path) {
+    if (path == nullptr)
+        return -1;
+    if (path_is_bare_drive(host_path_style(), path) || os_is_dir(path))
+        return 0;
+    return os_exists(path) ? 1 : os_mkdir_parents(path);
+}
+
+int os_mkdir_parents(const char *path) {
+    // An empty parent is a drive's top directory, and the top is its own parent, whether it can be
+    // asked for or not. One that is there when it was made just now came of a separator at the end
+    // of the path, and is the directory asked for.
+    const OwnedString parent = os_dirname(path);
+    const bool parent_stands =
+        parent == nullptr || *parent == '\0' || strcmp(parent.get(), path) == 0 ||
+        path_is_bare_drive(host_path_style(), parent.get()) || os_is_dir(parent.get());
+    if (!parent_stands && (os_exists(parent.get()) || os_mkdir_parents(parent.get()) != 0))
+        return 1;
+    return host_mkdir(path) || (!parent_stands && os_is_dir(path)) ? 0 : 1;
+}
+
+// --- Removing them
+
+static int remove_tree(const char *path);
+
+// Links are removed themselves, wherever they lead: what they lead to is not ours.
+static int remove_entry(const char *path) {
+    if (!host_is_link(path) && os_is_dir(path))
+        return remove_tree(path);
+    return host_remove(path) ? 0 : -1;
+}
+
+static int remove_tree(const char *path) {
+    if (!os_is_dir(path))
+        return -1; // gone since it was listed
+    std::vector<std::string> names;
+    const auto collect = [](void *context, const char *name, bool) {
+        if (strcmp(name, ".") != 0 && strcmp(name, "..") != 0)
+            static_cast<std::vector<std::string> *>(context)->emplace_back(name);
+        return true;
+    };
+    const Listing listing = host_list_directory(path, collect, &names);
+    if (listing == Listing::denied || listing == Listing::unopened)
+        return 0;
+    for (const std::string &name : names)
+        if (const int failure = remove_entry(os_join(path, name.c_str()).get()))
+            return failure;
+    return host_rmdir(path) ? 0 : -1;
+}
+
+int os_rmtree(const char *path) {
+    return os_is_dir(path) ? remove_entry(path) : -1;
+}
+
+// --- Copying files
+
+static bool copy_bytes(FILE *source, FILE *target) {
+    static std::array<char, 65536> buffer;
+    size_t size = 0;
+    while ((size = fread(buffer.data(), 1, buffer.size(), source)) > 0)
+        if (fwrite(buffer.data(), 1, size, target) != size)
+            return false;
+    return ferror(source) == 0 && fflush(target) == 0;
+}
+
+// Writes a copy to `target`, which may be null, and closes it. False unless every byte was read and
+// has been handed to the system or, if it is to be `durable`, to the disk.
+static bool write_copy(FILE *source, FILE *target, bool durable) {
+    if (target == nullptr)
+        return false;
+    const bool written =
+        copy_bytes(source, target) && (!durable || host_flush_to_disk(host_fileno(target)));
+    const int reason = errno;
+    if (fclose(target) == 0 && written)
+        return true;
+    errno = written ? errno : reason;
+    return false;
+}
+
+// A new name in the directory of `path`: what stands before its last component, by position. (The
+// precedence of separators would find another directory for "a\b/c".)
+static std::string sibling_of(const std::string &path) {
+    const PathStyle &style = host_path_style();
+    size_t end = path.size();
+    while (end > 0 && !path_is_separator(style, path[end - 1]) &&
+           !(style.drives && path[end - 1] == ':'))
+        --end;
+    return path.substr(0, end) + "zv" + host_unique_seed().get() + ".tmp";
+}
+
+// A new file that an interrupted run removes at exit; null on failure.
+static FILE *make_sibling(const std::string &sibling) {
+    os_remove_at_exit(sibling.c_str());
+    return host_fopen(sibling.c_str(), "wb");
+}
+
+bool os_is_writable(const char *path) {
+    return FilePtr(host_fopen(path, "r+b")) != nullptr;
+}
+
+bool os_can_write(const char *path) {
+    HostStat status;
+    if (path == nullptr || *path == '\0') {
+        errno = ENOENT;
+        return false;
+    }
+    if (!host_stat(path, &status)) {
+        if (errno != ENOENT)
+            return false;
+        const std::string sibling = sibling_of(host_resolve_links(path).get());
+        const bool made = FilePtr(make_sibling(sibling)) != nullptr; // and closed
+        return made && host_remove(sibling.c_str());
+    }
+    if (status.kind == FileKind::directory)
+        errno = EISDIR;
+    return status.kind == FileKind::other ||
+           (status.kind == FileKind::regular && os_is_writable(path));
+}
+
+// Forbidden: the directory takes no new file, or does not let the old one go, because it is
+// protected or sticky, or because something is mounted on the file.
+enum class Replacement { done, failed, forbidden };
+
+// The copy grows under a name of its own.
+static Replacement replace_with_copy(FILE *source, const char *to, bool exists) {
+    const std::string sibling = sibling_of(to);
+    FILE *target = make_sibling(sibling);
+    if (target == nullptr) {
+        const bool forbidden = errno == EACCES || errno == EPERM || errno == EROFS;
+        return forbidden ? Replacement::forbidden : Replacement::failed;
+    }
+    const bool written = write_copy(source, target, true);
+    if (written && exists)
+        host_copy_mode(to, sibling.c_str());
+    if (written && host_replace(sibling.c_str(), to))
+        return Replacement::done;
+    const int reason = errno;
+    host_remove(sibling.c_str());
+    errno = reason;
+    const bool forbidden = written && (reason == EACCES || reason == EPERM || reason == EBUSY ||
+                                       reason == EROFS || reason == EXDEV);
+    return forbidden ? Replacement::forbidden : Replacement::failed;
+}
+
+static bool copy_to_file(FILE *source, const char *to, bool exists) {
+    // Renaming would also replace a file that is protected against writing.
+    if (exists && !os_is_writable(to))
+        return false;
+    const Replacement outcome = replace_with_copy(source, to, exists);
+    if (outcome != Replacement::forbidden)
+        return outcome == Replacement::done;
+    rewind(source);
+    return write_copy(source, host_fopen(to, "wb"), true);
+}
+
+static bool copy_to(FILE *source, const char *to) {
+    HostStat old;
+    const bool exists = host_stat(to, &old);
+    if (!exists && errno != ENOENT)
+        return false;
+    if (exists && old.kind == FileKind::directory) {
+        errno = EISDIR;
+        return false;
+    }
+    // A link's name need not lead back to the open file that it stands for (/dev/stdout).
+    const OwnedString target = host_resolve_links(to);
+    if (exists && (old.kind != FileKind::regular || !host_same_file(to, target.get())))
+        return write_copy(source, host_fopen(to, "wb"), false);
+    return copy_to_file(source, target.get(), exists);
+}
+
+bool copyfile_helper(const char *from, const char *to) {
+    FILE *source = from != nullptr && to != nullptr ? host_fopen(from, "rb") : nullptr;
+    if (source == nullptr)
+        return false;
+    // Its own copy has every byte already, and need not be writable.
+    const bool done = host_same_file(from, to) || copy_to(source, to);
+    const int reason = errno;
+    fclose(source);
+    errno = reason;
+    return done;
+}

@@ -1,0 +1,133 @@
+#include "platform/osdep.h"
+
+#include <cstdlib>
+#include <string>
+#include <utility>
+
+static constexpr const char *temp_progname = "kestrel";
+
+// Positions under which the accounting of vectors lists the two below.
+static constexpr uint32_t temp_dirs_line = 186;
+static constexpr uint32_t temp_files_line = 189;
+
+static OwnedString temp_dir; // null until the first temporary name
+static uint32_t temp_counter = 0;
+static Vector *temp_dirs_to_remove = nullptr; // owned absolute paths, as in the next
+static Vector *temp_files_to_remove = nullptr;
+static uint32_t owner = 0; // the process that registered them
+static bool exit_cleanup_registered = false;
+static bool keep_temps = false;
+
+// --- At exit
+
+static void forget(Vector **paths) {
+    Vector *forgotten = std::exchange(*paths, nullptr);
+    for (char *path : VecEach<char>(forgotten))
+        free(path);
+    vec_free(forgotten);
+}
+
+// Failures are ignored: nobody is left to hear of them. A forked copy of the process leaves what
+// is its parent's alone. A signal that strikes in here comes back, and must find all that is not
+// removed yet: so nothing is forgotten before the end.
+void os_remove_temps() {
+    if (temp_files_to_remove == nullptr || temp_dirs_to_remove == nullptr)
+        return;
+    if (!keep_temps && host_process_id() == owner) {
+        for (uint32_t i = 0; i < vec_size(temp_files_to_remove); i++)
+            if (const char *path = vec_at<char>(temp_files_to_remove, i); os_exists(path))
+                host_remove(path);
+        for (uint32_t i = 0; i < vec_size(temp_dirs_to_remove); i++)
+            os_rmtree(vec_at<char>(temp_dirs_to_remove, i));
+    }
+    forget(&temp_files_to_remove);
+    forget(&temp_dirs_to_remove);
+    temp_dir.reset();
+}
+
+static void make_vectors() {
+    if (temp_dirs_to_remove != nullptr)
+        return;
+    temp_dirs_to_remove = vec_new(__FILE__, temp_dirs_line);
+    temp_files_to_remove = vec_new(__FILE__, temp_files_line);
+    owner = host_process_id();
+    if (!exit_cleanup_registered)
+        exit_cleanup_registered = atexit(os_remove_temps) == 0;
+}
+
+void os_remove_at_exit(const char *path) {
+    if (path == nullptr)
+        return;
+    make_vectors();
+    vec_append(temp_files_to_remove, host_absolute_path(path).release());
+}
+
+void os_rmdir_at_exit(const char *path) {
+    if (path == nullptr)
+        return;
+    make_vectors();
+    vec_append(temp_dirs_to_remove, host_absolute_path(path).release());
+}
+
+void os_keep_temps(bool flag) {
+    keep_temps = flag;
+}
+
+// --- The directory and the names in it
+
+// The base directory, ready for a name to follow. One that is relative to the current directory is
+// what the drive-letter host is used to; elsewhere it is no place for temporaries.
+static std::string temp_base() {
+    std::string base;
+    for (const char *variable : host_temp_variables())
+        if (const char *value = getenv(variable); base.empty() && value != nullptr)
+            if (host_path_style().drives || os_is_absolute(value))
+                base = value;
+    if (base.empty())
+        base = host_temp_default();
+    const PathStyle &style = host_path_style();
+    if (base.back() != style.separator && !(style.drives && base.back() == ':'))
+        base += style.separator;
+    return base;
+}
+
+// The directory is registered before it is made, or a signal in between would leave it behind.
+static bool make_temp_dir() {
+    const std::string base = temp_base();
+    if (os_mkdir(base.c_str()) != 0)
+        return false;
+    for (char letter = 'A'; letter <= 'Z'; ++letter) {
+        const std::string path = base + "zv" + letter + host_unique_seed().get();
+        if (os_exists(path.c_str()))
+            continue;
+        os_rmdir_at_exit(path.c_str());
+        if (host_mkdir_private(path.c_str())) {
+            temp_dir = xstrdup(path.c_str());
+            return true;
+        }
+        free(vec_pop(temp_dirs_to_remove));
+    }
+    return false;
+}
+
+OwnedString os_tempname(const char *suffix) {
+    if (temp_dir == nullptr && !make_temp_dir())
+        return nullptr;
+    std::string name = temp_progname;
+    name += "_tmp_" + std::to_string(temp_counter++);
+    if (suffix != nullptr) {
+        if (suffix[0] != '.')
+            name += '.';
+        name += suffix;
+    }
+    return os_join(temp_dir.get(), name.c_str());
+}
+
+OwnedString os_tempname_plain() {
+    return os_tempname(nullptr);
+}
+
+OwnedString os_tempdir_new() {
+    OwnedString path = os_tempname(nullptr);
+    return path != nullptr && os_mkdir(path.get()) == 0 ? std::move(path) : nullptr;
+}

@@ -1,0 +1,93 @@
+#include "base/sorting.h"
+
+#include "support/noise.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <numeric>
+#include <vector>
+
+namespace {
+
+Random random_numbers(1);
+
+int compare_bytes(const void *a, const void *b) {
+    return *static_cast<const uint8_t *>(a) - *static_cast<const uint8_t *>(b);
+}
+
+uintptr_t lowest_frame, highest_frame;
+
+int compare_ints(const void *a, const void *b) {
+    volatile char here = 0;
+    lowest_frame = std::min(lowest_frame, reinterpret_cast<uintptr_t>(&here));
+    highest_frame = std::max(highest_frame, reinterpret_cast<uintptr_t>(&here));
+    return *static_cast<const int *>(a) - *static_cast<const int *>(b);
+}
+
+} // namespace
+
+// Sizes around the limit of the scratch element on the stack. All bytes of an element are alike, so
+// one that an exchange leaves behind shows.
+TEST(SortingTest, SortsElementsOfAnySize) {
+    for (size_t size : {1U, 3U, 8U, 799U, 800U, 801U, 5000U})
+        for (size_t count : {0U, 1U, 2U, 3U, 4U, 17U, 300U}) {
+            auto keys = noise<std::vector<uint8_t>>(count, static_cast<uint32_t>(size + count));
+            std::vector<uint8_t> data, expected;
+            for (uint8_t key : keys)
+                data.insert(data.end(), size, key);
+            os_qsort(data.data(), count, size, compare_bytes);
+            std::sort(keys.begin(), keys.end());
+            for (uint8_t key : keys)
+                expected.insert(expected.end(), size, key);
+            EXPECT_EQ(data, expected) << size << " x " << count;
+        }
+    EXPECT_DEATH(os_qsort(nullptr, 2, 8, compare_bytes), "vbase");
+}
+
+TEST(SortingTest, NoDataUsesUpTheStack) {
+    // All alike, and such that each pivot is the largest element.
+    for (int slope : {0, 1}) {
+        std::vector<int> data;
+        for (int i = 0; i < 10000; i++)
+            data.push_back(slope * std::min(i, 10000 - i));
+        lowest_frame = UINTPTR_MAX;
+        highest_frame = 0;
+        os_qsort(data.data(), data.size(), sizeof(int), compare_ints);
+        EXPECT_TRUE(std::is_sorted(data.begin(), data.end())) << slope;
+        EXPECT_LT(highest_frame - lowest_frame, 30000U) << slope;
+    }
+}
+
+TEST(SortingTest, InconsistentComparisonStaysInsideTheArray) {
+    const CompareFn comparisons[] = {
+        [](const void *, const void *) { return -1; },
+        [](const void *, const void *) { return 1; },
+        [](const void *, const void *) { return static_cast<int>(below(random_numbers, 3)) - 1; },
+    };
+    for (size_t count : {2U, 3U, 10U, 1000U})
+        for (CompareFn compare : comparisons) {
+            // What lies outside would come in by an exchange, or be seen by the address sanitizer.
+            std::vector<int> expected(count);
+            std::iota(expected.begin(), expected.end(), 1);
+            std::vector<int> data = expected;
+            os_qsort(data.data(), count, sizeof(int), compare);
+            std::sort(data.begin(), data.end());
+            EXPECT_EQ(data, expected) << count;
+        }
+}
+
+TEST(SortingTest, SearchFindsWhatIsThere) {
+    auto compare = [](const void *key, const void *element) {
+        return *static_cast<const int *>(key) - *static_cast<const uint8_t *>(element);
+    };
+    const uint8_t sorted[] = {0, 2, 4, 6, 8};
+    for (size_t count = 0; count <= std::size(sorted); count++)
+        for (int key = -1; key <= 9; key++) {
+            bool there = key >= 0 && key % 2 == 0 && static_cast<size_t>(key / 2) < count;
+            EXPECT_EQ(os_bsearch(&key, count ? sorted : nullptr, count, 1, compare),
+                      there ? sorted + key / 2 : nullptr)
+                << key << " in " << count;
+        }
+}

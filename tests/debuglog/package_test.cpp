@@ -1,0 +1,232 @@
+#include "debuglog/package.h"
+
+#include "containers/stringcache.h"
+#include "debuglog/zvdebug.h"
+#include "support/files.h"
+#include "support/scratch.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <filesystem>
+#include <gtest/gtest.h>
+
+#if __has_include(<miniz/miniz.h>)
+#include <miniz/miniz.h>
+#else
+#include <miniz.h>
+#endif
+
+namespace {
+
+std::string warnings;
+
+// What an archive holds: "name=bytes[comment];" for each entry.
+std::string entries(const char *path) {
+    mz_zip_archive zip = {};
+    if (!mz_zip_reader_init_file(&zip, path, 0))
+        return "(no archive)";
+    std::string text;
+    for (mz_uint i = 0; i < mz_zip_reader_get_num_files(&zip); i++) {
+        mz_zip_archive_file_stat stat;
+        mz_zip_reader_file_stat(&zip, i, &stat);
+        size_t size = 0;
+        auto *bytes = static_cast<char *>(mz_zip_reader_extract_to_heap(&zip, i, &size, 0));
+        text += stat.m_filename;
+        text += bytes != nullptr ? '=' + std::string(bytes, size) : "(damaged)";
+        text += '[' + std::string(stat.m_comment, stat.m_comment_size) + "];";
+        mz_free(bytes);
+    }
+    mz_zip_reader_end(&zip);
+    return text;
+}
+
+// Each test has a current directory of its own, and the package "d/p" in it.
+class PackageTest : public testing::Test {
+  protected:
+    PackageTest() {
+        zvdebug_warn_hook = [](const char *text) { warnings += std::string(text) + '\n'; };
+        zvdebug_parse("--zvdebug=zip:+d/p"); // only the first one in the process counts
+        host_mkdir("d");
+        scratch.write("a", "A");
+    }
+    ~PackageTest() override { zvdebug_warn_hook = usual_hook; }
+
+    // What adding a file warns of.
+    static std::string add(const char *file) {
+        warnings.clear();
+        package_add_file(file);
+        return warnings;
+    }
+
+    const Scratch scratch;
+
+  private:
+    const Inside inside{scratch.directory()};
+    void (*const usual_hook)(const char *text) = zvdebug_warn_hook;
+};
+
+} // namespace
+
+TEST_F(PackageTest, EntriesHaveNamesBytesAndComments) {
+    const std::string bytes("\0\r\n\x1a\n\xff", 6);
+    const std::string relative = native_join("d", "\xc3\xa4");
+    const std::string absolute = scratch.write(relative.c_str(), bytes);
+    std::string stored = "SYSTEM_ROOT" + absolute.substr(os_kind() != 0 ? strlen("C:") : 0);
+    std::replace(stored.begin(), stored.end(), '\\', '/');
+
+    EXPECT_EQ(add("missing"), "");
+    EXPECT_FALSE(os_exists("d/p"));
+    package_add("a", "why");
+    package_add_file(relative.c_str());
+    package_add(absolute.c_str(), "");
+    EXPECT_EQ(entries("d/p"),
+              "a=A[why];d/\xc3\xa4=" + bytes + "[];" + stored + "=" + bytes + "[];");
+    EXPECT_EQ(warnings, "");
+}
+
+// Neither is anything that was there changed, nor is a broken archive left behind.
+TEST_F(PackageTest, WhatCannotBePackedIsWarnedOf) {
+    const std::string unopened =
+        "Unable to open package zip file (d/p) for reading to append \"a\"\n";
+    EXPECT_EQ(add("d"), "Unable to add archive \"d\" (from \"d\") to package zip (d/p)\n");
+    EXPECT_FALSE(os_exists("d/p"));
+    EXPECT_EQ(add("a"), "");
+    const std::string sound = read_file("d/p");
+    EXPECT_EQ(add("d"), "Unable to add archive \"d\" (from \"d\") to package zip (d/p)\n");
+    EXPECT_FALSE(host_rename_new("a", "d/p"));
+    EXPECT_EQ(read_file("d/p"), sound);
+    std::filesystem::permissions("d/p", std::filesystem::perms::owner_read);
+    if (!os_is_writable("d/p")) { // which it is for the superuser
+        EXPECT_EQ(add("a"), "Unable to covert package zip file (d/p) reader to a writer to "
+                            "append \"a\"\n"
+                            "Unable to add archive \"a\" (from \"a\") to package zip (d/p)\n"
+                            "Unable to finalize package zip (d/p) after adding \"a\"\n"
+                            "Unable to end package zip (d/p) after adding \"a\"\n");
+        EXPECT_EQ(read_file("d/p"), sound);
+    }
+    std::filesystem::permissions("d/p", std::filesystem::perms::all);
+    const std::string end_of_none = "PK\5\6" + std::string(18, '\0');
+    const std::string start = sound.substr(0, sound.size() - 2); // without the comment's length
+    for (const std::string &bytes :
+         {std::string(), sound.substr(0, sound.size() - 1), sound.substr(1),
+          std::string(100000, 'n'), std::string(14000, 'n') + end_of_none,
+          start + std::string("\26\0", 2) + end_of_none}) {
+        scratch.write("d/p", bytes);
+        EXPECT_EQ(add("a"), unopened);
+        EXPECT_EQ(read_file("d/p"), bytes);
+    }
+    const std::string comment = std::string("\xd0\7", 2) + std::string(2000, 'c');
+    scratch.write("d/p", start + comment);
+    EXPECT_EQ(add("a"), "");
+    EXPECT_EQ(entries("d/p"), "a=A[];a=A[];");
+    EXPECT_TRUE(read_file("d/p").ends_with(comment));
+    for (const auto &entry :
+         std::filesystem::directory_iterator(os_dirname(os_tempname_plain().get()).get()))
+        EXPECT_NE(entry.path().extension(), ".zip");
+    host_remove("d/p");
+
+    // A device that can be read for ever, on the host that has it.
+    std::error_code no_links;
+    std::filesystem::create_symlink("/dev/full", "d/p", no_links);
+    EXPECT_EQ(add("a"), no_links ? "" : unopened);
+    host_remove("d/p");
+    host_mkdir("d/p");
+    EXPECT_EQ(add("a"), unopened);
+    host_rmdir("d/p");
+    host_rmdir("d");
+    EXPECT_EQ(add("a"), "Unable to init package zip file (d/p) to add \"a\"\n");
+}
+
+TEST_F(PackageTest, LogsArePackedAndChangeNoVerdict) {
+    const std::string kestrel = built_program("kestrel");
+    const auto run = [&kestrel](const char *mode, const char *option, int expected_status) {
+        FILE *f = os_popenv(kestrel.c_str(), mode, "--manifest=m", "--instdir=d", "--tasks=1",
+                            option, nullptr);
+        std::string output = f != nullptr ? read_all(f) : "(not run)";
+        EXPECT_EQ(os_pclose(f), expected_status) << output;
+        return output;
+    };
+    scratch.write("d/1", "text");
+    run("-g", "--zvdebug=on,zip:+p", 0);
+    EXPECT_EQ(entries("p").rfind("kestrel-1.out=", 0), 0u);
+
+    // A log that was named may be another program's; the accounts come when it has been packed.
+    run("-c", "--zvdebug=on,adt,out:x,zip:+q", 0);
+    EXPECT_EQ(entries("q"), "(no archive)");
+    EXPECT_NE(read_file("x").find("# Living Vector Master List:"), std::string::npos);
+
+    scratch.write("p", "no archive");
+    run("-c", "--zvdebug=on,zip:+p", 0);
+    scratch.write("d/1", "tex");
+    EXPECT_NE(run("-c", "--zvdebug=on,zip:+p", 1).find("ZVDEBUG (warning): Unable to open package"),
+              std::string::npos);
+    EXPECT_EQ(read_file("p"), "no archive");
+}
+
+// When "go" is there the helper packs it 8 times, and logs 40 lines of 70000 bytes.
+static ProcessHandle start_logging(const std::string &option) {
+    const std::string program = child_program();
+    const char *argv[] = {program.c_str(), "--log", option.c_str(), nullptr};
+    return host_start_process(argv[0], argv, ("child --log " + option).c_str());
+}
+
+TEST_F(PackageTest, ProcessesShareALogAndAPackage) {
+    constexpr int64_t all = 40 * 70001;
+    std::array<ProcessHandle, 4> handles;
+    for (ProcessHandle &handle : handles)
+        handle = start_logging("on,out:+log,zip:+p");
+    scratch.write("later", std::string(500000, 'g'));
+    EXPECT_TRUE(host_rename_new("later", "go"));
+    int status = -1;
+    for (const ProcessHandle handle : handles)
+        EXPECT_TRUE(host_wait_process(handle, &status) && status == 0);
+    std::string log = read_file("log"), packed = entries("p");
+    std::erase(log, '\r');
+    EXPECT_EQ(log.size(), all * handles.size());
+    for (size_t at = 70000; at < log.size(); at += 70001)
+        EXPECT_EQ(log.find('\n', at - 70000), at);
+    EXPECT_EQ(std::count(packed.begin(), packed.end(), ';'), 4 * 8);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator("."), {}), 5); // with a and d
+
+    // Into a pipe, on the host that has names for them: nobody reads, and then we do.
+    if (os_kind() != 0 || os_pclose(os_popenv("/usr/bin/mkfifo", "f", nullptr)) != 0)
+        return;
+    EXPECT_TRUE(host_wait_process(start_logging("on,out:f"), &status) && status == 1);
+    const int pipe = host_open("f");
+    const ProcessHandle writer = start_logging("on,out:f");
+    int64_t size = 0;
+    for (const time_t end = time(nullptr) + 20; size < all && time(nullptr) < end;)
+        size += std::max<int64_t>(host_read(pipe, log.data(), log.size()), 0);
+    host_close(pipe);
+    EXPECT_TRUE(host_wait_process(writer, &status) && status == 0 && size == all);
+}
+
+// The debug option counts once in a process, and the debugger is looked for once.
+TEST(PackageDeathTest, ProgramsRunUnderTheDebugger) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto run = [](bool named, bool force, bool installed, bool debugged) {
+        const std::string app = child_program();
+        zvdebug_parse(named ? sc_concat("--zvdebug=debug:x:", os_basename(app.c_str())) : "");
+        db_debugger_path = installed ? app.c_str() : "no/debugger";
+        const VectorPtr args(sc_split("its own name,one,two words", ","));
+        testing::internal::CaptureStdout();
+        const int status = db_debugger(app.c_str(), args.get(), force);
+        const std::string output = testing::internal::GetCapturedStdout();
+        const std::string script = output.substr(0, output.find('\n'));
+        const std::string expected =
+            debugged ? script +
+                           "\nbreak set --name db_assert\nbreak set --name main\n"
+                           "break command add 2\nexpr gInDebugger=1\nDONE\nrun\n"
+                           "<-->\n<" +
+                           app + ">\n<one>\n<two words>"
+                     : "<one>\n<two words>\n";
+        const bool right = output == expected && !os_exists(script.c_str());
+        exit(right && status == (debugged ? 9 : 0) ? 0 : 1);
+    };
+    EXPECT_EXIT(run(false, false, true, false), testing::ExitedWithCode(0), "^$");
+    EXPECT_EXIT(run(true, false, true, true), testing::ExitedWithCode(0), "^$");
+    EXPECT_EXIT(run(false, true, true, true), testing::ExitedWithCode(0), "^$");
+    EXPECT_EXIT(run(true, true, false, false), testing::ExitedWithCode(0),
+                "Debugger \"no/debugger\" is not available\n$");
+}

@@ -1,0 +1,174 @@
+#include "manifest/filedigests.h"
+
+#include "manifest/shahash.h"
+#include "platform/osdep.h"
+#include "support/noise.h"
+#include "support/scratch.h"
+
+#include <algorithm>
+#include <functional>
+#include <gtest/gtest.h>
+#include <vector>
+
+// These are the first digests of the process when the test runs by itself, and their length in bits
+// needs the upper half of its field.
+TEST(FileDigests, PairsAreChosenAndCounted) {
+    Sha256Context alone, pair[2];
+    Sha256Context *const contexts[2] = {&pair[0], &pair[1]};
+    const std::vector<uint8_t> message(SHA256_BLOCK_SIZE, 'a');
+    const uint8_t *const blocks[2] = {message.data(), message.data()};
+    for (Sha256Context *context : {&alone, &pair[0], &pair[1]}) {
+        sha256_init(context);
+        context->bitlen = 0xfffffe00;
+    }
+    sha256_update_pair(contexts, blocks, 1);
+    sha256_update(&alone, message.data(), message.size());
+    for (const Sha256Context &context : pair) {
+        EXPECT_TRUE(std::equal(context.state, std::end(context.state), alone.state));
+        EXPECT_EQ(context.bitlen, uint64_t{1} << 32);
+    }
+}
+
+// What the receiver is told of a file: its tag, its path, and its digest or why there is none.
+static std::string line_of(size_t tag, const std::string &path, const std::string &result) {
+    return std::to_string(tag) + " " + path + " " + result;
+}
+
+// The receiver, what it does each time, and the number of files that it lets pass before it ends
+// the whole.
+struct Received {
+    std::vector<std::string> lines;
+    std::function<void()> act = [] {};
+    size_t end = SIZE_MAX;
+};
+
+static bool receive(void *context, const char *path, void *tag, const FileDigest &result) {
+    static const char *const others[] = {"opened", "missing", "special", "refused"};
+    auto *received = static_cast<Received *>(context);
+    received->act();
+    received->lines.push_back(line_of(reinterpret_cast<uintptr_t>(tag), path,
+                                      result.outcome == OpenOutcome::opened
+                                          ? sha256_hex(result.digest)
+                                          : others[static_cast<size_t>(result.outcome)]));
+    return received->lines.size() <= received->end;
+}
+
+// Sizes around a block and around what is read at a time, a long file before and behind short ones,
+// and what cannot be hashed in between.
+TEST(FileDigests, ResultsComeInOrder) {
+    const Scratch scratch;
+    const size_t sizes[] = {0,     1,     300000, 63,    64, 65,     16383, 16384, 16385,
+                            32768, 40000, 1,      16448, 0,  200000, 128,   127,   70001};
+    std::vector<std::string> paths, lines;
+    for (const size_t size : sizes)
+        paths.push_back(scratch.write(std::to_string(paths.size()).c_str(),
+                                      noise(size, static_cast<uint32_t>(paths.size()))));
+    paths.insert(paths.begin() + 4, {scratch.path("missing"), scratch.directory()});
+    for (const std::string &path : paths) {
+        const char *const refusal = os_exists(path.c_str()) ? "refused" : "missing";
+        const bool refused = lines.size() == 4 || lines.size() == 5;
+        lines.push_back(
+            line_of(lines.size(), path, refused ? refusal : sha256_file_hex(path.c_str())));
+    }
+
+    for (size_t end = paths.size() + 1; end-- > 0; lines.resize(end)) {
+        Received received;
+        received.end = end;
+        FileDigests digests(receive, &received);
+        bool more = true;
+        for (size_t i = 0; more && i < paths.size(); i++)
+            more = digests.add(paths[i].c_str(), reinterpret_cast<void *>(uintptr_t{i}));
+        EXPECT_EQ(digests.finish(), end == paths.size());
+        EXPECT_EQ(digests.add(paths[0].c_str(), nullptr), end == paths.size());
+        EXPECT_EQ(digests.add(paths[0].c_str(), nullptr, nullptr), end == paths.size());
+        EXPECT_EQ(received.lines, lines) << end;
+    }
+}
+
+// A file that grows while it is read is read on in the middle of a block.
+TEST(FileDigests, ReadsMayEndInsideABlock) {
+    const Scratch scratch;
+    const std::string growing = scratch.write("growing", std::string(100, 'x'));
+    Received received;
+    // The file is in the second lane, read to its end so far, when the first lane's file is done.
+    received.act = [&] {
+        if (received.lines.empty())
+            scratch.write("growing", std::string(300100, 'x'));
+    };
+    FileDigests digests(receive, &received);
+    digests.add(scratch.write("short", std::string(64, 'y')).c_str(), nullptr);
+    digests.add(growing.c_str(), nullptr);
+    digests.add(scratch.write("long", std::string(500000, 'z')).c_str(), nullptr);
+    EXPECT_TRUE(digests.finish());
+    ASSERT_EQ(received.lines.size(), 3u);
+    EXPECT_EQ(received.lines[1], line_of(0, growing, sha256_file_hex(growing.c_str())));
+}
+
+// Whether they come to their end or are given up; a file that is missing is told of at once.
+TEST(FileDigests, DescriptorsAreClosed) {
+    const Scratch scratch;
+    const std::string file = scratch.write("file", std::string(200000, 'x'));
+    const auto next_descriptor = [&] {
+        const int descriptor = host_open(file.c_str());
+        host_close(descriptor);
+        return descriptor;
+    };
+    const int before = next_descriptor();
+    for (const bool finished : {true, false}) {
+        Received received;
+        {
+            FileDigests digests(receive, &received);
+            digests.add(scratch.path("missing").c_str(), nullptr);
+            EXPECT_EQ(received.lines.size(), 1u);
+            for (int i = 0; i < 5; i++)
+                digests.add(file.c_str(), nullptr);
+            EXPECT_TRUE(!finished || digests.finish());
+        }
+        EXPECT_EQ(next_descriptor(), before) << (finished ? "finished" : "given up");
+    }
+}
+
+// A file that goes while others are hashed before it is missing, not one that cannot be opened.
+TEST(FileDigests, FilesAreLookedForWhenThereIsALane) {
+    const Scratch scratch;
+    const std::string third = scratch.write("third", "c");
+    Received received;
+    received.act = [&] { host_remove(third.c_str()); };
+    FileDigests digests(receive, &received);
+    digests.add(scratch.write("first", "a").c_str(), nullptr);
+    digests.add(scratch.write("second", std::string(100000, 'b')).c_str(), nullptr);
+    digests.add(third.c_str(), nullptr);
+    digests.finish();
+    EXPECT_EQ(received.lines.back(), line_of(0, third, "missing"));
+}
+
+// What has taken the place of a file since it was found: it would read as empty, or for ever. A
+// file that has only changed its size is hashed as it is.
+TEST(FileDigests, NamesThatChangedHandsAreRefused) {
+    const Scratch scratch;
+    const bool windows = os_kind() != 0;
+    const std::string grown = scratch.write("grown", "abc"), abc = sha256_file_hex(grown.c_str());
+    const struct {
+        std::string path;
+        uint64_t size; // as it was found
+        std::string result = "refused";
+    } cases[] = {
+        {windows ? "NUL" : "/dev/null", 0},
+        {windows ? "NUL" : "/dev/null", 100},
+        {windows ? "NUL" : "/dev/zero", 100},
+        {scratch.directory(), 0},
+        {scratch.directory(), 100},
+        {windows ? "NUL" : "/proc/self/mem", 0}, // a file that cannot be read
+        {grown, 0, abc},
+        {grown, 2, abc},
+        {grown, 4, abc},
+    };
+    for (const auto &c : cases) {
+        Received received;
+        FileDigests digests(receive, &received);
+        const HostStat found = {FileKind::regular, c.size};
+        digests.add(c.path.c_str(), nullptr, &found);
+        digests.finish();
+        EXPECT_EQ(received.lines, std::vector{line_of(0, c.path, c.result)}) << c.size;
+    }
+}

@@ -1,0 +1,62 @@
+// The debug log, written to a temporary file for as long as a test looks at it.
+#ifndef TESTS_LOG_CAPTURE_H
+#define TESTS_LOG_CAPTURE_H
+
+#include "host/trace.h"
+#include "support/files.h"
+#include "support/scratch.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+
+class LogCapture {
+  public:
+    LogCapture() { trace_stream = std::tmpfile(); }
+    ~LogCapture() {
+        std::fclose(trace_stream);
+        trace_stream = nullptr;
+    }
+
+    // The lines that hold `word`; all for an empty one.
+    static std::string lines_with(const std::string &word) {
+        std::rewind(trace_stream);
+        std::istringstream log(read_all(trace_stream));
+        std::string found;
+        for (std::string line; std::getline(log, line);)
+            if (line.find(word) != std::string::npos)
+                found += line + "\n";
+        return found;
+    }
+
+    // What was written since the last call.
+    std::string take() {
+        std::fseek(trace_stream, taken, SEEK_SET);
+        const std::string text = read_all(trace_stream);
+        taken += static_cast<long>(text.size());
+        return text;
+    }
+
+  private:
+    long taken = 0;
+};
+
+// All that a test calls goes to the log: whatever way a function is left, its exit stands there, or
+// all that follows stands too deep.
+class LoggedTest : public testing::Test {
+  protected:
+    LoggedTest() { trace_flags = TRACE_GENERAL; }
+    ~LoggedTest() override {
+        EXPECT_EQ(trace_depth(), 0U);
+        trace_flags = 0;
+    }
+
+    // A path in the test's own directory, by the host's rules.
+    std::string at(const std::string &path) const { return scratch.path(native(path).c_str()); }
+
+    Scratch scratch;
+    LogCapture log;
+};
+
+#endif

@@ -1,0 +1,189 @@
+// The tool and the system around it: directories, rights, limits, streams and signals. A shell
+// prepares each run, so all of this is for systems that have one.
+#include "tool/tool.h"
+
+#include <csignal>
+
+class KestrelSystem : public testing::Test {
+  protected:
+    void SetUp() override {
+        if (os_kind() != 0)
+            GTEST_SKIP() << "there is no shell here";
+    }
+};
+
+// The superuser's right to pass over all rights is given up.
+static const std::string unprivileged =
+    "[ $(id -u) != 0 ] || set -- setpriv --bounding-set=-all \"$@\"\n";
+
+TEST_F(KestrelSystem, Circumstances) {
+    const Installation inst("dir", 60); // its manifest fills the stream's buffer once, not twice
+    inst.generate();
+    const std::string text = read_file(inst.manifest);
+    inst.add("manifest", text);
+    inst.add("new", "new");
+    const bool can_give_up_rights = kestrel({"-h"}, unprivileged).status == 0;
+    const std::string removed = "mkdir gone; cd gone; rmdir ../gone";
+    const Outcome astray = {1,
+                            "Checking manifest \"manifest\" for installation \"" + inst.tree +
+                                "\"\nVerification failed\n",
+                            ""};
+    const Outcome unopened = {1, "", "!! Cannot open file \"./f7\"\n"};
+    const Outcome unprinted = {1, "", "Cannot write to standard output: No space left on device\n"};
+    const struct {
+        std::string script;
+        Lines arguments;
+        Outcome outcome;
+        size_t lines = 60; // 62 when it is a new one
+    } cases[] = {
+        {removed, {"-g"}, inst.not_generated()},
+        {removed, {"-c", "--tasks=1"}, inst.verdict(true)},
+        {removed, {"-c", "--tasks=2"}, inst.verdict(true)},
+        {removed, {"-c", "--manifest=manifest"}, astray}, // which is not the one in the tree
+        {removed, {"--check=0,0,1", "--manifest=manifest"}, {1, "", ""}},
+        {"export kestrel_expected_manifest=1:2:3:4", {"--check=0,0,60"}, {1, "", ""}},
+        {unprivileged + "mkdir there; cd there; chmod 600 .", {"-g"}, inst.not_generated(), 62},
+        {unprivileged + "chmod 444 manifest",
+         {"-g"},
+         inst.not_generated("Cannot write file \"" + inst.manifest + "\": Permission denied\n")},
+        {unprivileged + "chmod 0 manifest", {"-c"}, inst.verdict(false)},
+        {unprivileged + "chmod 0 tree/f7", {"--check=0,0,60"}, unopened},
+        {unprivileged + "chmod 0 tree/f7", {"--check=-1,0,60", "-g"}, unopened},
+        {"ulimit -f 8", // 4096 bytes
+         {"-g"},
+         inst.not_generated("Cannot write temporary file: File too large\n")},
+        {"export TEMP=\"$PWD/tree\"", {"-g"}, inst.generated(), 62},
+        {unprivileged + "mkdir -p tree/closed; chmod 0 tree/closed", {"-g"}, inst.generated(), 62},
+        {unprivileged + "chmod 311 tree",
+         {"-g"},
+         inst.not_generated("Cannot read directory \".\"\n")},
+        {"exec >/dev/full", {"-c", "--tasks=2"}, unprinted},
+        {"exec >/dev/full", {"-g"}, unprinted, 62},
+        {"exec >/dev/full", {"-h"}, unprinted},
+        {"exec >&-", {"-c", "--tasks=2"}, {0, "", ""}},
+        {"exec >&- 2>&-", {"-g"}, {0, "", ""}, 62},
+    };
+    for (const auto &c : cases) {
+        if (c.script.starts_with(unprivileged) && !can_give_up_rights)
+            continue;
+        host_remove(inst.manifest.c_str());
+        Installation::write(inst.manifest, text);
+        EXPECT_EQ(inst.run(c.arguments, c.script), c.outcome) << c.script;
+        inst.run({"-h"}, "chmod 755 tree tree/closed; chmod 644 manifest tree/f7");
+        EXPECT_EQ(split(read_file(inst.manifest)).size(), c.lines) << c.script;
+    }
+}
+
+// Of what stops the walk the first in the directory's order is told of, however long a file in
+// front of it takes. The script leaves a file, a link to nothing and a name that is refused.
+TEST_F(KestrelSystem, FirstComplaintCounts) {
+    const Installation inst("dir", 0);
+    const Outcome outcome = inst.run({"-g"}, R"sh(cd tree
+for i in 1 2 3 4 5 6 7 8; do echo >f$i; ln -s gone l$i; echo >"r\\$i"; done
+ls -U | {
+    for kept in f l r; do
+        while read -r name && case $name in $kept*) false;; esac; do rm "$name"; done
+    done
+    while read -r name; do rm "$name"; done
+})sh");
+    EXPECT_TRUE(outcome.err.starts_with("!! Cannot open file \"./l")) << outcome;
+}
+
+// A file that is all hole; its length is that of a manifest that is one byte too long.
+static void make_long(const std::string &path, int64_t size) {
+    const FilePtr file(host_fopen(path.c_str(), "wb"));
+    ASSERT_TRUE(host_seek(file.get(), size - 1) && putc('\n', file.get()) == '\n');
+}
+
+TEST_F(KestrelSystem, LongManifestsAreRefusedUnread) {
+    const Installation inst("dir", 1);
+    const std::string log = native_join(inst.top.c_str(), "log");
+    make_long(inst.manifest, int64_t{1} << 31);
+    EXPECT_EQ(inst.run({"-c", "--zvdebug=on,out:" + log}), inst.verdict(false));
+    EXPECT_NE(read_file(log).find("-> Manifest is too large\n"), std::string::npos);
+}
+
+// Rewritten, replaced by the same text or gone, while its lines are being checked.
+TEST_F(KestrelSystem, ManifestsThatChangeFail) {
+    const Installation inst("dir", 3);
+    make_long(native_join(inst.tree.c_str(), "long"), int64_t{1} << 30);
+    inst.generate();
+    const std::string log = native_join(inst.top.c_str(), "log");
+    const std::string wait =
+        "(until grep -qs 'partial check\\|proc id' log || [ $((n += 1)) = 1000 ]; "
+        "do sleep .01; done; ";
+    for (const char *tasks : {"1", "2"})
+        for (const char *change :
+             {"touch manifest", "cp manifest m; mv m manifest", "mv manifest m"}) {
+            const std::string script =
+                "rm -f log; [ -e manifest ] || mv m manifest\n" + wait + change + ") &";
+            EXPECT_EQ(inst.run({"-c", std::string("--tasks=") + tasks, "--zvdebug=on,out:" + log},
+                               script),
+                      inst.verdict(false))
+                << change;
+            EXPECT_NE(read_file(log).find("changed during the check"), std::string::npos) << change;
+        }
+}
+
+TEST_F(KestrelSystem, TasksLogIntoNewFilesBesideAFile) {
+    const Installation inst("dir", 10);
+    inst.generate();
+    const std::string path = native_join(inst.top.c_str(), "kestrel_0-5.out");
+    const std::string precious = native_join(inst.top.c_str(), "precious");
+    EXPECT_EQ(inst.run({"-c", "--tasks=2", "--zvdebug=on,out:pipe"}, "mkfifo pipe; exec 9<>pipe"),
+              inst.verdict(true));
+    EXPECT_FALSE(os_exists(path.c_str())) << "the log is no file";
+    Installation::write(precious, "precious");
+    EXPECT_EQ(
+        inst.run({"-c", "--tasks=2", "--zvdebug=on,out:log"}, "ln -s precious kestrel_0-5.out"),
+        inst.verdict(true));
+    EXPECT_EQ(read_file(precious), "precious");
+    EXPECT_NE(read_file(path).find("All hashes in the range verified correctly"),
+              std::string::npos);
+}
+
+// What is announced stands before what is complained of, where both streams are one.
+TEST_F(KestrelSystem, WhatIsDoneIsAnnouncedFirst) {
+    const Installation inst("dir", 0);
+    EXPECT_EQ(inst.run({"-g"}, "exec 2>&1; ln -s gone tree/f"),
+              (Outcome{1, inst.announced("Generating") + "!! Cannot open file \"./f\"\n", ""}));
+}
+
+TEST_F(KestrelSystem, SignalsEndIt) {
+    const Installation inst("dir", 0);
+    const std::string temp = native_join(inst.top.c_str(), "temp");
+    // Another process sends them when the tool has begun to hash.
+    const std::string send = R"sh(
+export TEMP="$PWD/temp"
+(
+    until ls -l /proc/$$/fd | grep -q tree/long || [ $((tries += 1)) = 1000 ]; do sleep .01; done
+    for number in $numbers; do kill -$number $$; done
+) 2>/dev/null &)sh";
+    const std::string apology = "\n\nAn unexpected problem has been encountered and the program "
+                                "must quit; contact Norvane support with details\n\n";
+    const struct {
+        const char *script;
+        int status;
+        std::string err;
+    } cases[] = {{"numbers=1", 1, ""},
+                 {"numbers=2", 2, ""},
+                 {"numbers=15", 15, ""},
+                 {"numbers=6", 6, apology},
+                 {"numbers=8", 8, apology},
+                 {"numbers=11", 11, apology},
+                 {"numbers='1 2 15'; trap '' 1 2", 15, ""},
+                 {"numbers='1 2 15'; trap '' $numbers", 0, ""}};
+    for (const int signal : host_caught_signals()) // the tests themselves may be run ignoring some
+        std::signal(signal, SIG_DFL);
+    for (const auto &c : cases) {
+        host_mkdir(temp.c_str());
+        Installation::write(inst.manifest, "old");
+        make_long(native_join(inst.tree.c_str(), "long"), int64_t{1} << (c.status != 0 ? 34 : 29));
+        const Outcome ended = {c.status, inst.announced("Generating") + "\n", c.err};
+        EXPECT_EQ(inst.run({"-g"}, c.script + send), c.status != 0 ? ended : inst.generated())
+            << c.script;
+        EXPECT_EQ(read_file(inst.manifest) == "old", c.status != 0) << c.script;
+        EXPECT_TRUE(host_rmdir(temp.c_str())) << "something was left behind: " << c.script;
+        os_rmtree(temp.c_str());
+    }
+}
