@@ -251,12 +251,11 @@ static TaskSetting task_setting(const char *manifest, const char *instdir) {
 }
 
 // The verdict of the tasks; false, with the reason in `failure`, if they cannot even be started.
-static bool check_by_tasks(const TaskSetting &setting, FilePtr file, uint32_t lines, uint32_t tasks,
+static bool check_by_tasks(const TaskSetting &setting, FILE *file, uint32_t lines, uint32_t tasks,
                            const char **failure) {
     std::vector<uint32_t> positions = first_lines(lines, tasks);
-    if (!find_lines(file.get(), positions, failure))
+    if (!find_lines(file, positions, failure))
         return false;
-    file.reset();
     const std::unique_ptr<ProcessHandle[], FreeDeleter> handles(
         static_cast<ProcessHandle *>(calloc(tasks, sizeof(ProcessHandle))));
     *failure = handles != nullptr ? nullptr : "Could not allocate memory";
@@ -279,11 +278,13 @@ bool check_manifest(const char *manifest, const char *instdir) {
         return TRACE_RESULT(false, "Given installation path \"%s\" does not exist", instdir);
     manifest = manifest_path(manifest, instdir);
     announce("Checking", manifest, instdir);
+    expect_manifest(nullptr);
     const OwnedString before = os_getcwd();
     const char *failure = nullptr;
     FileState counted;
     uint32_t lines = 0;
-    FilePtr file = open_manifest(manifest, instdir, before.get(), &counted, &failure);
+    // Open to the end: file systems that make up identities keep those of open files.
+    const FilePtr file = open_manifest(manifest, instdir, before.get(), &counted, &failure);
     if (file == nullptr || !count_lines(file.get(), &lines, &failure))
         return TRACE_RESULT(false, "%s", failure);
     const OwnedString opened = host_absolute_path(manifest);
@@ -294,13 +295,12 @@ bool check_manifest(const char *manifest, const char *instdir) {
     expect_manifest(&counted);
     if (tasks == 1) {
         TRACE_EXIT("Only 1 core available, doing manifest directly...");
-        file.reset();
         const bool passed = check_manifest_range(manifest, instdir, 0, 0, lines);
         expect_manifest(nullptr);
         return is_unchanged(opened.get(), counted) && passed;
     }
     bool passed =
-        check_by_tasks(task_setting(manifest, instdir), std::move(file), lines, tasks, &failure);
+        check_by_tasks(task_setting(manifest, instdir), file.get(), lines, tasks, &failure);
     expect_manifest(nullptr);
     if (failure != nullptr)
         return TRACE_RESULT(false, "%s", failure);

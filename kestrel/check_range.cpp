@@ -23,7 +23,7 @@ bool flush_output() {
         written = host_close(copy) == 0 && written;
     if (!written && !std::exchange(told, true))
         perror("Cannot write to standard output");
-    return written;
+    return !told;
 }
 
 void announce(const char *action, const char *manifest, const char *instdir) {

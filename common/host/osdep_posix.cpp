@@ -139,6 +139,10 @@ void host_on_signal(int number, void (*handler)(int)) {
 
 void host_limit_exit(void (*give_up)(int)) {
     signal(SIGALRM, give_up);
+    sigset_t limit;
+    sigemptyset(&limit);
+    sigaddset(&limit, SIGALRM);
+    sigprocmask(SIG_UNBLOCK, &limit, nullptr);
     alarm(2);
 }
 

@@ -471,7 +471,8 @@ bool host_flush_to_disk(int descriptor) {
     return _commit(descriptor) == 0;
 }
 
-// A file that somebody has opened, if only to look at it, cannot be replaced for that moment.
+// A file that somebody has opened, if only to look at it, cannot be replaced for that moment. If it
+// stays so that is no lack of permission, for which others would write over what is being read.
 bool host_replace(const char *from, const char *to) {
     constexpr int most_attempts = 20;
     constexpr DWORD flags = MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH;
@@ -479,8 +480,12 @@ bool host_replace(const char *from, const char *to) {
     for (int attempt = 1; !MoveFileExW(source.get(), target.get(), flags); attempt++) {
         const DWORD error = GetLastError();
         const bool opened = error == ERROR_ACCESS_DENIED || error == ERROR_SHARING_VIOLATION;
-        if (!opened || attempt == most_attempts)
+        if (!opened)
             return fail(error);
+        if (attempt == most_attempts) {
+            errno = EAGAIN;
+            return false;
+        }
         Sleep(10);
     }
     return true;

@@ -115,7 +115,7 @@ OwnedString os_tempdir_new(); // made as a directory; null if that fails
 void os_remove_at_exit(const char *path);
 void os_rmdir_at_exit(const char *path);
 void os_keep_temps(bool flag); // nothing is removed at exit
-void os_remove_temps();        // as at exit, for one that has begun and may not come to it again
+void os_remove_temps();        // now; what then could not go is tried again at exit
 
 // --- Environment and time (osdep_time.cpp)
 

@@ -65,8 +65,10 @@ static int remove_tree(const char *path) {
         return true;
     };
     const Listing listing = host_list_directory(path, collect, &names);
-    if (listing == Listing::denied || listing == Listing::unopened)
+    if (listing == Listing::denied || listing == Listing::unopened) {
+        host_rmdir(path); // which can do without, if nothing is in it
         return 0;
+    }
     for (const std::string &name : names)
         if (const int failure = remove_entry(os_join(path, name.c_str()).get()))
             return failure;
@@ -88,18 +90,36 @@ static bool copy_bytes(FILE *source, FILE *target) {
     return ferror(source) == 0 && fflush(target) == 0;
 }
 
-// Writes a copy to `target`, which may be null, and closes it. False unless every byte was read and
-// has been handed to the system or, if it is to be `durable`, to the disk.
-static bool write_copy(FILE *source, FILE *target, bool durable) {
-    if (target == nullptr)
-        return false;
-    const bool written =
-        copy_bytes(source, target) && (!durable || host_flush_to_disk(host_fileno(target)));
+// Closes a file; false, with the first reason, unless it was `written` and that is well.
+static bool close_written(FILE *file, bool written) {
     const int reason = errno;
-    if (fclose(target) == 0 && written)
+    if (fclose(file) == 0 && written)
         return true;
     errno = written ? errno : reason;
     return false;
+}
+
+// Writes a copy to `target`, which may be null, and closes it. False unless every byte was read and
+// has been handed to the system or, if it is to be `durable`, to the disk.
+static bool write_copy(FILE *source, FILE *target, bool durable) {
+    return target != nullptr &&
+           close_written(target, copy_bytes(source, target) &&
+                                     (!durable || host_flush_to_disk(host_fileno(target))));
+}
+
+// The old file is gone with the first byte, and what is cut off could be taken for the new one. So
+// it begins with a NUL, which no text has, until all the rest is on the disk.
+static bool write_in_place(FILE *source, const char *to) {
+    FILE *target = host_fopen(to, "wb");
+    const int first = getc(source);
+    if (target == nullptr || first == EOF)
+        return write_copy(source, target, true);
+    const auto flush = [&] {
+        return fflush(target) == 0 && host_flush_to_disk(host_fileno(target));
+    };
+    return close_written(target, putc('\0', target) != EOF && copy_bytes(source, target) &&
+                                     flush() && host_seek(target, 0) &&
+                                     putc(first, target) != EOF && flush());
 }
 
 // A new name in the directory of `path`: what stands before its last component, by position. (The
@@ -175,7 +195,7 @@ static bool copy_to_file(FILE *source, const char *to, bool exists) {
     if (outcome != Replacement::forbidden)
         return outcome == Replacement::done;
     rewind(source);
-    return write_copy(source, host_fopen(to, "wb"), true);
+    return write_in_place(source, to);
 }
 
 static bool copy_to(FILE *source, const char *to) {

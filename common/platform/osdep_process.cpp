@@ -73,6 +73,7 @@ static bool is_fault(int number) {
 // exit() itself; a fault or the time limit then ends the program with the first signal's status.
 // Further interruptions leave exit() the time to remove the temporaries.
 static void fatal_signal(int number) {
+    host_on_signal(number, fatal_signal); // again, where a handler is called once
     if (dying != 0 && !is_fault(number))
         return;
     if (dying != 0)
@@ -80,13 +81,13 @@ static void fatal_signal(int number) {
     const std::span<const int> caught = host_caught_signals();
     dying = std::find(caught.begin(), caught.end(), number) != caught.end() ? number : 1;
     host_limit_exit(give_up);
+    os_remove_temps(); // before anything that may have to wait
     restore_stream(&saved_stdout_fd, stdout_fd, stdout, "\n");
     restore_stream(&saved_stderr_fd, stderr_fd, stderr, "");
     if (is_fault(number))
         fputs("\n\nAn unexpected problem has been encountered and the program must quit; contact "
               "Norvane support with details\n\n",
               stderr);
-    os_remove_temps();
     exit(dying);
 }
 

@@ -28,18 +28,22 @@ static void forget(Vector **paths) {
 }
 
 // Failures are ignored: nobody is left to hear of them. A forked copy of the process leaves what
-// is its parent's alone. A signal that strikes in here comes back, and must find all that is not
-// removed yet: so nothing is forgotten before the end.
+// is its parent's alone.
 void os_remove_temps() {
-    if (temp_files_to_remove == nullptr || temp_dirs_to_remove == nullptr)
+    if (temp_files_to_remove == nullptr || temp_dirs_to_remove == nullptr || keep_temps ||
+        host_process_id() != owner)
         return;
-    if (!keep_temps && host_process_id() == owner) {
-        for (uint32_t i = 0; i < vec_size(temp_files_to_remove); i++)
-            if (const char *path = vec_at<char>(temp_files_to_remove, i); os_exists(path))
-                host_remove(path);
-        for (uint32_t i = 0; i < vec_size(temp_dirs_to_remove); i++)
-            os_rmtree(vec_at<char>(temp_dirs_to_remove, i));
-    }
+    for (uint32_t i = 0; i < vec_size(temp_files_to_remove); i++)
+        if (const char *path = vec_at<char>(temp_files_to_remove, i); os_exists(path))
+            host_remove(path);
+    for (uint32_t i = 0; i < vec_size(temp_dirs_to_remove); i++)
+        os_rmtree(vec_at<char>(temp_dirs_to_remove, i));
+}
+
+// A signal that strikes in here comes back to what is not removed yet: nothing is forgotten before
+// the end.
+static void exit_cleanup() {
+    os_remove_temps();
     forget(&temp_files_to_remove);
     forget(&temp_dirs_to_remove);
     temp_dir.reset();
@@ -52,7 +56,7 @@ static void make_vectors() {
     temp_files_to_remove = vec_new(__FILE__, temp_files_line);
     owner = host_process_id();
     if (!exit_cleanup_registered)
-        exit_cleanup_registered = atexit(os_remove_temps) == 0;
+        exit_cleanup_registered = atexit(exit_cleanup) == 0;
 }
 
 void os_remove_at_exit(const char *path) {

@@ -167,6 +167,20 @@ newdir from to' <<'-'
 $fail 'inject=/^rename:error=EBUSY' $child --copy from to
 cat to; echo *
 -
+    # What is written over the old one is no text before it is all there.
+    for flush in 2 3; do
+        export flush
+        expect "0 5
+$([ $flush = 2 ] && echo 0ew || echo new)" <<'-'
+$fail 'inject=/^rename:error=EBUSY' -e inject=fsync:error=EIO:when=$flush $child --copy from to
+tr '\0' 0 <to
+-
+    done
+    expect '0 30
+old' <<'-'
+$fail inject=fsync:error=EROFS:when=1 $child --copy from to
+cat to
+-
     # The top of all directories cannot be asked for.
     expect 1 <<'-'
 $fail 'inject=/stat:error=EIO' -P / -P /gone $child --mkdir /gone || echo $?
@@ -174,13 +188,13 @@ $fail 'inject=/stat:error=EIO' -P / -P /gone $child --mkdir /gone || echo $?
 fi
 
 # Nor can a directory below the top, which is no matter of rights there.
-for error in EIO EMFILE ENOENT; do
-    export error
+for call in openat:error=EIO openat:error=EMFILE openat:error=ENOENT getdents64:error=EIO; do
+    export call
     can $fail trace=none true && expect "Cannot read directory \"./sub\"
 There was a problem generating the manifest file
 old" <<'-'
 mkdir -p tree/sub && printf old >m
-$fail inject=openat:error=$error -P ./sub $kestrel -g --manifest=m --instdir=tree 2>&1 >out
+$fail inject=$call -P ./sub -P "$PWD/tree/sub" $kestrel -g --manifest=m --instdir=tree 2>&1 >out
 cat m
 -
 done
@@ -243,10 +257,25 @@ flip() {
 $fail inject=vfork:delay_enter=300000 -e inject=wait4:delay_exit=300000 \
     $kestrel -c --manifest=m --instdir=tree --tasks=2 --zvdebug=on,out:log | grep -v '"'
 -
-# Whoever keeps a file may have no room for it and say so only when it is closed.
+# Whoever keeps a file may have no room for it and say so only when it is closed; or only once.
 can $fail trace=none true && expect 'Cannot write to standard output: Disk quota exceeded
+1
+Cannot write to standard output: Input/output error
 1' <<'-'
-$fail inject=close:error=EDQUOT $kestrel -h >out || echo $?
+mkdir tree && echo >tree/1 && $kestrel -g --manifest=m --instdir=tree >out
+for call in close:error=EDQUOT write:error=EIO; do
+    $fail inject=$call:when=1 -P "$PWD/out" $kestrel -c --tasks=1 --manifest=m --instdir=tree >out ||
+        echo $?
+done
+-
+# A task whose parent has ended before it could be tied to it does nothing.
+can $fail trace=none true && expect '' <<'-'
+mkdir tree && for i in 1 2 3; do echo $i >tree/$i; done
+$kestrel -g --manifest=m --instdir=tree >out
+$fail inject=prctl:delay_enter=500000 sh -c 'echo $$ >pid; exec "$@"' sh \
+    $kestrel -c --manifest=m --instdir=tree --tasks=2 --zvdebug=on,out:log >out 2>&1 &
+until [ -e kestrel_0-1.out ] || [ $((tries += 1)) = 2000 ]; do sleep .01; done
+sleep .1; kill -9 $(cat pid); wait; cat kestrel_0-1.out
 -
 
 # --- Without /proc

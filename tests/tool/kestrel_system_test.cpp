@@ -114,7 +114,8 @@ TEST_F(KestrelSystem, ManifestsThatChangeFail) {
         "do sleep .01; done; ";
     for (const char *tasks : {"1", "2"})
         for (const char *change :
-             {"touch manifest", "cp manifest m; mv m manifest", "mv manifest m"}) {
+             {"touch manifest", "cp manifest m; mv m manifest", "mv manifest m",
+              "cp -p manifest m; cp m manifest; touch -r m manifest; rm m"}) {
             const std::string script =
                 "rm -f log; [ -e manifest ] || mv m manifest\n" + wait + change + ") &";
             EXPECT_EQ(inst.run({"-c", std::string("--tasks=") + tasks, "--zvdebug=on,out:" + log},
