@@ -29,7 +29,8 @@ static void report_assertion(uint32_t number, const char *condition, const char 
     alert_nl_repeat(number, condition, file, line);
 }
 
-void runtime_init(void (*cleanup)(int status)) {
+void runtime_init(const char *tool_name, void (*cleanup)(int status)) {
+    host_tool_name = tool_name;
     host_open_standard_streams();
     alert_exit_hook = cleanup;
     out_of_memory_hook = report_out_of_memory;

@@ -2,14 +2,12 @@
 // and expanded, through a command file, and on a command line of the drive-letter host.
 #include "command/cmdline.h"
 #include "host/argsplit.h"
-#include "kestrel.h"
+#include "kestrel/kestrel.h"
 #include "support/scratch.h"
 
 #include <algorithm>
 #include <cassert>
 #include <vector>
-
-int32_t verbose = 0, task_limit = -1;
 
 using Words = std::vector<std::string>;
 static Words files;    // the only ones that there are, if not empty

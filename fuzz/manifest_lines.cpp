@@ -1,6 +1,7 @@
 // Manifests over a small tree: the library's check, the range check of the whole, and every
 // division into 2 to 5 tasks, against a model of the rules that docs/manifest.md tells.
-#include "kestrel.h"
+#include "kestrel/kestrel.h"
+#include "kestrel/steps.h"
 #include "manifest/shahash.h"
 #include "support/scratch.h"
 
@@ -10,8 +11,6 @@
 #include <optional>
 #include <set>
 #include <vector>
-
-int32_t verbose = 0, task_limit = -1;
 
 // Every file holds its own name.
 static const std::set<std::string> files = {"/a", "/b", "/B", "/*s", "/x y", "/d/a", "/d/e/\xff"};
@@ -26,6 +25,7 @@ struct World {
         "d/e/",  "\t\v\f", "C:",   "\\\\host\\share\\",  tree + "/b", "..\\tree\\", "..\\b"};
 
     World() {
+        verbose = 0;
         scratch.write("b", "/b"); // as in the tree, but outside
         for (const std::string &name : directories)
             host_mkdir((tree + name).c_str());

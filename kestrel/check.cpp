@@ -3,7 +3,8 @@
 #include "containers/stringcache.h"
 #include "debuglog/zvdebug.h"
 #include "host/trace.h"
-#include "kestrel.h"
+#include "kestrel/kestrel.h"
+#include "kestrel/steps.h"
 #include "manifest/shahash.h"
 
 #include <algorithm>

@@ -1,6 +1,7 @@
 // -g: writes the manifest of an installation.
 #include "host/trace.h"
-#include "kestrel.h"
+#include "kestrel/kestrel.h"
+#include "kestrel/steps.h"
 #include "manifest/shahash.h"
 #include "platform/osdep.h"
 

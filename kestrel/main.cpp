@@ -3,17 +3,14 @@
 #include "containers/stringcache.h"
 #include "debuglog/package.h"
 #include "host/trace.h"
-#include "kestrel.h"
+#include "kestrel/kestrel.h"
+#include "kestrel/steps.h"
 #include "runtime.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
-
-const char *program_name = nullptr;
-int32_t verbose = 1;
-int32_t task_limit = -1;
 
 constexpr int VERSION_MAJOR = 2;
 constexpr int VERSION_MINOR = 41;
@@ -180,7 +177,7 @@ static Ending check(const Options &options) {
 }
 
 int main(int argc, char **argv) {
-    runtime_init(cleanup);
+    runtime_init("kestrel", cleanup);
     os_catch_signals();
     program_name = sc_strdup(argc > 0 ? argv[0] : nullptr);
     Vector *arguments = cmdline_args(argc, argv);

@@ -192,7 +192,7 @@ int cmdline_driver(int argc, const char *const *argv, OptionsFn options_process,
     const VectorPtr arguments(cmdline_args(argc, argv));
     TRACE_ENTER();
     Vector *options = options_process != nullptr ? options_process(arguments.get()) : nullptr;
-    package_set_app("kestrel");
+    package_set_app(host_tool_name);
     const int status = cmdline_spawn(options, mode, echo != nullptr ? *echo : 0);
     TRACE_REPORT("cmdline_driver", "Returning status: %d", status);
     package_finish();

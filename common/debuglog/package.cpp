@@ -198,7 +198,7 @@ static void return_to_start() {
 void package_finish() {
     return_to_start();
     const FILE *gFile = trace_stream;
-    const bool log_of_another = strcmp(application, "kestrel") != 0 && zvdebug_out_given();
+    const bool log_of_another = strcmp(application, host_tool_name) != 0 && zvdebug_out_given();
     if (!log_of_another && zvdebug_out_path() != nullptr) {
         DEBUG_ASSERT(gFile != NULL);
         package_add_file(zvdebug_out_path());

@@ -32,7 +32,7 @@ static HashTable *name_table(HashTable *&table) {
 // --- The debug-out file
 
 static const char *default_out_name() {
-    return sc_format("kestrel-%u.out", num);
+    return sc_format("%s-%u.out", host_tool_name, num);
 }
 
 // The package is what is left out when both are one file: it can be made again.

@@ -3,6 +3,8 @@
 
 #include <cerrno>
 
+const char *host_tool_name = "tool";
+
 OpenOutcome host_open_regular(const char *path, const HostStat *found, int *descriptor) {
     if (found == nullptr)
         return OpenOutcome::missing;

@@ -15,6 +15,10 @@
 
 // --- Facts
 
+// The tool that this runtime serves, in lower case, as its files and messages name it. "tool" until
+// runtime_init() is told another.
+extern const char *host_tool_name;
+
 const PathStyle &host_path_style();
 
 // HOST_DRIVE_PATHS on the host with drive letters and backslashes, 0 elsewhere.
@@ -133,9 +137,8 @@ bool host_append(FILE *log, const std::string &text);
 
 FILE *host_freopen(const char *path, const char *mode, FILE *stream);
 
-// fseek and ftell over 64-bit offsets from the start of the file; -1 if that is unknown.
+// fseek over 64-bit offsets from the start of the file.
 bool host_seek(FILE *stream, int64_t offset);
-int64_t host_tell(FILE *stream);
 
 // Up to `size` bytes straight from the descriptor; 0 at the end, -1 on error. Interrupted calls are
 // repeated.

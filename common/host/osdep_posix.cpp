@@ -279,10 +279,6 @@ bool host_seek(FILE *stream, int64_t offset) {
     return fseeko(stream, offset, SEEK_SET) == 0;
 }
 
-int64_t host_tell(FILE *stream) {
-    return ftello(stream);
-}
-
 int64_t host_read(int descriptor, void *buffer, size_t size) {
     return uninterrupted([&] { return read(descriptor, buffer, size); });
 }

@@ -390,10 +390,6 @@ bool host_seek(FILE *stream, int64_t offset) {
     return _fseeki64(stream, offset, SEEK_SET) == 0;
 }
 
-int64_t host_tell(FILE *stream) {
-    return _ftelli64(stream);
-}
-
 int64_t host_read(int descriptor, void *buffer, size_t size) {
     const size_t most = INT_MAX;
     return _read(descriptor, buffer, static_cast<unsigned>(std::min(size, most)));

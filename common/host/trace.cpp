@@ -439,6 +439,12 @@ void trace_puts(const char *str) {
     emit(std::string(str) + '\n');
 }
 
+static std::string upper_case(std::string text) {
+    for (char &c : text)
+        c = static_cast<char>(toupper(static_cast<unsigned char>(c)));
+    return text;
+}
+
 void trace_args(int argc, const char *const *argv) {
     DEBUG_ASSERT(argv != NULL);
     const char *const *args = argv;
@@ -447,7 +453,7 @@ void trace_args(int argc, const char *const *argv) {
         return;
     std::string text;
     if (header_pending)
-        text = "\nAPP: KESTREL\n";
+        text = "\nAPP: " + upper_case(host_tool_name) + "\n";
     header_pending = false;
     text += "ARGS:";
     if (argc <= 0 || args[0] == nullptr)

@@ -1,6 +1,7 @@
 #include "messages/alert_internal.h"
 
 #include "containers/stringcache.h"
+#include "host/osdep_host.h"
 #include "host/trace.h"
 
 #include <algorithm>
@@ -13,7 +14,6 @@
 AlertCall alert_call;
 AlertPosition alert_position;
 
-static constexpr const char PROGRAM_NAME[] = "kestrel";
 static constexpr const char NO_LINE[] = "Non line specific message";
 
 namespace {
@@ -253,7 +253,7 @@ static bool append_field(char letter, uint32_t number) {
     const AlertPosition &at = alert_position;
     switch (letter) {
     case 'a':
-        line.append(PROGRAM_NAME);
+        line.append(host_tool_name);
         return true;
     case 'c':
         if (!alert_call.no_position && at.file && at.line && at.column && at.column_base)

@@ -4,8 +4,6 @@
 #include <string>
 #include <utility>
 
-static constexpr const char *temp_progname = "kestrel";
-
 // Positions under which the accounting of vectors lists the two below.
 static constexpr uint32_t temp_dirs_line = 186;
 static constexpr uint32_t temp_files_line = 189;
@@ -117,7 +115,7 @@ static bool make_temp_dir() {
 OwnedString os_tempname(const char *suffix) {
     if (temp_dir == nullptr && !make_temp_dir())
         return nullptr;
-    std::string name = temp_progname;
+    std::string name = host_tool_name;
     name += "_tmp_" + std::to_string(temp_counter++);
     if (suffix != nullptr) {
         if (suffix[0] != '.')

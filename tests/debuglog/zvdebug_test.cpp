@@ -166,7 +166,7 @@ TEST(RuntimeTest, ReportsGoThroughTheAlerts) {
     };
     for (const auto &c : cases) {
         const auto run_reported = [&c] {
-            runtime_init([](int status) { exit(40 + status); });
+            runtime_init("kestrel", [](int status) { exit(40 + status); });
             zvdebug_parse(c.option);
             c.report();
             exit(0);

@@ -109,7 +109,6 @@ TEST(OsFiles, SizesBeyond4GiB) {
     FILE *f = host_fopen_regular(file.c_str());
     ASSERT_NE(f, nullptr);
     EXPECT_TRUE(host_seek(f, offset));
-    EXPECT_EQ(host_tell(f), offset);
     EXPECT_EQ(getc(f), 0);
     EXPECT_EQ(getc(f), EOF);
     fclose(f);

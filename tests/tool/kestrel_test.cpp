@@ -1,13 +1,8 @@
 // The tool seen from outside, and the division of its work.
-#include "kestrel.h"
+#include "kestrel/kestrel.h"
 #include "tool/tool.h"
 
 #include <random>
-
-// What the tool's entry defines, which is not part of this program.
-const char *program_name = nullptr;
-int32_t verbose = 0;
-int32_t task_limit = -1;
 
 // --- Division of the work
 

@@ -1,0 +1,85 @@
+#include "kestrel/steps.h"
+
+#include "containers/stringcache.h"
+#include "host/trace.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+const char *program_name = nullptr;
+int32_t verbose = 1;
+int32_t task_limit = -1;
+
+const char *manifest_path(const char *manifest, const char *instdir) {
+    return manifest != nullptr ? manifest : sc_pathJoin(instdir, "manifest");
+}
+
+bool flush_output() {
+    static bool told = false;
+    bool written = fflush(stdout) == 0 && ferror(stdout) == 0;
+    // Some file systems tell only on closing, of any descriptor, that they have no room.
+    if (const int copy = host_dup(host_fileno(stdout)); copy != -1)
+        written = host_close(copy) == 0 && written;
+    if (!written && !std::exchange(told, true))
+        perror("Cannot write to standard output");
+    return !told;
+}
+
+void announce(const char *action, const char *manifest, const char *instdir) {
+    if (verbose == 0)
+        return;
+    printf("%s manifest \"%s\" for installation \"%s\"\n", action, str_printable(manifest).get(),
+           str_printable(instdir).get());
+    flush_output();
+}
+
+bool enter_directory(const char *directory) {
+    if (!host_chdir(directory))
+        return false;
+    TRACE_MESSAGE("Working directory changed to \"%s\"", directory);
+    return true;
+}
+
+// Handed on in the environment.
+static constexpr const char *expected_manifest = "kestrel_expected_manifest";
+
+static OwnedString state_text(const FileState &state) {
+    const auto number = [](uint64_t value) { return static_cast<unsigned long long>(value); };
+    return str_format("%llx:%llx:%llx:%llx", number(state.identity.volume),
+                      number(state.identity.file), number(state.size), number(state.changed));
+}
+
+void expect_manifest(const FileState *state) {
+    os_setenv(expected_manifest, state != nullptr ? state_text(*state).get() : "");
+}
+
+static bool is_expected(const FileState &state) {
+    const char *expected = getenv(expected_manifest);
+    return expected == nullptr || *expected == '\0' ||
+           strcmp(expected, state_text(state).get()) == 0;
+}
+
+FilePtr open_manifest(const char *manifest, const char *instdir, const char *before,
+                      FileState *state, const char **failure) {
+    // Without a current directory a relative path has stayed one, and would lead elsewhere.
+    if ((before == nullptr && !os_is_absolute(manifest)) || !enter_directory(instdir)) {
+        *failure = sc_format("Could not change to directory: \"%s\"", instdir);
+        return nullptr;
+    }
+    FilePtr file(host_fopen_regular(manifest));
+    if (file == nullptr || !host_opened_state(file.get(), state)) {
+        *failure = sc_format("Could not open manifest file \"%s\"", manifest);
+        return nullptr;
+    }
+    if (state->size >= MANIFEST_LIMIT) {
+        *failure = "Manifest is too large";
+        return nullptr;
+    }
+    if (!is_expected(*state)) {
+        *failure = sc_format("Manifest \"%s\" changed during the check", manifest);
+        return nullptr;
+    }
+    return file;
+}
