@@ -4,15 +4,32 @@
 #include <cpuid.h>
 #include <immintrin.h>
 
-// Two rounds an instruction, over the eight state words held as two vectors, (a,b,e,f) and
-// (c,d,g,h). Each step of the loop does four rounds with the schedule vector w[t % 4] and, while
-// more are needed, replaces that vector by the one four steps on:
-//   W[t] = s1(W[t-2]) + W[t-7] + s0(W[t-15]) + W[t-16]
-// where sha256msg1 gives the last two terms for four words at a time, alignr fetches the W[t-7],
-// and sha256msg2 adds the first.
+// The state's eight words lie in two registers. Words are named from the highest to the lowest:
 //
-// Each of these instructions waits for the one before it, which leaves half of the core idle; with
-// two lanes, that is messages, their steps alternate and fill it.
+//     loaded from memory                    d c b a     h g f e
+//     shuffled                     cdab  =  c d a b     e f g h  =  efgh
+//
+//     alignr(cdab, efgh, 8)        abef  =  a b e f     the low half of cdab, the high one of efgh
+//     blend(efgh, cdab, 0xf0)      cdgh  =  c d g h     the high half of cdab, the low one of efgh
+//
+// sha256rnds2(cdgh, abef, wk) does two rounds with the two low words of wk, the sums of schedule
+// and constants, and gives the new abef. The old abef is the new cdgh: c, d, g, h are what a, b, e,
+// f were two rounds before. So the two registers change places with every instruction.
+//
+// Each step t of the loop does four rounds with the schedule's words 4t to 4t+3, which are in
+// w[t % 4], and then, while more are needed, puts those of the step t+4 there:
+//
+//     W[i] = s1(W[i-2]) + W[i-7] + s0(W[i-15]) + W[i-16]      (FIPS 180-4, section 6.2.2)
+//
+//     sha256msg1(W[i-16..i-13], W[i-12..i-9])     s0(W[i-15]) + W[i-16], for four i at a time
+//     alignr(W[i-4..i-1], W[i-8..i-5], 4)         W[i-7]
+//     sha256msg2(their sum, W[i-4..i-1])          adds s1(W[i-2])
+//
+// Why two lanes, that is messages: a block takes 32 sha256rnds2, 12 sha256msg1 and 12 sha256msg2.
+// The processor can start one of the first two in every cycle and the third in every second: 68
+// cycles of work. But each sha256rnds2 waits four cycles for the one before, so that one message
+// takes 128. Two whose steps alternate take 68 together, and more could gain little. (The cycles
+// were measured on Zen 3: docs/performance.md.)
 template <int lanes>
 __attribute__((target("sha,sse4.1"))) static void
 compress_lanes(uint32_t *const *states, const uint8_t *const *blocks, size_t count) {
@@ -21,7 +38,6 @@ compress_lanes(uint32_t *const *states, const uint8_t *const *blocks, size_t cou
     __m128i abef[lanes], cdgh[lanes];
     const __m128i *message[lanes];
 
-    // Words of a vector are named from the highest to the lowest.
 #pragma GCC unroll 2
     for (int i = 0; i < lanes; i++) {
         const auto *state = reinterpret_cast<const __m128i *>(states[i]);
