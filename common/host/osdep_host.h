@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <span>
 #include <string>
+#include <vector>
 
 // --- Facts
 
@@ -144,18 +145,20 @@ bool host_seek(FILE *stream, int64_t offset);
 // repeated.
 int64_t host_read(int descriptor, void *buffer, size_t size);
 
-// Calls `entry` with each name in the directory, "." and ".." included, in the system's order,
-// until it returns false. `held` is false for a name that no path in the narrow code page leads to;
-// the name is then an approximation. The directory is read and closed before the first call, so
-// that walks of any depth hold no descriptors. Of one that breaks off, what was read is passed on.
+struct DirectoryEntry {
+    std::string name;
+    bool reachable; // whether this spelling leads back to the entry; if not, it is approximate
+};
+
+// Appends what is in the directory but for "." and "..", in the system's order. Of a directory that
+// breaks off, what was read is there.
 enum class Listing {
     complete,
     broken,
     denied,  // not opened: this user has no right to list it
     unopened // for any other reason
 };
-using DirectoryEntryFn = bool (*)(void *context, const char *name, bool held);
-Listing host_list_directory(const char *path, DirectoryEntryFn entry, void *context);
+Listing host_list_directory(const char *path, std::vector<DirectoryEntry> *entries);
 
 // Makes an empty file; false if anything stands at `path`, a link too.
 bool host_make_file(const char *path);

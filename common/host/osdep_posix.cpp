@@ -2,6 +2,7 @@
 #include "host/argsplit.h"
 #include "host/osdep_host.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -283,21 +284,18 @@ int64_t host_read(int descriptor, void *buffer, size_t size) {
     return uninterrupted([&] { return read(descriptor, buffer, size); });
 }
 
-Listing host_list_directory(const char *path, DirectoryEntryFn entry, void *context) {
+Listing host_list_directory(const char *path, std::vector<DirectoryEntry> *entries) {
     DIR *directory = opendir(path);
     if (directory == nullptr)
         return errno == EACCES || errno == EPERM ? Listing::denied : Listing::unopened;
-    std::vector<std::string> names;
     errno = 0;
     while (const dirent *found = readdir(directory)) {
-        names.emplace_back(found->d_name);
+        if (strcmp(found->d_name, ".") != 0 && strcmp(found->d_name, "..") != 0)
+            entries->push_back({found->d_name, true});
         errno = 0;
     }
     const int failure = errno;
     closedir(directory);
-    for (const std::string &name : names)
-        if (!entry(context, name.c_str(), true))
-            break;
     errno = failure;
     return failure == 0 ? Listing::complete : Listing::broken;
 }
@@ -400,18 +398,17 @@ OwnedString host_shortpath(const char *path) {
 
 // The directory is read, because a file system that ignores case finds other spellings as well.
 OwnedString host_stored_name(const char *path) {
-    struct Search {
-        const char *name;
-        bool found;
-    } search = {path_basename(slash_path_style, path), false};
+    const std::string name = path_basename(slash_path_style, path);
     const OwnedString directory = path_dirname(slash_path_style, path);
-    const auto compare = [](void *context, const char *name, bool) {
-        auto *wanted = static_cast<Search *>(context);
-        wanted->found = strcmp(name, wanted->name) == 0;
-        return !wanted->found;
-    };
-    host_list_directory(directory != nullptr ? directory.get() : ".", compare, &search);
-    return search.found ? xstrdup(search.name) : nullptr;
+    std::vector<DirectoryEntry> entries;
+    const Listing listing =
+        host_list_directory(directory != nullptr ? directory.get() : ".", &entries);
+    if (listing == Listing::denied || listing == Listing::unopened)
+        return nullptr;
+    const auto has_name = [&](const DirectoryEntry &entry) { return entry.name == name; };
+    const bool found =
+        name == "." || name == ".." || std::any_of(entries.begin(), entries.end(), has_name);
+    return found ? xstrdup(name.c_str()) : nullptr;
 }
 
 // Of the file itself, and asked for again when another has taken its place meanwhile. Open file

@@ -397,12 +397,11 @@ int64_t host_read(int descriptor, void *buffer, size_t size) {
 
 // Whether a path with the narrow name leads back to the entry. The system's path rules drop dots
 // and blanks at the end of a name.
-static bool is_held(const char *narrow, const std::wstring &wide) {
-    const bool dots = wide == L"." || wide == L"..";
-    return to_wide(narrow) == wide && (dots || (!wide.ends_with(L'.') && !wide.ends_with(L' ')));
+static bool is_reachable(const char *narrow, const std::wstring &wide) {
+    return to_wide(narrow) == wide && !wide.ends_with(L'.') && !wide.ends_with(L' ');
 }
 
-Listing host_list_directory(const char *path, DirectoryEntryFn entry, void *context) {
+Listing host_list_directory(const char *path, std::vector<DirectoryEntry> *entries) {
     std::string pattern = path;
     if (!pattern.empty() && strchr("\\/:", pattern.back()) == nullptr)
         pattern += '\\';
@@ -419,17 +418,14 @@ Listing host_list_directory(const char *path, DirectoryEntryFn entry, void *cont
                : error == ERROR_ACCESS_DENIED ? Listing::denied
                                               : Listing::unopened;
     }
-    std::vector<std::wstring> names;
-    do
-        names.emplace_back(data.cFileName);
-    while (FindNextFileW(search, &data));
+    do {
+        const std::wstring name = data.cFileName;
+        const OwnedString narrow = to_narrow(name.c_str());
+        if (name != L"." && name != L"..")
+            entries->push_back({narrow.get(), is_reachable(narrow.get(), name)});
+    } while (FindNextFileW(search, &data));
     const DWORD error = GetLastError();
     FindClose(search);
-    for (const std::wstring &name : names) {
-        const OwnedString narrow = to_narrow(name.c_str());
-        if (!entry(context, narrow.get(), is_held(narrow.get(), name)))
-            break;
-    }
     fail(error);
     return error == ERROR_NO_MORE_FILES ? Listing::complete : Listing::broken;
 }

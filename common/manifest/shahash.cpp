@@ -119,10 +119,9 @@ struct Walk {
     FileDigests *files;
     const char *dir;
     const char *relative;
-    const Walk *parent;   // the directory it was entered from
-    bool complete = true; // no name in it was refused
-    bool linked = false;  // it was reached over a link
-    bool known = false;   // the identity is
+    const Walk *parent;  // the directory it was entered from
+    bool linked = false; // it was reached over a link
+    bool known = false;  // whether the system has given its identity
     FileIdentity identity = {};
 };
 
@@ -154,11 +153,10 @@ static bool refuse_name(const Walk &walk, const char *path) {
     return false;
 }
 
-static bool walk_entry(const Walk &walk, const char *name, bool held) {
-    if (strcmp(name, ".") == 0 || strcmp(name, "..") == 0)
-        return true;
+static bool walk_entry(const Walk &walk, const DirectoryEntry &entry) {
+    const char *name = entry.name.c_str();
     const OwnedString full = os_join(walk.dir, name);
-    if (!held || !fits_manifest(name, false))
+    if (!entry.reachable || !fits_manifest(name, false))
         return refuse_name(walk, full.get());
     OwnedString relative = path_join_style(drive_path_style, walk.relative, name);
     if (relative == nullptr)
@@ -180,15 +178,13 @@ static bool walk_directory(Walk walk) {
     if (is_loop(walk))
         return true;
 
-    const auto visit = [](void *context, const char *name, bool held) {
-        auto *current = static_cast<Walk *>(context);
-        current->complete = walk_entry(*current, name, held);
-        return current->complete;
-    };
-    const Listing listing = host_list_directory(walk.dir, visit, &walk);
-    const bool passed_over = listing == Listing::denied && walk.parent != nullptr;
-    if (!walk.complete || listing == Listing::complete || passed_over)
-        return walk.complete;
+    std::vector<DirectoryEntry> entries;
+    const Listing listing = host_list_directory(walk.dir, &entries);
+    for (const DirectoryEntry &entry : entries)
+        if (!walk_entry(walk, entry))
+            return false;
+    if (listing == Listing::complete || (listing == Listing::denied && walk.parent != nullptr))
+        return true;
     walk.files->finish(); // as for a name
     fprintf(stderr, "Cannot read directory \"%s\"\n", str_printable(walk.dir).get());
     return false;

@@ -96,42 +96,27 @@ void msgfile_sort(Vector *list) {
     vec_sort(list, compare_files);
 }
 
-namespace {
-
-struct FileSearch {
-    const char *dir;
-    const char *legacy_name;
-    const char *suffix;
-    Vector *list;
-    uint32_t found;
-};
-
-} // namespace
-
-static bool take_message_file(void *context, const char *name, bool held) {
-    auto *search = static_cast<FileSearch *>(context);
-    if (held &&
-        (std::strcmp(name, search->legacy_name) == 0 || sc_hasSuffix(name, search->suffix))) {
-        TRACE_MESSAGE("Found: %s", name);
-        vec_append(search->list, sc_pathJoin(search->dir, name));
-        search->found++;
-    }
-    return true;
-}
-
 uint32_t findMsgFiles(const char *dir, uint32_t langid, Vector *list) {
     TRACE_ENTER("%s", dir ? dir : "(null)");
-    FileSearch search = {dir, nullptr, nullptr, list, 0};
+    uint32_t found = 0;
     if (list && os_exists(dir)) {
         const char *langStr = lang_code(langid);
         DEBUG_ASSERT(langStr);
-        search.legacy_name = sc_format("%s_msgs.txt", langStr);
-        search.suffix = sc_format("_%s.msgs", langStr);
-        TRACE_MESSAGE("legacyMsgFile = \"%s\"", search.legacy_name);
-        TRACE_MESSAGE("msgFileSuffix = \"%s\"", search.suffix);
-        host_list_directory(dir, take_message_file, &search);
+        const char *legacy_name = sc_format("%s_msgs.txt", langStr);
+        const char *suffix = sc_format("_%s.msgs", langStr);
+        TRACE_MESSAGE("legacyMsgFile = \"%s\"", legacy_name);
+        TRACE_MESSAGE("msgFileSuffix = \"%s\"", suffix);
+        std::vector<DirectoryEntry> entries;
+        host_list_directory(dir, &entries);
+        for (const auto &[name, reachable] : entries) {
+            if (!reachable || (name != legacy_name && !sc_hasSuffix(name.c_str(), suffix)))
+                continue;
+            TRACE_MESSAGE("Found: %s", name.c_str());
+            vec_append(list, sc_pathJoin(dir, name.c_str()));
+            found++;
+        }
     }
-    return TRACE_RESULT(search.found, "numFound = %u", search.found);
+    return TRACE_RESULT(found, "numFound = %u", found);
 }
 
 // The "dat" directory beside the directory that the program runs from; null if there is none.

@@ -58,19 +58,14 @@ static int remove_entry(const char *path) {
 static int remove_tree(const char *path) {
     if (!os_is_dir(path))
         return -1; // gone since it was listed
-    std::vector<std::string> names;
-    const auto collect = [](void *context, const char *name, bool) {
-        if (strcmp(name, ".") != 0 && strcmp(name, "..") != 0)
-            static_cast<std::vector<std::string> *>(context)->emplace_back(name);
-        return true;
-    };
-    const Listing listing = host_list_directory(path, collect, &names);
+    std::vector<DirectoryEntry> entries;
+    const Listing listing = host_list_directory(path, &entries);
     if (listing == Listing::denied || listing == Listing::unopened) {
         host_rmdir(path); // which can do without, if nothing is in it
         return 0;
     }
-    for (const std::string &name : names)
-        if (const int failure = remove_entry(os_join(path, name.c_str()).get()))
+    for (const DirectoryEntry &entry : entries)
+        if (const int failure = remove_entry(os_join(path, entry.name.c_str()).get()))
             return failure;
     return host_rmdir(path) ? 0 : -1;
 }

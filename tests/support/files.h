@@ -42,12 +42,10 @@ inline bool make_link(const std::string &target, const std::string &link, bool d
 // The names in a directory, in the order of the system.
 inline std::vector<std::string> listing(const char *directory) {
     std::vector<std::string> names;
-    const auto collect = [](void *context, const char *name, bool) {
-        if (std::string_view(name) != "." && std::string_view(name) != "..")
-            static_cast<std::vector<std::string> *>(context)->emplace_back(name);
-        return true;
-    };
-    host_list_directory(directory, collect, &names);
+    std::vector<DirectoryEntry> entries;
+    host_list_directory(directory, &entries);
+    for (const DirectoryEntry &entry : entries)
+        names.push_back(entry.name);
     return names;
 }
 
