@@ -163,32 +163,6 @@ static const char *without_end_separators(const char *directory) {
     return sc_ncopy(directory, length);
 }
 
-// Whether logs can lie beside this process's own: not beside a terminal or a pipe.
-static bool is_log_of_file() {
-    return trace_stream == nullptr || host_is_regular(host_fileno(trace_stream));
-}
-
-// The debug option of the task for a range, which logs beside this process's own log under a name
-// of its own; null when nothing is logged. The file is made here and is a new one, so that the task
-// follows no link that stands under its name. A comma would end the name and a plus sign at its
-// start has a meaning, so a name with the one is not passed on and one with the other is led by
-// ".".
-static const char *debug_argument(const TaskRange &range) {
-    if (trace_flags == 0 || !is_log_of_file())
-        return nullptr;
-    const char *name = sc_format("kestrel_%u-%u.out", range.start, range.end);
-    if (const char *log = zvdebug_out_path())
-        name = sc_concat(sc_ncopy(log, static_cast<size_t>(os_basename(log) - log)), name);
-    if (strchr(name, ',') != nullptr)
-        return nullptr;
-    if (*name == '+')
-        name = sc_pathJoin(".", name);
-    host_remove(name);
-    if (!host_make_file(name))
-        return nullptr;
-    return sc_format("--zvdebug=on,out:%s", name);
-}
-
 // What every task is told.
 struct TaskSetting {
     const char *exe;
@@ -204,7 +178,8 @@ static ProcessHandle start_task(const TaskSetting &setting, uint32_t position,
     vec_append(args.get(), setting.instdir_option);
     vec_append(args.get(),
                sc_format("--check=%ld,%u,%u", static_cast<long>(position), range.start, range.end));
-    if (const char *debug = debug_argument(range))
+    const char *log = sc_format("%s_%u-%u.out", host_tool_name, range.start, range.end);
+    if (const char *debug = zvdebug_beside(log))
         vec_append(args.get(), debug);
     vec_append(args.get(), nullptr);
     return runProgram(setting.exe, args.get());

@@ -11,11 +11,11 @@
 
 // Marks a function whose argument `fmt` (counted from 1) is a printf format for the arguments
 // from `first` on; `first` is 0 for a va_list.
-#ifdef __MINGW32__
-#define PRINTF_LIKE(fmt, first) __attribute__((format(gnu_printf, fmt, first)))
-#else
-#define PRINTF_LIKE(fmt, first) __attribute__((format(printf, fmt, first)))
+// The build names the kind of printf where the compiler's default is another.
+#ifndef KESTREL_PRINTF
+#define KESTREL_PRINTF printf
 #endif
+#define PRINTF_LIKE(fmt, first) __attribute__((format(KESTREL_PRINTF, fmt, first)))
 
 struct FreeDeleter {
     void operator()(void *block) const { std::free(block); }

@@ -289,6 +289,22 @@ const char *zvdebug_forward(DebugCaller caller, const char *callee) {
     return list.empty() ? nullptr : sc_concat("--zvdebug=", list.c_str());
 }
 
+// A comma would end the name; a plus sign at its start has a meaning and is led by ".".
+const char *zvdebug_beside(const char *name) {
+    const bool beside_file = trace_stream == nullptr || host_is_regular(host_fileno(trace_stream));
+    if (trace_flags == 0 || !beside_file)
+        return nullptr;
+    if (gFilePath != nullptr)
+        name = sc_concat(
+            sc_ncopy(gFilePath, static_cast<size_t>(os_basename(gFilePath) - gFilePath)), name);
+    if (strchr(name, ',') != nullptr)
+        return nullptr;
+    if (*name == '+')
+        name = sc_pathJoin(".", name);
+    host_remove(name);
+    return host_make_file(name) ? sc_format("--zvdebug=on,out:%s", name) : nullptr;
+}
+
 const char *zvdebug_directory() {
     return directory;
 }
