@@ -32,8 +32,6 @@ class TraceTest : public testing::Test {
     }
 
     LogCapture log;
-
-  private:
     decltype(zvdebug_warn_hook) saved_warn = zvdebug_warn_hook;
     decltype(zvdebug_assert_hook) saved_assert = zvdebug_assert_hook;
 };
@@ -137,7 +135,7 @@ TEST_F(TraceTest, NullsAreReportedAndSurvived) {
                        "1501 args != NULL\n");
 }
 
-// The header and the warning belong to the process, so this needs one of its own.
+// The header and the warning belong to the process, so these need one of their own.
 TEST_F(TraceTest, HeaderAndWarningComeOnce) {
     const auto run = [this] {
         const char *argv[] = {"prog", "-\n", nullptr, "unseen"};
@@ -152,4 +150,6 @@ TEST_F(TraceTest, HeaderAndWarningComeOnce) {
         exit(written && once && errno == 77 ? 0 : 1);
     };
     EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(saved_assert(1503, "c", "f", 1), testing::ExitedWithCode(1),
+                "^.1503. assertion failure: c .f:1. \n$"); // before the alerts are asked
 }
