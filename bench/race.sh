@@ -1,4 +1,4 @@
-# Sourced by the comparisons: runs programs in turn and prints their times beside the first one's.
+# Sourced by the comparisons. Runs programs in turn and prints their times and ratios to the first.
 set -o pipefail
 export LC_ALL=C # the clock below needs a decimal point
 unset OMP_NUM_THREADS bamboo_capability_Cores
@@ -12,9 +12,9 @@ cache=${XDG_CACHE_HOME:-$HOME/.cache}/kestrel/bench
 }
 mkdir -p "$cache"
 
-# Each of these is one way to hash (-c: check) the files of the current directory; the name with
-# blanks for underscores is its label. $manifest and $sums hold their digests, and a process of
-# openssl is given $batch files.
+# Each of these is one way to hash (-c: check) the files of the current directory. Its label is its
+# name with spaces for underscores. $manifest and $sums hold the digests; each process of openssl
+# gets $batch files.
 batch=100
 kestrel_-c() { "$kestrel" -c --manifest="$manifest" --instdir=.; }
 kestrel_-g() { "$kestrel" -g --manifest="$manifest.again" --instdir=.; }
@@ -27,7 +27,7 @@ hashdeep_-j() { hashdeep -r -c sha256 -j "$(nproc)" .; }
 b3sum_blake3() { find . -type f -print0 | xargs -0 b3sum; }
 plain_reading() { find . -type f -print0 | xargs -0 cat; }
 
-# Those of the programs named that are installed.
+# Lists the given programs that are installed.
 installed() {
     local program
     for program; do
@@ -40,8 +40,8 @@ installed() {
 
 declare -A times # of each program, in microseconds
 
-# clock <program>: runs it with its output thrown away, and sets `elapsed` to the microseconds. Ends
-# the whole if it fails or has anything to complain of.
+# clock <program>: runs it without its output, and sets `elapsed` to its time in microseconds. Exits
+# if the program fails or writes to standard error.
 clock() {
     local start=$EPOCHREALTIME status=0
     "$1" >/dev/null 2>"$cache/errors" || status=$?
@@ -60,13 +60,13 @@ median() {
         END { print (value[int((NR + 1) / 2)] + value[int(NR / 2) + 1]) / 2 }'
 }
 
-# race <rounds> <program...>: one round unmeasured to warm the cache, then the programs in turn; a
-# line for each, with its ratio to the first.
+# race <rounds> <program...>: runs the programs in turn, after a first round that warms the cache
+# and is not measured. Prints a line per program, with its ratio to the first.
 race() {
     local rounds=$1 round program
     shift
     [[ $rounds =~ ^[1-9][0-9]*$ ]] || {
-        echo "\"$rounds\" is no number of rounds" >&2
+        echo "\"$rounds\" is not a number of rounds" >&2
         exit 1
     }
     sync
@@ -84,14 +84,14 @@ race() {
     done
 }
 
-# race_over <tree> <rounds> <program...>: those of the programs that are installed, over the files of
-# a tree, whose digests are taken first.
+# race_over <tree> <rounds> <program...>: takes the digests of a tree's files, then races those of
+# the programs that are installed over them.
 race_over() {
     local tree=$1 rounds=$2 programs
     shift 2
     manifest=$tree.manifest sums=$tree.sha256
     "$kestrel" -g --manifest="$manifest" --instdir="$tree" >/dev/null
-    sed 's/ \*\.\\/  .\//; s#\\#/#g' "$manifest" >"$sums" # as sha256sum and rhash read it
+    sed 's/ \*\.\\/  .\//; s#\\#/#g' "$manifest" >"$sums" # for sha256sum and rhash
     cd "$tree"
     find . -type f -printf '%s\n' | awk -v cores="$(nproc)" -v rounds="$rounds" '{ bytes += $1 }
         END { printf "%d files, %.2f GB, %d cores, %s rounds\n", NR, bytes / 1e9, cores, rounds }'

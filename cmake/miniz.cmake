@@ -1,4 +1,5 @@
-# miniz: an installed one, else its sources as scripts/fetch-miniz brings them. Defines miniz::miniz.
+# Defines miniz::miniz: the installed library, or one built from the sources that
+# scripts/fetch-miniz downloads.
 find_package(miniz CONFIG QUIET)
 if(NOT TARGET miniz::miniz)
   if(NOT "$ENV{XDG_CACHE_HOME}" STREQUAL "")

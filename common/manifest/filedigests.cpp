@@ -1,6 +1,7 @@
 #include "manifest/filedigests.h"
 
 #include <algorithm>
+#include <cassert>
 
 FileDigests::~FileDigests() {
     for (const Lane &lane : lanes)
@@ -39,6 +40,7 @@ bool FileDigests::start(Lane &lane, Job &job, const HostStat *found) {
     job.done = job.result.outcome != OpenOutcome::opened;
     if (job.done)
         return false;
+    assert(found != nullptr);
     lane.job = &job;
     lane.size = found->size;
     lane.length = 0;

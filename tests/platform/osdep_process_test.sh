@@ -1,15 +1,18 @@
 #!/bin/sh
-# The platform layer as a shell sees it, which starts programs, takes rights from them and makes
-# their system calls fail in ways that a test cannot. Lists the cases that go otherwise than
-# expected, and fails if there are any; a part that this machine or user has no means for is named
-# and passed over.
+# Tests the platform layer from a shell, which can start programs, take rights from them and make
+# their system calls fail in ways that a test program cannot. Lists the cases with other results
+# than expected, and fails if there are any. Parts that are not possible on this machine or for this
+# user are named and skipped.
 #
 #   osdep_process_test.sh <directory of the programs>
+#
+# The programs' paths are without spaces, and some variables hold several words:
+# shellcheck disable=SC2086
 child=$1/child kestrel=$1/kestrel
 nobody=
 [ "$(id -u)" != 0 ] || nobody='setpriv --reuid=65534 --regid=65534 --clear-groups'
 fail='strace -f -o /dev/null -e' # fail inject=<call>:error=<errno>
-export ASAN_OPTIONS=detect_leaks=0 # which do not go with strace
+export ASAN_OPTIONS=detect_leaks=0 # does not work under strace
 place=$(mktemp -d) || exit
 trap 'rm -rf "$place"' EXIT
 chmod 711 "$place"
@@ -25,8 +28,8 @@ can() {
     cd "$place" && chmod -R u+rwx work && rm -rf work && return $possible
 }
 
-# expect <printed>, with the lines on standard input. They find "from", "to" and "dir/to", which
-# anybody may write to.
+# expect <printed>: runs the lines on standard input. They find "from", "to" and "dir/to", which
+# anybody may write.
 expect() {
     mkdir -m 777 "$place/work" && cd "$place/work" && mkdir -m 777 dir || exit
     printf old >to && printf new >from && cp to dir/to && chmod 666 to dir/to
@@ -50,7 +53,7 @@ $child --opened new <&- >&- 3>&- || echo $?
 
 # --- Signals
 
-# Whether it ends, with which status, what stays, and whether there is a text about it.
+# Whether it ends, with which status, what stays behind, and whether it prints a text.
 expect '2 caught 0
 2 caught 0
 3 caught 0
@@ -84,7 +87,7 @@ head -c 100000 /dev/zero >from
 cat to; echo *
 -
 
-# --- Copies: why not, found out before and after
+# --- Copies: the reasons for failure, before and after
 
 expect '21 21
 2 2
@@ -107,7 +110,7 @@ $child --copy from to; ls -l to | cut -c 1-10
 cd dir; cp ../from .; $child --copy from from; echo *
 -
 if can $nobody $child --exit 0; then
-    # New ones are possible neither beside it nor in its place.
+    # A new file is possible neither beside it nor in its place.
     expect '0 0
 0 0
 new13 13
@@ -116,7 +119,7 @@ chmod 555 dir
 $nobody $child --copy from dir/to; $nobody $child --copy dir/to dir/to; cat dir/to
 $nobody $child --copy from dir/new; ls dir
 -
-    # The owner's file in a sticky directory is not to be renamed over.
+    # In a sticky directory the owner's file cannot be replaced by renaming.
     expect '0 0
 newto' <<'-'
 chmod 1777 dir
@@ -167,7 +170,7 @@ newdir from to' <<'-'
 $fail 'inject=/^rename:error=EBUSY' $child --copy from to
 cat to; echo *
 -
-    # What is written over the old one is no text before it is all there.
+    # What is written over the old file is not text until it is complete.
     for flush in 2 3; do
         export flush
         expect "0 5
@@ -181,13 +184,13 @@ old' <<'-'
 $fail inject=fsync:error=EROFS:when=1 $child --copy from to
 cat to
 -
-    # The top of all directories cannot be asked for.
+    # The state of the root directory cannot be read.
     expect 1 <<'-'
 $fail 'inject=/stat:error=EIO' -P / -P /gone $child --mkdir /gone || echo $?
 -
 fi
 
-# Nor can a directory below the top, which is no matter of rights there.
+# A directory below the top cannot be read, for a reason other than rights.
 for call in openat:error=EIO openat:error=EMFILE openat:error=ENOENT getdents64:error=EIO; do
     export call
     can $fail trace=none true && expect "Cannot read directory \"./sub\"
@@ -233,7 +236,7 @@ expect '1
 TEMP=$PWD/to $child --temps || echo $?
 TEMP=$PWD/to $child --temps "$PWD" | grep -c "^$PWD/zvA"
 -
-# The listing tells what is in it, and is not to be had.
+# The directory cannot be listed, so its contents are unknown.
 can $nobody $child --exit 0 && expect 'a
 to' <<'-'
 mkdir dir/a
@@ -243,7 +246,7 @@ $nobody $child --rmtree dir && chmod 755 dir && ls dir
 
 # --- The tool
 
-# A name that leads to a sound manifest only while tasks are started.
+# A name that leads to a correct manifest only while tasks are being started.
 can $fail trace=none true && expect 'Verification failed' <<'-'
 mkdir tree && for i in 1 2 3 4 5 6; do echo $i >tree/$i; done
 $kestrel -g --manifest=bad --instdir=tree >out && echo changed >tree/6
@@ -257,15 +260,15 @@ flip() {
 $fail inject=vfork:delay_enter=300000 -e inject=wait4:delay_exit=300000 \
     $kestrel -c --manifest=m --instdir=tree --tasks=2 --zvdebug=on,out:log | grep -v '"'
 -
-# Whoever keeps a file may have no room for it and say so only when it is closed; or only once.
+# A file system may report only on closing that there is no room, or report an error only once.
 can $fail trace=none true && expect 'Cannot write to standard output: Disk quota exceeded
 1
 Cannot write to standard output: Input/output error
 1' <<'-'
 mkdir tree && echo >tree/1 && $kestrel -g --manifest=m --instdir=tree >out
 for call in close:error=EDQUOT write:error=EIO; do
-    $fail inject=$call:when=1 -P "$PWD/out" $kestrel -c --tasks=1 --manifest=m --instdir=tree >out ||
-        echo $?
+    $fail inject=$call:when=1 -P "$PWD/out" \
+        $kestrel -c --tasks=1 --manifest=m --instdir=tree >out || echo $?
 done
 -
 # A task whose parent has ended before it could be tied to it does nothing.
