@@ -1,5 +1,6 @@
 // The tool seen from outside, and the division of its work.
 #include "kestrel/kestrel.h"
+#include "support/log_capture.h"
 #include "tool/tool.h"
 
 #include <random>
@@ -52,8 +53,15 @@ TEST(KestrelTasks, ProgramsAreStartedWithQuotedArguments) {
             vec_append(exit.get(), argument);
         return runProgram(exe, exit.get());
     };
+    const LogCapture log;
+    trace_flags = TRACE_GENERAL;
     EXPECT_EQ(started((program + ".gone").c_str(), "0"), 0);
     EXPECT_TRUE(wait_for_task(started(program.c_str(), "0"), 0));
+    trace_flags = 0;
+    const Lines results = split(log.lines_with("EXIT runProgram()"));
+    ASSERT_EQ(results.size(), 2u);
+    EXPECT_TRUE(results[0].ends_with("-> Could not create process for \"" + program + ".gone\""));
+    EXPECT_NE(results[1].find("-> Successfully created process with id "), results[1].npos);
     EXPECT_FALSE(wait_for_task(started(program.c_str(), "7"), 0));
     EXPECT_FALSE(wait_for_task(0, 0)) << "was not started";
     EXPECT_FALSE(wait_for_task(1, 0)) << "is no process of ours, so there is no status to be had";
