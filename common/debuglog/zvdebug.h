@@ -19,8 +19,9 @@ enum DebugCaller : uint32_t { DBC_QRNCC = 0, DBC_QRN = 1, DBC_DRIVER = 2 };
 const char *zvdebug_forward(DebugCaller caller, const char *callee);
 
 // The option (interned) that makes a started program log into a new file of this name beside the
-// debug-out file. The file is made here, so that the program follows no link that has the name. Null
-// when nothing is logged, the debug-out file is no regular file, or the name cannot be passed on.
+// debug-out file. The file is made here, so that the program follows no link that has the name.
+// Null when nothing is logged, the debug-out file is no regular file, or the name cannot be passed
+// on.
 const char *zvdebug_beside(const char *name);
 
 // Path of the debug-out file, interned; null before one was opened.
