@@ -6,9 +6,9 @@
 
 #include <string>
 
-namespace {
+static std::string reports;
 
-std::string reports;
+namespace {
 
 class TraceTest : public testing::Test {
   protected:

@@ -34,6 +34,8 @@ static std::string line_of(size_t tag, const std::string &path, const std::strin
     return std::to_string(tag) + " " + path + " " + result;
 }
 
+namespace {
+
 // The receiver, what it does each time, and the number of files that it lets pass before it ends
 // the whole.
 struct Received {
@@ -41,6 +43,8 @@ struct Received {
     std::function<void()> act = [] {};
     size_t end = SIZE_MAX;
 };
+
+} // namespace
 
 static bool receive(void *context, const char *path, void *tag, const FileDigest &result) {
     static const char *const others[] = {"opened", "missing", "special", "refused"};
