@@ -4,6 +4,8 @@
 
 #include <csignal>
 
+namespace {
+
 class KestrelSystem : public testing::Test {
   protected:
     void SetUp() override {
@@ -11,6 +13,8 @@ class KestrelSystem : public testing::Test {
             GTEST_SKIP() << "there is no shell here";
     }
 };
+
+} // namespace
 
 // The superuser's right to pass over all rights is given up.
 static const std::string unprivileged =
@@ -74,7 +78,7 @@ TEST_F(KestrelSystem, Circumstances) {
     }
 }
 
-// Of what stops the walk the first in the directory's order is told of, however long a file in
+// Of what stops the walk the first in the directory's order is reported, however long a file in
 // front of it takes. The script leaves a file, a link to nothing and a name that is refused.
 TEST_F(KestrelSystem, FirstComplaintCounts) {
     const Installation inst("dir", 0);
