@@ -56,8 +56,8 @@ extern "C" bool __wrap__Z15host_is_regulari(int descriptor) {
     return scripts.at(static_cast<size_t>(descriptor)).nature != changing;
 }
 
-// The model. An error is no end of the file. What is no file any more gives itself away where it
-// does not read as it was found, or as nothing.
+// The model. An error does not count as the end of the file. Something that is no longer a file is
+// noticed if its length is not the one found, or 0.
 static OpenOutcome outcome_of(const Script &script) {
     const bool as_found = script.bytes.size() == script.size && script.size != 0;
     if (script.nature == regular || (script.nature == changing && as_found))
@@ -85,8 +85,8 @@ static size_t length_of(uint8_t code) {
     return CENTRES[code % 8] + code / 8 % 3 - 1;
 }
 
-// Four bytes of the input are a file; the first of all says how many results are wanted and whether
-// the whole is given up in the end.
+// Four bytes of the input describe a file. The first byte of all says how many results are wanted,
+// and whether everything is given up in the end.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const size_t mode = size > 0 ? *data : 0;
     received = 0;

@@ -162,7 +162,7 @@ static Ending generate(const Options &options) {
     return {0, "Manifest was successfully created"};
 }
 
-// With a range given as well, the whole check runs first and the range decides.
+// If a range is given too, the whole check runs first, and the range decides.
 static Ending check(const Options &options) {
     if (!options.check && !options.range_check) {
         print_usage();

@@ -24,8 +24,8 @@ using Arguments = std::vector<const char *>;
 
 // --- Backslashes
 
-// Whether a backslash before `c` takes a meaning away from it, and is removed in the end. All
-// others stand for themselves, so that a path of the drive-letter family can be written plainly.
+// Whether a backslash before `c` takes a meaning away from it, and is removed in the end. All other
+// backslashes are kept, so that a path of the drive-letter family can be written plainly.
 static bool is_escapable(char c) {
     return c == ' ' || c == '"' || c == '\'' || c == '\\';
 }

@@ -61,8 +61,8 @@ const char *sc_trimChars(const char *s, const char *set);
 const char *sc_chomp(const char *s); // without the CRs and LFs at the end
 const char *sc_firstLine(const char *s);
 
-// What stands between the first `c1` and the next `c2`, whose positions go to p1 and p2 when given
-// (0 before they are found); null when either is missing.
+// The text between the first `c1` and the next `c2`, whose positions go to p1 and p2 when given (0
+// before they are found); null when either is missing.
 const char *sc_between(const char *s, char c1, char c2, size_t *p1, size_t *p2);
 
 const char *sc_quote(const char *s, char q);

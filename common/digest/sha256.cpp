@@ -50,7 +50,7 @@ void sha256_pair_portable(uint32_t *const states[2], const uint8_t *const blocks
     sha256_blocks_portable(states[1], blocks[1], count);
 }
 
-// Both start out at a chooser, which puts the best implementations in their places.
+// Both point to a chooser at first, which replaces them by the best implementations.
 static void choose_blocks(uint32_t state[8], const uint8_t *blocks, size_t count);
 static void choose_pair(uint32_t *const states[2], const uint8_t *const blocks[2], size_t count);
 static Sha256BlocksFn compress_blocks = choose_blocks;

@@ -4,7 +4,7 @@
 #include <cpuid.h>
 #include <immintrin.h>
 
-// Two rounds an instruction, over the eight state words held as two vectors, (a,b,e,f) and
+// Two rounds per instruction, over the eight state words held as two vectors, (a,b,e,f) and
 // (c,d,g,h). Each step of the loop does four rounds with the schedule vector w[t % 4] and, while
 // more are needed, replaces that vector by the one four steps on:
 //   W[t] = s1(W[t-2]) + W[t-7] + s0(W[t-15]) + W[t-16]

@@ -32,7 +32,7 @@ static constexpr PathType PATH_TYPES[] = {
     {REG_C_INCLUDE, "include", true, nullptr, REG_INCLUDE},
 };
 
-// What stands above the subdirectory of each type, where the user has said so.
+// The directory above the subdirectory of each type, where the user has set one.
 static const char *overrides[REG_C_INCLUDE + 1];
 
 static const PathType *find_type(int32_t type) {

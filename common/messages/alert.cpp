@@ -46,7 +46,7 @@ void alert_init() {
     alert_init_formats();
     msgtable_malformed_hook = report_malformed;
     // A file that is listed may still not be readable.
-    if (!load_edf(msg_filename(LANG_NONE)))
+    if (load_edf(msg_filename(LANG_NONE)) == nullptr)
         load_edf(msgtable_builtin_name());
     progress = READY;
 }
@@ -102,11 +102,11 @@ struct ArgumentReader {
     // one.
     bool word(std::string_view conversion, uintptr_t *result) {
         const char letter = conversion.back();
-        if (strchr("diouxXc", letter)) {
+        if (strchr("diouxXc", letter) != nullptr) {
             *result = integer(conversion);
-        } else if (strchr("spn", letter)) {
+        } else if (strchr("spn", letter) != nullptr) {
             *result = reinterpret_cast<uintptr_t>(va_arg(args, void *));
-        } else if (strchr("aAeEfFgG", letter)) {
+        } else if (strchr("aAeEfFgG", letter) != nullptr) {
             if (conversion.find('L') == conversion.npos)
                 static_cast<void>(va_arg(args, double));
             else

@@ -53,7 +53,7 @@ static void print_malformed(uint32_t line, const char *file) {
 
 void (*msgtable_malformed_hook)(uint32_t line, const char *file) = print_malformed;
 
-// What may stand between the "%" and the letter of a conversion.
+// The characters that may come between the "%" and the letter of a conversion.
 static constexpr std::string_view CONVERSION_MIDDLE = "-+ #'0123456789.*hljztLq";
 
 std::string_view format_conversion(std::string_view text) {

@@ -221,7 +221,7 @@ static bool copy_to(FILE *source, const char *to) {
         errno = EISDIR;
         return false;
     }
-    // A link's name need not lead back to the open file that it stands for (/dev/stdout).
+    // The name of a link need not lead back to the open file behind it (/dev/stdout).
     const OwnedString target = host_resolve_links(to);
     if (exists && (old.kind != FileKind::regular || !host_same_file(to, target.get())))
         return write_copy(source, host_fopen(to, "wb"), false);

@@ -25,7 +25,7 @@ static int compare_ints(const void *a, const void *b) {
 }
 
 // Sizes around the limit of the scratch element on the stack. All bytes of an element are alike, so
-// one that an exchange leaves behind shows.
+// a byte that an exchange has missed shows.
 TEST(SortingTest, SortsElementsOfAnySize) {
     for (size_t size : {1U, 3U, 8U, 799U, 800U, 801U, 5000U})
         for (size_t count : {0U, 1U, 2U, 3U, 4U, 17U, 300U}) {

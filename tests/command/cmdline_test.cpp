@@ -98,7 +98,7 @@ TEST(CmdlineTest, ResponseFilesNestAndTheOuterOneGoesOn) {
 
 TEST(CmdlineTest, WhatCannotBeReadOrNeverEndsIsKept) {
     const Scratch scratch;
-    // What is no file, cannot be opened, or read, where there are such.
+    // Arguments that are not files, or cannot be opened or read, where the host has such.
     for (const std::string &odd : {scratch.directory() + ""s, "/dev/null"s, "/proc/self/mem"s,
                                    "/proc/sys/vm/compact_memory"s}) {
         EXPECT_EQ(expand({"@" + odd, "b"}), (Words{"@" + odd, "b"}));

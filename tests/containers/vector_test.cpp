@@ -19,14 +19,14 @@ static const char *letter(char c) {
 
 static VectorPtr vector_of(const char *letters) {
     VectorPtr v(vec_new("test", 1));
-    for (; *letters; letters++)
+    for (; *letters != '\0'; letters++)
         vec_append(v.get(), letter(*letters));
     return v;
 }
 
 namespace {
 
-// What a vector should hold, and in `slots` what stands beyond its elements too.
+// The expected content of a vector and, in `slots`, what lies beyond its elements too.
 struct Model {
     uint32_t initial_capacity;
     uint32_t count = 0;
@@ -200,7 +200,7 @@ TEST(VectorTest, ReportCountsLivingAndDeadBySite) {
     LogCapture log;
     vec_masterReport();
     const auto pointer = [](const VectorPtr &v) { return static_cast<void *>(v.get()); };
-    // What is alike stands in the order of the records' addresses.
+    // Equal records are in the order of the records' addresses.
     const bool z_first = std::less<>()(z->master, z2->master);
     OwnedString expected = str_format(
         "# Living Vector Master List:\n"

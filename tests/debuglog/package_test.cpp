@@ -85,7 +85,7 @@ TEST_F(PackageTest, EntriesHaveNamesBytesAndComments) {
     EXPECT_EQ(warnings, "");
 }
 
-// Neither is anything that was there changed, nor is a broken archive left behind.
+// Existing files do not change, and no broken archive is left.
 TEST_F(PackageTest, WhatCannotBePackedIsWarnedOf) {
     const std::string unopened =
         "Unable to open package zip file (d/p) for reading to append \"a\"\n";

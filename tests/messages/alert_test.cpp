@@ -199,7 +199,7 @@ TEST_F(AlertTest, TheSameLineIsToldOnce) {
     EXPECT_EQ(alert(MESSAGE), 1);
     alert_set_position(new_file(), &line, nullptr, nullptr);
     EXPECT_EQ(alert(MESSAGE), 1);
-    line = 3; // what is hidden was not told yet
+    line = 3; // a hidden message does not count as shown
     set_warnlevel(1);
     EXPECT_EQ(alert(WARNING, "a", "b", 7), 0);
     set_warnlevel(0);

@@ -42,8 +42,8 @@ class LogCapture {
     long taken = 0;
 };
 
-// All that a test calls goes to the log: whatever way a function is left, its exit stands there, or
-// all that follows stands too deep.
+// Everything that a test calls is logged: however a function is left, its exit must be in the log,
+// or all that follows is indented too far.
 class LoggedTest : public testing::Test {
   protected:
     LoggedTest() { trace_flags = TRACE_GENERAL; }
