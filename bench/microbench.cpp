@@ -62,7 +62,7 @@ static void DigestPortable(benchmark::State &state) {
 }
 BENCHMARK(DigestPortable)->Arg(1 << 14);
 
-// --- Strings and tables, of a number of entries each like a path in a manifest
+// --- Strings and tables, with a number of entries, each like a path in a manifest
 
 static std::string path_text(int64_t number) {
     return ".\\lib\\gcc\\x86_64-linux-gnu\\12\\include\\header-" + std::to_string(number) + ".h";

@@ -1,11 +1,13 @@
 // The digests of many files that exist only as scripts of what the host says of them: sizes that
-// are true or not, short reads, errors; and a receiver that may end the whole.
+// are true or not, short reads, errors; and a receiver that may stop everything.
 #include "manifest/filedigests.h"
 
 #include <algorithm>
 #include <cassert>
 #include <utility>
 #include <vector>
+
+namespace {
 
 // A changing file is none any more when it is opened; a failing one cannot be read to its end.
 enum Nature : uint8_t { regular, changing, failing, refused, missing };
@@ -18,6 +20,9 @@ struct Script {
     size_t at = 0;              // that the next read begins at
     bool open = false;
 };
+
+} // namespace
+
 static std::vector<Script> scripts; // whose numbers are paths and descriptors
 static size_t received, wanted;     // results
 
@@ -51,8 +56,8 @@ extern "C" bool __wrap__Z15host_is_regulari(int descriptor) {
     return scripts.at(static_cast<size_t>(descriptor)).nature != changing;
 }
 
-// The model. An error is no end of the file. What is no file any more gives itself away where it
-// does not read as it was found, or as nothing.
+// The model. An error does not count as the end of the file. Something that is no longer a file is
+// noticed if its length is not the one found, or 0.
 static OpenOutcome outcome_of(const Script &script) {
     const bool as_found = script.bytes.size() == script.size && script.size != 0;
     if (script.nature == regular || (script.nature == changing && as_found))
@@ -76,12 +81,12 @@ static bool receive(void *, const char *path, void *tag, const FileDigest &resul
 
 // Around blocks and around what is read at a time.
 static size_t length_of(uint8_t code) {
-    static constexpr size_t centres[] = {1, 56, 64, 128, 1000, 4096, 16384, 32768};
-    return centres[code % 8] + code / 8 % 3 - 1;
+    static constexpr size_t CENTRES[] = {1, 56, 64, 128, 1000, 4096, 16384, 32768};
+    return CENTRES[code % 8] + code / 8 % 3 - 1;
 }
 
-// Four bytes of the input are a file; the first of all says how many results are wanted and whether
-// the whole is given up in the end.
+// Four bytes of the input describe a file. The first byte of all says how many results are wanted,
+// and whether everything is given up in the end.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const size_t mode = size > 0 ? *data : 0;
     received = 0;

@@ -1,5 +1,5 @@
 // Manifests over a small tree: the library's check, the range check of the whole, and every
-// division into 2 to 5 tasks, against a model of the rules that docs/manifest.md tells.
+// division into 2 to 5 tasks, against a model of the rules in docs/manifest.md.
 #include "kestrel/kestrel.h"
 #include "kestrel/steps.h"
 #include "manifest/shahash.h"
@@ -15,6 +15,8 @@
 // Every file holds its own name.
 static const std::set<std::string> files = {"/a", "/b", "/B", "/*s", "/x y", "/d/a", "/d/e/\xff"};
 static const std::set<std::string> directories = {"", "/d", "/d/e"};
+
+namespace {
 
 struct World {
     Scratch scratch;
@@ -35,6 +37,8 @@ struct World {
         }
     }
 };
+
+} // namespace
 
 // The model: the name of what a path leads to, which is "" where the system finds nothing; none if
 // it leads out: absolute in either family, or above the top on the way.

@@ -14,7 +14,6 @@
 #include <cstring>
 #include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 // --- Lines and where they begin
@@ -39,8 +38,10 @@ template <class Begin> static bool each_line(FILE *file, Begin begin, const char
         }
         offset += got;
     }
-    *failure = "Could not read manifest file";
-    return ferror(file) == 0;
+    if (ferror(file) == 0)
+        return true;
+    *failure = CANNOT_READ_MANIFEST;
+    return false;
 }
 
 static bool count_lines(FILE *file, uint32_t *lines, const char **failure) {
@@ -59,14 +60,19 @@ static bool find_lines(FILE *file, std::vector<uint32_t> &lines, const char **fa
             lines[found++] = offset;
         line++;
     };
-    return each_line(file, begin, failure) && found == lines.size();
+    if (!each_line(file, begin, failure))
+        return false;
+    if (found == lines.size())
+        return true;
+    *failure = CANNOT_READ_MANIFEST; // it has shrunk
+    return false;
 }
 
 // --- Division into tasks
 
 uint32_t adjusted_task_count(uint32_t lines, int32_t processors) {
-    constexpr uint32_t most = INT32_MAX / 4;
-    const uint32_t cores = std::min(static_cast<uint32_t>(std::max(processors, 1)), most);
+    constexpr uint32_t MOST = INT32_MAX / 4;
+    const uint32_t cores = std::min(static_cast<uint32_t>(std::max(processors, 1)), MOST);
     if (cores == 1)
         return 1;
     uint32_t tasks = 4 * cores;
@@ -82,14 +88,14 @@ TaskRange task_range(uint32_t lines, uint32_t tasks, uint32_t index) {
     return {static_cast<uint32_t>(start), static_cast<uint32_t>(end)};
 }
 
-// Not so where there are as many tasks as lines, or more. Such a task is not started: it has
-// failed.
+// Whether a task has lines to check. If there are as many tasks as lines, or more, some have none;
+// these are not started and have failed.
 static bool has_lines(const TaskRange &range, uint32_t lines) {
     return range.start <= range.end && range.start < lines;
 }
 
-// Where there are fewer lines than tasks, only the first and the last have any, and without a log
-// nobody hears of those in between.
+// The task after `task`. With fewer lines than tasks only the first and the last have any, and
+// without a log the others leave no trace: they are skipped.
 static uint32_t next_task(uint32_t task, uint32_t lines, uint32_t tasks) {
     return task == 0 && lines < tasks && trace_flags == 0 ? tasks - 1 : task + 1;
 }
@@ -153,7 +159,7 @@ ProcessHandle runProgram(const char *exe, Vector *args) {
                         static_cast<long long>(process));
 }
 
-// Without a separator at the end, which would escape the quote that may follow it.
+// Without separators at the end, which would escape the quote that may follow.
 static const char *without_end_separators(const char *directory) {
     const PathStyle &style = host_path_style();
     size_t length = strlen(directory);
@@ -163,12 +169,16 @@ static const char *without_end_separators(const char *directory) {
     return sc_ncopy(directory, length);
 }
 
-// What every task is told.
+namespace {
+
+// The options that all tasks share.
 struct TaskSetting {
     const char *exe;
     const char *manifest_option;
     const char *instdir_option;
 };
+
+} // namespace
 
 static ProcessHandle start_task(const TaskSetting &setting, uint32_t position,
                                 const TaskRange &range) {
@@ -226,7 +236,7 @@ static TaskSetting task_setting(const char *manifest, const char *instdir) {
             sc_format("--instdir=%s", cmdline_escape(without_end_separators(instdir)))};
 }
 
-// The verdict of the tasks; false, with the reason in `failure`, if they cannot even be started.
+// The verdict of the tasks; false, with the reason in `failure`, if they cannot be started at all.
 static bool check_by_tasks(const TaskSetting &setting, FILE *file, uint32_t lines, uint32_t tasks,
                            const char **failure) {
     std::vector<uint32_t> positions = first_lines(lines, tasks);
@@ -234,12 +244,15 @@ static bool check_by_tasks(const TaskSetting &setting, FILE *file, uint32_t line
         return false;
     const std::unique_ptr<ProcessHandle[], FreeDeleter> handles(
         static_cast<ProcessHandle *>(calloc(tasks, sizeof(ProcessHandle))));
-    *failure = handles != nullptr ? nullptr : "Could not allocate memory";
-    return handles != nullptr && run_tasks(setting, lines, tasks, positions.data(), handles.get());
+    if (handles == nullptr) {
+        *failure = "Could not allocate memory";
+        return false;
+    }
+    return run_tasks(setting, lines, tasks, positions.data(), handles.get());
 }
 
-// Whether the manifest is still the one whose lines were counted: otherwise what has passed is not
-// what stands there now.
+// Whether the manifest is still the one whose lines were counted. If not, what has passed is not
+// what is there now.
 static bool is_unchanged(const char *manifest, const FileState &counted) {
     FileState now;
     const bool unchanged = host_file_state(manifest, &now) && now == counted;

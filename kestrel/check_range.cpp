@@ -10,21 +10,21 @@
 #include <cstring>
 #include <string>
 #include <string_view>
-#include <utility>
 
 // The lines of the range, as far as the file has them and up to the first that cannot verify; null,
 // with the reason in `failure`, for a manifest that cannot be read or holds a NUL or a line over
 // the limit.
 static BlockVectorPtr gather_lines(FILE *file, int32_t position, uint32_t start, uint32_t end,
                                    const char **failure) {
-    *failure = "Could not read manifest file";
     BlockVectorPtr lines(vec_new(__FILE__, __LINE__));
     const bool seeking = position >= 1;
     if (seeking) {
         TRACE_MESSAGE("Starting line is %d. Seek to manifest start position: %ld", start,
                       static_cast<long>(position));
-        if (!host_seek(file, position))
+        if (!host_seek(file, position)) {
+            *failure = CANNOT_READ_MANIFEST;
             return nullptr;
+        }
     }
     TRACE_MESSAGE("Reading manifest from line %d to line %d", start, end);
     for (uint64_t i = seeking ? start : 0; i <= end; i++) {
@@ -41,7 +41,10 @@ static BlockVectorPtr gather_lines(FILE *file, int32_t position, uint32_t start,
         if (!shahash_line_can_verify(line))
             break;
     }
-    return ferror(file) == 0 ? std::move(lines) : nullptr;
+    if (ferror(file) == 0)
+        return lines;
+    *failure = CANNOT_READ_MANIFEST;
+    return nullptr;
 }
 
 bool check_manifest_range(const char *manifest, const char *instdir, int32_t position,

@@ -18,19 +18,19 @@ bool generate_manifest(const char *manifest, const char *instdir);
 // Checks the whole manifest, divided among copies of the program; true when every line verified.
 bool check_manifest(const char *manifest, const char *instdir);
 
-// Checks the lines from `start` to `end`, both included and counted from 0; true when there are any
+// Checks the lines from `start` to `end`, both included and counted from 0; true if there are any
 // and all of them verified. `position` is the offset in bytes of line `start`; below 1, lines are
-// counted from the beginning of the file. Lines beyond the end of the file are passed over.
+// counted from the beginning of the file. Lines beyond the end of the file are ignored.
 bool check_manifest_range(const char *manifest, const char *instdir, int32_t position,
                           uint32_t start, uint32_t end);
 
 // --- Division of the check into tasks
 
-// Tasks for a manifest of `lines` lines when nobody has asked for a number: four a processor,
-// lowered until each does more than 100 lines; one with one processor.
+// The number of tasks for a manifest of `lines` lines if none is asked for: four per processor,
+// lowered until each checks more than 100 lines; one if there is only one processor.
 uint32_t adjusted_task_count(uint32_t lines, int32_t processors);
 
-// A range of lines, both ends included; the end of the last is one past the last line.
+// A range of lines, both ends included. The end of the last task's range is one past the last line.
 struct TaskRange {
     uint32_t start;
     uint32_t end;
@@ -40,15 +40,15 @@ struct TaskRange {
 // tasks, those of the tasks between the first and the last are empty (end < start).
 TaskRange task_range(uint32_t lines, uint32_t tasks, uint32_t index);
 
-// Starts a copy of the program, or another; 0 if it could not be started. `args` begins with the
-// program's path; null entries are passed over.
+// Starts a copy of the program, or another program; 0 if it could not be started. `args` begins
+// with the program's path; null entries are left out.
 ProcessHandle runProgram(const char *exe, Vector *args);
 
 // Waits for the copy of the given number; true if it could be started, and its status is 0.
 bool wait_for_task(ProcessHandle process, uint32_t number);
 
 // The arguments as one command line (interned): double quotes escaped, arguments with white space
-// enclosed in them, each followed by a blank. Null for null or an empty vector.
+// quoted, each followed by a space. Null for null or an empty vector.
 const char *vecString(Vector *args);
 
 #endif

@@ -15,6 +15,8 @@
 constexpr int VERSION_MAJOR = 2;
 constexpr int VERSION_MINOR = 41;
 
+namespace {
+
 struct Options {
     const char *manifest = nullptr;
     const char *instdir = nullptr;
@@ -26,7 +28,9 @@ struct Options {
     int32_t end = -1;
 };
 
-// What could not be printed has not been said: that is no success.
+} // namespace
+
+// A run whose output could not be written has not succeeded.
 void cleanup(int status) {
     TRACE_ENTER();
     if (!flush_output() && status == 0)
@@ -92,7 +96,7 @@ static bool read_range(const char *text, Options &options) {
     return true;
 }
 
-// Arguments that are no option are passed over. False if one is not as it must be.
+// Arguments that are not options are ignored. False if an option is malformed.
 static bool read_option(const char *argument, Options &options) {
     const std::string_view option = argument;
     const auto value_of = [&](std::string_view prefix) {
@@ -127,11 +131,15 @@ static bool read_option(const char *argument, Options &options) {
 
 // --- Modes
 
-// What the run ends with; `result` is for the debug log, and null for none.
+namespace {
+
+// How the run ends; `result` is for the debug log, null for none.
 struct Ending {
     int status;
     const char *result = nullptr;
 };
+
+} // namespace
 
 static void print_verdict(bool passed) {
     if (verbose != 0)
@@ -154,7 +162,7 @@ static Ending generate(const Options &options) {
     return {0, "Manifest was successfully created"};
 }
 
-// With a range given as well, the whole check runs first and the range decides.
+// If a range is given too, the whole check runs first, and the range decides.
 static Ending check(const Options &options) {
     if (!options.check && !options.range_check) {
         print_usage();

@@ -17,14 +17,14 @@ const char *manifest_path(const char *manifest, const char *instdir) {
 }
 
 bool flush_output() {
-    static bool told = false;
+    static bool reported = false;
     bool written = fflush(stdout) == 0 && ferror(stdout) == 0;
-    // Some file systems tell only on closing, of any descriptor, that they have no room.
+    // Some file systems report only when a descriptor is closed, whichever, that they are full.
     if (const int copy = host_dup(host_fileno(stdout)); copy != -1)
         written = host_close(copy) == 0 && written;
-    if (!written && !std::exchange(told, true))
+    if (!written && !std::exchange(reported, true))
         perror("Cannot write to standard output");
-    return !told;
+    return !reported;
 }
 
 void announce(const char *action, const char *manifest, const char *instdir) {
@@ -42,8 +42,8 @@ bool enter_directory(const char *directory) {
     return true;
 }
 
-// Handed on in the environment.
-static constexpr const char *expected_manifest = "kestrel_expected_manifest";
+// The environment variable that passes the expected state on.
+static constexpr const char *EXPECTED_MANIFEST = "kestrel_expected_manifest";
 
 static OwnedString state_text(const FileState &state) {
     const auto number = [](uint64_t value) { return static_cast<unsigned long long>(value); };
@@ -52,11 +52,11 @@ static OwnedString state_text(const FileState &state) {
 }
 
 void expect_manifest(const FileState *state) {
-    os_setenv(expected_manifest, state != nullptr ? state_text(*state).get() : "");
+    os_setenv(EXPECTED_MANIFEST, state != nullptr ? state_text(*state).get() : "");
 }
 
 static bool is_expected(const FileState &state) {
-    const char *expected = getenv(expected_manifest);
+    const char *expected = getenv(EXPECTED_MANIFEST);
     return expected == nullptr || *expected == '\0' ||
            strcmp(expected, state_text(state).get()) == 0;
 }

@@ -12,14 +12,14 @@ extern const char *program_name;
 // Progress lines go to standard output while this is not 0.
 extern int32_t verbose;
 
-// Tasks asked for; below 1, the number of processors decides.
+// The number of tasks asked for; if below 1, the number of processors decides.
 extern int32_t task_limit;
 
-// Hands over what was printed to standard output; false if that failed, now or before, and says so
-// on standard error the first time.
+// Flushes standard output; false if writing to it has failed now or before, which the first time is
+// reported on standard error.
 bool flush_output();
 
-// Tells, at once, what is about to be done ("Checking") unless this process is to be quiet.
+// Prints at once what is about to be done ("Checking"), unless this process is quiet.
 void announce(const char *action, const char *manifest, const char *instdir);
 
 // `manifest`, or the default one of the installation when it is null.
@@ -31,15 +31,18 @@ bool enter_directory(const char *directory);
 // A manifest is smaller than this, in bytes.
 constexpr uint64_t MANIFEST_LIMIT = uint64_t{1} << 31;
 
+// Why a check fails whose manifest cannot be read to its end.
+constexpr const char *CANNOT_READ_MANIFEST = "Could not read manifest file";
+
 // Enters the installation and opens the manifest for reading; null, with the reason in `failure`,
 // if that fails. `before` is the directory that is left, null if it is unknown. `state` receives
-// what the file is like.
+// the state of the file.
 FilePtr open_manifest(const char *manifest, const char *instdir, const char *before,
                       FileState *state, const char **failure);
 
-// Lets no other manifest than one of this state be opened from now on, by this process and those
-// that it starts; null lifts that. So what a check has counted is what its tasks read, whatever
-// becomes of the manifest's name in between.
+// From now on only a manifest in this state can be opened, by this process and those that it
+// starts; null lifts that. So the tasks read what the check has counted, whatever happens to the
+// manifest's name in between.
 void expect_manifest(const FileState *state);
 
 #endif

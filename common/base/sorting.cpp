@@ -9,9 +9,9 @@
 #include <cstring>
 #include <memory>
 
-namespace {
+static constexpr size_t LARGEST_ON_STACK = 799;
 
-constexpr size_t LARGEST_ON_STACK = 799;
+namespace {
 
 struct Sorter {
     unsigned char *base;
@@ -42,7 +42,7 @@ struct Sorter {
     // Both sides come out shorter than the range. With a consistent comparison the pivot stops each
     // scan; the bounds in the loops hold the scans inside the range when it is not.
     Split partition(size_t begin, size_t end) {
-        std::memcpy(pivot, at(begin + (end - begin) / 2), size);
+        memcpy(pivot, at(begin + (end - begin) / 2), size);
         size_t left = begin;
         size_t right = end; // one past the element looked at
         while (left < right) {
@@ -71,12 +71,12 @@ void os_qsort(void *vbase, size_t count, size_t size, CompareFn compare) {
     if (count < 2)
         return;
     assert(vbase);
-    alignas(std::max_align_t) std::array<unsigned char, LARGEST_ON_STACK + 1> on_stack;
+    alignas(max_align_t) std::array<unsigned char, LARGEST_ON_STACK + 1> on_stack;
     std::unique_ptr<void, FreeDeleter> on_heap;
     void *pivot = on_stack.data();
     if (size > LARGEST_ON_STACK) {
-        on_heap.reset(std::malloc(size));
-        if (!on_heap)
+        on_heap.reset(malloc(size));
+        if (on_heap == nullptr)
             return;
         pivot = on_heap.get();
     }
@@ -87,9 +87,9 @@ void *os_bsearch(const void *key, const void *base, size_t count, size_t size, C
     size_t low = 0;
     size_t end = count;
     while (low < end) {
-        size_t probe = low + (end - 1 - low) / 2;
+        const size_t probe = low + (end - 1 - low) / 2;
         const auto *element = static_cast<const unsigned char *>(base) + probe * size;
-        int order = compare(key, element);
+        const int order = compare(key, element);
         if (order == 0)
             return const_cast<unsigned char *>(element);
         if (order > 0)

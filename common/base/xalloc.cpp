@@ -6,41 +6,41 @@
 #include <cstring>
 
 static void report_and_exit() {
-    std::fputs("out of memory\n", stderr);
-    std::exit(1);
+    fputs("out of memory\n", stderr);
+    exit(1);
 }
 
 void (*out_of_memory_hook)() = report_and_exit;
 
 void out_of_memory() {
     out_of_memory_hook();
-    std::abort();
+    abort();
 }
 
 void *xalloc(size_t size) {
-    void *block = std::calloc(1, std::max<size_t>(size, 1));
-    if (!block)
+    void *block = calloc(1, std::max<size_t>(size, 1));
+    if (block == nullptr)
         out_of_memory();
     return block;
 }
 
 OwnedString xstrdup(const char *text) {
-    return xstrndup(text, std::strlen(text));
+    return xstrndup(text, strlen(text));
 }
 
 OwnedString xstrndup(const char *text, size_t length) {
     length = strnlen(text, length);
     OwnedString copy(static_cast<char *>(xalloc(length + 1)));
-    std::memcpy(copy.get(), text, length);
+    memcpy(copy.get(), text, length);
     return copy;
 }
 
 OwnedString str_concat(const char *a, const char *b) {
-    size_t a_length = std::strlen(a);
-    size_t b_length = std::strlen(b);
+    const size_t a_length = strlen(a);
+    const size_t b_length = strlen(b);
     OwnedString both(static_cast<char *>(xalloc(a_length + b_length + 1)));
-    std::memcpy(both.get(), a, a_length);
-    std::memcpy(both.get() + a_length, b, b_length);
+    memcpy(both.get(), a, a_length);
+    memcpy(both.get() + a_length, b, b_length);
     return both;
 }
 
@@ -60,10 +60,10 @@ OwnedString str_vformat(const char *format, va_list args) {
     static std::array<char, 4096> scratch;
     // Zeroed, so that there is an end even where a failing vsnprintf leaves none.
     scratch.fill(0);
-    int length = std::vsnprintf(scratch.data(), scratch.size(), format, args);
+    const int length = vsnprintf(scratch.data(), scratch.size(), format, args);
     // Negative: more than an int can count.
     if (length < 0 || static_cast<size_t>(length) >= scratch.size())
-        std::fputs("buffer overflow in vsnprintf", stderr);
+        fputs("buffer overflow in vsnprintf", stderr);
     return xstrndup(scratch.data(), scratch.size() - 1);
 }
 
@@ -73,9 +73,9 @@ int str_icmp(const char *a, const char *b) {
 
 int str_nicmp(const char *a, const char *b, size_t length) {
     for (size_t i = 0; i < length; i++) {
-        auto a_byte = static_cast<unsigned char>(a[i]);
-        auto b_byte = static_cast<unsigned char>(b[i]);
-        int order = std::tolower(a_byte) - std::tolower(b_byte);
+        const auto a_byte = static_cast<unsigned char>(a[i]);
+        const auto b_byte = static_cast<unsigned char>(b[i]);
+        const int order = tolower(a_byte) - tolower(b_byte);
         if (order != 0 || a_byte == 0)
             return order;
     }
@@ -83,11 +83,11 @@ int str_nicmp(const char *a, const char *b, size_t length) {
 }
 
 int32_t str_to_int32(const char *text) {
-    const long long value = std::strtoll(text, nullptr, 10);
+    const long long value = strtoll(text, nullptr, 10);
     return static_cast<int32_t>(std::clamp<long long>(value, INT32_MIN, INT32_MAX));
 }
 
-// The length of the character of UTF-8 at `text`; 1 for a byte that begins none.
+// The length of the UTF-8 character at `text`; 1 for a byte that does not begin one.
 static size_t character_length(const char *text) {
     const auto byte_at = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
     const unsigned char lead = byte_at(0);
@@ -98,7 +98,7 @@ static size_t character_length(const char *text) {
     return length;
 }
 
-// The upper control characters stand in two bytes, or in one where the text is no UTF-8.
+// The upper control characters take two bytes, or one where the text is not UTF-8.
 static bool is_control(const char *text, size_t length) {
     const auto last = static_cast<unsigned char>(text[length - 1]);
     const bool upper = length == 1 || (length == 2 && *text == '\xc2');
@@ -120,5 +120,5 @@ OwnedString str_printable(const char *text) {
 }
 
 void fprint_quoted(FILE *stream, const char *text) {
-    std::fprintf(stream, "\"%s\"", text);
+    fprintf(stream, "\"%s\"", text);
 }

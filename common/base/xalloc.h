@@ -18,7 +18,7 @@
 #define PRINTF_LIKE(fmt, first) __attribute__((format(KESTREL_PRINTF, fmt, first)))
 
 struct FreeDeleter {
-    void operator()(void *block) const { std::free(block); }
+    void operator()(void *block) const { free(block); }
 };
 
 // A string that its holder owns; everything that returns one hands over the ownership.
@@ -59,11 +59,11 @@ OwnedString str_vformat(const char *format, va_list args) PRINTF_LIKE(1, 0);
 int str_icmp(const char *a, const char *b);
 int str_nicmp(const char *a, const char *b, size_t length);
 
-// As atoi(), with numbers out of range cut to it.
+// As atoi(), but a number out of range becomes the nearest limit of the range.
 int32_t str_to_int32(const char *text);
 
-// A copy to show to people: a name's control characters (C0, delete and C1, as UTF-8 or as a
-// single byte) can make a terminal say anything, and each becomes "?".
+// A copy to show to people, with each control character (C0, delete and C1, as UTF-8 or as a single
+// byte) replaced by "?": a name could otherwise make a terminal do anything.
 OwnedString str_printable(const char *text);
 
 // Prints `text` in double quotes.

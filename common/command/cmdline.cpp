@@ -12,8 +12,8 @@
 #include <string_view>
 #include <vector>
 
-// How deep response files may name each other, and how many are read in one expansion: files that
-// each name the next one twice would double their words with every level.
+// How deep response files may be nested, and how many are read in one expansion: files that each
+// name the next one twice would double their words with every level.
 static constexpr uint32_t MAX_NESTING = 32;
 static constexpr uint32_t MAX_FILES = 2000;
 
@@ -24,8 +24,8 @@ using Arguments = std::vector<const char *>;
 
 // --- Backslashes
 
-// Whether a backslash before `c` takes a meaning away from it, and is removed in the end. All
-// others stand for themselves, so that a path of the drive-letter family can be written plainly.
+// Whether a backslash before `c` takes a meaning away from it, and is removed in the end. All other
+// backslashes are kept, so that a path of the drive-letter family can be written plainly.
 static bool is_escapable(char c) {
     return c == ' ' || c == '"' || c == '\'' || c == '\\';
 }
@@ -59,22 +59,14 @@ const char *cmdline_escape(const char *text) {
 
 // --- Response files
 
-// All of standard input; false if it cannot be read to its end.
-static bool read_input(std::string &text) {
-    char block[4096];
-    while (const size_t got = fread(block, 1, sizeof block, stdin))
-        text.append(block, got);
-    return ferror(stdin) == 0;
-}
-
 // A NUL cannot be part of an argument, so it separates too, and even within quotes.
 static bool is_separator(char c, bool quoted) {
     return c == '\0' || (!quoted && (c == ' ' || c == '\t' || c == '\n' || c == '\r'));
 }
 
-// Takes the word that `text` begins with off it. Double quotes group and go; escapes are kept, with
-// their backslash, for unescape(), but not in the name of a file behind "@", which does not pass
-// it.
+// Removes the first word of `text` and returns it. Double quotes group and are dropped. Escapes are
+// kept with their backslash, for unescape(), except in the name of a file after "@", which is not
+// unescaped later.
 static const char *take_word(std::string_view &text) {
     std::string word;
     bool quoted = false;
@@ -106,7 +98,10 @@ static Arguments split_words(std::string_view text) {
     }
 }
 
-// One expansion: where the words go, who is told of them, and what it has read so far.
+namespace {
+
+// One expansion: the resulting words, the function that is called with each argument, and the
+// number of response files read so far.
 struct Expansion {
     Vector *args;
     ArgumentFn callback;
@@ -117,9 +112,11 @@ struct Expansion {
 struct OpenFile {
     const OpenFile *outer;
     uint32_t depth;
-    bool known; // the identity is
+    bool known; // whether `identity` is
     FileIdentity identity;
 };
+
+} // namespace
 
 static OpenFile enter_file(const char *path, const OpenFile *outer) {
     OpenFile file = {outer, outer == nullptr ? 1 : outer->depth + 1, false, {}};
@@ -127,7 +124,7 @@ static OpenFile enter_file(const char *path, const OpenFile *outer) {
     return file;
 }
 
-// Whether the file would name itself, directly or by way of others, or is one too many.
+// Whether the file includes itself, directly or through others, or is one too many.
 static bool is_endless(const Expansion &expansion, const OpenFile &file) {
     for (const OpenFile *outer = file.outer; outer != nullptr; outer = outer->outer)
         if (file.known && outer->known && file.identity == outer->identity)
@@ -135,14 +132,14 @@ static bool is_endless(const Expansion &expansion, const OpenFile &file) {
     return file.depth > MAX_NESTING || expansion.files_read >= MAX_FILES;
 }
 
-// Reads the words of a file by way of standard input, which is at its end afterwards, before any
-// of them is looked at: they may name further files. Editors put a byte order mark in front.
+// Reads all words of a file through standard input, which is at its end afterwards, before any of
+// them is examined: they may name further files. Editors put a byte order mark first.
 static bool read_response_file(const char *path, Arguments &words) {
-    constexpr std::string_view mark = "\xef\xbb\xbf";
+    constexpr std::string_view MARK = "\xef\xbb\xbf";
     std::string text;
-    if (host_freopen(path, "r", stdin) == nullptr || !read_input(text))
+    if (host_freopen(path, "r", stdin) == nullptr || !os_read_all(stdin, &text))
         return false;
-    words = split_words(std::string_view(text).substr(text.starts_with(mark) ? mark.size() : 0));
+    words = split_words(std::string_view(text).substr(text.starts_with(MARK) ? MARK.size() : 0));
     return true;
 }
 
@@ -151,7 +148,7 @@ static bool read_response_file(const char *path, Arguments &words) {
 static void expand_arguments(Expansion &expansion, std::span<const char *const> arguments,
                              const OpenFile *outer);
 
-// False if the file cannot be used; the argument is then kept as it stands. It is opened once
+// False if the file cannot be used; the argument is then kept as it is. The file is opened once
 // before: a failure to reopen standard input would leave that closed.
 static bool expand_file(Expansion &expansion, const char *path, const OpenFile *outer) {
     if (*path == '\0' || FilePtr(host_fopen_regular(path)) == nullptr)

@@ -12,9 +12,9 @@
 // Called with each argument before it is examined.
 using ArgumentFn = void (*)(const char *argument);
 
-// The arguments behind argv[0] as a new vector of interned strings: "@file" is replaced by the
-// words of the file, --zvdebug is obeyed (and kept), empty arguments are dropped, and a backslash
-// before a blank, a quote of either kind or a backslash is removed. The caller frees the vector.
+// The arguments after argv[0] as a new vector of interned strings: "@file" is replaced by the words
+// of the file, --zvdebug is obeyed (and kept), empty arguments are dropped, and a backslash is
+// removed before a space, a quote of either kind or another backslash. The caller frees the vector.
 Vector *cmdline_expand(int argc, const char *const *argv, ArgumentFn callback);
 
 // The same, and the arguments go to the debug log when it is on.
@@ -33,12 +33,12 @@ const char *cmdline_progname();
 // --- Running programs (cmdline_exec.cpp)
 //
 // The options are interned strings: the path of the program and its arguments. With a command file
-// the program receives one argument, "@" and the path of a file that holds an argument a line, as
-// cmdline_expand reads it; the file stays until exit.
+// the program receives one argument, "@" and the path of a file that holds one argument per line,
+// as cmdline_expand reads it; the file stays until exit.
 //
-// With an `echo` above 0 the command line goes to standard output first; below 0 what the program
-// writes is thrown away. The result is its exit status, -1 if it could not be started, or 1 after
-// an error message.
+// With an `echo` above 0 the command line goes to standard output first; below 0 the program's
+// output is discarded. The result is its exit status, -1 if it could not be started, or 1 after an
+// error message.
 
 enum ExecutionMode : uint32_t {
     EXEC_AUTOMATIC = 0, // a command file only when the command line is too long
@@ -51,9 +51,9 @@ int cmdline_spawn(Vector *options, uint32_t mode, int32_t echo);
 // The same for options that are known not to be empty.
 int cmdline_exe(Vector *options, uint32_t mode, int32_t echo);
 
-// The whole of a program that runs another: expands its arguments, has `options_process` turn them
-// into options, which stay its own, runs these and ends the debug log's run. `echo` is read when
-// that has been done.
+// The complete main() of a program that runs another: expands its arguments, has `options_process`
+// turn them into options, which stay its own, runs these and ends the debug log's run. `echo` is
+// read after `options_process` has returned.
 using OptionsFn = Vector *(*)(Vector *arguments);
 int cmdline_driver(int argc, const char *const *argv, OptionsFn options_process, uint32_t mode,
                    const int32_t *echo);

@@ -17,7 +17,7 @@ static int report_error(const char *text) {
     return 1;
 }
 
-// Elements 1 onward, joined by blanks; null without any.
+// Elements 1 onward, joined by spaces; null if there are none.
 static const char *argument_text(Vector *options) {
     if (vec_size(options) < 2)
         return nullptr;
@@ -29,13 +29,13 @@ static const char *argument_text(Vector *options) {
 
 // --- Command files
 
-// What separates the words of a command file.
-static constexpr const char *white_space = " \t\n\r";
+// The separators of the words in a command file.
+static constexpr const char *WHITE_SPACE = " \t\n\r";
 
-// As the expansion reads it back.
+// The option in the form in which the expansion of a command file reads it.
 static const char *command_file_word(const char *option) {
     const char *word = sc_escape(option, "\\ '\"", '\\');
-    return strpbrk(word, white_space) != nullptr ? sc_quote(word, '"') : word;
+    return strpbrk(word, WHITE_SPACE) != nullptr ? sc_quote(word, '"') : word;
 }
 
 static bool write_command_file(const char *path, Vector *options) {
@@ -49,8 +49,7 @@ static bool write_command_file(const char *path, Vector *options) {
         TRACE_MESSAGE("Writing option to command file: %s", word);
         fprintf(file, "%s\n", word);
     }
-    const bool written = ferror(file) == 0;
-    return fclose(file) == 0 && written;
+    return os_close_written(file);
 }
 
 // Writes the options to a command file and returns the argument that names it; null after an error
@@ -91,48 +90,53 @@ static bool needs_command_file(const char *program, const char *text, uint32_t m
 
 // --- Running
 
-// Runs the program with its output going to a temporary file that is then removed. Returns what
-// failed, for the debug log, or null. What was redirected before a failure stays so.
-static const char *run_discarding(const char *program, Vector *args, int *status) {
-    const int saved_out = host_dup(1);
+// Runs the program with its output going to a temporary file that is then removed. What was
+// redirected before a failure stays so.
+static bool run_discarding(const char *program, Vector *args, int *status, const char **failure) {
+    const auto fails = [&](const char *reason) {
+        *failure = reason;
+        return false;
+    };
+    const int saved_out = host_dup(STDOUT_DESCRIPTOR);
     if (saved_out == -1)
-        return "stdout dup failed";
-    const int saved_err = host_dup(2);
+        return fails("stdout dup failed");
+    const int saved_err = host_dup(STDERR_DESCRIPTOR);
     if (saved_err == -1)
-        return "stderr dup failed";
+        return fails("stderr dup failed");
     const OwnedString tmpfile = os_tempname_plain();
     if (tmpfile == nullptr)
-        return "obtaining temp filename failed";
+        return fails("obtaining temp filename failed");
     TRACE_MESSAGE("tmpfile = \"%s\"", tmpfile.get());
     FILE *caught = host_fopen(tmpfile.get(), "w");
     if (caught == nullptr)
-        return "fopen to write to tmpfile failed";
-    if (host_dup2(host_fileno(caught), 1) == -1)
-        return "redirect stdout failed";
-    if (host_dup2(host_fileno(caught), 2) == -1)
-        return "redirect stderr failed";
+        return fails("fopen to write to tmpfile failed");
+    if (host_dup2(host_fileno(caught), STDOUT_DESCRIPTOR) == -1)
+        return fails("redirect stdout failed");
+    if (host_dup2(host_fileno(caught), STDERR_DESCRIPTOR) == -1)
+        return fails("redirect stderr failed");
     *status = db_debugger(program, args, false);
     fclose(caught);
-    if (host_dup2(saved_out, 1) == -1)
-        return "dup2 restore stdout failed";
+    if (host_dup2(saved_out, STDOUT_DESCRIPTOR) == -1)
+        return fails("dup2 restore stdout failed");
     if (host_close(saved_out) != 0)
-        return "could not close saved stdout";
-    if (host_dup2(saved_err, 2) == -1)
-        return "dup2 restore stderr failed";
+        return fails("could not close saved stdout");
+    if (host_dup2(saved_err, STDERR_DESCRIPTOR) == -1)
+        return fails("dup2 restore stderr failed");
     if (host_close(saved_err) != 0)
-        return "could not close saved stderr";
+        return fails("could not close saved stderr");
     if (os_exists(tmpfile.get()))
         host_remove(tmpfile.get());
-    return nullptr;
+    return true;
 }
 
 static int run(const char *program, Vector *args, int32_t echo) {
     fflush(stdout);
     fflush(stderr);
     int status = 1;
+    const char *failure = nullptr;
     if (echo >= 0) {
         status = db_debugger(program, args, false);
-    } else if (const char *failure = run_discarding(program, args, &status)) {
+    } else if (!run_discarding(program, args, &status, &failure)) {
         TRACE_REPORT("cmdline_exe", "%s", failure);
         TRACE_REPORT("cmdline_spawn",
                      "qrncc_spawn could not redirect stdout/stderr, exiting with status 1");

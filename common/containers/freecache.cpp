@@ -26,22 +26,22 @@ FreeCache *freecache_new(uint64_t obj_size, uint32_t max_objs) {
 }
 
 void *freecache_get(FreeCache *fc) {
-    if (!fc)
+    if (fc == nullptr)
         return nullptr;
-    auto size = static_cast<size_t>(fc->obj_size);
-    if (!fc->free_list)
+    const auto size = static_cast<size_t>(fc->obj_size);
+    if (fc->free_list == nullptr)
         return xalloc(size);
     void *obj = fc->free_list;
     fc->free_list = link_of(obj);
     fc->num_free--;
-    return std::memset(obj, 0, size);
+    return memset(obj, 0, size);
 }
 
 uint32_t freecache_put(FreeCache *fc, void *obj) {
     assert(fc != NULL);
     assert(obj != NULL);
     if (fc->num_free == fc->max_free) {
-        std::free(obj);
+        free(obj);
         return 0;
     }
     link_of(obj) = fc->free_list;
@@ -50,41 +50,41 @@ uint32_t freecache_put(FreeCache *fc, void *obj) {
 }
 
 int freecache_free(FreeCache *fc) {
-    if (!fc)
+    if (fc == nullptr)
         return 0;
-    for (void *obj = fc->free_list; obj;) {
+    for (void *obj = fc->free_list; obj != nullptr;) {
         void *next = link_of(obj);
-        std::free(obj);
+        free(obj);
         obj = next;
     }
-    std::free(fc);
+    free(fc);
     return 0;
 }
 
 uint32_t freecache_numFree(const FreeCache *fc) {
-    return fc ? fc->num_free : 0;
+    return fc != nullptr ? fc->num_free : 0;
 }
 
 uint32_t freecache_maxFree(const FreeCache *fc) {
-    return fc ? fc->max_free : 0;
+    return fc != nullptr ? fc->max_free : 0;
 }
 
 bool freecache_isFull(const FreeCache *fc) {
-    return !fc || fc->num_free == fc->max_free;
+    return fc == nullptr || fc->num_free == fc->max_free;
 }
 
 bool freecache_isEmpty(const FreeCache *fc) {
-    return !fc || fc->num_free == 0;
+    return fc == nullptr || fc->num_free == 0;
 }
 
 void freecache_dump(const FreeCache *fc) {
-    std::fprintf(stderr, "Freecache: %p\n", static_cast<const void *>(fc));
-    if (!fc)
+    fprintf(stderr, "Freecache: %p\n", static_cast<const void *>(fc));
+    if (fc == nullptr)
         return;
-    std::fprintf(stderr, "\tobj_size: %" PRIu64 "\n", fc->obj_size);
-    std::fprintf(stderr, "\tnum_free: %" PRIu32 "\n", fc->num_free);
-    std::fprintf(stderr, "\tmax_free: %" PRIu32 "\n", fc->max_free);
-    std::fprintf(stderr, "\tfree_list:\n");
-    for (void *obj = fc->free_list; obj; obj = link_of(obj))
-        std::fprintf(stderr, "\t\t[%p]\n", obj);
+    fprintf(stderr, "\tobj_size: %" PRIu64 "\n", fc->obj_size);
+    fprintf(stderr, "\tnum_free: %" PRIu32 "\n", fc->num_free);
+    fprintf(stderr, "\tmax_free: %" PRIu32 "\n", fc->max_free);
+    fprintf(stderr, "\tfree_list:\n");
+    for (void *obj = fc->free_list; obj != nullptr; obj = link_of(obj))
+        fprintf(stderr, "\t\t[%p]\n", obj);
 }

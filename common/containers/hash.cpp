@@ -11,17 +11,13 @@
 #include <functional>
 #include <utility>
 
-namespace {
+static constexpr uint32_t ALIVE = 1;
+static constexpr uint32_t VOIDCMP = 2;
+static constexpr uint32_t VOIDHASH = 4;
 
-constexpr uint32_t ALIVE = 1;
-constexpr uint32_t VOIDCMP = 2;
-constexpr uint32_t VOIDHASH = 4;
-
-bool tracking;
-Vector *master_list;     // of HashMasterRec, made for the first tracked table
-HashEntry *free_entries; // shared by all tables, never given back
-
-} // namespace
+static bool tracking;
+static Vector *master_list;     // of HashMasterRec, made for the first tracked table
+static HashEntry *free_entries; // shared by all tables, never given back
 
 // For tracked tables only.
 static bool is_alive(const HashTable *h) {
@@ -32,7 +28,7 @@ static bool is_alive(const HashTable *h) {
 
 static HashEntry *new_entry(const void *key, const void *value) {
     HashEntry *entry = free_entries;
-    if (entry)
+    if (entry != nullptr)
         free_entries = entry->next;
     else
         entry = xnew<HashEntry>();
@@ -60,11 +56,11 @@ static HashEntry **bucket_of(const HashTable *h, const void *key) {
 static HashEntry **find_link(const HashTable *h, const void *key, uint32_t *passed = nullptr) {
     HashEntry **link = bucket_of(h, key);
     uint32_t steps = 0;
-    while (*link && h->cmp(key, (*link)->key) != 0) {
+    while (*link != nullptr && h->cmp(key, (*link)->key) != 0) {
         link = &(*link)->next;
         steps++;
     }
-    if (passed)
+    if (passed != nullptr)
         *passed = steps;
     return link;
 }
@@ -86,11 +82,11 @@ HashTable *hash_new(uint32_t size, HashFn hash, HashCmpFn cmp, const char *file,
     assert(size != 0);
     auto *h = xnew<HashTable>();
     h->size = size;
-    h->hash = hash ? hash : voidhash;
-    h->cmp = cmp ? cmp : voidcmp;
+    h->hash = hash != nullptr ? hash : voidhash;
+    h->cmp = cmp != nullptr ? cmp : voidcmp;
     h->buckets = new_buckets(size);
     if (tracking) {
-        if (!master_list)
+        if (master_list == nullptr)
             master_list = vec_new(__FILE__, __LINE__);
         h->master = new_record(h, file, line);
         vec_append(master_list, h->master);
@@ -100,7 +96,7 @@ HashTable *hash_new(uint32_t size, HashFn hash, HashCmpFn cmp, const char *file,
 
 static HashEntry *copy_chain(const HashEntry *source) {
     HashEntry *head = nullptr;
-    for (HashEntry **end = &head; source; source = source->next, end = &(*end)->next)
+    for (HashEntry **end = &head; source != nullptr; source = source->next, end = &(*end)->next)
         *end = new_entry(source->key, source->value);
     return head;
 }
@@ -110,7 +106,7 @@ HashTable *hash_copy(const HashTable *h, const char *file, uint32_t line) {
     *copy = *h;
     copy->buckets = new_buckets(h->size);
     std::transform(h->buckets, h->buckets + h->size, copy->buckets, copy_chain);
-    if (h->master) {
+    if (h->master != nullptr) {
         // Not in the master list: the report shows tables as they were created, not their copies.
         copy->master = xnew<HashMasterRec>();
         *copy->master = *h->master;
@@ -128,20 +124,20 @@ void hash_clear(HashTable *h) {
             free_entry(entry);
         }
     h->count = 0;
-    if (h->master)
+    if (h->master != nullptr)
         h->master->util = 0;
 }
 
 void hash_free(HashTable *h) {
-    if (!h)
+    if (h == nullptr)
         return;
-    if (h->master) {
+    if (h->master != nullptr) {
         assert(is_alive(h));
         h->master->flags &= ~ALIVE;
     }
     hash_clear(h);
-    std::free(h->buckets);
-    std::free(h);
+    free(h->buckets);
+    free(h);
 }
 
 // --- Entries by key
@@ -164,34 +160,34 @@ static void account_insertion(HashTable *h, const HashEntry *entry, uint32_t pas
 int hash_insert(HashTable *h, const void *key, const void *value, const char *file, uint32_t line) {
     uint32_t passed;
     HashEntry **link = find_link(h, key, &passed);
-    if (*link)
+    if (*link != nullptr)
         return 0;
     *link = new_entry(key, value);
     h->count++;
-    if (h->master)
+    if (h->master != nullptr)
         account_insertion(h, *link, passed, file, line);
     return 1;
 }
 
 void *hash_lookup(const HashTable *h, const void *key) {
     const HashEntry *entry = *find_link(h, key);
-    return entry ? entry->value : nullptr;
+    return entry != nullptr ? entry->value : nullptr;
 }
 
 int hash_haskey(const HashTable *h, const void *key) {
-    return *find_link(h, key) ? 1 : 0;
+    return *find_link(h, key) != nullptr ? 1 : 0;
 }
 
 void *hash_remove(HashTable *h, const void *key) {
     HashEntry **link = find_link(h, key);
     HashEntry *entry = *link;
-    if (!entry)
+    if (entry == nullptr)
         return nullptr;
     void *value = entry->value;
     *link = entry->next;
     free_entry(entry);
     h->count--;
-    if (h->master && !*bucket_of(h, key)) {
+    if (h->master != nullptr && *bucket_of(h, key) == nullptr) {
         assert(is_alive(h));
         h->master->util--;
     }
@@ -206,7 +202,7 @@ uint32_t hash_count(const HashTable *h) {
 
 int hash_forEach(const HashTable *h, void *ctx, HashVisitFn fn) {
     for (uint32_t i = 0; i < h->size; i++)
-        for (HashEntry *entry = h->buckets[i]; entry;) {
+        for (HashEntry *entry = h->buckets[i]; entry != nullptr;) {
             HashEntry *next = entry->next; // fn may remove its entry
             if (int result = fn(ctx, entry->key, entry->value))
                 return result;
@@ -235,17 +231,17 @@ Vector *hash_keys(const HashTable *h) {
 
 static HashEntry *reversed(HashEntry *chain) {
     HashEntry *head = nullptr;
-    while (chain) {
+    while (chain != nullptr) {
         HashEntry *next = std::exchange(chain->next, head);
         head = std::exchange(chain, next);
     }
     return head;
 }
 
-// The figures of use and clashes go on; those of the buckets start afresh, for a mark reached among
-// the old ones says nothing of the new.
+// The figures of use and clashes continue. Those of the buckets start afresh, because a maximum
+// reached with the old buckets means nothing for the new ones.
 static void account_rebuild(HashTable *h) {
-    auto used = std::count_if(h->buckets, h->buckets + h->size, std::identity());
+    const auto used = std::count_if(h->buckets, h->buckets + h->size, std::identity());
     h->master->capacity = h->size;
     h->master->util = h->master->max_util = static_cast<uint32_t>(used);
 }
@@ -253,16 +249,16 @@ static void account_rebuild(HashTable *h) {
 void hash_rebuild(HashTable *h, uint32_t size) {
     assert(size != 0);
     HashEntry **old = std::exchange(h->buckets, new_buckets(size));
-    uint32_t old_size = std::exchange(h->size, size);
+    const uint32_t old_size = std::exchange(h->size, size);
     // Pushed in front from the last entry to the first, so that the first ends up in front.
     for (uint32_t i = old_size; i-- > 0;)
-        for (HashEntry *entry = reversed(old[i]); entry;) {
+        for (HashEntry *entry = reversed(old[i]); entry != nullptr;) {
             HashEntry **bucket = bucket_of(h, entry->key);
             HashEntry *next = std::exchange(entry->next, *bucket);
             *bucket = std::exchange(entry, next);
         }
-    std::free(old);
-    if (h->master) {
+    free(old);
+    if (h->master != nullptr) {
         assert(is_alive(h));
         account_rebuild(h);
     }
@@ -284,20 +280,20 @@ static uint32_t djb2_step(uint32_t h, int byte) {
 
 uint32_t strhash(const void *s) {
     uint32_t h = 5381;
-    for (const auto *at = static_cast<const unsigned char *>(s); *at; at++)
+    for (const auto *at = static_cast<const unsigned char *>(s); *at != '\0'; at++)
         h = djb2_step(h, *at);
     return h;
 }
 
 uint32_t strihash(const void *s) {
     uint32_t h = 5381;
-    for (const auto *at = static_cast<const unsigned char *>(s); *at; at++)
-        h = djb2_step(h, std::tolower(*at));
+    for (const auto *at = static_cast<const unsigned char *>(s); *at != '\0'; at++)
+        h = djb2_step(h, tolower(*at));
     return h;
 }
 
 int strkeycmp(const void *a, const void *b) {
-    return std::strcmp(static_cast<const char *>(a), static_cast<const char *>(b));
+    return strcmp(static_cast<const char *>(a), static_cast<const char *>(b));
 }
 
 int strikeycmp(const void *a, const void *b) {
@@ -319,7 +315,7 @@ static int compare_records(const void *a_slot, const void *b_slot) {
 }
 
 static void report_record(const HashMasterRec *record) {
-    auto letter = [record](uint32_t flag) { return (record->flags & flag) != 0 ? 'Y' : 'N'; };
+    const auto letter = [record](uint32_t flag) { return (record->flags & flag) != 0 ? 'Y' : 'N'; };
     trace_printf("# %p    %s:%u    %u/%u    %u/%u    %u    %c    %c    %c",
                  static_cast<const void *>(record->table), record->file, record->line,
                  record->max_util, record->capacity, record->max_usage, record->capacity,
@@ -327,7 +323,7 @@ static void report_record(const HashMasterRec *record) {
 }
 
 void hash_masterReport() {
-    if (!master_list)
+    if (master_list == nullptr)
         return;
     vec_sort(master_list, compare_records);
     trace_puts("# Hash Table Master List:");

@@ -71,8 +71,9 @@ void hash_free(HashTable *h); // nothing for null
 // An equal table. A tracked one's copy carries its figures on, but is not reported.
 HashTable *hash_copy(const HashTable *h, const char *file, uint32_t line);
 
-// Moves every entry to an array of `size` buckets, entries of one old bucket keeping their order.
-// Of the accounts, util and max_util become the new number of buckets in use; the rest goes on.
+// Moves every entry to an array of `size` buckets; entries of one old bucket keep their order. In
+// the accounts, util and max_util become the new number of buckets in use; the other figures
+// continue.
 void hash_rebuild(HashTable *h, uint32_t size);
 
 uint32_t voidhash(const void *key); // the pointer's low 32 bits

@@ -15,9 +15,9 @@
 static uint32_t table_size = 5077;
 static HashTable *cache; // interned copies under themselves
 static uint32_t limit;   // 0: none
-static uint32_t cached;  // strings taken in while a limit was set
+static uint32_t cached;  // strings added while a limit was set
 
-// Where every builder works. What stands in it is dead once the builder has returned.
+// The buffer in which every builder works. Its content is dead once the builder has returned.
 static char *scratch;
 static size_t scratch_size;
 
@@ -100,7 +100,7 @@ static const char *build(std::initializer_list<std::string_view> parts) {
     return intern(scratch);
 }
 
-// A single character as a part; NUL is no character.
+// A single character as a part; NUL as an empty one.
 static std::string_view one(const char &c) {
     return {&c, c != '\0' ? size_t{1} : size_t{0}};
 }
@@ -315,10 +315,11 @@ Vector *sc_split(const char *s, const char *delimiters) {
 
 // --- Lines
 
-// Reads up to 1023 bytes of a line to the 1024 at `block`, as fgets does, and returns how many: 0
-// at the end of the stream. fgets does not tell, and the line may hold NULs; so the block is filled
-// with line feeds beforehand. The first one that stands there then is the line's own if a NUL
-// follows it, and else the filling, which begins behind the terminator; a full block has neither.
+// Reads up to 1023 bytes of a line to the 1024 at `block`, as fgets does, and returns their number:
+// 0 at the end of the stream. fgets does not return it, and the line may hold NULs. So the block is
+// filled with line feeds beforehand. If the first line feed is followed by a NUL, it is the line's
+// own; otherwise it belongs to the filling, which begins after the terminator. A full block
+// contains neither.
 static size_t read_block(FILE *stream, char *block) {
     memset(block, '\n', 1024);
     if (fgets(block, 1024, stream) == nullptr)

@@ -21,7 +21,8 @@
 // from then on, at any time.
 void sc_setTableSize(uint32_t n);
 
-// Most strings the cache takes in while the limit is set; 0 is no limit. One more than `n` fits.
+// The cache stops taking strings once more than `n` have been added since a limit was set; 0: no
+// limit.
 void sc_setLimit(uint32_t n);
 
 // --- Finished strings
@@ -35,7 +36,7 @@ const char *sc_adopt(char *s);
 
 const char *sc_concat(const char *a, const char *b);
 
-// The other one, untouched, when either is null.
+// The other argument, untouched, if one is null.
 const char *sc_concatOpt(const char *a, const char *b);
 
 const char *sc_format(const char *fmt, ...) PRINTF_LIKE(1, 2);
@@ -45,7 +46,7 @@ const char *sc_vformat(const char *fmt, va_list args) PRINTF_LIKE(1, 0);
 const char *sc_formatExpand(const char *fmt, ...) PRINTF_LIKE(1, 2);
 const char *sc_vformatExpand(const char *fmt, va_list args) PRINTF_LIKE(1, 0);
 
-const char *sc_expandTabs(const char *s); // each tab becomes four blanks
+const char *sc_expandTabs(const char *s); // each tab becomes four spaces
 const char *sc_ncopy(const char *s, size_t len);
 const char *sc_lower(const char *s);
 const char *sc_upper(const char *s);
@@ -60,8 +61,8 @@ const char *sc_trimChars(const char *s, const char *set);
 const char *sc_chomp(const char *s); // without the CRs and LFs at the end
 const char *sc_firstLine(const char *s);
 
-// What stands between the first `c1` and the next `c2`, whose positions go to p1 and p2 when given
-// (0 before they are found); null when either is missing.
+// The text between the first `c1` and the next `c2`, whose positions go to p1 and p2 when given (0
+// before they are found); null when either is missing.
 const char *sc_between(const char *s, char c1, char c2, size_t *p1, size_t *p2);
 
 const char *sc_quote(const char *s, char q);
@@ -79,9 +80,9 @@ Vector *sc_split(const char *s, const char *delimiters);
 // line feed.
 const char *sc_readLine(FILE *stream);
 
-// The same without interning, for lines that are read once: the line's bytes, NULs and all. Valid
-// until the next call of anything here; empty at the end of the stream. A line of more than `most`
-// bytes comes in pieces, which are longer than that.
+// The same without interning, for lines that are read once: the bytes of the line, NULs included.
+// Valid until the next call of any function here; empty at the end of the stream. A line of more
+// than `most` bytes comes in pieces, which are longer than `most`.
 std::string_view sc_readLineBytes(FILE *stream, size_t most = SIZE_MAX);
 
 // --- Paths, by the host's rules

@@ -11,18 +11,14 @@
 #include <functional>
 #include <vector>
 
-namespace {
+static constexpr uint32_t DEFAULT_CAPACITY = 10;
+static constexpr uint32_t MAX_CACHED_CURSORS = 8192;
+static constexpr uint32_t ALIVE = 1;
 
-constexpr uint32_t DEFAULT_CAPACITY = 10;
-constexpr uint32_t MAX_CACHED_CURSORS = 8192;
-constexpr uint32_t ALIVE = 1;
-
-uint32_t next_serial;
-bool tracking;
-Vector *master_list; // of VecMasterRec, itself untracked
-FreeCache *cursors;  // shared by all vectors
-
-} // namespace
+static uint32_t next_serial;
+static bool tracking;
+static Vector *master_list; // of VecMasterRec, itself untracked
+static FreeCache *cursors;  // shared by all vectors
 
 // For tracked vectors only.
 static bool is_alive(const Vector *p) {
@@ -45,9 +41,9 @@ static void pop_cursor(Vector *p) {
 
 // --- Growth and accounting
 
-// The slots of a vector are bounded by what 32 bits of bytes can count.
+// A vector has at most as many slots as 32 bits of bytes can count.
 static void **allocate_slots(uint64_t slots) {
-    uint64_t bytes = slots * sizeof(void *);
+    const uint64_t bytes = slots * sizeof(void *);
     if (bytes > UINT32_MAX)
         out_of_memory();
     return static_cast<void **>(xalloc(static_cast<size_t>(bytes)));
@@ -64,11 +60,11 @@ static void grow(Vector *p, uint32_t target) {
             void **data = allocate_slots(capacity);
             if (p->capacity != 0)
                 std::copy_n(p->data, p->count, data);
-            std::free(p->data);
+            free(p->data);
             p->data = data;
             p->capacity = static_cast<uint32_t>(capacity);
         }
-        if (p->master) {
+        if (p->master != nullptr) {
             assert(is_alive(p));
             p->master->capacity = p->capacity;
         }
@@ -78,7 +74,7 @@ static void grow(Vector *p, uint32_t target) {
 
 static void set_count(Vector *p, uint32_t count) {
     p->count = count;
-    if (p->master) {
+    if (p->master != nullptr) {
         assert(is_alive(p));
         p->master->max_count = std::max(p->master->max_count, count);
     }
@@ -103,7 +99,7 @@ Vector *vec_new(const char *file, uint32_t line) {
 }
 
 Vector *vec_newSized(uint32_t initial_capacity, const char *file, uint32_t line) {
-    if (!cursors)
+    if (cursors == nullptr)
         cursors = freecache_new(sizeof(VecIterator), MAX_CACHED_CURSORS);
     auto *p = xnew<Vector>();
     p->initial_capacity = initial_capacity;
@@ -114,7 +110,7 @@ Vector *vec_newSized(uint32_t initial_capacity, const char *file, uint32_t line)
 }
 
 Vector *vec_copy(const Vector *p, const char *file, uint32_t line) {
-    if (!p)
+    if (p == nullptr)
         return nullptr;
     auto *copy = xnew<Vector>();
     copy->count = p->count;
@@ -125,7 +121,7 @@ Vector *vec_copy(const Vector *p, const char *file, uint32_t line) {
         copy->data = allocate_slots(p->capacity);
         std::copy_n(p->data, p->count, copy->data);
     }
-    if (p->master) {
+    if (p->master != nullptr) {
         assert(is_alive(p));
         track(copy, file, line);
     }
@@ -133,16 +129,16 @@ Vector *vec_copy(const Vector *p, const char *file, uint32_t line) {
 }
 
 void vec_free(Vector *p) {
-    if (!p)
+    if (p == nullptr)
         return;
-    if (p->master) {
+    if (p->master != nullptr) {
         assert(is_alive(p));
         p->master->flags &= ~ALIVE;
     }
-    while (p->iterator)
+    while (p->iterator != nullptr)
         pop_cursor(p);
-    std::free(p->data);
-    std::free(p);
+    free(p->data);
+    free(p);
 }
 
 // --- Adding and changing
@@ -166,7 +162,7 @@ uint32_t vec_insertAt(Vector *p, const void *e, uint32_t pos) {
     std::copy_backward(p->data + pos, p->data + p->count, p->data + p->count + 1);
     p->data[pos] = const_cast<void *>(e);
     set_count(p, p->count + 1);
-    for (VecIterator *cursor = p->iterator; cursor; cursor = cursor->next)
+    for (VecIterator *cursor = p->iterator; cursor != nullptr; cursor = cursor->next)
         if (cursor->index >= pos)
             cursor->index++;
     return pos;
@@ -195,7 +191,7 @@ void vec_moveTo(Vector *p, uint32_t from, uint32_t to) {
 static uint32_t append_each(Vector *p, const Vector *n, void (*append)(Vector *, const void *)) {
     assert(p != NULL);
     assert(n != NULL);
-    uint32_t count = n->count;
+    const uint32_t count = n->count;
     for (uint32_t i = 0; i < count; i++)
         append(p, n->data[i]);
     return count;
@@ -224,7 +220,7 @@ int vec_removeAt(Vector *p, uint32_t i) {
     p->count--;
     std::copy(p->data + i + 1, p->data + p->count + 1, p->data + i);
     p->data[p->count] = nullptr;
-    for (VecIterator *cursor = p->iterator; cursor; cursor = cursor->next)
+    for (VecIterator *cursor = p->iterator; cursor != nullptr; cursor = cursor->next)
         if (cursor->index > i)
             cursor->index--;
     return 1;
@@ -249,7 +245,7 @@ void vec_clear(Vector *p) {
 // --- Reading
 
 uint32_t vec_size(const Vector *p) {
-    return p ? p->count : 0;
+    return p != nullptr ? p->count : 0;
 }
 
 void *vec_elementAt(const Vector *p, uint32_t i) {
@@ -273,12 +269,12 @@ uint32_t vec_indexOf(const Vector *p, const void *e) {
 // --- Iteration
 
 void vec_iterStart(Vector *p) {
-    if (p)
+    if (p != nullptr)
         push_cursor(p);
 }
 
 bool vec_hasMore(const Vector *p) {
-    if (!p)
+    if (p == nullptr)
         return false;
     assert(p->iterator != NULL);
     return p->iterator->index < p->count;
@@ -295,7 +291,7 @@ void *vec_peek(const Vector *p) {
 }
 
 int vec_iterEnd(Vector *p, int more) {
-    if (!p) {
+    if (p == nullptr) {
         assert(more == 0);
         return more;
     }
@@ -327,7 +323,7 @@ struct SiteSummary {
         uint64_t vectors;
         uint64_t capacity;
     };
-    const char *file; // told apart by pointer, like the text of __FILE__ it is
+    const char *file; // compared as a pointer: it is the text of one __FILE__
     uint32_t line;
     Tally living;
     Tally dead;
@@ -343,7 +339,7 @@ static int compare_records(const void *a_slot, const void *b_slot) {
         return a->capacity > b->capacity ? -1 : 1;
     if (a->max_count != b->max_count)
         return a->max_count < b->max_count ? -1 : 1;
-    if (int order = std::strcmp(a->file, b->file))
+    if (int order = strcmp(a->file, b->file))
         return order;
     if (a->line != b->line)
         return a->line < b->line ? -1 : 1;
@@ -351,10 +347,10 @@ static int compare_records(const void *a_slot, const void *b_slot) {
 }
 
 static SiteSummary &summary_of(std::vector<SiteSummary> &sites, const VecMasterRec *record) {
-    auto is_site = [&](const SiteSummary &site) {
+    const auto is_site = [&](const SiteSummary &site) {
         return site.file == record->file && site.line == record->line;
     };
-    auto found = std::find_if(sites.begin(), sites.end(), is_site);
+    const auto found = std::find_if(sites.begin(), sites.end(), is_site);
     if (found != sites.end())
         return *found;
     return sites.emplace_back(SiteSummary{record->file, record->line, {}, {}, {}});
@@ -365,7 +361,7 @@ static std::vector<SiteSummary> report_living() {
     std::vector<SiteSummary> sites;
     for (const auto *record : VecEach<const VecMasterRec>(master_list)) {
         SiteSummary &site = summary_of(sites, record);
-        bool alive = (record->flags & ALIVE) != 0;
+        const bool alive = (record->flags & ALIVE) != 0;
         SiteSummary::Tally &tally = alive ? site.living : site.dead;
         tally.vectors++;
         tally.capacity += record->capacity;
@@ -377,7 +373,7 @@ static std::vector<SiteSummary> report_living() {
 }
 
 void vec_masterReport() {
-    if (!master_list)
+    if (master_list == nullptr)
         return;
     vec_sort(master_list, compare_records);
     trace_puts("# Living Vector Master List:");

@@ -1,9 +1,9 @@
 // A growable ordered array of untyped element pointers with a stack of cursors. The vector never
 // frees, copies or compares what its elements point to.
 //
-// Creators pass their source position, which the accounting (vec_trackInit) reports. A null vector
-// is let pass by vec_size, vec_first, vec_next, vec_peek, vec_iterStart, vec_hasMore and vec_free;
-// everything else asserts "p != NULL", but for vec_copy and the end of a loop in vec_iterEnd.
+// Creators pass their source position, which the accounting (vec_trackInit) reports. vec_size,
+// vec_first, vec_next, vec_peek, vec_iterStart, vec_hasMore and vec_free accept a null vector, as
+// do vec_copy and the end of a loop in vec_iterEnd; everything else asserts "p != NULL".
 #ifndef COMMON_VECTOR_H
 #define COMMON_VECTOR_H
 
@@ -70,8 +70,8 @@ uint32_t vec_insertAt(Vector *p, const void *e, uint32_t pos);
 // memory, and hold what stood there before in a vector that has shrunk.
 void vec_setAt(Vector *p, const void *e, uint32_t i);
 
-// Takes out the element at `from`, closes the gap and puts it at `to`. Nothing if from >= count.
-// The count stays: with to >= count the slots behind the last element move in, null or left over.
+// Takes out the element at `from`, closes the gap and inserts it at `to`. Nothing if from >= count.
+// The count stays: with to >= count the slots after the last element move in, null or left over.
 void vec_moveTo(Vector *p, uint32_t from, uint32_t to);
 
 // Appends the elements that `n` has now, or those that `p` does not hold yet; `n` may be `p`.
@@ -115,7 +115,7 @@ void *vec_peek(const Vector *p); // what vec_next would return
 // The loop guard: pops the cursor when `more` is 0. Returns `more`.
 int vec_iterEnd(Vector *p, int more);
 
-// Pushes a cursor and returns element 0, with the cursor behind it; null for an empty vector.
+// Pushes a cursor and returns element 0, with the cursor after it; null for an empty vector.
 void *vec_first(Vector *p);
 
 // --- Accounting
@@ -138,7 +138,7 @@ using VectorPtr = std::unique_ptr<Vector, VecDeleter>;
 struct VecBlocksDeleter {
     void operator()(Vector *p) const {
         for (uint32_t i = 0; i < vec_size(p); i++)
-            std::free(vec_elementAt(p, i));
+            free(vec_elementAt(p, i));
         vec_free(p);
     }
 };
@@ -149,9 +149,9 @@ template <class T> T *vec_at(const Vector *p, uint32_t i) {
     return static_cast<T *>(vec_elementAt(p, i));
 }
 
-// The elements of a vector for a range-based for, under a cursor of its own that is taken off
-// however the loop is left: for (auto *line : VecEach<const char>(lines)). As in a loop of
-// vec_next, the cursor stands behind the element that the body handles, which may remove it.
+// The elements of a vector for a range-based for, with a cursor of its own that is removed however
+// the loop ends: for (auto *line : VecEach<const char>(lines)). As in a loop of vec_next, the
+// cursor is after the element that the body handles, which may remove it.
 template <class T> class VecEach {
   public:
     explicit VecEach(Vector *p) : vector(p) { vec_iterStart(p); }

@@ -20,7 +20,7 @@ static const char *application = "qrn";
 
 // --- Adding files
 
-// Below "SYSTEM_ROOT" for an absolute path, whose root is left out; with slashes.
+// With slashes, and for an absolute path below "SYSTEM_ROOT" instead of its root.
 static std::string archive_name(const char *file) {
     std::string name = file;
     if (os_is_absolute(file)) {
@@ -31,11 +31,13 @@ static std::string archive_name(const char *file) {
     return name;
 }
 
-// Anything else could block when it is read, or never end.
+// Reading anything else could block or never end.
 static bool is_regular(const char *path) {
     HostStat status;
     return host_stat(path, &status) && status.kind == FileKind::regular;
 }
+
+namespace {
 
 // One file on its way into the package.
 struct Addition {
@@ -44,7 +46,9 @@ struct Addition {
     const char *comment;
 };
 
-// Whether what was written is an archive of that many files, as the next run will find it.
+} // namespace
+
+// Whether the file is an archive of that many files, as the next run will read it.
 static bool holds(const char *archive, mz_uint files) {
     mz_zip_archive zip = {};
     const bool right =
@@ -53,8 +57,8 @@ static bool holds(const char *archive, mz_uint files) {
     return right;
 }
 
-// Gives a comment to an archive of `size` bytes that was written without: the last thing in it is
-// the comment's length.
+// Adds the comment to an archive of `size` bytes that was written without one: the length of the
+// comment is the last thing in it.
 static bool append_comment(const char *path, mz_uint64 size, const std::string &comment) {
     if (comment.empty())
         return true;
@@ -65,20 +69,21 @@ static bool append_comment(const char *path, mz_uint64 size, const std::string &
            fflush(file.get()) == 0;
 }
 
-// Adds the file to the archive that `zip` is writing to `path`, closes it and has `place` bring it
-// to where the package belongs, if it is complete. Every step is taken, and warned of, whatever
-// became of the one before; that the archive could not be placed is warned of as the last one.
+// Adds the file to the archive that `zip` is writing to `path`, closes it and, if it is complete,
+// has `place` move it to where the package belongs. Every step is taken, and warned about, whatever
+// happened in the one before. A failure to place the archive is warned about like one of the last
+// step.
 template <class Place>
 static void write_addition(mz_zip_archive *zip, const Addition &add, const char *path,
                            const std::string &archive_comment, Place place) {
-    constexpr mz_uint level_and_flags = 6 | MZ_ZIP_FLAG_CASE_SENSITIVE;
+    constexpr mz_uint LEVEL_AND_FLAGS = 6 | MZ_ZIP_FLAG_CASE_SENSITIVE;
     const std::string name = archive_name(add.file);
     const size_t length = add.comment != nullptr ? strlen(add.comment) : 0;
     const auto kept = static_cast<mz_uint16>(std::min<size_t>(length, UINT16_MAX));
     const mz_uint files = mz_zip_reader_get_num_files(zip) + 1;
     const bool added =
         is_regular(add.file) &&
-        mz_zip_writer_add_file(zip, name.c_str(), add.file, add.comment, kept, level_and_flags);
+        mz_zip_writer_add_file(zip, name.c_str(), add.file, add.comment, kept, LEVEL_AND_FLAGS);
     if (!added)
         zvdebug_warn("Unable to add archive \"%s\" (from \"%s\") to package zip (%s)", name.c_str(),
                      add.file, add.package);
@@ -117,13 +122,14 @@ static bool start_package(const Addition &add) {
     return !overtaken;
 }
 
-// The archive's comment; false if its last record does not follow its directory. The library takes
-// the last one there is, in a comment or behind a text, and would write over what stands before.
+// The archive's comment; false if its last record does not follow its directory. The library
+// accepts the last record anywhere, even inside a comment or after other text, and would overwrite
+// what precedes it.
 static bool read_comment(mz_zip_archive *zip, std::string &comment) {
-    constexpr mz_uint64 zip64_records = 56 + 20;
+    constexpr mz_uint64 ZIP64_RECORDS = 56 + 20;
     unsigned char record[22];
     const mz_uint64 at = zip->m_central_directory_file_ofs + mz_zip_get_central_dir_size(zip) +
-                         (mz_zip_is_zip64(zip) ? zip64_records : 0);
+                         (mz_zip_is_zip64(zip) ? ZIP64_RECORDS : 0);
     if (mz_zip_read_archive_data(zip, at, record, sizeof record) != sizeof record ||
         memcmp(record, "PK\5\6", 4) != 0)
         return false;
@@ -155,8 +161,8 @@ static void append_to_package(const Addition &add) {
         host_remove(copy.get());
 }
 
-// Processes that find an archive add to it one by one. Of those that find none, the one whose
-// archive is complete first has made it, and the others find that.
+// Processes that find an archive add to it one by one. Among those that find none, the first to
+// complete its archive has made the package, and the others find that.
 void package_add(const char *file, const char *comment) {
     const char *package = zvdebug_zip_path();
     if (package == nullptr)
@@ -221,8 +227,8 @@ static bool debugger_exists() {
     return exists;
 }
 
-// Stops at main and at failed assertions, and tells the program that it is being debugged.
-static constexpr const char *debugger_commands = "break set --name db_assert\n"
+// Stops at main and at failed assertions, and sets the flag that announces the debugger.
+static constexpr const char *DEBUGGER_COMMANDS = "break set --name db_assert\n"
                                                  "break set --name main\n"
                                                  "break command add 2\n"
                                                  "expr gInDebugger=1\n"
@@ -235,18 +241,14 @@ static bool write_commands(const char *cmdfile) {
     DEBUG_ASSERT(fp != NULL);
     if (fp == nullptr)
         return false;
-    const bool written = fputs(debugger_commands, fp) >= 0;
-    return fclose(fp) == 0 && written;
+    fputs(DEBUGGER_COMMANDS, fp);
+    return os_close_written(fp);
 }
 
-// Starts a program with a copy of the arguments, whose strings are replaced on the way.
+// Runs a program with a copy of the arguments, because they do not outlast that.
 static int spawn(const char *program, const Vector *args) {
     const VectorPtr copy(vec_copy(args, __FILE__, __LINE__));
-    const auto argv = const_cast<const char **>(reinterpret_cast<char **>(copy->data));
-    const int status = os_spawn(program, argv);
-    for (const char **argument = argv; *argument != nullptr; ++argument)
-        free(const_cast<char *>(*argument));
-    return status;
+    return os_spawn_vector(program, copy.get());
 }
 
 static int spawn_in_debugger(const char *app, const char *cmdfile, const Vector *args) {

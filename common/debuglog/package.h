@@ -1,6 +1,6 @@
-// The debug package: a zip archive that files of a run are collected in, above all the debug log.
-// Every process of a run adds its files to the same archive. Failures are warnings and change
-// nothing else.
+// The debug package: a zip archive that collects files of a run, above all the debug log. Every
+// process of a run adds its files to the same archive. Failures are warnings and change nothing
+// else.
 #ifndef COMMON_PACKAGE_H
 #define COMMON_PACKAGE_H
 

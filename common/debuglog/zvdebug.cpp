@@ -35,7 +35,7 @@ static const char *default_out_name() {
     return sc_format("%s-%u.out", host_tool_name, num);
 }
 
-// The package is what is left out when both are one file: it can be made again.
+// If both are one file the package is given up: it can be made again.
 static bool is_both(const char *package, const char *log) {
     if (package == nullptr || log == nullptr || !host_same_file(package, log))
         return false;
@@ -75,7 +75,7 @@ static void parse_out(const char *argument) {
     open_out_file(path, append);
 }
 
-// An empty name, behind "+" too, is the default one.
+// An empty name, also after "+", means the default one.
 static void parse_zip(const char *argument) {
     if (zip_path != nullptr) {
         zvdebug_warn("Zip file already set to \"%s\", ignoring addtional zip options", zip_path);
@@ -98,7 +98,7 @@ static void parse_zip(const char *argument) {
 }
 
 // In the order of AssertMode.
-static constexpr const char *assert_words[] = {"ignore", "fatal", "error", "warning"};
+static constexpr const char *ASSERT_WORDS[] = {"ignore", "fatal", "error", "warning"};
 
 static void parse_assert(const char *argument) {
     if (argument == nullptr) {
@@ -106,7 +106,7 @@ static void parse_assert(const char *argument) {
         return;
     }
     for (uint32_t mode = ASSERT_IGNORE; mode <= ASSERT_WARNING; mode++) {
-        if (str_icmp(argument, assert_words[mode]) == 0) {
+        if (str_icmp(argument, ASSERT_WORDS[mode]) == 0) {
             trace_assert_mode = static_cast<AssertMode>(mode);
             return;
         }
@@ -138,12 +138,16 @@ static void parse_num(const char *argument) {
 
 // --- The options' texts for started programs. Empty when there is nothing to pass on.
 
+namespace {
+
 struct Option {
     const char *name;
     uint32_t bits; // set in the debug flags
     void (*parse)(const char *argument);
     std::string (*dbo_optGenerator)(DebugCaller caller, const char *callee, const Option &option);
 };
+
+} // namespace
 
 static std::string forward_flag(DebugCaller, const char *, const Option &option) {
     return (trace_flags & option.bits) != 0 ? option.name : "";
@@ -164,7 +168,7 @@ static std::string forward_zip(DebugCaller, const char *, const Option &) {
 static std::string forward_assert(DebugCaller, const char *, const Option &) {
     if (trace_assert_mode == ASSERT_IGNORE)
         return "";
-    return std::string("assert:") + assert_words[trace_assert_mode];
+    return std::string("assert:") + ASSERT_WORDS[trace_assert_mode];
 }
 
 // A driver's own kind is debugged in the driver, not below it.
@@ -204,7 +208,7 @@ static std::string forward_num(DebugCaller, const char *callee, const Option &) 
 }
 
 // Searched in this order, and passed on in this order.
-static constexpr Option options[] = {
+static constexpr Option OPTIONS[] = {
     {"default", TRACE_GENERAL, nullptr, forward_flag},
     {"on", TRACE_GENERAL, nullptr, forward_flag},
     {"out", 0, parse_out, forward_out},
@@ -222,7 +226,7 @@ static constexpr Option options[] = {
 
 // The first option whose name the item begins with.
 static const Option *find_option(const char *item) {
-    for (const Option &option : options)
+    for (const Option &option : OPTIONS)
         if (sc_hasPrefixI(item, option.name))
             return &option;
     return nullptr;
@@ -279,7 +283,7 @@ const char *zvdebug_forward(DebugCaller caller, const char *callee) {
     if (callee == nullptr)
         return nullptr;
     std::string list;
-    for (const Option &option : options) {
+    for (const Option &option : OPTIONS) {
         const Option *op = &option;
         DEBUG_ASSERT(op->dbo_optGenerator != NULL);
         const std::string text = op->dbo_optGenerator(caller, callee, *op);

@@ -14,8 +14,8 @@ void zvdebug_parse(const char *optstr);
 // Who starts a program, for the choice of debug names that are passed on.
 enum DebugCaller : uint32_t { DBC_QRNCC = 0, DBC_QRN = 1, DBC_DRIVER = 2 };
 
-// The option text (interned) that makes a started program log along, or null when there is nothing
-// to pass. Counts the programs started under each name.
+// The option text (interned) that makes a started program write a log too, or null if there is
+// nothing to pass on. Counts the programs started under each name.
 const char *zvdebug_forward(DebugCaller caller, const char *callee);
 
 // The option (interned) that makes a started program log into a new file of this name beside the

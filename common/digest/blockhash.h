@@ -28,8 +28,8 @@ void blockhash_update(Context *ctx, const uint8_t *bytes, size_t length, Compres
     if (length == 0)
         return;
     if (ctx->datalen != 0) {
-        size_t part = std::min(length, HASH_BLOCK_SIZE - ctx->datalen);
-        std::memcpy(ctx->data + ctx->datalen, bytes, part);
+        const size_t part = std::min(length, HASH_BLOCK_SIZE - ctx->datalen);
+        memcpy(ctx->data + ctx->datalen, bytes, part);
         ctx->datalen += static_cast<uint32_t>(part);
         bytes += part;
         length -= part;
@@ -38,11 +38,11 @@ void blockhash_update(Context *ctx, const uint8_t *bytes, size_t length, Compres
         compress(ctx, ctx->data, 1);
         ctx->bitlen += 8 * HASH_BLOCK_SIZE;
     }
-    size_t blocks = length / HASH_BLOCK_SIZE;
+    const size_t blocks = length / HASH_BLOCK_SIZE;
     compress(ctx, bytes, blocks);
     ctx->bitlen += 8 * HASH_BLOCK_SIZE * uint64_t{blocks};
     ctx->datalen = static_cast<uint32_t>(length % HASH_BLOCK_SIZE);
-    std::memcpy(ctx->data, bytes + blocks * HASH_BLOCK_SIZE, ctx->datalen);
+    memcpy(ctx->data, bytes + blocks * HASH_BLOCK_SIZE, ctx->datalen);
 }
 
 template <class Context, class Compress>
@@ -51,11 +51,11 @@ void blockhash_final(Context *ctx, uint8_t *digest, Compress compress) {
     ctx->bitlen += 8 * uint64_t{used};
     ctx->data[used++] = 0x80;
     if (used > HASH_LENGTH_OFFSET) {
-        std::memset(ctx->data + used, 0, HASH_BLOCK_SIZE - used);
+        memset(ctx->data + used, 0, HASH_BLOCK_SIZE - used);
         compress(ctx, ctx->data, 1);
         used = 0;
     }
-    std::memset(ctx->data + used, 0, HASH_LENGTH_OFFSET - used);
+    memset(ctx->data + used, 0, HASH_LENGTH_OFFSET - used);
     store_be32(ctx->data + HASH_LENGTH_OFFSET, static_cast<uint32_t>(ctx->bitlen >> 32));
     store_be32(ctx->data + HASH_LENGTH_OFFSET + 4, static_cast<uint32_t>(ctx->bitlen));
     compress(ctx, ctx->data, 1);

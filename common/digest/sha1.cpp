@@ -15,10 +15,10 @@ void sha1_transform(Sha1Context *ctx, const uint8_t *block) {
         if (t >= 16)
             w[t % 16] =
                 std::rotl(w[(t - 3) % 16] ^ w[(t - 8) % 16] ^ w[(t - 14) % 16] ^ w[t % 16], 1);
-        uint32_t f = t < 20              ? (b & c) ^ (~b & d)
-                     : t >= 40 && t < 60 ? (b & c) ^ (b & d) ^ (c & d)
-                                         : b ^ c ^ d;
-        uint32_t sum = std::rotl(a, 5) + f + e + ctx->k[t / 20] + w[t % 16];
+        const uint32_t f = t < 20              ? (b & c) ^ (~b & d)
+                           : t >= 40 && t < 60 ? (b & c) ^ (b & d) ^ (c & d)
+                                               : b ^ c ^ d;
+        const uint32_t sum = std::rotl(a, 5) + f + e + ctx->k[t / 20] + w[t % 16];
         e = d, d = c, c = std::rotl(b, 30), b = a, a = sum;
     }
     ctx->state[0] += a, ctx->state[1] += b, ctx->state[2] += c, ctx->state[3] += d;

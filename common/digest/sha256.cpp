@@ -27,16 +27,16 @@ void sha256_blocks_portable(uint32_t state[8], const uint8_t *blocks, size_t cou
         uint32_t e = state[4], f = state[5], g = state[6], h = state[7];
         for (size_t t = 0; t < 64; t++) {
             if (t >= 16) {
-                uint32_t w15 = w[(t - 15) % 16], w2 = w[(t - 2) % 16];
-                uint32_t s0 = std::rotr(w15, 7) ^ std::rotr(w15, 18) ^ (w15 >> 3);
-                uint32_t s1 = std::rotr(w2, 17) ^ std::rotr(w2, 19) ^ (w2 >> 10);
+                const uint32_t w15 = w[(t - 15) % 16], w2 = w[(t - 2) % 16];
+                const uint32_t s0 = std::rotr(w15, 7) ^ std::rotr(w15, 18) ^ (w15 >> 3);
+                const uint32_t s1 = std::rotr(w2, 17) ^ std::rotr(w2, 19) ^ (w2 >> 10);
                 w[t % 16] += s0 + w[(t - 7) % 16] + s1;
             }
-            uint32_t sum1 = std::rotr(e, 6) ^ std::rotr(e, 11) ^ std::rotr(e, 25);
-            uint32_t choice = (e & f) ^ (~e & g);
-            uint32_t t1 = h + sum1 + choice + sha256_k[t] + w[t % 16];
-            uint32_t sum0 = std::rotr(a, 2) ^ std::rotr(a, 13) ^ std::rotr(a, 22);
-            uint32_t majority = (a & b) ^ (a & c) ^ (b & c);
+            const uint32_t sum1 = std::rotr(e, 6) ^ std::rotr(e, 11) ^ std::rotr(e, 25);
+            const uint32_t choice = (e & f) ^ (~e & g);
+            const uint32_t t1 = h + sum1 + choice + sha256_k[t] + w[t % 16];
+            const uint32_t sum0 = std::rotr(a, 2) ^ std::rotr(a, 13) ^ std::rotr(a, 22);
+            const uint32_t majority = (a & b) ^ (a & c) ^ (b & c);
             h = g, g = f, f = e, e = d + t1;
             d = c, c = b, b = a, a = t1 + sum0 + majority;
         }
@@ -50,7 +50,7 @@ void sha256_pair_portable(uint32_t *const states[2], const uint8_t *const blocks
     sha256_blocks_portable(states[1], blocks[1], count);
 }
 
-// Both start out at a chooser, which puts the best implementations in their places.
+// Both point to a chooser at first, which replaces them by the best implementations.
 static void choose_blocks(uint32_t state[8], const uint8_t *blocks, size_t count);
 static void choose_pair(uint32_t *const states[2], const uint8_t *const blocks[2], size_t count);
 static Sha256BlocksFn compress_blocks = choose_blocks;

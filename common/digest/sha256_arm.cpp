@@ -6,12 +6,12 @@
 #include <asm/hwcap.h>
 #include <sys/auxv.h>
 
-// Four rounds a pair of instructions, over the eight state words held as two vectors, (a,b,c,d) and
-// (e,f,g,h). Each step of the loop does them with the schedule vector w[t % 4] and, while more are
-// needed, replaces that vector by the one four steps on.
+// Four rounds per pair of instructions, over the eight state words held as two vectors, (a,b,c,d)
+// and (e,f,g,h). Each step of the loop does them with the schedule vector w[t % 4] and, while more
+// are needed, replaces that vector by the one four steps on.
 //
-// With two lanes, that is messages, their steps alternate, so that one fills the times in which the
-// other waits for its instructions.
+// With two lanes, that is messages, their steps alternate, so that one lane's instructions run
+// while the other's wait.
 template <int lanes>
 static void compress_lanes(uint32_t *const *states, const uint8_t *const *blocks, size_t count) {
     uint32x4_t abcd[lanes], efgh[lanes];

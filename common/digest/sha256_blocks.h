@@ -14,8 +14,8 @@ alignas(16) extern const uint32_t sha256_k[64];
 
 void sha256_blocks_portable(uint32_t state[8], const uint8_t *blocks, size_t count);
 
-// Compresses `count` blocks of each of two messages, so that the instructions of one fill the times
-// in which those of the other wait for each other.
+// Compresses `count` blocks of each of two messages, interleaved, so that one message's
+// instructions run while the other's wait.
 using Sha256PairFn = void (*)(uint32_t *const states[2], const uint8_t *const blocks[2],
                               size_t count);
 

@@ -1,4 +1,4 @@
-// SHA-256 on processors for which there is no implementation of their own.
+// SHA-256 on processors without an implementation of their own.
 #include "digest/sha256_blocks.h"
 
 Sha256BlocksFn sha256_blocks_native() {

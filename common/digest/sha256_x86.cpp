@@ -103,8 +103,8 @@ static void pair_sha_extensions(uint32_t *const states[2], const uint8_t *const 
 // SSE4.1 in leaf 1, ECX bit 19.
 static bool has_sha_extensions() {
     unsigned eax, ebx, ecx, edx;
-    bool sse41 = __get_cpuid(1, &eax, &ebx, &ecx, &edx) != 0 && (ecx & 1u << 19) != 0;
-    bool sha = __get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx) != 0 && (ebx & 1u << 29) != 0;
+    const bool sse41 = __get_cpuid(1, &eax, &ebx, &ecx, &edx) != 0 && (ecx & 1u << 19) != 0;
+    const bool sha = __get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx) != 0 && (ebx & 1u << 29) != 0;
     return sse41 && sha;
 }
 

@@ -6,7 +6,7 @@ static bool is_blank(char c) {
     return c == ' ' || c == '\t';
 }
 
-// Reads one argument, which begins at `p`, and moves `p` behind it.
+// Reads the argument that begins at `p`, and moves `p` past it.
 static std::string read_argument(const char *&p) {
     std::string argument;
     bool quoted = false;

@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-// The arguments in `command_line` by the Microsoft C runtime's rules: blanks and tabs separate,
+// The arguments in `command_line` by the Microsoft C runtime's rules: spaces and tabs separate,
 // double quotes group, 2n backslashes before a quote give n and a grouping quote, 2n+1 give n and a
-// literal one, any others stand for themselves. The first argument (the program) is taken by the
-// same rules.
+// literal one, any others stay as they are. The first argument (the program) is read by the same
+// rules.
 std::vector<std::string> split_command_line(const char *command_line);
 
 #endif

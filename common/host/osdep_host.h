@@ -1,7 +1,7 @@
 // The seam between the hosts: what each of them does in its own way, as small primitives. The two
-// implementations are osdep_posix.cpp and osdep_windows.cpp; nothing else knows which host it is
-// on. Paths are in the narrow code page (UTF-8 on both hosts). Unless it says otherwise a primitive
-// that fails leaves its reason in errno.
+// implementations are osdep_posix.cpp and osdep_windows.cpp; no other source asks the preprocessor
+// which host it is on. Paths are in the narrow code page (UTF-8 on both hosts). Unless it says
+// otherwise, a primitive that fails leaves its reason in errno.
 #ifndef COMMON_OSDEP_HOST_H
 #define COMMON_OSDEP_HOST_H
 
@@ -16,8 +16,8 @@
 
 // --- Facts
 
-// The tool that this runtime serves, in lower case, as its files and messages name it. "tool" until
-// runtime_init() is told another.
+// The name of the tool that this runtime serves, in lower case, as its files and messages show it.
+// "tool" until runtime_init() sets it.
 extern const char *host_tool_name;
 
 const PathStyle &host_path_style();
@@ -30,7 +30,7 @@ const char *host_osname();
 // Processors the system reports; may be below 1 when it does not know.
 int host_processor_count();
 
-// The running program's own full path; null if the system does not tell.
+// The running program's own full path; null if the system does not know it.
 OwnedString host_program_path();
 
 uint32_t host_process_id();
@@ -46,16 +46,16 @@ const char *host_temp_default();
 // Signals that end the program through the fatal handler, in order of installation.
 std::span<const int> host_caught_signals();
 
-// Signals that come with the failure of a write, which is told of without them.
+// Signals that accompany a failed write, which is reported without them.
 std::span<const int> host_write_signals();
 
-// Installs a handler, for good: it may be entered again from within, and has a stack to run on even
-// when the program's own is used up, as far as the host can. A signal that is ignored stays so, as
-// whoever started the program wants it.
+// Installs a handler for good. The handler may be entered again while it runs, and as far as the
+// host can it has a stack of its own, for when the program's is used up. A signal that is ignored
+// stays ignored: whoever started the program wants it so.
 void host_on_signal(int number, void (*handler)(int));
 
-// Lets exit() take two seconds from within a signal's handler before `give_up` is called: the
-// signal may have struck where exit() then waits for ever.
+// Gives exit() two seconds inside a signal handler, then calls `give_up`: the signal may have
+// struck at a place for which exit() would wait for ever.
 void host_limit_exit(void (*give_up)(int));
 
 // Enters a variable into the environment, which keeps a copy; 0 on success.
@@ -86,7 +86,7 @@ struct FileIdentity {
 bool host_file_identity(const char *path, FileIdentity *result);
 bool host_same_file(const char *a, const char *b); // false if either is missing
 
-// What differs when a file has been written to, or another one has taken its name.
+// A file's state: it differs when the file has been written to, or another file has taken its name.
 struct FileState {
     FileIdentity identity;
     uint64_t size;    // bytes
@@ -97,19 +97,19 @@ bool host_file_state(const char *path, FileState *result);
 bool host_opened_state(FILE *stream, FileState *result);
 
 struct FileCloser {
-    void operator()(FILE *stream) const { std::fclose(stream); }
+    void operator()(FILE *stream) const { fclose(stream); }
 };
 using FilePtr = std::unique_ptr<FILE, FileCloser>;
 
 // fopen, with a stream that programs started later do not inherit.
 FILE *host_fopen(const char *path, const char *mode);
 
-// Opens a regular file for reading in binary. Anything else fails: a FIFO or a device can neither
-// block nor answer, because it is not opened in the first place.
+// Opens a regular file for reading in binary. Anything else fails without being opened, so that a
+// FIFO or a device can neither block nor answer.
 FILE *host_fopen_regular(const char *path);
 
-// The same as a descriptor, or what became of it otherwise. `found` is what host_stat has said of
-// the path, null if that failed. The name may have changed hands since: see host_is_regular.
+// The same, as a descriptor, or the reason why not. `found` is the result of host_stat for the
+// path, null if that failed. Another file may have taken the name since: see host_is_regular.
 enum class OpenOutcome {
     opened,
     missing,
@@ -118,8 +118,8 @@ enum class OpenOutcome {
 };
 OpenOutcome host_open_regular(const char *path, const HostStat *found, int *descriptor);
 
-// Opens whatever stands at `path` for reading in binary, without waiting for a FIFO or a device; -1
-// on failure.
+// Opens whatever `path` names for reading in binary, without waiting for a FIFO or a device; -1 on
+// failure.
 int host_open(const char *path);
 
 // Whether the descriptor is a regular file's.
@@ -132,8 +132,8 @@ FILE *host_fdopen(int descriptor);
 // reads fails instead of waiting for a reader.
 FILE *host_open_log(const char *path, bool append);
 
-// Writes to the end of a log in one piece: what other processes write there stands before or behind
-// it, and nothing is lost.
+// Writes to the end of a log in one piece: what other processes write at the same time comes before
+// or after it, and nothing is lost.
 bool host_append(FILE *log, const std::string &text);
 
 FILE *host_freopen(const char *path, const char *mode, FILE *stream);
@@ -147,11 +147,11 @@ int64_t host_read(int descriptor, void *buffer, size_t size);
 
 struct DirectoryEntry {
     std::string name;
-    bool reachable; // whether this spelling leads back to the entry; if not, it is approximate
+    bool reachable; // whether a path with this name opens the entry; if not, it is approximate
 };
 
-// Appends what is in the directory but for "." and "..", in the system's order. Of a directory that
-// breaks off, what was read is there.
+// Appends the entries of the directory except "." and "..", in the system's order. If reading
+// breaks off, those read so far are there.
 enum class Listing {
     complete,
     broken,
@@ -168,14 +168,14 @@ bool host_mkdir_private(const char *path); // for this user alone, where the hos
 bool host_rmdir(const char *path);
 bool host_remove(const char *path); // a file, or a link whatever it leads to
 
-// Waits until what was written to the descriptor of a file is on the disk. A file system that
-// cannot say so is no failure.
+// Waits until what was written to the file is on the disk. True also on a file system that cannot
+// say.
 bool host_flush_to_disk(int descriptor);
 
-// Renames a file over whatever file stands at `to`, and waits until that is on the disk, as above.
+// Renames a file over the file at `to`, if any, and waits until that is on the disk, as above.
 bool host_replace(const char *from, const char *to);
 
-// Renames a file to a name that nothing stands at: errno is EEXIST if something does.
+// Renames a file to a name that is free: errno is EEXIST if it is not.
 bool host_rename_new(const char *from, const char *to);
 
 // Gives `to` the access rights of `from`, as far as the host has any.
@@ -197,17 +197,20 @@ OwnedString host_shortpath(const char *path);
 // entry.
 OwnedString host_stored_name(const char *path);
 
-// Waits for the lock that keeps processes apart which change a file by replacing it. It is held
-// until it is given up or its holder ends, in whatever way, and leaves nothing behind. -1 if it
-// cannot be had: no file that may be written to, which the other host can do without, or no locks.
+// Waits for the lock of processes that change the same file by replacing it. It is held until it is
+// released or its holder ends in any way, and leaves nothing on the disk. -1 if it cannot be had:
+// there is no such file that may be written to (the other host needs none), or no locks.
 using HostLock = intptr_t;
 HostLock host_lock(const char *path);
 void host_unlock(HostLock lock); // -1 is ignored
 
 // --- Descriptors
 
-// Opens whatever of standard input, output and error is closed to nowhere, so that no file that is
-// opened later takes its place.
+constexpr int STDOUT_DESCRIPTOR = 1;
+constexpr int STDERR_DESCRIPTOR = 2;
+
+// Opens standard input, output and error to nowhere where they are closed, so that no file that is
+// opened later takes their place.
 void host_open_standard_streams();
 
 int host_fileno(FILE *stream);
@@ -221,8 +224,8 @@ int host_close(int descriptor);
 using ProcessHandle = intptr_t;
 
 // Starts `exe` without a console window and without waiting. It is ended when this process ends,
-// however that happens. The program receives `argv` (null-terminated), or `command_line` where the
-// host passes one string; both say the same. 0 if it could not be started.
+// however that happens. The program receives `argv` (null-terminated), or `command_line` on the
+// host that passes one string; both have the same content. 0 if it could not be started.
 ProcessHandle host_start_process(const char *exe, const char *const *argv,
                                  const char *command_line);
 
@@ -231,7 +234,7 @@ ProcessHandle host_start_process(const char *exe, const char *const *argv,
 bool host_wait_process(ProcessHandle process, int *status);
 
 // Runs a program to its end and returns its exit status, or -1 with errno set if it could not be
-// started. The arguments are joined by blanks and split again by the started program as
+// started. The arguments are joined by spaces and split again by the started program as
 // split_command_line() does, on every host.
 int host_spawn_wait(const char *path, const char *const *argv);
 

@@ -29,7 +29,7 @@ template <class Call> static auto uninterrupted(Call call) {
     return result;
 }
 
-// What a link says, read with a buffer that grows until it fits; null if `path` is no link.
+// The target of a link, read with a buffer that grows until it fits; null if `path` is not a link.
 static OwnedString read_link(const char *path) {
     std::string target(256, '\0');
     for (;;) {
@@ -69,8 +69,8 @@ int host_processor_count() {
     return static_cast<int>(sysconf(_SC_NPROCESSORS_ONLN));
 }
 
-// What this program was started as, which is relative to the directory that is still the current
-// one when this is noted; empty if the system does not tell.
+// The path that this program was started with. A relative one is completed before main() can change
+// the current directory. Empty if the system does not know it.
 static const OwnedString started_as = [] {
     const auto path = reinterpret_cast<const char *>(getauxval(AT_EXECFN));
     return host_absolute_path(path != nullptr ? path : "");
@@ -98,8 +98,8 @@ OwnedString host_unique_seed() {
 }
 
 std::span<const char *const> host_temp_variables() {
-    static constexpr std::array<const char *, 3> names = {"TEMP", "TMP", "TMPDIR"};
-    return names;
+    static constexpr std::array<const char *, 3> NAMES = {"TEMP", "TMP", "TMPDIR"};
+    return NAMES;
 }
 
 // Not the current directory, which may be the tree that is being hashed.
@@ -108,14 +108,14 @@ const char *host_temp_default() {
 }
 
 std::span<const int> host_caught_signals() {
-    static constexpr std::array<int, 7> signals = {SIGHUP,  SIGINT,  SIGQUIT, SIGTERM,
+    static constexpr std::array<int, 7> SIGNALS = {SIGHUP,  SIGINT,  SIGQUIT, SIGTERM,
                                                    SIGABRT, SIGSEGV, SIGFPE};
-    return signals;
+    return SIGNALS;
 }
 
 std::span<const int> host_write_signals() {
-    static constexpr std::array<int, 2> signals = {SIGPIPE, SIGXFSZ};
-    return signals;
+    static constexpr std::array<int, 2> SIGNALS = {SIGPIPE, SIGXFSZ};
+    return SIGNALS;
 }
 
 // The stack that a handler runs on, because the program's own may have overflowed.
@@ -127,8 +127,8 @@ static bool use_signal_stack() {
     return sigaltstack(&stack, nullptr) == 0;
 }
 
-// A signal that strikes again in its own handler reaches it: a fault would otherwise be the
-// kernel's to deal with.
+// A signal may strike again in its own handler: a fault there would otherwise be left to the
+// kernel.
 void host_on_signal(int number, void (*handler)(int)) {
     [[maybe_unused]] static const bool has_stack = use_signal_stack();
     struct sigaction action = {}, before = {};
@@ -220,15 +220,15 @@ FILE *host_fopen(const char *path, const char *mode) {
     return stream;
 }
 
-// Only a lease that another program holds on a file makes it one that would block; it is asked to
-// give way while we wait.
+// A regular file would block only while another program holds a lease on it; that program is asked
+// to give way while we wait.
 static int open_at_once(const char *path, int access) {
-    constexpr mode_t rights = 0666;
+    constexpr mode_t RIGHTS = 0666;
     const int flags = access | O_NOCTTY | O_CLOEXEC;
-    const int descriptor = uninterrupted([&] { return open(path, flags | O_NONBLOCK, rights); });
+    const int descriptor = uninterrupted([&] { return open(path, flags | O_NONBLOCK, RIGHTS); });
     if (descriptor != -1 || errno != EWOULDBLOCK)
         return descriptor;
-    return uninterrupted([&] { return open(path, flags, rights); });
+    return uninterrupted([&] { return open(path, flags, RIGHTS); });
 }
 
 int host_open(const char *path) {
@@ -244,7 +244,7 @@ FILE *host_fdopen(int descriptor) {
     return fdopen(descriptor, "rb");
 }
 
-// It is always the end that is written to: a program that was started to append may share the log.
+// Always for appending: a program that was started to append may share the log.
 FILE *host_open_log(const char *path, bool append) {
     const int access = O_WRONLY | O_CREAT | (append ? 0 : O_TRUNC);
     const int descriptor = open_at_once(path, access);
@@ -254,7 +254,7 @@ FILE *host_open_log(const char *path, bool append) {
     return fdopen(descriptor, "a");
 }
 
-// Past the stream, which would cut what is longer than its buffer.
+// Not through the stream, which would split a text that is longer than its buffer.
 bool host_append(FILE *log, const std::string &text) {
     bool written = fflush(log) == 0;
     for (size_t done = 0; written && done < text.size();) {
@@ -321,14 +321,14 @@ bool host_remove(const char *path) {
     return unlink(path) == 0;
 }
 
-// Some file systems cannot be asked, and then there is nothing to wait for.
+// Some file systems do not support this, and then there is nothing to wait for.
 bool host_flush_to_disk(int descriptor) {
     return uninterrupted([&] { return fsync(descriptor); }) == 0 || errno == EINVAL ||
            errno == ENOSYS || errno == EOPNOTSUPP;
 }
 
-// A directory that may not be read cannot be flushed. One that fails to be is an error of the disk,
-// whatever else its reason might mean to the caller.
+// A directory that may not be read cannot be flushed, and is passed over. If flushing fails that is
+// an error of the disk, whatever its reason would mean to the caller.
 static bool flush_directory_of(const char *path) {
     const OwnedString directory = path_dirname(slash_path_style, path);
     const int descriptor = open(directory != nullptr ? directory.get() : ".",
@@ -346,7 +346,7 @@ bool host_replace(const char *from, const char *to) {
     return rename(from, to) == 0 && flush_directory_of(to);
 }
 
-// Some file systems cannot ask and rename in one step.
+// Some file systems cannot check and rename in one step.
 bool host_rename_new(const char *from, const char *to) {
     if (renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0)
         return true;
@@ -362,9 +362,9 @@ void host_copy_mode(const char *from, const char *to) {
 }
 
 OwnedString host_resolve_links(const char *path) {
-    constexpr int longest_chain = 40; // as the kernel's
+    constexpr int LONGEST_CHAIN = 40; // as the kernel's
     std::string resolved = path;
-    for (int i = 0; i < longest_chain; ++i) {
+    for (int i = 0; i < LONGEST_CHAIN; ++i) {
         const OwnedString target = read_link(resolved.c_str());
         if (target == nullptr)
             break;
@@ -396,7 +396,7 @@ OwnedString host_shortpath(const char *path) {
     return host_stat(path, &status) ? xstrdup(path) : nullptr;
 }
 
-// The directory is read, because a file system that ignores case finds other spellings as well.
+// Reads the directory, because a file system that ignores case would open other spellings too.
 OwnedString host_stored_name(const char *path) {
     const std::string name = path_basename(slash_path_style, path);
     const OwnedString directory = path_dirname(slash_path_style, path);
@@ -411,9 +411,9 @@ OwnedString host_stored_name(const char *path) {
     return found ? xstrdup(name.c_str()) : nullptr;
 }
 
-// Of the file itself, and asked for again when another has taken its place meanwhile. Open file
-// descriptions hold it (F_OFD_SETLKW), not the process, which may close other descriptors of the
-// file. The lock of flock() would be in the way of those who already run us under flock(1).
+// The lock is on the file itself, and is taken again if another file has taken its name meanwhile.
+// It belongs to the open file description (F_OFD_SETLKW), not to the process, which may close other
+// descriptors of the file. A lock of flock() would block those who already run us under flock(1).
 HostLock host_lock(const char *path) {
     for (;;) {
         struct stat named = {}, held = {};
@@ -466,6 +466,8 @@ int host_close(int descriptor) {
 
 // --- Processes
 
+namespace {
+
 // What a new process becomes.
 struct Start {
     const char *path;
@@ -475,8 +477,10 @@ struct Start {
     volatile int failure;
 };
 
-// Runs in the parent's memory, while the parent waits: nothing is called but the system. Handlers
-// must not run here, and so signals stay blocked until there are none.
+} // namespace
+
+// Runs in the memory of the parent, which waits, so only system calls are made. The parent's signal
+// handlers must not run here: signals stay blocked until all handlers are reset.
 [[noreturn, gnu::noinline]] static void become_program(Start *start) {
     struct sigaction action = {};
     for (int number = 1; number < NSIG; number++) {
@@ -498,7 +502,7 @@ struct Start {
 }
 
 // 0, with errno set, if the program cannot be started. No memory is copied, however much this
-// process holds. The program that is tied ends when this process does.
+// process holds. A program that is `tied` ends when this process does.
 static pid_t start_program(const char *path, char *const *argv, bool tied) {
     // A parent that ignored SIGCHLD has us ignore it too, and statuses would be lost.
     signal(SIGCHLD, SIG_DFL);
@@ -531,7 +535,8 @@ bool host_wait_process(ProcessHandle process, int *status) {
 }
 
 int host_spawn_wait(const char *path, const char *const *argv) {
-    // The path is no part of it: quotes cannot stand in one on the host that passes one string.
+    // argv[0] is passed as it is, not joined and split: a path may contain quotes here, which a
+    // path of the host that passes one string cannot.
     std::string command_line;
     for (size_t i = 1; argv[0] != nullptr && argv[i] != nullptr; i++)
         command_line += (i > 1 ? " " : "") + std::string(argv[i]);

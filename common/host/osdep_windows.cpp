@@ -25,7 +25,7 @@ extern "C" {
 int _dowildcard = 0;
 }
 
-// Sets errno to the nearest of a system error; always false.
+// Sets errno to the nearest equivalent of a system error; always false.
 static bool fail(DWORD error = GetLastError()) {
     switch (error) {
     case ERROR_FILE_NOT_FOUND:
@@ -74,7 +74,7 @@ static OwnedString to_narrow(const wchar_t *wide) {
     return narrow;
 }
 
-// Empty if the text is not of the narrow code page.
+// Empty if the text is not valid in the narrow code page.
 static std::wstring to_wide(const char *narrow) {
     const int size = MultiByteToWideChar(CP_ACP, MB_ERR_INVALID_CHARS, narrow, -1, nullptr, 0);
     if (size <= 0)
@@ -85,8 +85,8 @@ static std::wstring to_wide(const char *narrow) {
     return wide;
 }
 
-// Asks a system call that fills a buffer, and says how much it needs, until all fits. Empty on
-// failure.
+// Repeats a system call that fills a buffer and returns the length it needs, until the text fits.
+// Empty on failure.
 template <class Call> static std::wstring filled(Call call) {
     std::wstring text(MAX_PATH, L'\0');
     for (;;) {
@@ -108,15 +108,17 @@ static bool is_verbatim(const std::wstring &path) {
     return path.starts_with(L"\\\\?\\") || path.starts_with(L"\\\\.\\");
 }
 
-// A path as the system calls take it. One that is long when made absolute is spelt in the form that
-// knows no limit of 260 characters (of 248 for a directory), so that it is reached whatever the
-// machine's settings.
+namespace {
+
+// A path as the system calls take it. If it is long when made absolute it gets the prefix that
+// lifts the limit of 260 characters (248 for a directory), so that it works whatever the machine's
+// settings are.
 class SystemPath {
   public:
     explicit SystemPath(const char *path) : text(to_wide(path)) {
-        constexpr DWORD longest_plain = 247;
+        constexpr DWORD LONGEST_PLAIN = 247;
         if (is_verbatim(text) ||
-            GetFullPathNameW(text.c_str(), 0, nullptr, nullptr) <= longest_plain)
+            GetFullPathNameW(text.c_str(), 0, nullptr, nullptr) <= LONGEST_PLAIN)
             return;
         const std::wstring full = full_path(text.c_str());
         if (is_verbatim(full))
@@ -129,8 +131,10 @@ class SystemPath {
     const wchar_t *get() const { return text.c_str(); }
 
   private:
-    std::wstring text; // empty, which names nothing, if it could not be spelt
+    std::wstring text; // empty, which names nothing, if it could not be converted
 };
+
+} // namespace
 
 // --- Facts
 
@@ -176,8 +180,8 @@ OwnedString host_unique_seed() {
 }
 
 std::span<const char *const> host_temp_variables() {
-    static constexpr std::array<const char *, 2> names = {"TEMP", "TMP"};
-    return names;
+    static constexpr std::array<const char *, 2> NAMES = {"TEMP", "TMP"};
+    return NAMES;
 }
 
 const char *host_temp_default() {
@@ -185,9 +189,9 @@ const char *host_temp_default() {
 }
 
 std::span<const int> host_caught_signals() {
-    static constexpr std::array<int, 6> signals = {SIGBREAK, SIGINT,  SIGTERM,
+    static constexpr std::array<int, 6> SIGNALS = {SIGBREAK, SIGINT,  SIGTERM,
                                                    SIGABRT,  SIGSEGV, SIGFPE};
-    return signals;
+    return SIGNALS;
 }
 
 std::span<const int> host_write_signals() {
@@ -199,7 +203,7 @@ void host_on_signal(int number, void (*handler)(int)) {
         signal(number, SIG_IGN);
 }
 
-// Interruptions arrive in a thread of their own here, so that exit() does not wait for itself.
+// Interruptions arrive in a thread of their own here, so exit() does not wait for itself.
 void host_limit_exit(void (*)(int)) {}
 
 int host_setenv(const char *name, const char *value) {
@@ -211,6 +215,8 @@ void host_tzset() {
 }
 
 // --- Files and directories
+
+namespace {
 
 class SystemHandle {
   public:
@@ -227,6 +233,8 @@ class SystemHandle {
   private:
     HANDLE handle;
 };
+
+} // namespace
 
 // Opens a file, directory or device for questions about it, following links.
 static SystemHandle open_for_query(const SystemPath &path) {
@@ -261,8 +269,8 @@ static bool stat_opened(const SystemPath &path, HostStat *result) {
     return true;
 }
 
-// The attributes are the quick answer. They do not follow links, and for a device's name they
-// either fail or come without times; those are opened.
+// The attributes are the quick answer. They do not follow links, and for the name of a device they
+// either fail or come without times; in these cases the file is opened.
 bool host_stat(const char *path, HostStat *result) {
     const SystemPath system_path(path);
     WIN32_FILE_ATTRIBUTE_DATA data = {};
@@ -278,7 +286,7 @@ bool host_stat(const char *path, HostStat *result) {
     return true;
 }
 
-// Reparse points of other kinds (files kept elsewhere, compressed ones) are no links.
+// Reparse points of other kinds (files kept elsewhere, compressed files) are not links.
 bool host_is_link(const char *path) {
     const SystemPath system_path(path);
     const DWORD attributes = GetFileAttributesW(system_path.get());
@@ -323,7 +331,7 @@ bool host_opened_state(FILE *stream, FileState *result) {
     return state_of(reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stream))), result);
 }
 
-// The flags of _wopen that say the same as a mode of fopen.
+// The flags of _wopen for a mode of fopen.
 static int open_flags(const char *mode) {
     const bool update = strchr(mode, '+') != nullptr;
     const int access = update ? _O_RDWR : mode[0] == 'r' ? _O_RDONLY : _O_WRONLY;
@@ -334,7 +342,7 @@ static int open_flags(const char *mode) {
     return access | creation | translation | _O_NOINHERIT;
 }
 
-// Opened as a descriptor first: only there can inheritance be refused on every version of the
+// Opened as a descriptor first: only there can inheritance be switched off in every version of the
 // runtime.
 FILE *host_fopen(const char *path, const char *mode) {
     const SystemPath system_path(path);
@@ -364,9 +372,9 @@ FILE *host_open_log(const char *path, bool append) {
     return host_fopen(path, append ? "a" : "w");
 }
 
-// Going to the end and writing are two steps whatever the file was opened for, so they are done
-// under a lock. It is one of a byte that no file reaches, because nobody else can write what is
-// locked. What has no end, and no locks, is written to as it comes.
+// Going to the end and writing are two steps, whatever mode the file was opened in, so both are
+// done under a lock. The lock is on a byte beyond the end of any file, because nobody else can
+// write to locked bytes. A stream without an end or locks is simply written to.
 bool host_append(FILE *log, const std::string &text) {
     const auto file = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(log)));
     OVERLAPPED beyond = {};
@@ -395,8 +403,8 @@ int64_t host_read(int descriptor, void *buffer, size_t size) {
     return _read(descriptor, buffer, static_cast<unsigned>(std::min(size, most)));
 }
 
-// Whether a path with the narrow name leads back to the entry. The system's path rules drop dots
-// and blanks at the end of a name.
+// Whether a path with the narrow name opens the entry. The system's path rules drop dots and spaces
+// at the end of a name.
 static bool is_reachable(const char *narrow, const std::wstring &wide) {
     return to_wide(narrow) == wide && !wide.ends_with(L'.') && !wide.ends_with(L' ');
 }
@@ -463,18 +471,19 @@ bool host_flush_to_disk(int descriptor) {
     return _commit(descriptor) == 0;
 }
 
-// A file that somebody has opened, if only to look at it, cannot be replaced for that moment. If it
-// stays so that is no lack of permission, for which others would write over what is being read.
+// A file that somebody has open, if only to look at it, cannot be replaced at that moment. If that
+// does not end it must not count as a lack of permission, because then the file would be
+// overwritten while it is being read.
 bool host_replace(const char *from, const char *to) {
-    constexpr int most_attempts = 20;
-    constexpr DWORD flags = MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH;
+    constexpr int MOST_ATTEMPTS = 20;
+    constexpr DWORD FLAGS = MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH;
     const SystemPath source(from), target(to);
-    for (int attempt = 1; !MoveFileExW(source.get(), target.get(), flags); attempt++) {
+    for (int attempt = 1; !MoveFileExW(source.get(), target.get(), FLAGS); attempt++) {
         const DWORD error = GetLastError();
         const bool opened = error == ERROR_ACCESS_DENIED || error == ERROR_SHARING_VIOLATION;
         if (!opened)
             return fail(error);
-        if (attempt == most_attempts) {
+        if (attempt == MOST_ATTEMPTS) {
             errno = EAGAIN;
             return false;
         }
@@ -487,7 +496,8 @@ bool host_rename_new(const char *from, const char *to) {
     return succeed_or_fail(MoveFileExW(SystemPath(from).get(), SystemPath(to).get(), 0));
 }
 
-// Access lists come from the directory, which is the same; hidden files stay hidden.
+// The access list is inherited from the directory, which is the same for both; hidden files stay
+// hidden.
 void host_copy_mode(const char *from, const char *to) {
     const DWORD attributes = GetFileAttributesW(SystemPath(from).get());
     if (attributes != INVALID_FILE_ATTRIBUTES)
@@ -540,8 +550,8 @@ OwnedString host_stored_name(const char *path) {
     return to_narrow(data.cFileName);
 }
 
-// A file that is open cannot be replaced, so the lock is a mutex with a name. It is that of the
-// directory, of which there is one however it is spelt.
+// A file that is open cannot be replaced, so the lock is a named mutex. Its name is the identity of
+// the directory, which is the same however the path is written.
 HostLock host_lock(const char *path) {
     const OwnedString full = host_absolute_path(host_resolve_links(path).get());
     const OwnedString directory = path_dirname(drive_path_style, full.get());
@@ -597,9 +607,11 @@ int host_close(int descriptor) {
 
 // --- Processes
 
-// What a process is started with, besides the usual: it is put into a job, which ends with the last
-// handle to it. That is ours, and closed by the system when this process ends. Before Windows 10
-// there is no such attribute, and programs outlive this one.
+namespace {
+
+// The attribute that puts a started process into a job, which ends with the last handle to it. That
+// handle is ours, and the system closes it when this process ends. Before Windows 10 there is no
+// such attribute, and programs outlive this one.
 class JobAttribute {
   public:
     JobAttribute() {
@@ -631,6 +643,8 @@ class JobAttribute {
     std::vector<char> memory;
     bool usable = false;
 };
+
+} // namespace
 
 ProcessHandle host_start_process(const char *exe, const char *const *, const char *command_line) {
     static JobAttribute job;

@@ -31,19 +31,20 @@ bool path_is_absolute(const PathStyle &style, const char *path) {
     return path[1] == ':' || (path[0] == '\\' && path[1] == '\\');
 }
 
-// What climbs is "..", and where dots and blanks at a name's end do not count, more than that.
+// ".." climbs, and so does a longer row of dots and spaces where these do not count at the end of a
+// name.
 static bool climbs(const PathStyle &style, std::string_view component) {
     return component == ".." || (style.drives && component.size() > 1 &&
                                  component.find_first_not_of(". ") == component.npos);
 }
 
 bool path_leads_out(const PathStyle &style, std::string_view path) {
-    constexpr std::string_view separators = "\\/";
-    if (path.find_first_of(separators) == 0 || path.substr(0, 2).ends_with(':'))
+    constexpr std::string_view SEPARATORS = "\\/";
+    if (path.find_first_of(SEPARATORS) == 0 || path.substr(0, 2).ends_with(':'))
         return true;
     int depth = 0;
     while (!path.empty() && depth >= 0) {
-        const std::string_view component = path.substr(0, path.find_first_of(separators));
+        const std::string_view component = path.substr(0, path.find_first_of(SEPARATORS));
         path.remove_prefix(std::min(component.size() + 1, path.size()));
         if (climbs(style, component))
             depth--;
@@ -105,15 +106,15 @@ static size_t dot_component(const PathStyle &style, const char *p) {
     return p[dots] == '\0' || path_is_separator(style, p[dots]) ? dots : 0;
 }
 
-// Takes the last component and the separator before it off. The search looks only at what it
-// removes, so normalising stays linear.
+// Removes the last component and the separator before it. The search covers only what is removed,
+// so normalising stays linear.
 static void drop_component(const PathStyle &style, std::string &path) {
     const size_t last = path.find_last_of(style.separators);
     path.resize(last == std::string::npos ? 0 : last);
 }
 
-// Whether ".." has nothing to take off a relative slash path: at its start, or behind dots that
-// stayed there.
+// Whether ".." has no component to remove from a relative slash path: at its start, or after dots
+// that stayed there.
 static bool at_start(const std::string &path) {
     return path.empty() || path == "." || path == ".." || path.ends_with("/..");
 }

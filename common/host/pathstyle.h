@@ -38,10 +38,11 @@ bool path_is_bare_drive(const PathStyle &style, const char *path);
 // `name` are dropped. Null if `dir` is null or empty; `name` must not be null.
 OwnedString path_join_style(const PathStyle &style, const char *dir, const char *name);
 
-// Behind the last separator, pointing into `path`; the whole of it without one; null for null.
+// The text after the last separator, pointing into `path`; all of it if there is none; null for
+// null.
 const char *path_basename(const PathStyle &style, const char *path);
 
-// What stands before the last separator; null without one, or for null. In the slash family the
+// The text before the last separator; null if there is none, or for null. In the slash family the
 // directory of "/x" is "/".
 OwnedString path_dirname(const PathStyle &style, const char *path);
 
@@ -58,10 +59,10 @@ OwnedString path_stem(const PathStyle &style, const char *path, bool with_dot);
 // "/", and a relative path stays relative ("a/../../b" gives "../b"). Null for null.
 OwnedString path_normalise(const PathStyle &style, const char *path);
 
-// `path`, behind the directory `cwd` if it is not absolute, normalised. Null and empty directories
-// leave a relative path relative. Unlike the above it never leads to another directory at a drive's
-// top, where ".." stops ("C:\a\..\..\b" gives "C:\b"), and which is "C:\": "C:" alone is the
-// current directory of the drive. Null for null.
+// `path`, normalised, and completed with the directory `cwd` if it is not absolute. Null and empty
+// directories leave a relative path relative. Unlike the functions above it never leads to another
+// directory at a drive's top, where ".." stops ("C:\a\..\..\b" gives "C:\b"), and which is "C:\":
+// "C:" alone is the current directory of the drive. Null for null.
 OwnedString path_full(const PathStyle &style, const char *cwd, const char *path);
 
 #endif

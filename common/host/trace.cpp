@@ -35,7 +35,7 @@ static bool header_pending = true;
 
 // --- Building and writing text
 
-// Appends `more` with its control characters shown as "?", but for those in `kept`.
+// Appends `more` with its control characters shown as "?", except those in `kept`.
 static void append_printable(std::string &text, const std::string &more, const char *kept) {
     for (size_t at = 0; at < more.size(); at++) {
         const size_t end = std::min(more.find_first_of(kept, at), more.size());
@@ -65,8 +65,8 @@ static std::string format_text(const char *format, va_list args) {
 }
 #pragma GCC diagnostic pop
 
-// What the arguments bring can be a name that says anything, so of control characters only the
-// format's own line feeds stay. Where these come to stand is known from the text before them.
+// An argument can be a name with any content, so the only control characters that stay are the line
+// feeds of the format itself. Their places are known from the formatted text before them.
 static void append_vformat(std::string &text, const char *format, va_list args) {
     const std::string_view whole = format;
     size_t done = 0;
@@ -89,8 +89,8 @@ static void append_format(std::string &text, const char *format, ...) {
     va_end(args);
 }
 
-// Writes what belongs together in one piece, so that processes that append to one log mix whole
-// lines only. Leaves errno alone: logging must not change what is logged.
+// Writes a text in one piece, so that processes that append to one log mix whole lines only. Leaves
+// errno alone: logging must not change what is logged.
 static void emit(const std::string &text) {
     if (trace_stream == nullptr)
         return;
@@ -107,7 +107,7 @@ static const char *or_null_text(const char *text) {
     return text == nullptr ? "(null)" : text;
 }
 
-// Source paths are the build host's, which need not be of this host's family.
+// Source paths are those of the build host, which may have another path family.
 static std::string_view source_name(const char *src) {
     const std::string_view path = or_null_text(src);
     return path.substr(path.find_last_of("/\\") + 1);

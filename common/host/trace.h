@@ -47,7 +47,7 @@ void zvdebug_warn(const char *format, ...) PRINTF_LIKE(1, 2);
 // Reports a failed condition as the assertion mode says; nothing in mode ignore.
 void zvdebug_assert(const char *condition, const char *file, uint32_t line);
 
-// Where a debugger stops at a failed assertion; and what it sets to tell the program of itself.
+// A debugger stops in db_assert() at a failed assertion, and sets gInDebugger to announce itself.
 extern "C" __attribute__((noinline)) void db_assert();
 extern "C" int gInDebugger;
 
@@ -73,8 +73,8 @@ void tracef(const char *src, uint32_t line, const char *fmt, ...) PRINTF_LIKE(3,
 // The same for plain text.
 void trace(const char *src, uint32_t line, const char *txt);
 
-// A call of a function: the entry when it is made, and the exit when it goes, unless leave() has
-// written that, with a result. One that is made without anything writes nothing.
+// A call of a function: the constructor writes the entry, and the destructor the exit, unless
+// leave() has written one with a result. One that is made without arguments writes nothing.
 class TraceScope {
   public:
     TraceScope() = default;
@@ -90,12 +90,12 @@ class TraceScope {
   private:
     const char *source = nullptr;
     uint32_t entry_line = 0;
-    const char *function = nullptr; // null when there is no exit to be written
+    const char *function = nullptr; // null if no exit is to be written
 };
 
 // The tracing convention: entry and exit whenever the log is on, free lines under TRACE_GENERAL.
-// TRACE_ENTER stands first in a function; TRACE_EXIT is only needed for an exit with a result, and
-// TRACE_RESULT(value, format, ...) is `value`, to be returned, with the result that the log shows.
+// TRACE_ENTER comes first in a function. TRACE_EXIT is only needed for an exit with a result;
+// TRACE_RESULT(value, format, ...) does the same as an expression that is `value`, to be returned.
 #define TRACE_ENTER(...)                                                                           \
     TraceScope trace_scope =                                                                       \
         trace_flags != 0 ? TraceScope(__FILE__, __LINE__, __func__ __VA_OPT__(, ) __VA_ARGS__)     \
@@ -132,7 +132,7 @@ void trace_puts(const char *str);
 // The run's header (once) and the arguments, up to the first null one.
 void trace_args(int argc, const char *const *argv);
 
-// --- Layout: width of the location column, depth of calls, blanks a level
+// --- Layout: width of the location column, depth of calls, spaces per level
 
 void trace_set_depth(uint32_t depth);
 void trace_push();

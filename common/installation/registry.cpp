@@ -17,7 +17,9 @@ struct PathType {
     int32_t override_type; // the type whose override counts
 };
 
-constexpr PathType PATH_TYPES[] = {
+} // namespace
+
+static constexpr PathType PATH_TYPES[] = {
     {REG_BASE, "", false, nullptr, REG_BASE},
     {REG_BIN, "bin", false, "bin", REG_BIN},
     {REG_LIB, "lib", true, "lib", REG_LIB},
@@ -30,9 +32,7 @@ constexpr PathType PATH_TYPES[] = {
     {REG_C_INCLUDE, "include", true, nullptr, REG_INCLUDE},
 };
 
-} // namespace
-
-// What stands above the subdirectory of each type, where the user has said so.
+// The directory above the subdirectory of each type, where the user has set one.
 static const char *overrides[REG_C_INCLUDE + 1];
 
 static const PathType *find_type(int32_t type) {
@@ -43,12 +43,12 @@ static const PathType *find_type(int32_t type) {
 }
 
 const char *reg_create_path(const char *base, int32_t type) {
-    TRACE_ENTER("base: \"%s\", type: %d", base ? base : "(null)", type);
+    TRACE_ENTER("base: \"%s\", type: %d", base != nullptr ? base : "(null)", type);
     const PathType *known = find_type(type);
-    if (!base || !known)
+    if (base == nullptr || known == nullptr)
         return nullptr;
     const char *subdir = known->subdir;
-    if (c_stdlib && known->by_c_stdlib) {
+    if (c_stdlib != nullptr && known->by_c_stdlib) {
         base = sc_pathJoin(base, subdir);
         subdir = c_stdlib;
     }
@@ -60,9 +60,9 @@ const char *reg_create_path(const char *base, int32_t type) {
 static const char *reg_path_mods(int32_t type) {
     TRACE_ENTER("type: %d", type);
     const PathType *known = find_type(type);
-    const char *base = known ? overrides[known->override_type] : nullptr;
-    const char *dir = base ? reg_create_path(base, type) : nullptr;
-    return TRACE_RESULT(dir, "\"%s\"", dir ? dir : "null");
+    const char *base = known != nullptr ? overrides[known->override_type] : nullptr;
+    const char *dir = base != nullptr ? reg_create_path(base, type) : nullptr;
+    return TRACE_RESULT(dir, "\"%s\"", dir != nullptr ? dir : "null");
 }
 
 const char *reg_instdir(int32_t type) {
@@ -72,44 +72,45 @@ const char *reg_instdir(int32_t type) {
     const char *base = zvinstdir(ZVINSTDIR_LUM);
     if (!os_exists(base))
         base = set_zvinstall_paths() ? zvinstall_ver : nullptr;
-    if (!base)
+    if (base == nullptr)
         return TRACE_RESULT(nullptr, "Could not locate installation directory");
     if (type == REG_BASE)
         return TRACE_RESULT(base, "Returning installation directory: \"%s\"", base);
     const char *dir = reg_create_path(base, type);
-    return TRACE_RESULT(dir, "\"%s\"", dir ? dir : "null");
+    return TRACE_RESULT(dir, "\"%s\"", dir != nullptr ? dir : "null");
 }
 
 const char *reg_mkpath(int32_t type, const char *name) {
-    TRACE_ENTER("type: %d, name: \"%s\"", type, name ? name : "(null)");
+    TRACE_ENTER("type: %d, name: \"%s\"", type, name != nullptr ? name : "(null)");
     if (os_is_absolute(name))
         return TRACE_RESULT(sc_strdup(name), "Returning absolute path: \"%s\"", name);
     const char *dir = reg_instdir(type);
-    const char *path = dir ? sc_pathJoin(dir, name) : nullptr;
-    return TRACE_RESULT(path, "Returning path: \"%s\"", path ? path : "null");
+    const char *path = dir != nullptr ? sc_pathJoin(dir, name) : nullptr;
+    return TRACE_RESULT(path, "Returning path: \"%s\"", path != nullptr ? path : "null");
 }
 
 int reg_set_path(int32_t type, const char *path) {
-    TRACE_ENTER("type: %d, path: \"%s\"", type, path ? path : "null");
-    if (path && !os_exists(path))
+    TRACE_ENTER("type: %d, path: \"%s\"", type, path != nullptr ? path : "null");
+    if (path != nullptr && !os_exists(path))
         return TRACE_RESULT(0, "Path does not exist: \"%s\"", path);
-    if (path && !os_is_dir(path))
+    if (path != nullptr && !os_is_dir(path))
         return TRACE_RESULT(0, "Path is not a directory: \"%s\"", path);
     const PathType *known = find_type(type);
-    if (!known || !known->word)
+    if (known == nullptr || known->word == nullptr)
         return 0;
     overrides[type] = sc_strdup(path);
-    return TRACE_RESULT(1, "%s path now set to: \"%s\"", known->word, path ? path : "null");
+    return TRACE_RESULT(1, "%s path now set to: \"%s\"", known->word,
+                        path != nullptr ? path : "null");
 }
 
 void reg_set_c_stdlib(const char *name) {
-    TRACE_ENTER("\"%s\"", name ? name : "null");
+    TRACE_ENTER("\"%s\"", name != nullptr ? name : "null");
     c_stdlib = sc_strdup(name);
-    TRACE_EXIT("standard C library is now set to: \"%s\"", name ? name : "null");
+    TRACE_EXIT("standard C library is now set to: \"%s\"", name != nullptr ? name : "null");
 }
 
 const char *reg_get_c_stdlib() {
     TRACE_ENTER();
     return TRACE_RESULT(c_stdlib, "standard C library is presently: \"%s\"",
-                        c_stdlib ? c_stdlib : "null");
+                        c_stdlib != nullptr ? c_stdlib : "null");
 }

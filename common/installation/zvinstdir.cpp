@@ -13,79 +13,83 @@ const char *zvinstall_dir;
 static constexpr const char *KIND_NAMES[ZVINSTDIR_LAST] = {"qrn", "v*",  "bin", "docs",   "include",
                                                            "etc", "lum", "kiv", "velasm", "lum-as"};
 
-static bool has_basename(const char *path) {
-    const char *name = os_basename(path);
-    return name && *name;
+static bool fails(const char **failure, const char *reason) {
+    *failure = reason;
+    return false;
 }
 
-static InstallPaths not_located(const char *reason) {
-    return {nullptr, nullptr, reason};
+static bool has_name(const char *dir, const char **failure) {
+    const char *name = os_basename(dir);
+    if (name != nullptr && *name != '\0')
+        return true;
+    return fails(failure, sc_format("ERROR - couldn't get a basename from the path: \"%s\"", dir));
 }
 
-static InstallPaths nameless(const char *dir) {
-    return not_located(sc_format("ERROR - couldn't get a basename from the path: \"%s\"", dir));
+// Goes up from `dir` to its parent, which must have a name.
+static bool enter_parent(const char **dir, const char **failure) {
+    *dir = sc_dirname(*dir);
+    return *dir == nullptr ? fails(failure, "ERROR - path not deep enough?")
+                           : has_name(*dir, failure);
 }
 
 const char *zvinstall_program_dir(const char *program) {
     OwnedString dir = os_dirname(program);
-    if (!dir)
+    if (dir == nullptr)
         return nullptr;
-    size_t length = std::strlen(dir.get());
+    size_t length = strlen(dir.get());
     while (length > 0 &&
            (dir.get()[length - 1] == '.' || dir.get()[length - 1] == host_path_style().separator))
         length--;
     return sc_ncopy(dir.get(), length);
 }
 
-// The version directory's paths, from the directory that was reached.
-static InstallPaths accept_version(const char *version) {
+// The paths for the version directory that was reached. What it lacks goes to the log at once.
+static bool accept_version(const char *version, InstallPaths *paths) {
     const char *lum = sc_pathJoin(version, "lum");
     if (!os_exists(lum)) {
         TRACE_MESSAGE("The 'lum' directory could not be found: \"%s\"", lum);
-        return not_located(nullptr);
+        return false;
     }
     TRACE_MESSAGE("Identified 'lum' directory: \"%s\"", lum);
     const char *install = sc_dirname(version);
-    return install ? InstallPaths{version, install, nullptr} : not_located(nullptr);
+    if (install != nullptr)
+        *paths = {version, install};
+    return install != nullptr;
 }
 
-InstallPaths zvinstall_locate(const char *program) {
+bool zvinstall_locate(const char *program, InstallPaths *paths, const char **failure) {
     const char *dir = zvinstall_program_dir(program);
-    if (!dir)
-        return not_located("ERROR - couldn't get a path based on progname");
+    if (dir == nullptr)
+        return fails(failure, "ERROR - couldn't get a path based on progname");
     TRACE_MESSAGE("Application appears to be running from directory: \"%s\"", dir);
-    if (!has_basename(dir))
-        return nameless(dir);
+    if (!has_name(dir, failure))
+        return false;
     if (str_icmp(os_basename(dir), "bin") != 0)
-        return not_located("ERROR - the application is not running from a 'bin' directory");
+        return fails(failure, "ERROR - the application is not running from a 'bin' directory");
 
-    const char *version = sc_dirname(dir);
-    if (!version)
-        return not_located("ERROR - path not deep enough?");
-    if (!has_basename(version))
-        return nameless(version);
+    const char *version = dir;
+    if (!enter_parent(&version, failure))
+        return false;
     for (const char *component : {"lum", "lum-as"}) {
         if (str_icmp(os_basename(version), component) != 0)
             continue;
         TRACE_MESSAGE("Identified as running from the '%s' directory: \"%s\"", component, version);
-        version = sc_dirname(version);
-        if (!version)
-            return not_located("ERROR - path not deep enough?");
-        if (!has_basename(version))
-            return nameless(version);
+        if (!enter_parent(&version, failure))
+            return false;
         break;
     }
-    return accept_version(version);
+    return accept_version(version, paths);
 }
 
 int set_zvinstall_paths() {
-    if (zvinstall_dir && zvinstall_ver)
+    if (zvinstall_dir != nullptr && zvinstall_ver != nullptr)
         return 1;
     TRACE_ENTER();
-    InstallPaths paths = zvinstall_locate(os_progpath().get());
-    if (!paths.version) {
-        if (paths.reason)
-            TRACE_EXIT("%s", paths.reason);
+    InstallPaths paths;
+    const char *failure = nullptr;
+    if (!zvinstall_locate(os_progpath().get(), &paths, &failure)) {
+        if (failure != nullptr)
+            TRACE_EXIT("%s", failure);
         return 0;
     }
     zvinstall_ver = paths.version;
@@ -96,13 +100,13 @@ int set_zvinstall_paths() {
 }
 
 int zvinstdir_set(const char *path) {
-    TRACE_ENTER("%s", path ? path : "(null)");
+    TRACE_ENTER("%s", path != nullptr ? path : "(null)");
     if (!os_exists(path))
-        return TRACE_RESULT(1, "Path doesn't exist: \"%s\"", path ? path : "(null)");
+        return TRACE_RESULT(1, "Path doesn't exist: \"%s\"", path != nullptr ? path : "(null)");
     zvinstall_ver = path;
     const char *parent = sc_dirname(path);
     if (!os_exists(parent))
-        return TRACE_RESULT(1, "Path doesn't exist: \"%s\"", parent ? parent : "(null)");
+        return TRACE_RESULT(1, "Path doesn't exist: \"%s\"", parent != nullptr ? parent : "(null)");
     zvinstall_dir = parent;
     return TRACE_RESULT(0, "Install dir set to: \"%s\"", zvinstall_dir);
 }

@@ -5,7 +5,7 @@
 //     <installation>/<version>/lum-as/bin/program
 //
 // where the version directory holds a directory "lum". Failures are results; only the debug log
-// tells the reason. Strings returned are interned, or the caller's own from zvinstdir_set().
+// says why. Strings returned are interned, or the caller's own from zvinstdir_set().
 #ifndef COMMON_ZVINSTDIR_H
 #define COMMON_ZVINSTDIR_H
 
@@ -30,17 +30,16 @@ enum : int32_t {
 extern const char *zvinstall_ver;
 extern const char *zvinstall_dir;
 
-// The directory that `program` stands in, without dots and separators at its end; null for none.
+// The directory of `program`, without dots and separators at its end; null if it has none.
 const char *zvinstall_program_dir(const char *program);
 
-// The two directories for a program at `program`. On failure both are null and `reason` says why,
-// or is null where the log has been told already.
+// The two directories for a program at `program`. On failure `paths` stays as it was, and the
+// reason goes to `failure` unless it is in the debug log already.
 struct InstallPaths {
     const char *version;
     const char *install;
-    const char *reason;
 };
-InstallPaths zvinstall_locate(const char *program);
+bool zvinstall_locate(const char *program, InstallPaths *paths, const char **failure);
 
 // 1 if both directories are known, which the first successful call works out; else 0.
 int set_zvinstall_paths();

@@ -52,10 +52,9 @@ bool FileDigests::start(Lane &lane, Job &job, const HostStat *found) {
 // Reads on when nothing is left. At the end of the file, or at an error, which leaves the file
 // without a digest, the lane is done and free: false.
 //
-// In the moment between being found and being opened a name can pass from a file to a FIFO, a
-// directory or a device, which would read as an empty file or for ever. So what does not read as
-// long as it was found to be, or is empty, is asked again what it is; not every file, because that
-// would cost each a system call.
+// Between host_stat and opening, a FIFO, a directory or a device can take the place of a file, and
+// would read as an empty file or for ever. So if the length read is not the one found, or 0, the
+// descriptor is checked again; not for every file, because that would cost each a system call.
 bool FileDigests::refill(Lane &lane) {
     if (lane.left != 0)
         return true;
@@ -86,7 +85,7 @@ void FileDigests::hash_rest(Lane &lane) {
 }
 
 // One step: reads where nothing is left, then hashes as many whole blocks as both lanes have. What
-// cannot be paired goes by itself: the end of a file, or a lane without another.
+// has no partner is hashed alone: the end of a file, or a lane while the other is empty.
 void FileDigests::advance() {
     for (Lane &lane : lanes)
         if (lane.job != nullptr && !refill(lane)) {
@@ -102,7 +101,7 @@ void FileDigests::advance() {
             hash_rest(lane);
 }
 
-// Nothing if a lane stands inside a block.
+// Does nothing while a lane is in the middle of a block.
 void FileDigests::hash_pair(size_t blocks) {
     if (lanes[0].ctx.datalen != 0 || lanes[1].ctx.datalen != 0)
         return;
@@ -115,7 +114,7 @@ void FileDigests::hash_pair(size_t blocks) {
     }
 }
 
-// Hands over what is done, up to the first that is not; false when the receiver ends the whole.
+// Hands over what is done, up to the first that is not; false when the receiver stops everything.
 bool FileDigests::hand_over() {
     while (!ended && !jobs.empty() && jobs.front().done) {
         const Job &job = jobs.front();

@@ -16,13 +16,13 @@ struct FileDigest {
     uint8_t digest[SHA256_DIGEST_SIZE]; // of the whole file, when it was opened and read
 };
 
-// Receives the result for a file, with the path and the tag it was added with. False ends the
-// whole: nothing more is received.
+// Receives the result for a file, with the path and the tag it was added with; the tag stays the
+// caller's. False stops everything: no further results are handed over.
 using FileDigestFn = bool (*)(void *context, const char *path, void *tag, const FileDigest &result);
 
-// Results are handed over in the order in which the files were added, whatever order they end in:
-// a file is opened when a lane is free for it, ahead of its turn, but what became of that is told
-// in its turn.
+// Results are handed over in the order in which the files were added, whatever order they finish
+// in. A file is opened when a lane is free for it, ahead of its turn, but its result, failures
+// included, waits for its turn.
 class FileDigests {
   public:
     FileDigests(FileDigestFn receiver, void *receiver_context)
@@ -31,7 +31,7 @@ class FileDigests {
     FileDigests(const FileDigests &) = delete;
     FileDigests &operator=(const FileDigests &) = delete;
 
-    // All of these are false once the receiver has ended the whole.
+    // All of these return false once the receiver has stopped everything.
 
     // Hashes until a lane is free.
     bool wait_for_lane();
@@ -39,8 +39,8 @@ class FileDigests {
     // Takes the next file, when there is a lane for it.
     bool add(const char *path, void *tag);
 
-    // The same for a path of which host_stat has said `found`, null if that failed; it is to be
-    // asked when there is a lane, so that the file is opened a moment later.
+    // The same with the result of host_stat, null if that failed. Call host_stat after
+    // wait_for_lane(), so that little time passes before the file is opened.
     bool add(const char *path, void *tag, const HostStat *found);
 
     // Hashes what is left and hands it over.
@@ -61,9 +61,9 @@ class FileDigests {
     struct Lane {
         Job *job = nullptr;
         int descriptor = -1;
-        uint64_t size = 0;             // that the file was found to have
+        uint64_t size = 0;             // as host_stat found it
         uint64_t length = 0;           // read so far
-        const uint8_t *next = nullptr; // of the bytes read, what is not hashed yet
+        const uint8_t *next = nullptr; // of the bytes read and not hashed yet
         size_t left = 0;
         Sha256Context ctx;
         alignas(CACHE_LINE) uint8_t buffer[READ_SIZE];
@@ -80,7 +80,7 @@ class FileDigests {
     FileDigestFn receive;
     void *context;
     bool ended = false;
-    std::deque<Job> jobs; // from the first that is not handed over on
+    std::deque<Job> jobs; // all that are not handed over yet, in order
     Lane lanes[2];
 };
 

@@ -114,19 +114,23 @@ void shahash_fatal_cannot_open(const char *path) {
 
 // --- Walk
 
+namespace {
+
 // A directory being walked.
 struct Walk {
     FileDigests *files;
     const char *dir;
     const char *relative;
     const Walk *parent;  // the directory it was entered from
-    bool linked = false; // it was reached over a link
-    bool known = false;  // whether the system has given its identity
+    bool linked = false; // reached over a link
+    bool known = false;  // whether `identity` is
     FileIdentity identity = {};
 };
 
-// A link to a directory that is being walked already would lead round for ever. Where there is no
-// link no identity is trusted: some file systems have none to tell.
+} // namespace
+
+// A link to a directory that is being walked would lead in circles. Without a link identities are
+// not compared: some file systems have none that can be trusted.
 static bool is_loop(const Walk &walk) {
     for (const Walk *outer = walk.parent; walk.linked && outer != nullptr; outer = outer->parent)
         if (outer->known && walk.known && outer->identity == walk.identity)
@@ -136,18 +140,18 @@ static bool is_loop(const Walk &walk) {
 
 static bool walk_directory(Walk walk);
 
-// What a line's path is trimmed of.
-static constexpr std::string_view white_space = " \t\n\v\f\r";
+// The white space that is trimmed from the path of a line.
+static constexpr std::string_view WHITE_SPACE = " \t\n\v\f\r";
 
-// Backslashes join the components of a manifest's paths, line ends end them, and at its end a path
-// would lose white space.
+// A manifest joins the components of a path with backslashes, ends a path at the end of the line,
+// and trims white space from the end of a path.
 static bool fits_manifest(std::string_view name, bool is_last) {
     return name.find_first_of("\r\n\\") == name.npos &&
-           !(is_last && white_space.find(name.back()) != white_space.npos);
+           !(is_last && WHITE_SPACE.find(name.back()) != WHITE_SPACE.npos);
 }
 
 static bool refuse_name(const Walk &walk, const char *path) {
-    walk.files->finish(); // a file before it that cannot be opened is to be told of first
+    walk.files->finish(); // a file before it that cannot be opened is reported first
     fprintf(stderr, "The name of file \"%s\" cannot be written to a manifest\n",
             str_printable(path).get());
     return false;
@@ -221,16 +225,15 @@ void shahash_free_entries(Vector *entries) {
 
 // False unless every line has been handed to the system.
 static bool write_entries(Vector *entries, const char *path) {
-    FilePtr file(host_fopen(path, "w"));
+    FILE *file = host_fopen(path, "w");
     if (file == nullptr)
         return false;
     for (const auto *entry : VecEach<ManifestEntry>(entries))
-        fprintf(file.get(), "%s *%s\n", entry->digest, entry->path);
-    const bool written = ferror(file.get()) == 0;
-    return fclose(file.release()) == 0 && written;
+        fprintf(file, "%s *%s\n", entry->digest, entry->path);
+    return os_close_written(file);
 }
 
-// Says why there is no manifest, or, for null, why not even its temporary file; always false.
+// Reports why the manifest could not be written or, for null, its temporary file; always false.
 static bool report_unwritten(const char *manifest) {
     const int reason = errno;
     if (manifest == nullptr)
@@ -273,8 +276,8 @@ bool shahash_parse_line(std::string_view line, ManifestLine *fields) {
     if (space == line.npos || line.find('\0') != line.npos || line.size() > MANIFEST_LINE_LIMIT)
         return false;
     const std::string_view rest = line.substr(space);
-    const size_t first = std::min(rest.find_first_not_of(white_space), rest.size());
-    std::string_view path = rest.substr(first, rest.find_last_not_of(white_space) + 1 - first);
+    const size_t first = std::min(rest.find_first_not_of(WHITE_SPACE), rest.size());
+    std::string_view path = rest.substr(first, rest.find_last_not_of(WHITE_SPACE) + 1 - first);
     if (path.starts_with('*'))
         path.remove_prefix(1);
     fields->digest = line.substr(0, space);
@@ -283,8 +286,8 @@ bool shahash_parse_line(std::string_view line, ManifestLine *fields) {
 }
 
 bool shahash_line_can_verify(std::string_view line) {
-    constexpr size_t digits = 2 * SHA256_DIGEST_SIZE;
-    return line.find_first_not_of("0123456789abcdef") == digits && line[digits] == ' ' &&
+    constexpr size_t DIGITS = 2 * SHA256_DIGEST_SIZE;
+    return line.find_first_not_of("0123456789abcdef") == DIGITS && line[DIGITS] == ' ' &&
            line.size() <= MANIFEST_LINE_LIMIT;
 }
 
@@ -292,11 +295,11 @@ static bool leads_out(const ManifestLine &fields) {
     return path_leads_out(host_path_style(), fields.path);
 }
 
-// The components of a manifest's path, put together the host's way.
-static std::string host_spelling(const char *path) {
-    std::string spelling = path;
-    std::replace(spelling.begin(), spelling.end(), '\\', host_path_style().separator);
-    return spelling;
+// A path of a manifest with the host's separators.
+static std::string native_path(const char *path) {
+    std::string native = path;
+    std::replace(native.begin(), native.end(), '\\', host_path_style().separator);
+    return native;
 }
 
 static bool verifies(const char *digest, const char *path, const FileDigest &result) {
@@ -315,14 +318,18 @@ bool shahash_verify_file(const char *digest, const char *path) {
     if (digest == nullptr || path == nullptr)
         return false;
     FileDigests digests(verify_digest, nullptr);
-    return digests.add(host_spelling(path).c_str(), const_cast<char *>(digest)) && digests.finish();
+    return digests.add(native_path(path).c_str(), const_cast<char *>(digest)) && digests.finish();
 }
 
-// What verifying lines has come to.
+namespace {
+
+// The result of verifying lines.
 struct LineCheck {
     LineFault fault = LineFault::none;
     std::string path;
 };
+
+} // namespace
 
 // `tag` is the line.
 static bool verify_line(void *context, const char *path, void *tag, const FileDigest &result) {
@@ -334,9 +341,9 @@ static bool verify_line(void *context, const char *path, void *tag, const FileDi
     return false;
 }
 
-// What leads out is like a missing file, in its turn.
+// A path that leads out counts as a missing file, and is reported in its turn.
 static bool add_line(FileDigests &digests, const ManifestLine &fields, char *line) {
-    const std::string path = host_spelling(fields.path.c_str());
+    const std::string path = native_path(fields.path.c_str());
     return leads_out(fields) ? digests.add(path.c_str(), line, nullptr)
                              : digests.add(path.c_str(), line);
 }
@@ -358,7 +365,7 @@ LineFault shahash_verify_lines(Vector *lines, std::string *path) {
 }
 
 static void append_record(Vector *entries, const char *base, const ManifestLine &fields) {
-    const std::string path = host_spelling(fields.path.c_str());
+    const std::string path = native_path(fields.path.c_str());
     OwnedString joined = path.empty() ? nullptr : os_join(base, path.c_str());
     auto *entry = xnew<ManifestEntry>();
     entry->digest = sc_strdup(fields.digest.c_str());

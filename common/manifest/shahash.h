@@ -1,7 +1,7 @@
 // Digests of files and the manifest: its lines, the walk that writes them, the check of one file.
 //
-// A manifest is text without header or trailer, one line a file: 64 lower-case hexadecimal digits
-// of the file's SHA-256, a blank, an asterisk and the path relative to the installation directory,
+// A manifest is text without header or trailer, one line per file: 64 lower-case hexadecimal digits
+// of the file's SHA-256, a space, an asterisk and the path relative to the installation directory,
 // which begins with ".\" and joins its components with single backslashes on every host.
 #ifndef COMMON_SHAHASH_H
 #define COMMON_SHAHASH_H
@@ -17,8 +17,9 @@
 // --- Digests of files. A digest is SHA256_DIGEST_SIZE or SHA1_DIGEST_SIZE bytes, owned by the
 // caller; a text is interned lower-case hexadecimal.
 
-// Of what an open file still holds, read straight from its descriptor in blocks of 16 KiB: the
-// stream must be fresh and binary. A read error ends it as the end of the file does.
+// Of the rest of an open file, read straight from its descriptor in blocks of 16 KiB: nothing may
+// have been read through the stream, which must be binary. A read error ends it like the end of the
+// file.
 OwnedBytes sha256_stream(FILE *file);
 OwnedBytes sha1_stream(FILE *file);
 
@@ -31,7 +32,7 @@ const char *sha1_file_hex(const char *path);
 const char *sha256_hex(const uint8_t *digest);
 const char *sha1_hex(const uint8_t *digest);
 
-// The digest that 64 (40) hexadecimal digits of either case spell. Nothing is rejected: a character
+// The digest written as 64 (40) hexadecimal digits of either case. Nothing is rejected: a character
 // below "A" counts as its distance from "0", any other as its code less 55, in four bits; a text
 // that is too short is filled up with "0".
 OwnedBytes sha256_from_hex(const char *text);
@@ -66,45 +67,46 @@ bool shahash_verify_file(const char *digest, const char *path);
 
 // The two fields of a manifest line.
 struct ManifestLine {
-    std::string digest; // what stands before the first space
-    std::string path;   // behind it, without white space around it and without one leading asterisk
+    std::string digest; // up to the first space
+    std::string path;   // the rest, without white space around it and without one leading asterisk
 };
 
-// No line can be longer, in bytes: so a file without line ends does not fill memory.
+// The longest line allowed, in bytes: a file without line ends must not fill memory.
 constexpr size_t MANIFEST_LINE_LIMIT = 1 << 20;
 
-// The next line of an open manifest, line end included; empty at its end. Of one over the limit,
-// more than that is read. Valid as long as the string cache keeps it (sc_readLineBytes).
+// The next line of an open manifest, line end included; empty at its end. Of a line over the limit,
+// a piece longer than the limit. Valid as long as the string cache keeps it (sc_readLineBytes).
 std::string_view shahash_next_line(FILE *file);
 
-// False for a line without a space, with a NUL or over the limit; the fields are then as they were.
+// False for a line without a space, with a NUL or over the limit; the fields are then unchanged.
 bool shahash_parse_line(std::string_view line, ManifestLine *fields);
 
-// Whether there can be a file that a line verifies: it begins with the digits of a digest. Where a
-// check comes to one that cannot, it has failed, and what follows need not be known.
+// Whether any file can verify against a line: it begins with the digits of a digest. A check fails
+// at a line that cannot verify, so the lines after it need not be read.
 bool shahash_line_can_verify(std::string_view line);
 
 // What keeps a line from verifying.
 enum class LineFault { none, malformed, different };
 
-// Verifies lines in order, each as shahash_verify_file does, up to the first that fails, whose path
-// goes to `path` when its file is the reason. A path that leads out of the current directory does
-// not verify, here and below, and is not looked at.
+// Verifies lines in order, each as shahash_verify_file does, up to the first that fails. `path`
+// receives that line's path if its file is the reason, and "" otherwise. A path that leads out of
+// the current directory does not verify, here and below, and is not opened.
 LineFault shahash_verify_lines(Vector *lines, std::string *path);
 
-// The records of a whole manifest, each path joined to `base`; null if it cannot be read, or a line
-// is malformed or leads out. To be freed by shahash_free_entries.
+// The records of a whole manifest, each path joined to `base`; null if it cannot be read, or if a
+// line is malformed or its path leads out. To be freed by shahash_free_entries.
 Vector *shahash_read_manifest(const char *manifest, const char *base);
 
 // Checks every line, after changing to `dir` (and back) when it is given; stops at the first line
-// that is malformed, missing or different, or leads out.
+// that is malformed, missing or different, or whose path leads out.
 bool shahash_check_manifest(const char *manifest, const char *dir);
 
 // Checks ManifestEntry records, all of them; false if a path is null, empty or missing, or a file
 // differs.
 bool shahash_check_entries(Vector *entries);
 
-// Says on standard error which file cannot be opened or read, and ends the process with status 1.
+// Reports on standard error which file cannot be opened or read, and ends the process with status
+// 1.
 [[noreturn]] void shahash_fatal_cannot_open(const char *path);
 
 #endif

@@ -13,7 +13,7 @@
 #include <limits>
 
 static void exit_plainly(int status) {
-    std::exit(status);
+    exit(status);
 }
 
 void (*alert_exit_hook)(int status) = exit_plainly;
@@ -27,15 +27,15 @@ static AlertHookFn observer;
 
 [[noreturn]] static void end_program() {
     alert_exit_hook(1);
-    std::exit(1);
+    exit(1);
 }
 
 // --- Setup
 
-// The text ends in a line end of its own, so that an empty line follows it.
+// The text has a line end of its own, so an empty line follows the message.
 static void report_malformed(uint32_t line, const char *file) {
     alert_text(3, "M", "Malformed error information on line %u, in file %s\n", line,
-               str_printable(file ? file : "(null)").get());
+               str_printable(file != nullptr ? file : "(null)").get());
 }
 
 void alert_init() {
@@ -46,7 +46,7 @@ void alert_init() {
     alert_init_formats();
     msgtable_malformed_hook = report_malformed;
     // A file that is listed may still not be readable.
-    if (!load_edf(msg_filename(LANG_NONE)))
+    if (load_edf(msg_filename(LANG_NONE)) == nullptr)
         load_edf(msgtable_builtin_name());
     progress = READY;
 }
@@ -59,7 +59,7 @@ void alert_ensure_init() {
 uint32_t set_maxerrors(uint32_t n) {
     TRACE_ENTER("%u", n);
     alert_ensure_init();
-    uint32_t previous = error_limit;
+    const uint32_t previous = error_limit;
     error_limit = n;
     return previous;
 }
@@ -98,14 +98,15 @@ struct ArgumentReader {
         return va_arg(args, unsigned);
     }
 
-    // The word of a conversion that takes one, "%*s" apart from its "*". False at what is unknown.
+    // The word for a conversion that takes one argument, not counting a "*". False for an unknown
+    // one.
     bool word(std::string_view conversion, uintptr_t *result) {
-        char letter = conversion.back();
-        if (std::strchr("diouxXc", letter)) {
+        const char letter = conversion.back();
+        if (strchr("diouxXc", letter) != nullptr) {
             *result = integer(conversion);
-        } else if (std::strchr("spn", letter)) {
+        } else if (strchr("spn", letter) != nullptr) {
             *result = reinterpret_cast<uintptr_t>(va_arg(args, void *));
-        } else if (std::strchr("aAeEfFgG", letter)) {
+        } else if (strchr("aAeEfFgG", letter) != nullptr) {
             if (conversion.find('L') == conversion.npos)
                 static_cast<void>(va_arg(args, double));
             else
@@ -122,7 +123,7 @@ struct ArgumentReader {
 
 // Calls the observer with as many arguments as the text has: there need not be more.
 static void observe(uint32_t number, std::string_view text, va_list args) {
-    if (!observer)
+    if (observer == nullptr)
         return;
     uintptr_t words[3] = {};
     size_t count = 0;
@@ -130,7 +131,7 @@ static void observe(uint32_t number, std::string_view text, va_list args) {
     va_copy(reader.args, args);
     for (size_t at; count < 3 && (at = text.find('%')) != text.npos;) {
         text.remove_prefix(at);
-        std::string_view conversion = format_conversion(text);
+        const std::string_view conversion = format_conversion(text);
         text.remove_prefix(conversion.size());
         if (conversion == "%%" || conversion == "%m")
             continue;
@@ -168,15 +169,15 @@ static int compare_repeats(const void *untyped_a, const void *untyped_b) {
         return a->number < b->number ? -1 : 1;
     if (a->line != b->line)
         return a->line < b->line ? -1 : 1;
-    return std::strcmp(a->file, b->file);
+    return strcmp(a->file, b->file);
 }
 
-// True if this number was shown for the registered line already. If it is to be shown now, it
-// counts as shown from here on.
+// True if this number was shown for the registered line already. If it is going to be shown now, it
+// is recorded as shown.
 static bool is_repeated(uint32_t number) {
     static HashTable *const shown = hash_new(199, hash_repeat, compare_repeats, __FILE__, __LINE__);
-    RepeatKey key = {number, alert_position.line ? *alert_position.line : 0,
-                     alert_position.file ? alert_position.file : ""};
+    RepeatKey key = {number, alert_position.line != nullptr ? *alert_position.line : 0,
+                     alert_position.file != nullptr ? alert_position.file : ""};
     if (hash_haskey(shown, &key))
         return true;
     if (!alert_hidden(alert_row(number))) {
@@ -199,7 +200,7 @@ static void count_error() {
 
 int valert_core(uint32_t number, va_list args) {
     const int error = errno; // before anything else can change it
-    MsgRec row = alert_row(number);
+    const MsgRec row = alert_row(number);
     if (alert_hidden(row))
         return 0;
     observe(number, row.text, args);
@@ -222,13 +223,13 @@ struct Entry {
     bool checks_repeats;
 };
 
-constexpr Entry ALERT = {false, false, true};
-constexpr Entry ALERT_NL = {true, false, true};
-constexpr Entry ALERT_REPEAT = {false, false, false};
-constexpr Entry ALERT_NL_REPEAT = {true, false, false};
-constexpr Entry ALERT_NOPOS = {true, true, false};
-
 } // namespace
+
+static constexpr Entry ALERT = {false, false, true};
+static constexpr Entry ALERT_NL = {true, false, true};
+static constexpr Entry ALERT_REPEAT = {false, false, false};
+static constexpr Entry ALERT_NL_REPEAT = {true, false, false};
+static constexpr Entry ALERT_NOPOS = {true, true, false};
 
 static int raise_row(const Entry &entry, uint32_t number, va_list args) {
     const int error = errno;
@@ -241,7 +242,7 @@ static int raise_row(const Entry &entry, uint32_t number, va_list args) {
     const AlertCall outer = alert_call;
     alert_call = {error, entry.non_line, entry.no_position};
     errno = error;
-    int shown = valert_core(number, args);
+    const int shown = valert_core(number, args);
     alert_call = outer;
     return shown;
 }
@@ -259,7 +260,7 @@ int valert_nl_repeat(uint32_t number, va_list args) {
 int alert(uint32_t number, ...) {
     va_list args;
     va_start(args, number);
-    int shown = valert(number, args);
+    const int shown = valert(number, args);
     va_end(args);
     return shown;
 }
@@ -267,7 +268,7 @@ int alert(uint32_t number, ...) {
 int alert_nl(uint32_t number, ...) {
     va_list args;
     va_start(args, number);
-    int shown = valert_nl(number, args);
+    const int shown = valert_nl(number, args);
     va_end(args);
     return shown;
 }
@@ -275,7 +276,7 @@ int alert_nl(uint32_t number, ...) {
 int alert_repeat(uint32_t number, ...) {
     va_list args;
     va_start(args, number);
-    int shown = raise_row(ALERT_REPEAT, number, args);
+    const int shown = raise_row(ALERT_REPEAT, number, args);
     va_end(args);
     return shown;
 }
@@ -283,7 +284,7 @@ int alert_repeat(uint32_t number, ...) {
 int alert_nl_repeat(uint32_t number, ...) {
     va_list args;
     va_start(args, number);
-    int shown = valert_nl_repeat(number, args);
+    const int shown = valert_nl_repeat(number, args);
     va_end(args);
     return shown;
 }
@@ -291,7 +292,7 @@ int alert_nl_repeat(uint32_t number, ...) {
 int alert_nopos(uint32_t number, ...) {
     va_list args;
     va_start(args, number);
-    int shown = raise_row(ALERT_NOPOS, number, args);
+    const int shown = raise_row(ALERT_NOPOS, number, args);
     va_end(args);
     return shown;
 }
@@ -300,9 +301,9 @@ int alert_nopos(uint32_t number, ...) {
 
 static int32_t level_of(const char *type) {
     const char *digits = *type == '-' ? type + 1 : type;
-    if (!std::isdigit(static_cast<unsigned char>(*digits)))
+    if (!isdigit(static_cast<unsigned char>(*digits)))
         return 10;
-    return static_cast<int32_t>(std::clamp<long long>(std::strtoll(type, nullptr, 10),
+    return static_cast<int32_t>(std::clamp<long long>(strtoll(type, nullptr, 10),
                                                       std::numeric_limits<int32_t>::min(),
                                                       std::numeric_limits<int32_t>::max()));
 }
@@ -311,7 +312,7 @@ static int raise_text(uint32_t number, const char *type, bool observed, const ch
                       va_list args) {
     const int error = errno;
     alert_ensure_init();
-    const int letter = std::tolower(static_cast<unsigned char>(*type));
+    const int letter = tolower(static_cast<unsigned char>(*type));
     const bool hidden = level_of(type) < alert_threshold;
     if (letter == 'e')
         count_error();
@@ -329,7 +330,7 @@ static int raise_text(uint32_t number, const char *type, bool observed, const ch
 int alert_text(uint32_t number, const char *type, const char *format, ...) {
     va_list args;
     va_start(args, format);
-    int shown = raise_text(number, type ? type : "", false, format, args);
+    const int shown = raise_text(number, type != nullptr ? type : "", false, format, args);
     va_end(args);
     return shown;
 }
@@ -337,7 +338,7 @@ int alert_text(uint32_t number, const char *type, const char *format, ...) {
 int alert_adhoc(const char *type, const char *format, ...) {
     va_list args;
     va_start(args, format);
-    int shown = raise_text(0, type ? type : "", true, format, args);
+    const int shown = raise_text(0, type != nullptr ? type : "", true, format, args);
     va_end(args);
     return shown;
 }
@@ -345,15 +346,15 @@ int alert_adhoc(const char *type, const char *format, ...) {
 void alert_fatal(int code) {
     OwnedString path = os_progpath();
     const char *name = os_basename(path.get());
-    if (!name || !*name)
+    if (name == nullptr || *name == '\0')
         name = "QRN";
     if (sc_hasSuffixI(name, ".exe"))
-        name = sc_ncopy(name, std::strlen(name) - std::strlen(".exe"));
+        name = sc_ncopy(name, strlen(name) - strlen(".exe"));
     const char *text = sc_format("%s fatal error %d", name, code);
     TRACE_ENTER("%s", text);
     alert_repeat(5, text);
     TRACE_EXIT();
-    std::exit(code ? code : 1);
+    exit(code ? code : 1);
 }
 
 // --- Message files
@@ -367,38 +368,38 @@ bool msgnum_valid(int64_t n) {
     return n >= 0 && n <= msgtable_highest();
 }
 
-// Whether `name` is to replace the message file in force.
+// Whether `name` replaces the message file in force.
 static bool is_newer(const char *name, const char *current) {
-    uint64_t current_version = getMsgFileVersion(current);
-    uint64_t version = getMsgFileVersion(name);
+    const uint64_t current_version = getMsgFileVersion(current);
+    const uint64_t version = getMsgFileVersion(name);
     if (version != current_version)
         return version > current_version;
     if (msgfile_in_bin(current))
         return false;
-    return msgfile_in_bin(name) || std::strcmp(current, name) < 0;
+    return msgfile_in_bin(name) || strcmp(current, name) < 0;
 }
 
 bool open_edf(const char *name) {
-    TRACE_ENTER("%s", name ? name : "(null)");
-    if (!name || (std::strcmp(name, msgtable_builtin_name()) != 0 && !os_exists(name)))
+    TRACE_ENTER("%s", name != nullptr ? name : "(null)");
+    if (name == nullptr || (strcmp(name, msgtable_builtin_name()) != 0 && !os_exists(name)))
         return TRACE_RESULT(false, "false");
     alert_ensure_init();
     const char *current = msgtable_file();
-    if (current && !is_newer(name, current))
+    if (current != nullptr && !is_newer(name, current))
         return TRACE_RESULT(true, "\"%s\" is not newer than \"%s\"", name, current);
-    bool loaded = load_edf(name) != nullptr;
+    const bool loaded = load_edf(name) != nullptr;
     return TRACE_RESULT(loaded, "%s", loaded ? "true" : "false");
 }
 
 bool open_edf_dir(const char *dir) {
-    TRACE_ENTER("%s", dir ? dir : "(null)");
+    TRACE_ENTER("%s", dir != nullptr ? dir : "(null)");
     if (!os_exists(dir))
         return TRACE_RESULT(false, "false");
     VectorPtr files(vec_new(__FILE__, __LINE__));
     uint32_t cnt = findMsgFiles(dir, LANG_NONE, files.get());
     TRACE_MESSAGE("cnt = %u", cnt);
     msgfile_sort(files.get());
-    bool opened = cnt == 0 || open_edf(vec_at<const char>(files.get(), 0));
+    const bool opened = cnt == 0 || open_edf(vec_at<const char>(files.get(), 0));
     return TRACE_RESULT(opened, "%s", opened ? "true" : "false");
 }
 

@@ -9,8 +9,8 @@
 #include <cstdarg>
 #include <cstdint>
 
-// Ends the program with a status; must not return. exit() by default, the program's own clean-up
-// once runtime_init() has been told of it.
+// Ends the program with a status; must not return. exit() by default; runtime_init() sets it to the
+// program's own clean-up.
 extern void (*alert_exit_hook)(int status);
 
 // --- Setup (alert.cpp)
@@ -34,12 +34,12 @@ using AlertHookFn = void (*)(uint32_t number, uintptr_t a, uintptr_t b, uintptr_
 void alert_set_hook(AlertHookFn fn);
 AlertHookFn alert_get_hook();
 
-// --- Messages of the table, with their printf arguments: 1 if shown, 0 if not. A fatal one does
-// not return, and neither does the error that goes past the limit.
+// --- Messages of the table, with their printf arguments: 1 if shown, 0 if not. A fatal message
+// does not return, nor does the error that exceeds the limit.
 //
-// The forms in _nl belong to no line of a source; alert_nopos neither to a file. Those in _repeat
-// and alert_nopos show a message again that was shown for the same line of the same file; the
-// others do not.
+// The _nl forms give no line, and alert_nopos gives no file either. The _repeat forms and
+// alert_nopos always show the message; the others show a number once for the same line of the same
+// file.
 
 int alert(uint32_t number, ...);
 int valert(uint32_t number, va_list args);
@@ -50,7 +50,7 @@ int alert_nl_repeat(uint32_t number, ...);
 int valert_nl_repeat(uint32_t number, va_list args);
 int alert_nopos(uint32_t number, ...);
 
-// What all of them end in.
+// The last step of all of these, without position or check for repetition.
 int valert_core(uint32_t number, va_list args);
 
 // --- Messages of the caller's own (number 0 for alert_adhoc): 1 if shown, 0 if not.
@@ -85,7 +85,8 @@ bool alert_open_lang(uint32_t langid);
 // previous one.
 int32_t set_warnlevel(int32_t level);
 
-// The row of a number as it is to be treated now: suppressed, or with type and level changed.
+// The row of a number with the states below applied: suppressed, or with its type and level
+// changed.
 MsgRecPtr alert_lookup(uint32_t number);
 
 enum AlertOp : uint32_t {
@@ -109,8 +110,8 @@ void alert_control(uint32_t number, uint32_t op);
 uint32_t alert_state(uint32_t number);
 
 // Hides the numbers of a list such as "1234,1235:off": 1234 if it is a message or a warning, 1235
-// unless it is fatal. A list beginning with "0" hides all messages and warnings. Items that are no
-// number are ignored.
+// unless it is fatal. A list beginning with "0" hides all messages and warnings. Items that are not
+// numbers are ignored.
 void alert_disable(const char *list);
 
 // --- Layout and output (alert_format.cpp)

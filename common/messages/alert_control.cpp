@@ -12,7 +12,7 @@ int32_t alert_threshold;
 static Vector *frames;
 
 static Vector *top_frame() {
-    return frames ? static_cast<Vector *>(vec_top(frames)) : nullptr;
+    return frames != nullptr ? static_cast<Vector *>(vec_top(frames)) : nullptr;
 }
 
 static void set_state(uint32_t number, uint32_t state) {
@@ -21,12 +21,12 @@ static void set_state(uint32_t number, uint32_t state) {
 
 uint32_t alert_state(uint32_t number) {
     Vector *frame = top_frame();
-    void *state = frame ? vec_elementAt(frame, number) : nullptr;
+    void *state = frame != nullptr ? vec_elementAt(frame, number) : nullptr;
     return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(state));
 }
 
 int32_t set_warnlevel(int32_t level) {
-    int32_t previous = alert_threshold;
+    const int32_t previous = alert_threshold;
     alert_threshold = level;
     return previous;
 }
@@ -34,7 +34,7 @@ int32_t set_warnlevel(int32_t level) {
 MsgRec alert_row(uint32_t number) {
     alert_ensure_init();
     MsgRec row = msgtable_row(number);
-    AlertClass kind = alert_class(row.type);
+    const AlertClass kind = alert_class(row.type);
     switch (alert_state(number)) {
     case ALERT_HIDE:
         if (kind != AlertClass::error)
@@ -73,9 +73,9 @@ bool alert_hidden(const MsgRec &row) {
 static void hide_all(uint32_t op) {
     alert_ensure_init();
     Vector *table = msgtable_primary();
-    for (uint32_t number = 0; table && number < vec_size(table); number++) {
+    for (uint32_t number = 0; table != nullptr && number < vec_size(table); number++) {
         const auto *row = vec_at<MsgRec>(table, number);
-        if (!row)
+        if (row == nullptr)
             continue;
         if (op == ALERT_HIDE_ALL && alert_class(row->type) != AlertClass::error)
             set_state(number, ALERT_HIDE);
@@ -85,7 +85,7 @@ static void hide_all(uint32_t op) {
 }
 
 void alert_control(uint32_t number, uint32_t op) {
-    if (!frames) {
+    if (frames == nullptr) {
         frames = vec_new(__FILE__, __LINE__);
         vec_append(frames, vec_new(__FILE__, __LINE__));
     }
@@ -112,18 +112,18 @@ void alert_control(uint32_t number, uint32_t op) {
 }
 
 void alert_disable(const char *list) {
-    if (!list || !*list)
+    if (list == nullptr || *list == '\0')
         return;
     if (*list == '0') {
         alert_control(0, ALERT_HIDE_ALL);
         return;
     }
     do {
-        list += std::strspn(list, " \t");
+        list += strspn(list, " \t");
         uint32_t number = 0;
-        auto [end, error] = std::from_chars(list, list + std::strlen(list), number);
+        auto [end, error] = std::from_chars(list, list + strlen(list), number);
         if (error == std::errc())
             alert_control(number, str_nicmp(end, ":off", 4) == 0 ? ALERT_DISABLED : ALERT_HIDE);
-        list = std::strchr(list, ',');
-    } while (list && *++list);
+        list = strchr(list, ',');
+    } while (list != nullptr && *++list != '\0');
 }

@@ -27,8 +27,8 @@ template <size_t SIZE> class TextBuffer {
     bool empty() const { return length == 0; }
 
     void append(std::string_view piece) {
-        size_t count = std::min(piece.size(), room());
-        std::memcpy(&text[length], piece.data(), count);
+        const size_t count = std::min(piece.size(), room());
+        memcpy(&text[length], piece.data(), count);
         text[length += count] = '\0';
     }
 
@@ -41,7 +41,7 @@ template <size_t SIZE> class TextBuffer {
 
     PRINTF_LIKE(2, 0) void vprint(const char *format, va_list args) {
         text[length] = '\0';
-        std::vsnprintf(&text[length], SIZE - length, format, args);
+        vsnprintf(&text[length], SIZE - length, format, args);
         length += strnlen(&text[length], room());
     }
 
@@ -97,10 +97,10 @@ AlertClass alert_class(uint32_t type) {
 // --- Templates and position
 
 static void set_template(Template &which, const char *given, bool given_wins) {
-    const char *from_environment = std::getenv(which.variable);
+    const char *from_environment = getenv(which.variable);
     const char *first = given_wins ? given : from_environment;
     const char *second = given_wins ? from_environment : given;
-    which.text = sc_strdup(first ? first : second ? second : which.builtin);
+    which.text = sc_strdup(first != nullptr ? first : second != nullptr ? second : which.builtin);
 }
 
 static void set_templates(const char *err, const char *warn, const char *msg, bool given_wins) {
@@ -139,7 +139,8 @@ const char *alert_get_msg_format() {
 
 void alert_set_position(const char *file, const uint32_t *line_counter, const uint32_t *column_base,
                         const uint32_t *column) {
-    alert_position = {file && *file ? sc_strdup(file) : nullptr, line_counter, column_base, column};
+    alert_position = {file != nullptr && *file != '\0' ? sc_strdup(file) : nullptr, line_counter,
+                      column_base, column};
 }
 
 // --- Output
@@ -155,11 +156,11 @@ static void alert_emit() {
     line.end_line();
     if (trace_flags & TRACE_ALERTS)
         trace_alert(line.c_str());
-    if (output) {
+    if (output != nullptr) {
         output(line.c_str());
     } else {
-        std::fputs(line.c_str(), stderr);
-        std::fflush(stderr);
+        fputs(line.c_str(), stderr);
+        fflush(stderr);
     }
 }
 
@@ -207,7 +208,7 @@ static void make_format(TextBuffer<512> &format, std::string_view text) {
             text.remove_prefix(piece.size());
         }
         if (piece == "%m") {
-            error = alert_call.error ? std::strerror(alert_call.error) : "";
+            error = alert_call.error ? strerror(alert_call.error) : "";
             continue;
         }
         if (piece.size() > format.room())
@@ -233,22 +234,22 @@ static void make_body(uint32_t number, AlertClass kind, const char *text, va_lis
 }
 
 static void lay_out_fixed(AlertClass kind) {
-    if (alert_position.file) {
+    if (alert_position.file != nullptr) {
         if (!alert_call.non_line)
             line.append(alert_position.file);
         else if (!alert_call.no_position)
             line.append(NO_LINE);
         line.append(": ");
     }
-    if (alert_position.line && !alert_call.non_line)
+    if (alert_position.line != nullptr && !alert_call.non_line)
         line.print("%u: ", *alert_position.line);
     line.append(body.c_str());
     if (kind == AlertClass::warning)
         line.append(" (warning)");
 }
 
-// Appends what a letter of a template stands for. False if it is a part of the position of a
-// message that has none: the ": " behind it goes too.
+// Appends the field for a letter of a template. False if it is part of the position and the message
+// has none: the ": " after it is then dropped too.
 static bool append_field(char letter, uint32_t number) {
     const AlertPosition &at = alert_position;
     switch (letter) {
@@ -256,21 +257,22 @@ static bool append_field(char letter, uint32_t number) {
         line.append(host_tool_name);
         return true;
     case 'c':
-        if (!alert_call.no_position && at.file && at.line && at.column && at.column_base)
+        if (!alert_call.no_position && at.file != nullptr && at.line != nullptr &&
+            at.column != nullptr && at.column_base != nullptr)
             line.print("%u", *at.column - *at.column_base);
         return !alert_call.no_position;
     case 'f':
         if (!alert_call.non_line)
-            line.append(at.file ? at.file : "");
+            line.append(at.file != nullptr ? at.file : "");
         else if (!alert_call.no_position)
             line.append(NO_LINE);
         return !alert_call.no_position;
     case 'l':
-        if (!alert_call.non_line && at.file && at.line)
+        if (!alert_call.non_line && at.file != nullptr && at.line != nullptr)
             line.print("%u", *at.line);
         return !alert_call.no_position;
     case 'm':
-        line.append(std::strerror(alert_call.error));
+        line.append(strerror(alert_call.error));
         return true;
     case 'n':
         line.print("%u", number);
@@ -286,12 +288,12 @@ static bool append_field(char letter, uint32_t number) {
 
 static void lay_out_template(std::string_view format, uint32_t number) {
     while (!format.empty()) {
-        size_t plain = std::min(format.find('%'), format.size());
+        const size_t plain = std::min(format.find('%'), format.size());
         line.append(format.substr(0, plain));
         format.remove_prefix(plain);
         if (format.size() < 2)
             return;
-        bool wanted = append_field(format[1], number);
+        const bool wanted = append_field(format[1], number);
         format.remove_prefix(2);
         if (!wanted && format.starts_with(':'))
             format.remove_prefix(format.starts_with(": ") ? 2 : 1);
@@ -305,7 +307,7 @@ static const Template &template_for(AlertClass kind) {
 }
 
 void alert_format(uint32_t number, uint32_t type, const char *text, va_list args) {
-    AlertClass kind = alert_class(type);
+    const AlertClass kind = alert_class(type);
     make_body(number, kind, text, args);
     line.clear();
     if (use_templates)

@@ -1,7 +1,7 @@
 #include "messages/msgtable.h"
 
 #include "containers/stringcache.h"
-#include "host/osdep_host.h"
+#include "platform/osdep.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -9,7 +9,8 @@
 #include <limits>
 #include <string>
 
-// Number, type and text, tab-separated, in ascending order of numbers. Some texts end in a blank.
+// Number, type and text, separated by tabs, in ascending order of numbers. Some texts end in a
+// space.
 static constexpr std::string_view BUILTIN_TABLE =
     "#                        Error and warning messages\n"
     "#                                for all\n"
@@ -46,17 +47,17 @@ static const char *file_in_force;
 static uint32_t highest_number;
 
 static void print_malformed(uint32_t line, const char *file) {
-    std::fprintf(stderr, "Malformed error information on line %u, in file %s\n", line,
-                 str_printable(file ? file : "(null)").get());
+    fprintf(stderr, "Malformed error information on line %u, in file %s\n", line,
+            str_printable(file != nullptr ? file : "(null)").get());
 }
 
 void (*msgtable_malformed_hook)(uint32_t line, const char *file) = print_malformed;
 
-// What may stand between the "%" and the letter of a conversion.
+// The characters that may come between the "%" and the letter of a conversion.
 static constexpr std::string_view CONVERSION_MIDDLE = "-+ #'0123456789.*hljztLq";
 
 std::string_view format_conversion(std::string_view text) {
-    size_t letter = text.find_first_not_of(CONVERSION_MIDDLE, 1);
+    const size_t letter = text.find_first_not_of(CONVERSION_MIDDLE, 1);
     return text.substr(0, letter == text.npos ? letter : letter + 1);
 }
 
@@ -70,7 +71,7 @@ static std::string conversions(std::string_view format) {
     std::string found;
     for (size_t at; (at = format.find('%')) != format.npos;) {
         format.remove_prefix(at);
-        std::string_view conversion = format_conversion(format);
+        const std::string_view conversion = format_conversion(format);
         if (conversion != "%%" && conversion != "%m")
             found += conversion;
         format.remove_prefix(conversion.size());
@@ -78,14 +79,14 @@ static std::string conversions(std::string_view format) {
     return found;
 }
 
-// Takes the next line off `rest`, without its line end. A line that is too long is cut, and what is
-// left of it is the next one. False at the end.
+// Removes the next line from `rest`, without its line end. A line that is too long is cut, and its
+// remainder is the next line. False at the end.
 static bool next_line(std::string_view &rest, std::string_view &line) {
     if (rest.empty())
         return false;
-    std::string_view window = rest.substr(0, MAX_LINE + 2); // room for CR LF
-    size_t end = window.find('\n');
-    bool whole = end != window.npos || window.size() == rest.size();
+    const std::string_view window = rest.substr(0, MAX_LINE + 2); // room for CR LF
+    const size_t end = window.find('\n');
+    const bool whole = end != window.npos || window.size() == rest.size();
     line = window.substr(0, end);
     if (whole && line.ends_with('\r'))
         line.remove_suffix(1);
@@ -99,11 +100,11 @@ static bool next_line(std::string_view &rest, std::string_view &line) {
     return true;
 }
 
-// Takes the next word off `rest`, and the one blank or tab behind it. Empty when there is none.
+// Removes the next word from `rest`, with the space or tab after it. Empty when there is none.
 static std::string_view next_token(std::string_view &rest) {
-    constexpr std::string_view BLANKS = " \t";
-    rest.remove_prefix(std::min(rest.find_first_not_of(BLANKS), rest.size()));
-    std::string_view token = rest.substr(0, rest.find_first_of(BLANKS));
+    constexpr std::string_view SPACES = " \t";
+    rest.remove_prefix(std::min(rest.find_first_not_of(SPACES), rest.size()));
+    const std::string_view token = rest.substr(0, rest.find_first_of(SPACES));
     rest.remove_prefix(std::min(token.size() + 1, rest.size()));
     return token;
 }
@@ -141,18 +142,18 @@ static bool set_type(MsgRec *row, std::string_view token) {
 // of a malformed line is used as far as it was understood. `known` is the table whose formats a
 // text must agree with, because the arguments at the calls do; null if the text sets the format.
 static bool parse_row(std::string_view line, const Vector *known, MsgRecPtr &row) {
-    std::string_view number_token = next_token(line);
-    int32_t number = decimal(number_token);
-    std::string_view type_token = next_token(line);
+    const std::string_view number_token = next_token(line);
+    const int32_t number = decimal(number_token);
+    const std::string_view type_token = next_token(line);
     if (number_token.empty() || number < 0 || number > static_cast<int32_t>(MSG_NUMBER_MAX) ||
         type_token.empty() || line.empty())
         return false;
     row.reset(xnew<MsgRec>());
     row->number = static_cast<uint32_t>(number);
     row->text = sc_ncopy(line.data(), line.size());
-    bool understood = set_type(row.get(), type_token);
-    const auto *model = known ? vec_at<MsgRec>(known, row->number) : nullptr;
-    if (model && conversions(row->text) != conversions(model->text)) {
+    const bool understood = set_type(row.get(), type_token);
+    const auto *model = known != nullptr ? vec_at<MsgRec>(known, row->number) : nullptr;
+    if (model != nullptr && conversions(row->text) != conversions(model->text)) {
         row->text = model->text;
         return false;
     }
@@ -168,36 +169,30 @@ static Vector *parse_table(std::string_view text, const Vector *known) {
         MsgRecPtr row;
         if (!parse_row(line, known, row))
             msgtable_malformed_hook(line_number, file_in_force);
-        if (!row)
+        if (row == nullptr)
             continue;
-        uint32_t number = row->number;
-        std::free(vec_elementAt(table, number));
+        const uint32_t number = row->number;
+        free(vec_elementAt(table, number));
         vec_setAt(table, row.release(), number);
     }
     return table;
 }
 
-// A file is found by its name, in the current directory too, and a full table has under 3 MB.
+// A message file is found by its name alone, even in the current directory, and could be anything;
+// a full table has less than 3 MB.
 static constexpr size_t MAX_FILE_SIZE = 16 << 20;
 
 static bool read_file(const char *name, std::string &text) {
-    FILE *file = name ? host_fopen_regular(name) : nullptr;
-    if (!file)
-        return false;
-    char block[4096];
-    for (size_t got;
-         text.size() <= MAX_FILE_SIZE && (got = std::fread(block, 1, sizeof block, file)) > 0;)
-        text.append(block, got);
-    const bool complete = std::ferror(file) == 0 && text.size() <= MAX_FILE_SIZE;
-    std::fclose(file);
-    return complete;
+    const FilePtr file(name != nullptr ? host_fopen_regular(name) : nullptr);
+    return file != nullptr && os_read_all(file.get(), &text, MAX_FILE_SIZE);
 }
 
 // Moves the rows of `from` that `table` has into it, and frees `from` with the rest.
 static void take_over(Vector *table, Vector *from) {
     for (uint32_t number = 0; number < vec_size(from); number++) {
-        bool wanted = vec_elementAt(table, number) && vec_elementAt(from, number);
-        std::free(vec_elementAt(wanted ? table : from, number));
+        const bool wanted =
+            vec_elementAt(table, number) != nullptr && vec_elementAt(from, number) != nullptr;
+        free(vec_elementAt(wanted ? table : from, number));
         if (wanted)
             vec_setAt(table, vec_elementAt(from, number), number);
     }
@@ -205,14 +200,14 @@ static void take_over(Vector *table, Vector *from) {
 }
 
 Vector *load_edf(const char *name) {
-    bool builtin = name && std::string_view(name) == msgtable_builtin_name();
+    const bool builtin = name != nullptr && std::string_view(name) == msgtable_builtin_name();
     std::string text;
     if (!builtin && !read_file(name, text))
         return nullptr;
     Vector *table = parse_table(BUILTIN_TABLE, nullptr);
     highest_number = vec_size(table) ? vec_size(table) - 1 : 0;
     take_over(table, parse_table(text, table));
-    if (!loaded_tables)
+    if (loaded_tables == nullptr)
         loaded_tables = vec_new(__FILE__, __LINE__);
     vec_append(loaded_tables, table);
     file_in_force = sc_strdup(name);
@@ -223,7 +218,7 @@ MsgRec msgtable_row(uint32_t number) {
     MsgRec row = {MSG_ERROR, number,
                   "An error, warning or message was generated, but no description is available", 0};
     if (const auto *primary =
-            msgtable_primary() ? vec_at<MsgRec>(msgtable_primary(), number) : nullptr) {
+            msgtable_primary() != nullptr ? vec_at<MsgRec>(msgtable_primary(), number) : nullptr) {
         row = *primary;
         auto *texts = static_cast<Vector *>(vec_top(loaded_tables));
         if (const auto *newest = vec_at<MsgRec>(texts, number))
@@ -233,7 +228,7 @@ MsgRec msgtable_row(uint32_t number) {
 }
 
 Vector *msgtable_primary() {
-    return loaded_tables ? vec_at<Vector>(loaded_tables, 0) : nullptr;
+    return loaded_tables != nullptr ? vec_at<Vector>(loaded_tables, 0) : nullptr;
 }
 
 const char *msgtable_file() {

@@ -19,14 +19,14 @@ struct Language {
     const char *code;
 };
 
-constexpr Language LANGUAGES[] = {
+} // namespace
+
+static constexpr Language LANGUAGES[] = {
     {7, "German;Deutsch", "de"},
     {LANG_DEFAULT, "English", "en"},
     {12, "French;Francais", "fr"},
     {LANG_NONE, "English", "en"},
 };
-
-} // namespace
 
 const char *lang_code(uint32_t id) {
     for (const Language &language : LANGUAGES)
@@ -44,7 +44,7 @@ static bool has_name(const Language &language, const char *name) {
 }
 
 uint32_t lang_lookup(const char *name) {
-    if (!name)
+    if (name == nullptr)
         return LANG_NONE;
     for (const Language &language : LANGUAGES)
         if (str_icmp(name, language.code) == 0 || has_name(language, name))
@@ -59,11 +59,11 @@ const char *msgtable_builtin_name() {
 }
 
 uint64_t getMsgFileVersion(const char *m) {
-    TRACE_ENTER("%s", m ? m : "(null)");
+    TRACE_ENTER("%s", m != nullptr ? m : "(null)");
     DEBUG_ASSERT(m != NULL);
     uint64_t version = 0;
     if (const char *name = os_basename(m)) {
-        auto [end, error] = std::from_chars(name, name + std::strlen(name), version);
+        auto [end, error] = std::from_chars(name, name + strlen(name), version);
         if (error == std::errc::result_out_of_range)
             version = std::numeric_limits<uint64_t>::max();
     }
@@ -72,8 +72,8 @@ uint64_t getMsgFileVersion(const char *m) {
 
 bool msgfile_in_bin(const char *path) {
     const char *bin = reg_instdir(REG_BIN);
-    const char *rest = bin ? sc_afterPrefix(path, bin) : nullptr;
-    return rest && path_is_separator(host_path_style(), *rest);
+    const char *rest = bin != nullptr ? sc_afterPrefix(path, bin) : nullptr;
+    return rest != nullptr && path_is_separator(host_path_style(), *rest);
 }
 
 static int compare_files(const void *slot_a, const void *slot_b) {
@@ -81,15 +81,15 @@ static int compare_files(const void *slot_a, const void *slot_b) {
     const char *b = *static_cast<const char *const *>(slot_b);
     if (a == b)
         return 0;
-    uint64_t version_a = getMsgFileVersion(a);
-    uint64_t version_b = getMsgFileVersion(b);
+    const uint64_t version_a = getMsgFileVersion(a);
+    const uint64_t version_b = getMsgFileVersion(b);
     if (version_a != version_b)
         return version_a > version_b ? -1 : 1;
     if (msgfile_in_bin(b))
         return 1;
     if (msgfile_in_bin(a))
         return -1;
-    return std::strcmp(b, a);
+    return strcmp(b, a);
 }
 
 void msgfile_sort(Vector *list) {
@@ -97,9 +97,9 @@ void msgfile_sort(Vector *list) {
 }
 
 uint32_t findMsgFiles(const char *dir, uint32_t langid, Vector *list) {
-    TRACE_ENTER("%s", dir ? dir : "(null)");
+    TRACE_ENTER("%s", dir != nullptr ? dir : "(null)");
     uint32_t found = 0;
-    if (list && os_exists(dir)) {
+    if (list != nullptr && os_exists(dir)) {
         const char *langStr = lang_code(langid);
         DEBUG_ASSERT(langStr);
         const char *legacy_name = sc_format("%s_msgs.txt", langStr);
@@ -122,7 +122,7 @@ uint32_t findMsgFiles(const char *dir, uint32_t langid, Vector *list) {
 // The "dat" directory beside the directory that the program runs from; null if there is none.
 static const char *program_dat_dir() {
     const char *parent = sc_dirname(zvinstall_program_dir(os_progpath().get()));
-    return parent ? sc_pathJoin(parent, "dat") : nullptr;
+    return parent != nullptr ? sc_pathJoin(parent, "dat") : nullptr;
 }
 
 const char *msg_filename(uint32_t langid) {

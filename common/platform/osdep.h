@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <ctime>
+#include <string>
 
 // --- Host facts and processes (osdep_process.cpp)
 
@@ -33,12 +34,16 @@ int32_t os_max_cmdline();
 // beyond the limit of a file's size, then fail as others do.
 void os_catch_signals();
 
-// In double quotes when it holds white space; nothing inside is escaped.
+// In double quotes if it contains white space; nothing inside is escaped.
 OwnedString os_quote_arg(const char *s);
 
 // Runs a program to its end and returns its exit status, or -1 if it could not be started. The
 // elements of `argv` (null-terminated) are replaced by new, quoted strings, which nobody frees.
 int os_spawn(const char *path, const char **argv);
+
+// The same with the elements of a vector, the last of which is null. They are not to be used
+// afterwards.
+int os_spawn_vector(const char *path, const Vector *args);
 
 // Runs a program with its output and error output caught, and returns a stream to read them from,
 // to be closed with os_pclose; null on failure. `args` holds the program's path, its arguments and
@@ -65,8 +70,8 @@ OwnedString os_normalise(const char *path);
 // Absolute and normalised, against the current directory.
 OwnedString os_fullpath(const char *path);
 
-// Relative to the current directory when the text of that is a prefix of the full path; "." for the
-// directory itself; else the full path. The prefix is one of text, not of components.
+// Relative to the current directory if that, as text, is a prefix of the full path; "." for the
+// directory itself; else the full path. The prefix is compared as text, not by components.
 OwnedString os_relpath(const char *path);
 OwnedString os_getcwd();
 OwnedString os_shortpath(const char *path); // null on failure
@@ -81,27 +86,35 @@ int os_is_dir(const char *path);
 bool os_is_writable(const char *path);  // an existing file that may be written to
 uint32_t os_filesize(const char *path); // low 32 bits; 0 for null or failure
 
-// 0 on success or if it is a directory or a bare drive already, 1 if it is something else, -1 for
+// 0 on success or if it is already a directory or a bare drive, 1 if it is something else, -1 for
 // null; otherwise as os_mkdir_parents.
 int os_mkdir(const char *path);
 
 // Makes the directory and its missing parents; 0 on success.
 int os_mkdir_parents(const char *path);
 
-// Removes a directory with its contents: -1 if it is none, else 0 or the first failure's result. A
-// directory that cannot be listed counts as removed but stays.
+// Removes a directory with its contents: -1 if it is not one, else 0 or the result of the first
+// failure. A directory that cannot be listed counts as removed but stays.
 int os_rmtree(const char *path);
 
 // Copies a file's bytes, creating or replacing the destination; false, with the reason in errno, if
 // that fails. A regular destination is replaced in one step when the copy is complete and on the
-// disk, and is left as it was if anything fails. Where its directory does not permit that, it is
-// written in place; so is what is no regular file (a device, a pipe).
+// disk, and is left as it was if anything fails. Where its directory does not permit that, and
+// where it is not a regular file (a device, a pipe), it is written in place.
 bool copyfile_helper(const char *from, const char *to);
 
-// Whether copyfile_helper could write there, as far as rights go; false with the reason in errno. A
-// missing file is tried by making one beside it, for a moment; what is neither file nor directory
-// is taken to be writable, and is not opened.
+// Whether copyfile_helper could write there, as far as rights go; false with the reason in errno.
+// For a missing file this is tried by making one beside it for a moment. A path that is neither
+// file nor directory is taken to be writable and is not opened.
 bool os_can_write(const char *path);
+
+// Closes a file that was written to; false, with the first reason in errno, unless every byte has
+// been handed to the system. `written` is false if the caller knows already that something failed.
+bool os_close_written(FILE *file, bool written = true);
+
+// Appends the rest of a stream to `text`; false if it cannot be read to its end or is longer than
+// `most` bytes.
+bool os_read_all(FILE *file, std::string *text, size_t most = SIZE_MAX);
 
 // --- Temporary names (osdep_temp.cpp), in a directory of the process's own that goes at exit
 
@@ -111,11 +124,11 @@ OwnedString os_tempname(const char *suffix);
 OwnedString os_tempname_plain();
 OwnedString os_tempdir_new(); // made as a directory; null if that fails
 
-// Registers what is to be removed at exit; null is ignored.
+// Registers a path for removal at exit; null is ignored.
 void os_remove_at_exit(const char *path);
 void os_rmdir_at_exit(const char *path);
 void os_keep_temps(bool flag); // nothing is removed at exit
-void os_remove_temps();        // now; what then could not go is tried again at exit
+void os_remove_temps();        // now; what could not be removed is tried again at exit
 
 // --- Environment and time (osdep_time.cpp)
 

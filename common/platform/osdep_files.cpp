@@ -32,9 +32,9 @@ int os_mkdir(const char *path) {
 }
 
 int os_mkdir_parents(const char *path) {
-    // An empty parent is a drive's top directory, and the top is its own parent, whether it can be
-    // asked for or not. One that is there when it was made just now came of a separator at the end
-    // of the path, and is the directory asked for.
+    // An empty parent is the top directory of a drive, and the top is its own parent, whether it
+    // can be examined or not. If the path ends in a separator, making the parents has made the
+    // directory itself.
     const OwnedString parent = os_dirname(path);
     const bool parent_stands =
         parent == nullptr || *parent == '\0' || strcmp(parent.get(), path) == 0 ||
@@ -48,7 +48,7 @@ int os_mkdir_parents(const char *path) {
 
 static int remove_tree(const char *path);
 
-// Links are removed themselves, wherever they lead: what they lead to is not ours.
+// Links themselves are removed, wherever they lead: their targets are not ours.
 static int remove_entry(const char *path) {
     if (!host_is_link(path) && os_is_dir(path))
         return remove_tree(path);
@@ -61,7 +61,7 @@ static int remove_tree(const char *path) {
     std::vector<DirectoryEntry> entries;
     const Listing listing = host_list_directory(path, &entries);
     if (listing == Listing::denied || listing == Listing::unopened) {
-        host_rmdir(path); // which can do without, if nothing is in it
+        host_rmdir(path); // which needs no listing if it is empty
         return 0;
     }
     for (const DirectoryEntry &entry : entries)
@@ -72,6 +72,25 @@ static int remove_tree(const char *path) {
 
 int os_rmtree(const char *path) {
     return os_is_dir(path) ? remove_entry(path) : -1;
+}
+
+// --- Whole files
+
+bool os_close_written(FILE *file, bool written) {
+    const int reason = errno;
+    const bool complete = written && ferror(file) == 0;
+    if (fclose(file) == 0 && complete)
+        return true;
+    if (!complete)
+        errno = reason;
+    return false;
+}
+
+bool os_read_all(FILE *file, std::string *text, size_t most) {
+    char block[4096];
+    for (size_t got; text->size() <= most && (got = fread(block, 1, sizeof block, file)) > 0;)
+        text->append(block, got);
+    return ferror(file) == 0 && text->size() <= most;
 }
 
 // --- Copying files
@@ -85,25 +104,16 @@ static bool copy_bytes(FILE *source, FILE *target) {
     return ferror(source) == 0 && fflush(target) == 0;
 }
 
-// Closes a file; false, with the first reason, unless it was `written` and that is well.
-static bool close_written(FILE *file, bool written) {
-    const int reason = errno;
-    if (fclose(file) == 0 && written)
-        return true;
-    errno = written ? errno : reason;
-    return false;
-}
-
 // Writes a copy to `target`, which may be null, and closes it. False unless every byte was read and
-// has been handed to the system or, if it is to be `durable`, to the disk.
+// has been handed to the system or, if `durable`, to the disk.
 static bool write_copy(FILE *source, FILE *target, bool durable) {
     return target != nullptr &&
-           close_written(target, copy_bytes(source, target) &&
-                                     (!durable || host_flush_to_disk(host_fileno(target))));
+           os_close_written(target, copy_bytes(source, target) &&
+                                        (!durable || host_flush_to_disk(host_fileno(target))));
 }
 
-// The old file is gone with the first byte, and what is cut off could be taken for the new one. So
-// it begins with a NUL, which no text has, until all the rest is on the disk.
+// The old file is lost with the first byte, and an incomplete new one could be taken for a complete
+// one. So it begins with a NUL, which no text contains, until everything else is on the disk.
 static bool write_in_place(FILE *source, const char *to) {
     FILE *target = host_fopen(to, "wb");
     const int first = getc(source);
@@ -112,12 +122,12 @@ static bool write_in_place(FILE *source, const char *to) {
     const auto flush = [&] {
         return fflush(target) == 0 && host_flush_to_disk(host_fileno(target));
     };
-    return close_written(target, putc('\0', target) != EOF && copy_bytes(source, target) &&
-                                     flush() && host_seek(target, 0) &&
-                                     putc(first, target) != EOF && flush());
+    return os_close_written(target, putc('\0', target) != EOF && copy_bytes(source, target) &&
+                                        flush() && host_seek(target, 0) &&
+                                        putc(first, target) != EOF && flush());
 }
 
-// A new name in the directory of `path`: what stands before its last component, by position. (The
+// A new name in the directory of `path`: what precedes its last component by position. (The
 // precedence of separators would find another directory for "a\b/c".)
 static std::string sibling_of(const std::string &path) {
     const PathStyle &style = host_path_style();
@@ -157,9 +167,13 @@ bool os_can_write(const char *path) {
            (status.kind == FileKind::regular && os_is_writable(path));
 }
 
-// Forbidden: the directory takes no new file, or does not let the old one go, because it is
+namespace {
+
+// Forbidden: the directory accepts no new file, or does not release the old one, because it is
 // protected or sticky, or because something is mounted on the file.
 enum class Replacement { done, failed, forbidden };
+
+} // namespace
 
 // The copy grows under a name of its own.
 static Replacement replace_with_copy(FILE *source, const char *to, bool exists) {
@@ -202,7 +216,7 @@ static bool copy_to(FILE *source, const char *to) {
         errno = EISDIR;
         return false;
     }
-    // A link's name need not lead back to the open file that it stands for (/dev/stdout).
+    // The name of a link need not lead back to the open file behind it (/dev/stdout).
     const OwnedString target = host_resolve_links(to);
     if (exists && (old.kind != FileKind::regular || !host_same_file(to, target.get())))
         return write_copy(source, host_fopen(to, "wb"), false);
@@ -213,7 +227,7 @@ bool copyfile_helper(const char *from, const char *to) {
     FILE *source = from != nullptr && to != nullptr ? host_fopen(from, "rb") : nullptr;
     if (source == nullptr)
         return false;
-    // Its own copy has every byte already, and need not be writable.
+    // A file that is copied to itself is complete already, and need not be writable.
     const bool done = host_same_file(from, to) || copy_to(source, to);
     const int reason = errno;
     fclose(source);

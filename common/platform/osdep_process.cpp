@@ -9,9 +9,6 @@
 #include <cstdarg>
 #include <cstdlib>
 
-static constexpr int stdout_fd = 1;
-static constexpr int stderr_fd = 2;
-
 // --- Host facts
 
 int32_t os_ncores(bool use_env) {
@@ -46,7 +43,7 @@ static int saved_stdout_fd = -1;
 static int saved_stderr_fd = -1;
 static bool signals_installed = false;
 
-// What the stream still holds goes where the stream was redirected to.
+// Text that the stream still holds goes where the stream was redirected to.
 static void restore_stream(int *saved, int descriptor, FILE *stream, const char *farewell) {
     if (*saved == -1)
         return;
@@ -58,8 +55,8 @@ static void restore_stream(int *saved, int descriptor, FILE *stream, const char 
     fflush(stream);
 }
 
-// The status that the program is ending with on a signal; 0 while it is not.
-static volatile std::sig_atomic_t dying = 0;
+// The status that the program ends with after a signal; 0 before one.
+static volatile sig_atomic_t dying = 0;
 
 static void give_up(int) {
     _Exit(dying);
@@ -69,9 +66,9 @@ static bool is_fault(int number) {
     return number == SIGFPE || number == SIGSEGV || number == SIGABRT;
 }
 
-// exit() may fail, or wait for ever, when the signal has struck inside of the heap, a stream or
-// exit() itself; a fault or the time limit then ends the program with the first signal's status.
-// Further interruptions leave exit() the time to remove the temporaries.
+// exit() may fail or wait for ever if the signal has struck inside the heap, a stream or exit()
+// itself. A second fault or the time limit then ends the program with the status of the first
+// signal. Further interruptions leave exit() time to remove the temporaries.
 static void fatal_signal(int number) {
     host_on_signal(number, fatal_signal); // again, where a handler is called once
     if (dying != 0 && !is_fault(number))
@@ -82,8 +79,8 @@ static void fatal_signal(int number) {
     dying = std::find(caught.begin(), caught.end(), number) != caught.end() ? number : 1;
     host_limit_exit(give_up);
     os_remove_temps(); // before anything that may have to wait
-    restore_stream(&saved_stdout_fd, stdout_fd, stdout, "\n");
-    restore_stream(&saved_stderr_fd, stderr_fd, stderr, "");
+    restore_stream(&saved_stdout_fd, STDOUT_DESCRIPTOR, stdout, "\n");
+    restore_stream(&saved_stderr_fd, STDERR_DESCRIPTOR, stderr, "");
     if (is_fault(number))
         fputs("\n\nAn unexpected problem has been encountered and the program must quit; contact "
               "Norvane support with details\n\n",
@@ -96,9 +93,9 @@ static void let_write_fail(int) {}
 
 void os_catch_signals() {
     if (saved_stdout_fd == -1)
-        saved_stdout_fd = host_dup(stdout_fd);
+        saved_stdout_fd = host_dup(STDOUT_DESCRIPTOR);
     if (saved_stderr_fd == -1)
-        saved_stderr_fd = host_dup(stderr_fd);
+        saved_stderr_fd = host_dup(STDERR_DESCRIPTOR);
     for (const int number : host_caught_signals())
         host_on_signal(number, fatal_signal);
     for (const int number : host_write_signals())
@@ -124,21 +121,25 @@ int os_spawn(const char *path, const char **argv) {
     return status;
 }
 
-// The exit statuses of programs whose output is still to be read, by stream.
-static HashTable *pipe_status_tab = nullptr;
-
-// Runs the program that `args` begins with, and frees what os_spawn put in place of its strings.
-static int run_vector(Vector *args) {
-    if (vec_top(args) != nullptr)
-        vec_append(args, nullptr);
+int os_spawn_vector(const char *path, const Vector *args) {
     const auto argv = const_cast<const char **>(reinterpret_cast<char **>(args->data));
-    errno = 0;
-    const int status = os_spawn(argv[0], argv);
+    const int status = os_spawn(path, argv);
     const int reason = errno;
     for (const char **argument = argv; *argument != nullptr; ++argument)
         free(const_cast<char *>(*argument));
     errno = reason;
     return status;
+}
+
+// The exit statuses of programs whose output is still to be read, by stream.
+static HashTable *pipe_status_tab = nullptr;
+
+// Runs the program that `args` begins with.
+static int run_vector(Vector *args) {
+    if (vec_top(args) != nullptr)
+        vec_append(args, nullptr);
+    errno = 0;
+    return os_spawn_vector(vec_at<const char>(args, 0), args);
 }
 
 static bool redirect(FILE *stream, int descriptor, FILE *to) {
@@ -151,17 +152,17 @@ static void restore(int saved, int descriptor) {
     host_close(saved);
 }
 
-// Runs the program with its output caught in the file `path`; false if it could not be run, and
-// then the standard descriptors stay with that file on purpose.
+// Runs the program with its output caught in the file; false if it could not be run, and then the
+// standard descriptors keep pointing to that file on purpose.
 static bool run_caught(Vector *args, FILE *caught, int saved_out, int saved_err, int *status) {
     *status = -1;
-    if (redirect(stdout, stdout_fd, caught) && redirect(stderr, stderr_fd, caught))
+    if (redirect(stdout, STDOUT_DESCRIPTOR, caught) && redirect(stderr, STDERR_DESCRIPTOR, caught))
         *status = run_vector(args);
     fclose(caught);
     if (*status == -1)
         return false;
-    restore(saved_out, stdout_fd);
-    restore(saved_err, stderr_fd);
+    restore(saved_out, STDOUT_DESCRIPTOR);
+    restore(saved_err, STDERR_DESCRIPTOR);
     return true;
 }
 
@@ -169,8 +170,8 @@ FILE *os_popen(Vector *args) {
     const VectorPtr owned(args);
     if (vec_size(args) == 0 || !os_exists(vec_at<char>(args, 0)))
         return nullptr;
-    const int saved_out = host_dup(stdout_fd);
-    const int saved_err = host_dup(stderr_fd);
+    const int saved_out = host_dup(STDOUT_DESCRIPTOR);
+    const int saved_err = host_dup(STDERR_DESCRIPTOR);
     const bool saved = saved_out != -1 && saved_err != -1;
     const OwnedString path = saved ? os_tempname(nullptr) : nullptr;
     FILE *caught = path != nullptr ? host_fopen(path.get(), "w") : nullptr;

@@ -4,9 +4,9 @@
 #include <string>
 #include <utility>
 
-// Positions under which the accounting of vectors lists the two below.
-static constexpr uint32_t temp_dirs_line = 186;
-static constexpr uint32_t temp_files_line = 189;
+// Readers of the log know the two vectors below by these positions.
+static constexpr uint32_t TEMP_DIRS_LINE = 186;
+static constexpr uint32_t TEMP_FILES_LINE = 189;
 
 static OwnedString temp_dir; // null until the first temporary name
 static uint32_t temp_counter = 0;
@@ -25,8 +25,8 @@ static void forget(Vector **paths) {
     vec_free(forgotten);
 }
 
-// Failures are ignored: nobody is left to hear of them. A forked copy of the process leaves what
-// is its parent's alone.
+// Failures are ignored: nobody is left to report them to. A forked copy of the process leaves its
+// parent's temporaries alone.
 void os_remove_temps() {
     if (temp_files_to_remove == nullptr || temp_dirs_to_remove == nullptr || keep_temps ||
         host_process_id() != owner)
@@ -38,8 +38,8 @@ void os_remove_temps() {
         os_rmtree(vec_at<char>(temp_dirs_to_remove, i));
 }
 
-// A signal that strikes in here comes back to what is not removed yet: nothing is forgotten before
-// the end.
+// A signal may strike in here, and its handler comes back to what is not removed yet: so nothing is
+// forgotten before the end.
 static void exit_cleanup() {
     os_remove_temps();
     forget(&temp_files_to_remove);
@@ -50,8 +50,8 @@ static void exit_cleanup() {
 static void make_vectors() {
     if (temp_dirs_to_remove != nullptr)
         return;
-    temp_dirs_to_remove = vec_new(__FILE__, temp_dirs_line);
-    temp_files_to_remove = vec_new(__FILE__, temp_files_line);
+    temp_dirs_to_remove = vec_new(__FILE__, TEMP_DIRS_LINE);
+    temp_files_to_remove = vec_new(__FILE__, TEMP_FILES_LINE);
     owner = host_process_id();
     if (!exit_cleanup_registered)
         exit_cleanup_registered = atexit(exit_cleanup) == 0;
@@ -77,8 +77,8 @@ void os_keep_temps(bool flag) {
 
 // --- The directory and the names in it
 
-// The base directory, ready for a name to follow. One that is relative to the current directory is
-// what the drive-letter host is used to; elsewhere it is no place for temporaries.
+// The base directory, ready for a name to follow. Only the drive-letter host is used to one that is
+// relative to the current directory.
 static std::string temp_base() {
     std::string base;
     for (const char *variable : host_temp_variables())
@@ -93,7 +93,7 @@ static std::string temp_base() {
     return base;
 }
 
-// The directory is registered before it is made, or a signal in between would leave it behind.
+// The directory is registered before it is made: a signal in between would leave it on the disk.
 static bool make_temp_dir() {
     const std::string base = temp_base();
     if (os_mkdir(base.c_str()) != 0)

@@ -9,27 +9,23 @@
 #include <numeric>
 #include <vector>
 
-namespace {
+static Random random_numbers(1);
 
-Random random_numbers(1);
-
-int compare_bytes(const void *a, const void *b) {
+static int compare_bytes(const void *a, const void *b) {
     return *static_cast<const uint8_t *>(a) - *static_cast<const uint8_t *>(b);
 }
 
-uintptr_t lowest_frame, highest_frame;
+static uintptr_t lowest_frame, highest_frame;
 
-int compare_ints(const void *a, const void *b) {
+static int compare_ints(const void *a, const void *b) {
     volatile char here = 0;
     lowest_frame = std::min(lowest_frame, reinterpret_cast<uintptr_t>(&here));
     highest_frame = std::max(highest_frame, reinterpret_cast<uintptr_t>(&here));
     return *static_cast<const int *>(a) - *static_cast<const int *>(b);
 }
 
-} // namespace
-
 // Sizes around the limit of the scratch element on the stack. All bytes of an element are alike, so
-// one that an exchange leaves behind shows.
+// a byte that an exchange has missed shows.
 TEST(SortingTest, SortsElementsOfAnySize) {
     for (size_t size : {1U, 3U, 8U, 799U, 800U, 801U, 5000U})
         for (size_t count : {0U, 1U, 2U, 3U, 4U, 17U, 300U}) {
@@ -79,13 +75,13 @@ TEST(SortingTest, InconsistentComparisonStaysInsideTheArray) {
 }
 
 TEST(SortingTest, SearchFindsWhatIsThere) {
-    auto compare = [](const void *key, const void *element) {
+    const auto compare = [](const void *key, const void *element) {
         return *static_cast<const int *>(key) - *static_cast<const uint8_t *>(element);
     };
     const uint8_t sorted[] = {0, 2, 4, 6, 8};
     for (size_t count = 0; count <= std::size(sorted); count++)
         for (int key = -1; key <= 9; key++) {
-            bool there = key >= 0 && key % 2 == 0 && static_cast<size_t>(key / 2) < count;
+            const bool there = key >= 0 && key % 2 == 0 && static_cast<size_t>(key / 2) < count;
             EXPECT_EQ(os_bsearch(&key, count ? sorted : nullptr, count, 1, compare),
                       there ? sorted + key / 2 : nullptr)
                 << key << " in " << count;

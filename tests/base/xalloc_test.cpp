@@ -12,13 +12,13 @@ extern "C" const char *__asan_default_options() {
 
 TEST(XallocTest, RunningOutEndsTheProgram) {
     volatile size_t too_much = SIZE_MAX / 4;
-    EXPECT_EXIT(std::free(xalloc(too_much)), testing::ExitedWithCode(1), "out of memory\n$");
-    auto use_hook = [&](void (*hook)()) {
+    EXPECT_EXIT(free(xalloc(too_much)), testing::ExitedWithCode(1), "out of memory\n$");
+    const auto use_hook = [&](void (*hook)()) {
         out_of_memory_hook = hook;
-        std::free(xalloc(too_much));
+        free(xalloc(too_much));
     };
-    EXPECT_EXIT(use_hook([] { std::exit(7); }), testing::ExitedWithCode(7), "");
-    EXPECT_DEATH(use_hook([] { std::fputs("hook returned", stderr); }), "hook returned");
+    EXPECT_EXIT(use_hook([] { exit(7); }), testing::ExitedWithCode(7), "");
+    EXPECT_DEATH(use_hook([] { fputs("hook returned", stderr); }), "hook returned");
     EXPECT_NE(OwnedBytes(static_cast<uint8_t *>(xalloc(0))), nullptr);
 }
 

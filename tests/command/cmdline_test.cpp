@@ -14,14 +14,12 @@
 #include <string>
 #include <vector>
 
-namespace {
-
 using Words = std::vector<std::string>;
 using namespace std::string_literals;
 
-Words seen; // by the callback
+static Words seen; // by the callback
 
-Words expand(const Words &arguments) {
+static Words expand(const Words &arguments) {
     std::vector<const char *> argv = {"dir/prog"};
     for (const std::string &argument : arguments)
         argv.push_back(argument.c_str());
@@ -35,13 +33,13 @@ Words expand(const Words &arguments) {
 }
 
 // A new response file with these bytes, as an argument.
-std::string response_file(const std::string &text) {
+static std::string response_file(const std::string &text) {
     static const Scratch files;
     static int count = 0;
     return "@" + files.write(std::to_string(count++).c_str(), text);
 }
 
-VectorPtr vector_of(const Words &words) {
+static VectorPtr vector_of(const Words &words) {
     VectorPtr vector(vec_new(__FILE__, __LINE__));
     for (const std::string &word : words)
         vec_append(vector.get(), sc_strdup(word.c_str()));
@@ -49,7 +47,7 @@ VectorPtr vector_of(const Words &words) {
 }
 
 // Runs the helper with these arguments and returns what reached standard output.
-std::string output_of(Words options, uint32_t mode, int32_t echo = 0) {
+static std::string output_of(Words options, uint32_t mode, int32_t echo = 0) {
     options.insert(options.begin(), child_program());
     testing::internal::CaptureStdout();
     const int status = cmdline_spawn(vector_of(options).get(), mode, echo);
@@ -59,14 +57,12 @@ std::string output_of(Words options, uint32_t mode, int32_t echo = 0) {
 }
 
 // The command file that the options are written to: the helper shows its one argument.
-std::string command_file(const Words &options) {
+static std::string command_file(const Words &options) {
     const std::string output = output_of(options, EXEC_COMMAND_FILE);
     EXPECT_EQ(output.substr(0, 2), "<@");
     EXPECT_EQ(output.substr(output.size() - 2), ">\n");
     return output.substr(1, output.size() - 3);
 }
-
-} // namespace
 
 TEST(CmdlineTest, SplitsAndUnescapes) {
     const struct {
@@ -102,7 +98,7 @@ TEST(CmdlineTest, ResponseFilesNestAndTheOuterOneGoesOn) {
 
 TEST(CmdlineTest, WhatCannotBeReadOrNeverEndsIsKept) {
     const Scratch scratch;
-    // What is no file, cannot be opened, or read, where there are such.
+    // Arguments that are not files, or cannot be opened or read, where the host has such.
     for (const std::string &odd : {scratch.directory() + ""s, "/dev/null"s, "/proc/self/mem"s,
                                    "/proc/sys/vm/compact_memory"s}) {
         EXPECT_EQ(expand({"@" + odd, "b"}), (Words{"@" + odd, "b"}));

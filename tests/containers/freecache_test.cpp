@@ -19,12 +19,12 @@ TEST(FreeCacheTest, LastObjectBackIsFirstOutAndZeroed) {
     for (int step = 0; step < 2000; step++) {
         if (held.empty() || below(random, 2) == 0) {
             void *object = freecache_get(fc);
-            EXPECT_EQ(std::memcmp(object, zeros, SIZE), 0);
+            EXPECT_EQ(memcmp(object, zeros, SIZE), 0);
             if (!list.empty()) {
                 EXPECT_EQ(object, list.back());
                 list.pop_back();
             }
-            held.push_back(std::memset(object, 0xff, SIZE));
+            held.push_back(memset(object, 0xff, SIZE));
         } else {
             const bool kept = list.size() < most; // else it is freed
             if (kept)
@@ -49,7 +49,7 @@ TEST(FreeCacheTest, LastObjectBackIsFirstOutAndZeroed) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(), dump);
     EXPECT_EQ(freecache_free(fc), 0);
     for (void *object : held)
-        std::free(object);
+        free(object);
 }
 
 TEST(FreeCacheTest, NullAndMisuse) {

@@ -22,20 +22,20 @@ struct HashDeleter {
 };
 using HashPtr = std::unique_ptr<HashTable, HashDeleter>;
 
-const char *const WORDS[] = {"h", "a", "l", "e", "d", "i", "j", "k", "b", "c", "f", "g"};
+} // namespace
 
-uint32_t by_letter(const void *key) {
+static const char *const WORDS[] = {"h", "a", "l", "e", "d", "i", "j", "k", "b", "c", "f", "g"};
+
+static uint32_t by_letter(const void *key) {
     return static_cast<uint32_t>(*static_cast<const char *>(key));
 }
 
-std::string text_of(const VectorPtr &words) {
+static std::string text_of(const VectorPtr &words) {
     std::string all;
     for (const auto *word : VecEach<const char>(words))
         all += word;
     return all;
 }
-
-} // namespace
 
 // The model: the chains of words, a letter each, and what the accounts should say.
 TEST(HashTest, DoesWhatTheModelDoes) {
@@ -91,7 +91,7 @@ TEST(HashTest, VisitorMayRemoveItsEntryAndStop) {
     HashPtr h(hash_new(1, strihash, strikeycmp, "test", 1));
     for (const char *word : {"h", "l", "L", "d"})
         hash_insert(h.get(), word, word, "test", 2);
-    int result = hash_forEach(h.get(), h.get(), [](void *ctx, const void *key, void *) {
+    const int result = hash_forEach(h.get(), h.get(), [](void *ctx, const void *key, void *) {
         hash_remove(static_cast<HashTable *>(ctx), key);
         return *static_cast<const char *>(key) == 'l' ? 7 : 0;
     });

@@ -11,36 +11,34 @@
 #include <string>
 #include <vector>
 
-namespace {
+static const std::string NONE = "(null)";
 
-const std::string NONE = "(null)";
-
-const void *address(const char *text) {
+static const void *address(const char *text) {
     return text;
 }
 
-bool has(const std::string &set, char c) {
+static bool has(const std::string &set, char c) {
     return set.find(c) != std::string::npos;
 }
 
 // What `change` makes of the characters, one after the other.
-template <class Change> std::string each(const std::string &text, Change change) {
+template <class Change> static std::string each(const std::string &text, Change change) {
     std::string all;
     for (char c : text)
         all += change(c);
     return all;
 }
 
-std::string lower(const std::string &text) {
+static std::string lower(const std::string &text) {
     return each(text, [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
 }
 
-std::string stripped(const std::string &text, const std::string &set) {
+static std::string stripped(const std::string &text, const std::string &set) {
     const size_t begin = std::min(text.find_first_not_of(set), text.size());
     return text.substr(begin, text.find_last_not_of(set) + 1 - begin);
 }
 
-std::vector<std::string> words_of(const VectorPtr &v) {
+static std::vector<std::string> words_of(const VectorPtr &v) {
     std::vector<std::string> words;
     for (const char *word : VecEach<const char>(v))
         words.push_back(word);
@@ -48,13 +46,11 @@ std::vector<std::string> words_of(const VectorPtr &v) {
 }
 
 // Null, or the one pointer for an equal text, now and later.
-void expect_interned(const char *actual, const std::string &expected) {
+static void expect_interned(const char *actual, const std::string &expected) {
     static std::map<std::string, const char *> known = {{NONE, nullptr}};
     ASSERT_EQ(text_of(actual), expected);
     ASSERT_EQ(address(actual), known.try_emplace(expected, actual).first->second) << expected;
 }
-
-} // namespace
 
 // --- Interning
 

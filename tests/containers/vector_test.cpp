@@ -12,21 +12,21 @@
 #include <string>
 #include <vector>
 
-namespace {
-
-const char *letter(char c) {
+static const char *letter(char c) {
     static constexpr char LETTERS[] = "abcdefghijklmnopqrstuvwxyz";
     return &LETTERS[c - 'a'];
 }
 
-VectorPtr vector_of(const char *letters) {
+static VectorPtr vector_of(const char *letters) {
     VectorPtr v(vec_new("test", 1));
-    for (; *letters; letters++)
+    for (; *letters != '\0'; letters++)
         vec_append(v.get(), letter(*letters));
     return v;
 }
 
-// What a vector should hold, and in `slots` what stands beyond its elements too.
+namespace {
+
+// The expected content of a vector and, in `slots`, what lies beyond its elements too.
 struct Model {
     uint32_t initial_capacity;
     uint32_t count = 0;
@@ -80,7 +80,9 @@ struct Model {
     const void *next() { return cursors.back() < count ? slots[cursors.back()++] : nullptr; }
 };
 
-void expect_same(Vector *v, Model &model) {
+} // namespace
+
+static void expect_same(Vector *v, Model &model) {
     std::vector<const void *> elements;
     for (const auto *element : VecEach<const char>(v))
         elements.push_back(element);
@@ -99,7 +101,7 @@ void expect_same(Vector *v, Model &model) {
 }
 
 // One operation of any kind, on both.
-void change(Vector *v, Model &model, Random &random) {
+static void change(Vector *v, Model &model, Random &random) {
     const char *e = below(random, 8) == 0 ? nullptr : letter("abcdef"[below(random, 6)]);
     const uint32_t i = below(random, model.count + 4), j = below(random, model.count + 4);
     const VectorPtr other = vector_of("abgb");
@@ -132,8 +134,6 @@ void change(Vector *v, Model &model, Random &random) {
     };
     operations[below(random, std::size(operations) - (model.cursors.empty() ? 4 : 0))]();
 }
-
-} // namespace
 
 TEST(VectorTest, DoesWhatTheModelDoes) {
     Random random(1);
@@ -176,7 +176,7 @@ TEST(VectorTest, NullAndMisuse) {
 }
 
 TEST(VectorTest, ReportCountsLivingAndDeadBySite) {
-    auto make = [](const char *file, uint32_t line, uint32_t count) {
+    const auto make = [](const char *file, uint32_t line, uint32_t count) {
         VectorPtr v(vec_new(file, line));
         for (uint32_t i = 0; i < count; i++)
             vec_append(v.get(), nullptr);
@@ -184,7 +184,7 @@ TEST(VectorTest, ReportCountsLivingAndDeadBySite) {
     };
     vec_trackInit(true);
     const char *const b_file = "dir/b.cpp";
-    const char z_file[] = "z.cpp", z_again[] = "z.cpp"; // sites are told apart by pointer
+    const char z_file[] = "z.cpp", z_again[] = "z.cpp"; // sites are compared by pointer
     make(b_file, 5, 3);
     make(b_file, 5, 25);
     VectorPtr b = make(b_file, 5, 12);
@@ -199,8 +199,8 @@ TEST(VectorTest, ReportCountsLivingAndDeadBySite) {
 
     LogCapture log;
     vec_masterReport();
-    auto pointer = [](const VectorPtr &v) { return static_cast<void *>(v.get()); };
-    // What is alike stands in the order of the records' addresses.
+    const auto pointer = [](const VectorPtr &v) { return static_cast<void *>(v.get()); };
+    // Equal records are in the order of the records' addresses.
     const bool z_first = std::less<>()(z->master, z2->master);
     OwnedString expected = str_format(
         "# Living Vector Master List:\n"

@@ -17,12 +17,10 @@
 #include <miniz.h>
 #endif
 
-namespace {
-
-std::string warnings;
+static std::string warnings;
 
 // What an archive holds: "name=bytes[comment];" for each entry.
-std::string entries(const char *path) {
+static std::string entries(const char *path) {
     mz_zip_archive zip = {};
     if (!mz_zip_reader_init_file(&zip, path, 0))
         return "(no archive)";
@@ -40,6 +38,8 @@ std::string entries(const char *path) {
     mz_zip_reader_end(&zip);
     return text;
 }
+
+namespace {
 
 // Each test has a current directory of its own, and the package "d/p" in it.
 class PackageTest : public testing::Test {
@@ -85,7 +85,7 @@ TEST_F(PackageTest, EntriesHaveNamesBytesAndComments) {
     EXPECT_EQ(warnings, "");
 }
 
-// Neither is anything that was there changed, nor is a broken archive left behind.
+// Existing files do not change, and no broken archive is left.
 TEST_F(PackageTest, WhatCannotBePackedIsWarnedOf) {
     const std::string unopened =
         "Unable to open package zip file (d/p) for reading to append \"a\"\n";
@@ -172,7 +172,7 @@ static ProcessHandle start_logging(const std::string &option) {
 }
 
 TEST_F(PackageTest, ProcessesShareALogAndAPackage) {
-    constexpr int64_t all = 40 * 70001;
+    constexpr int64_t ALL = 40 * 70001;
     std::array<ProcessHandle, 4> handles;
     for (ProcessHandle &handle : handles)
         handle = start_logging("on,out:+log,zip:+p");
@@ -183,7 +183,7 @@ TEST_F(PackageTest, ProcessesShareALogAndAPackage) {
         EXPECT_TRUE(host_wait_process(handle, &status) && status == 0);
     std::string log = read_file("log"), packed = entries("p");
     std::erase(log, '\r');
-    EXPECT_EQ(log.size(), all * handles.size());
+    EXPECT_EQ(log.size(), ALL * handles.size());
     for (size_t at = 70000; at < log.size(); at += 70001)
         EXPECT_EQ(log.find('\n', at - 70000), at);
     EXPECT_EQ(std::count(packed.begin(), packed.end(), ';'), 4 * 8);
@@ -196,10 +196,10 @@ TEST_F(PackageTest, ProcessesShareALogAndAPackage) {
     const int pipe = host_open("f");
     const ProcessHandle writer = start_logging("on,out:f");
     int64_t size = 0;
-    for (const time_t end = time(nullptr) + 20; size < all && time(nullptr) < end;)
+    for (const time_t end = time(nullptr) + 20; size < ALL && time(nullptr) < end;)
         size += std::max<int64_t>(host_read(pipe, log.data(), log.size()), 0);
     host_close(pipe);
-    EXPECT_TRUE(host_wait_process(writer, &status) && status == 0 && size == all);
+    EXPECT_TRUE(host_wait_process(writer, &status) && status == 0 && size == ALL);
 }
 
 // The debug option counts once in a process, and the debugger is looked for once.

@@ -10,11 +10,9 @@
 #include <filesystem>
 #include <string>
 
-namespace {
+static std::string warnings;
 
-std::string warnings;
-
-std::string shown(const char *path) {
+static std::string shown(const char *path) {
     std::string text = path == nullptr ? "-" : path;
     std::replace(text.begin(), text.end(), '\\', '/');
     return text;
@@ -22,7 +20,7 @@ std::string shown(const char *path) {
 
 // What an option did: flags, assertion mode, whether containers are accounted for, the paths, and
 // the warnings.
-std::string settings() {
+static std::string settings() {
     const VectorPtr vector(vec_new("f", 1));
     HashTable *table = hash_new(1, nullptr, nullptr, "f", 1);
     const bool tracked = vector->master != nullptr && table->master != nullptr;
@@ -32,24 +30,24 @@ std::string settings() {
            (zvdebug_out_given() ? " given " : " ") + shown(zvdebug_zip_path()) + warnings;
 }
 
-std::string second_parse() {
+static std::string second_parse() {
     zvdebug_parse("--zvdebug=on,out:x.log");
     return settings();
 }
 
-std::string old_log() {
+static std::string old_log() {
     trace_puts("new");
     std::string text = read_file("old.log");
     std::erase(text, '\r');
     return text;
 }
 
-std::string old_package() {
+static std::string old_package() {
     return settings() + (os_exists("qrn_package.zip") ? "; there" : "; gone");
 }
 
 // What the first program gets, and the last digit of what the next two get.
-std::string forwarded() {
+static std::string forwarded() {
     std::string text = shown(zvdebug_forward(DBC_QRN, "a"));
     for (const char *callee : {"B", "A"})
         text += shown(zvdebug_forward(DBC_QRN, callee)).back();
@@ -57,7 +55,7 @@ std::string forwarded() {
 }
 
 // Which of the debug names are passed on, for each kind of caller.
-std::string passed_names() {
+static std::string passed_names() {
     std::string text = zvdebug_debug_named("QRNcc") ? "named" : "not named";
     for (const DebugCaller caller : {DBC_QRNCC, DBC_QRN, DBC_DRIVER}) {
         const std::string names = std::string(zvdebug_forward(caller, "p")) + ":";
@@ -68,15 +66,19 @@ std::string passed_names() {
     return text;
 }
 
+namespace {
+
 struct Case {
     const char *option;
     const char *expected;
     std::string (*observe)() = settings;
 };
 
+} // namespace
+
 // The option counts once in a process, so every case ends one of its own; with status 0 when all is
 // as expected. It has a fresh current directory, with the files that cases count on.
-[[noreturn]] void run(const Case &c) {
+[[noreturn]] static void run(const Case &c) {
     zvdebug_warn_hook = [](const char *text) { warnings += "; " + std::string(text); };
     const Scratch scratch;
     scratch.write("qrn_package.zip", "old\n");
@@ -93,8 +95,6 @@ struct Case {
     host_chdir("..");
     exit(got == c.expected ? 0 : 1);
 }
-
-} // namespace
 
 TEST(ZvdebugTest, Options) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");

@@ -6,9 +6,9 @@
 
 #include <string>
 
-namespace {
+static std::string reports;
 
-std::string reports;
+namespace {
 
 class TraceTest : public testing::Test {
   protected:
@@ -104,7 +104,7 @@ TEST_F(TraceTest, HexDumps) {
     const struct {
         size_t size, per_row;
         bool with_chars;
-        std::string expected; // behind the header
+        std::string expected; // after the header
     } cases[] = {
         {0, 4, true, " zero bytes\n"},
         {3, 4, true, " | 01 7A 20    | . z  \n"},

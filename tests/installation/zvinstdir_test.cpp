@@ -26,6 +26,8 @@ class InstallTest : public LoggedTest {
     }
 };
 
+} // namespace
+
 TEST_F(InstallTest, DirectoriesFromTheProgramsPath) {
     const std::string outside = "ERROR - the application is not running from a 'bin' directory";
     const std::string nameless = "ERROR - couldn't get a basename from the path: ";
@@ -34,7 +36,7 @@ TEST_F(InstallTest, DirectoriesFromTheProgramsPath) {
     const struct {
         std::string program; // in the tree, or anywhere
         bool found;
-        std::string reason; // "(null)" for a failure that only the log tells
+        std::string reason; // "(null)" for a failure that only the log explains
     } cases[] = {
         {"t/1.0/bin/x", true, "(null)"},
         {"t/1.0/BIN/x", true, "(null)"},
@@ -55,11 +57,13 @@ TEST_F(InstallTest, DirectoriesFromTheProgramsPath) {
     };
     for (const auto &test : cases) {
         const bool in_tree = test.program.starts_with("t/");
-        const InstallPaths paths =
-            zvinstall_locate((in_tree ? at(test.program) : native(test.program)).c_str());
+        const std::string program = in_tree ? at(test.program) : native(test.program);
+        InstallPaths paths = {};
+        const char *failure = nullptr;
+        EXPECT_EQ(zvinstall_locate(program.c_str(), &paths, &failure), test.found);
         EXPECT_EQ(text_of(paths.version), test.found ? at("t/1.0") : "(null)") << test.program;
         EXPECT_EQ(text_of(paths.install), test.found ? at("t") : "(null)") << test.program;
-        EXPECT_EQ(text_of(paths.reason), test.reason) << test.program;
+        EXPECT_EQ(text_of(failure), test.reason) << test.program;
     }
 }
 
@@ -143,5 +147,3 @@ TEST_F(InstallTest, EveryTypeOfDirectory) {
     EXPECT_EQ(text_of(reg_mkpath(REG_HELP, "x.txt")), at("u/2.0/help/x.txt"));
     EXPECT_EQ(text_of(reg_mkpath(REG_HELP, at("no").c_str())), at("no"));
 }
-
-} // namespace

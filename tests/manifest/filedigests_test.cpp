@@ -29,18 +29,22 @@ TEST(FileDigests, PairsAreChosenAndCounted) {
     }
 }
 
-// What the receiver is told of a file: its tag, its path, and its digest or why there is none.
+// The result that the receiver gets for a file: its tag, its path, and its digest or why there is
+// none.
 static std::string line_of(size_t tag, const std::string &path, const std::string &result) {
     return std::to_string(tag) + " " + path + " " + result;
 }
 
-// The receiver, what it does each time, and the number of files that it lets pass before it ends
-// the whole.
+namespace {
+
+// The receiver, what it does each time, and the number of files after which it stops everything.
 struct Received {
     std::vector<std::string> lines;
     std::function<void()> act = [] {};
     size_t end = SIZE_MAX;
 };
+
+} // namespace
 
 static bool receive(void *context, const char *path, void *tag, const FileDigest &result) {
     static const char *const others[] = {"opened", "missing", "special", "refused"};
@@ -53,8 +57,8 @@ static bool receive(void *context, const char *path, void *tag, const FileDigest
     return received->lines.size() <= received->end;
 }
 
-// Sizes around a block and around what is read at a time, a long file before and behind short ones,
-// and what cannot be hashed in between.
+// Sizes around a block and around one read, a long file between short ones, and between them
+// entries that cannot be hashed.
 TEST(FileDigests, ResultsComeInOrder) {
     const Scratch scratch;
     const size_t sizes[] = {0,     1,     300000, 63,    64, 65,     16383, 16384, 16385,
@@ -104,7 +108,7 @@ TEST(FileDigests, ReadsMayEndInsideABlock) {
     EXPECT_EQ(received.lines[1], line_of(0, growing, sha256_file_hex(growing.c_str())));
 }
 
-// Whether they come to their end or are given up; a file that is missing is told of at once.
+// Both when all files are finished and when they are given up. A missing file is reported at once.
 TEST(FileDigests, DescriptorsAreClosed) {
     const Scratch scratch;
     const std::string file = scratch.write("file", std::string(200000, 'x'));

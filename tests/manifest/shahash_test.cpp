@@ -72,6 +72,8 @@ TEST(ShahashDeathTest, FilesThatCannotBeOpenedEndTheProcess) {
 
 // --- Writing
 
+namespace {
+
 // A directory of files to be hashed, which is the current one, below the one for everything else.
 class ShahashTree : public testing::Test {
   protected:
@@ -93,6 +95,8 @@ class ShahashTree : public testing::Test {
     std::string line_end = os_kind() != 0 ? "\r\n" : "\n"; // of text files
     std::string manifest = scratch.write("manifest", "old");
 };
+
+} // namespace
 
 TEST_F(ShahashTree, WalkIsDepthFirstInTheOrderOfTheListing) {
     for (const char *directory : {"sub", "sub/deep", "hollow"})

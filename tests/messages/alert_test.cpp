@@ -17,15 +17,20 @@ namespace {
 
 // One row of each type; the last three print "%s", "%s" and "%d".
 enum : uint32_t { MESSAGE = 3, WARNING = 1501, ERROR_ROW = 1502, FATAL = 1503 };
-const char MESSAGE_TEXT[] = "malformed error information on line * in file *";
 
-std::string shown;
-std::string observed;
+} // namespace
 
-void observe(uint32_t number, uintptr_t a, uintptr_t b, uintptr_t c) {
+static const char MESSAGE_TEXT[] = "malformed error information on line * in file *";
+
+static std::string shown;
+static std::string observed;
+
+static void observe(uint32_t number, uintptr_t a, uintptr_t b, uintptr_t c) {
     for (uintptr_t word : {uintptr_t{number}, a, b, c})
         observed += std::to_string(word) + " ";
 }
+
+namespace {
 
 class AlertTest : public testing::Test {
   protected:
@@ -69,6 +74,8 @@ class AlertTest : public testing::Test {
     }
 };
 
+} // namespace
+
 // In the fixed layout, and in that of a template that names every part of the position.
 TEST_F(AlertTest, PositionInBothLayouts) {
     const uint32_t line = 12, base = 100, column = 103;
@@ -108,7 +115,7 @@ TEST_F(AlertTest, Templates) {
     alert_use_formats(true);
     alert_set_formats("%a: %n: %m: %q: %s: %%%", "wrong", "wrong");
     EXPECT_EQ(told(alert_repeat(9)),
-              sc_format("kestrel: 9: %s: q: %s: %%\n", std::strerror(0), alert_lookup(9)->text));
+              sc_format("kestrel: 9: %s: q: %s: %%\n", strerror(0), alert_lookup(9)->text));
     alert_set_formats("wrong", "%s|", nullptr);
     EXPECT_EQ(told(alert_nl_repeat(WARNING, "a", "b", 7)), "assertion failure: a (b:7) |\n");
     EXPECT_EQ(told(alert_repeat(MESSAGE)), std::string(": : ") + MESSAGE_TEXT + "\n");
@@ -131,7 +138,7 @@ TEST_F(AlertTest, Templates) {
 // layout here as they may come from a caller that was not checked.
 TEST_F(AlertTest, FormatsThatEndEarlyOrNameTheError) {
     int (*unchecked)(uint32_t, const char *, const char *, ...) = alert_text;
-    const std::string reason = std::strerror(ENOENT);
+    const std::string reason = strerror(ENOENT);
     const struct {
         const char *format;
         int error;
@@ -192,7 +199,7 @@ TEST_F(AlertTest, TheSameLineIsToldOnce) {
     EXPECT_EQ(alert(MESSAGE), 1);
     alert_set_position(new_file(), &line, nullptr, nullptr);
     EXPECT_EQ(alert(MESSAGE), 1);
-    line = 3; // what is hidden was not told yet
+    line = 3; // a hidden message does not count as shown
     set_warnlevel(1);
     EXPECT_EQ(alert(WARNING, "a", "b", 7), 0);
     set_warnlevel(0);
@@ -203,7 +210,9 @@ TEST_F(AlertTest, TheObserverSeesNumberAndArguments) {
     const uint32_t line = 1;
     const char *const a = "a";
     const char *const b = "b";
-    auto word = [](const char *s) { return std::to_string(reinterpret_cast<uintptr_t>(s)) + " "; };
+    const auto word = [](const char *s) {
+        return std::to_string(reinterpret_cast<uintptr_t>(s)) + " ";
+    };
     const auto seen = [](int) { return std::exchange(observed, {}); };
     alert_set_hook(observe);
     EXPECT_EQ(alert_get_hook(), observe);
@@ -218,7 +227,7 @@ TEST_F(AlertTest, TheObserverSeesNumberAndArguments) {
 }
 
 TEST_F(AlertTest, StatesChangeWhatALookupGives) {
-    constexpr uint32_t numbers[] = {MESSAGE, WARNING, ERROR_ROW, FATAL}, OFF = MSG_SUPPRESSED;
+    constexpr uint32_t NUMBERS[] = {MESSAGE, WARNING, ERROR_ROW, FATAL}, OFF = MSG_SUPPRESSED;
     const struct {
         uint32_t op, types[4];
     } cases[] = {
@@ -231,9 +240,9 @@ TEST_F(AlertTest, StatesChangeWhatALookupGives) {
     };
     set_warnlevel(4);
     for (const auto &test : cases)
-        for (size_t i = 0; i < std::size(numbers); i++) {
-            alert_control(numbers[i], test.op);
-            EXPECT_EQ(alert_lookup(numbers[i])->type, test.types[i]) << test.op;
+        for (size_t i = 0; i < std::size(NUMBERS); i++) {
+            alert_control(NUMBERS[i], test.op);
+            EXPECT_EQ(alert_lookup(NUMBERS[i])->type, test.types[i]) << test.op;
         }
     EXPECT_EQ(alert_nl_repeat(ERROR_ROW, "a", "b", 7), 0);
     alert_control(ERROR_ROW, ALERT_SOFTEN);
@@ -295,7 +304,7 @@ TEST_F(AlertTest, LevelsOfTheCallersTypes) {
 }
 
 // What is shown, and whether that is a failure, after each of some messages.
-void count_failures() {
+static void count_failures() {
     alert_set_output([](const char *) {});
     const auto tell = [](int was_shown) { fprintf(stderr, "%d%d ", was_shown, alert_failed()); };
     alert_set_warn_fails(true);
@@ -356,5 +365,3 @@ TEST(AlertExitTest, CountsEndsAndFirstCalls) {
         EXPECT_EXIT(run(), testing::ExitedWithCode(test.status), test.expected);
     }
 }
-
-} // namespace

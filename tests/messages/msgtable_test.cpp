@@ -10,12 +10,12 @@
 
 #include <string>
 
-namespace {
-
 using namespace std::string_literals;
 
-const char NEWER[] = "99999999999999_en.msgs";
-std::string reports;
+static const char NEWER[] = "99999999999999_en.msgs";
+static std::string reports;
+
+namespace {
 
 class MsgTableTest : public LoggedTest {
   protected:
@@ -44,6 +44,8 @@ class MessageFileTest : public MsgTableTest {
         };
     }
 };
+
+} // namespace
 
 // What a line in a message file makes of the rows 296 ("out of memory", fatal) and 1502, which
 // prints "%s", "%s" and "%d".
@@ -258,5 +260,3 @@ TEST_F(MsgTableTest, TheFirstFileSettlesTypesAndIsReported) {
     EXPECT_EXIT(alert_fatal(7), testing::ExitedWithCode(7), "\nnur .* fatal error 7\n");
     EXPECT_EXIT(alert_fatal(0), testing::ExitedWithCode(1), "\nnur .* fatal error 0\n");
 }
-
-} // namespace

@@ -15,7 +15,7 @@ TEST(OsPath, FullAndRelativePaths) {
         {"x", "/x", "x"},
         {"a/./b/../c/", "/a/c", "a/c"},
         {"x/..", "", "."},
-        {"..", nullptr, nullptr}, // the parent, whose text is no continuation
+        {"..", nullptr, nullptr}, // the parent, whose text does not continue the directory's
         {"../work2/x", "2/x", "2/x"},
         {"../work/x", "/x", "x"},
     };

@@ -112,7 +112,7 @@ static int tick(const char *file) {
     return 0;
 }
 
-// Leaves a copy that ticks behind.
+// Starts a copy that ticks, and leaves it running.
 static int orphan(const char *file) {
     const OwnedString program = os_progpath();
     const char *argv[] = {program.get(), "--tick", file, nullptr};

@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-// A path spelt with "/" in the host's own way.
+// A path written with "/" in the host's own form.
 inline std::string native(std::string path) {
     std::replace(path.begin(), path.end(), '/', host_path_style().separator);
     return path;

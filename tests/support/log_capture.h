@@ -13,15 +13,15 @@
 
 class LogCapture {
   public:
-    LogCapture() { trace_stream = std::tmpfile(); }
+    LogCapture() { trace_stream = tmpfile(); }
     ~LogCapture() {
-        std::fclose(trace_stream);
+        fclose(trace_stream);
         trace_stream = nullptr;
     }
 
     // The lines that hold `word`; all for an empty one.
     static std::string lines_with(const std::string &word) {
-        std::rewind(trace_stream);
+        rewind(trace_stream);
         std::istringstream log(read_all(trace_stream));
         std::string found;
         for (std::string line; std::getline(log, line);)
@@ -32,7 +32,7 @@ class LogCapture {
 
     // What was written since the last call.
     std::string take() {
-        std::fseek(trace_stream, taken, SEEK_SET);
+        fseek(trace_stream, taken, SEEK_SET);
         const std::string text = read_all(trace_stream);
         taken += static_cast<long>(text.size());
         return text;
@@ -42,8 +42,8 @@ class LogCapture {
     long taken = 0;
 };
 
-// All that a test calls goes to the log: whatever way a function is left, its exit stands there, or
-// all that follows stands too deep.
+// Everything that a test calls is logged: however a function is left, its exit must be in the log,
+// or all that follows is indented too far.
 class LoggedTest : public testing::Test {
   protected:
     LoggedTest() { trace_flags = TRACE_GENERAL; }

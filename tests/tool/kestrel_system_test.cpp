@@ -4,6 +4,8 @@
 
 #include <csignal>
 
+namespace {
+
 class KestrelSystem : public testing::Test {
   protected:
     void SetUp() override {
@@ -11,6 +13,8 @@ class KestrelSystem : public testing::Test {
             GTEST_SKIP() << "there is no shell here";
     }
 };
+
+} // namespace
 
 // The superuser's right to pass over all rights is given up.
 static const std::string unprivileged =
@@ -74,8 +78,8 @@ TEST_F(KestrelSystem, Circumstances) {
     }
 }
 
-// Of what stops the walk the first in the directory's order is told of, however long a file in
-// front of it takes. The script leaves a file, a link to nothing and a name that is refused.
+// If several entries stop the walk, the first in the directory's order is reported, however long a
+// file before it takes. The script leaves a file, a link to nothing and a name that is refused.
 TEST_F(KestrelSystem, FirstComplaintCounts) {
     const Installation inst("dir", 0);
     const Outcome outcome = inst.run({"-g"}, R"sh(cd tree
@@ -143,7 +147,7 @@ TEST_F(KestrelSystem, TasksLogIntoNewFilesBesideAFile) {
               std::string::npos);
 }
 
-// What is announced stands before what is complained of, where both streams are one.
+// Announcements come before complaints where both streams are one.
 TEST_F(KestrelSystem, WhatIsDoneIsAnnouncedFirst) {
     const Installation inst("dir", 0);
     EXPECT_EQ(inst.run({"-g"}, "exec 2>&1; ln -s gone tree/f"),
