@@ -30,6 +30,7 @@ const char *sha256_file_hex(const char *path);
 const char *sha1_file_hex(const char *path);
 
 const char *sha256_hex(const uint8_t *digest);
+std::string sha256_text(const uint8_t *digest); // the same, not interned
 const char *sha1_hex(const uint8_t *digest);
 
 // The digest written as 64 (40) hexadecimal digits of either case. Nothing is rejected: a character
@@ -64,6 +65,13 @@ bool shahash_walk(uint32_t flags, Vector *entries, const char *dir, const char *
 // one that is neither a file nor a directory; a file that cannot be opened or read ends the
 // process.
 bool shahash_verify_file(const char *digest, const char *path);
+
+// Whether a line can hold the name as a component of its path; the last one must not end in white
+// space.
+bool shahash_name_fits(std::string_view name, bool is_last);
+
+// The line for an entry, with LF, which a text stream turns into the host's line end.
+std::string shahash_format_line(const ManifestEntry &entry);
 
 // The two fields of a manifest line.
 struct ManifestLine {

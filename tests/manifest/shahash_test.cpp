@@ -214,6 +214,18 @@ TEST_F(ShahashTree, VerifyComparesDigestsByteForByte) {
         EXPECT_FALSE(shahash_verify_file(digest.c_str(), "./sub/a b")) << digest;
 }
 
+TEST(Shahash, LinesAreReadAsTheyWereWritten) {
+    const std::string digest(64, 'a');
+    for (const char *path : {".\\a", ".\\ b", ".\\*c  d*", ".\\\xff\\e.h"}) {
+        const std::string line = shahash_format_line({path, digest.c_str()});
+        ManifestLine fields;
+        EXPECT_TRUE(shahash_line_can_verify(line)) << path;
+        ASSERT_TRUE(shahash_parse_line(line, &fields)) << path;
+        EXPECT_EQ(fields.digest, digest);
+        EXPECT_EQ(fields.path, path);
+    }
+}
+
 TEST(Shahash, LinesAreTakenApart) {
     std::string longest = "12ab *.\\a\n";
     longest.insert(4, MANIFEST_LINE_LIMIT - longest.size(), ' ');
