@@ -1,14 +1,14 @@
 // A manifest's lines, written and read.
 //
 //     manifest  = { line }
-//     line      = digest " *." { "\\" component } line-end          as it is written
+//     line      = digest " *." { "\" component } line-end          as it is written
 //     digest    = 64 lower-case hexadecimal digits
-//     component = the name of a directory or file: one byte or more, but no "\\", CR, LF or NUL;
+//     component = the name of a directory or file: one byte or more, but no "\", CR, LF or NUL;
 //                 the last one does not end in white space
 //     line-end  = LF or CR LF, as the host's text files have it
 //
 // What is read may differ in what does no harm: white space around the path, no asterisk, "/" for
-// "\\", no line end after the last line. A line has MANIFEST_LINE_LIMIT bytes at most.
+// "\", no line end after the last line. A line has MANIFEST_LINE_LIMIT bytes at most.
 #include "manifest/shahash.h"
 
 #include "containers/stringcache.h"
