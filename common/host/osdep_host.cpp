@@ -29,6 +29,14 @@ FILE *host_fopen_regular(const char *path) {
     return stream;
 }
 
+bool host_file_identity(const char *path, FileIdentity *result) {
+    FileState state;
+    if (!host_file_state(path, &state))
+        return false;
+    *result = state.identity;
+    return true;
+}
+
 bool host_same_file(const char *a, const char *b) {
     FileIdentity first;
     FileIdentity second;

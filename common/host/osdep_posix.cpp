@@ -176,14 +176,6 @@ bool host_is_link(const char *path) {
     return lstat(path, &status) == 0 && S_ISLNK(status.st_mode);
 }
 
-bool host_file_identity(const char *path, FileIdentity *result) {
-    struct stat status = {};
-    if (stat(path, &status) != 0)
-        return false;
-    *result = {status.st_dev, status.st_ino};
-    return true;
-}
-
 // The time of the status is the one that no program can set back.
 static FileState state_of(const struct stat &status) {
     const timespec &time = status.st_ctim;

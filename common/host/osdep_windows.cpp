@@ -300,16 +300,6 @@ bool host_is_link(const char *path) {
     return IsReparseTagNameSurrogate(data.dwReserved0);
 }
 
-bool host_file_identity(const char *path, FileIdentity *result) {
-    const SystemHandle file = open_for_query(SystemPath(path));
-    BY_HANDLE_FILE_INFORMATION information;
-    if (!file || !GetFileInformationByHandle(file.get(), &information))
-        return fail();
-    *result = {information.dwVolumeSerialNumber,
-               joined(information.nFileIndexHigh, information.nFileIndexLow)};
-    return true;
-}
-
 static bool state_of(HANDLE file, FileState *result) {
     BY_HANDLE_FILE_INFORMATION information;
     if (!GetFileInformationByHandle(file, &information))

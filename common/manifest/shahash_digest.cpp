@@ -35,10 +35,10 @@ template <class Hash> static OwnedBytes digest_of_file(const char *path) {
 
 // Lower-case hexadecimal, most significant digit first.
 static std::string hex_text(const uint8_t *digest, size_t size) {
-    std::string text;
+    std::string text(2 * size, '\0');
     for (size_t i = 0; i < size; i++) {
-        text += "0123456789abcdef"[digest[i] >> 4];
-        text += "0123456789abcdef"[digest[i] & 15];
+        text[2 * i] = "0123456789abcdef"[digest[i] >> 4];
+        text[2 * i + 1] = "0123456789abcdef"[digest[i] & 15];
     }
     return text;
 }
