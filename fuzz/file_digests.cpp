@@ -65,7 +65,7 @@ static OpenOutcome outcome_of(const Script &script) {
     return script.nature == missing ? OpenOutcome::missing : OpenOutcome::refused;
 }
 
-static bool receive(void *, const char *path, void *tag, const FileDigest &result) {
+static bool receive(const char *path, const Script *tag, const FileDigest &result) {
     const Script &script = scripts.at(received);
     assert(received < wanted && path == std::to_string(received) && tag == &script);
     Sha256Context ctx;
@@ -101,7 +101,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
                            bytes.size() / 64 + length_of(data[4]) + 1});
     }
     {
-        FileDigests digests(receive, nullptr);
+        FileDigests<const Script *> digests(receive);
         for (size_t i = 0; i < scripts.size(); i++)
             assert(digests.add(std::to_string(i).c_str(), &scripts[i]) == (received < wanted));
         assert((mode & 2) != 0 || digests.finish() == (received < wanted));

@@ -2,7 +2,7 @@
 // division into 2 to 5 tasks, against a model of the rules in docs/manifest.md.
 #include "kestrel/kestrel.h"
 #include "kestrel/steps.h"
-#include "manifest/shahash.h"
+#include "manifest/linecheck.h"
 #include "support/scratch.h"
 
 #include <algorithm>
@@ -62,7 +62,7 @@ static std::optional<std::string> place_of(std::string path) {
 }
 
 constexpr size_t LINE_LIMIT = 1 << 20; // bytes, line end included
-static LineFault fault_of(const World &world, const std::string &line) {
+static std::optional<LineFault> fault_of(const World &world, const std::string &line) {
     const size_t blank = line.find(' ');
     if (line.size() > LINE_LIMIT || blank == line.npos || line.find('\0') != line.npos)
         return LineFault::malformed;
@@ -71,8 +71,9 @@ static LineFault fault_of(const World &world, const std::string &line) {
     path.resize(path.find_last_not_of(" \t\n\v\f\r") + 1);
     path.erase(0, path.starts_with('*') ? 1 : 0);
     const auto found = world.digests.find(place_of(path).value_or(""));
-    const bool same = found != world.digests.end() && found->second == line.substr(0, blank);
-    return same ? LineFault::none : LineFault::different;
+    if (found != world.digests.end() && found->second == line.substr(0, blank))
+        return {};
+    return LineFault::different;
 }
 
 // Nothing that leads out is even looked at. A directory, which would end the process, only fails.
@@ -91,23 +92,22 @@ extern "C" bool __wrap__Z9host_statPKcP8HostStat(const char *path, HostStat *res
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     static const World world;
     const bool is_long = size > 0 && *data == 255;
-    std::string path,
-        text = is_long ? world.digests.at("/b") + std::string(LINE_LIMIT - 100, ' ') : "";
+    std::string text = is_long ? world.digests.at("/b") + std::string(LINE_LIMIT - 100, ' ') : "";
     for (size_t i = is_long ? 1 : 0; i < size; i++)
         text += data[i] < 128 ? std::string(1, static_cast<char>(data[i]))
                               : world.pieces[(data[i] - 128u) % world.pieces.size()];
-    LineFault fault = LineFault::none;
     std::vector<uint32_t> offsets = {0}; // of the lines, and of the end
-    const BlockVectorPtr lines(vec_new(__FILE__, __LINE__));
+    std::vector<std::string> lines;
+    std::vector<LineFault> faults, found; // of all lines that have one
     while (offsets.back() < text.size()) {
         const std::string rest = text.substr(offsets.back());
-        const std::string line = rest.substr(0, std::min(rest.find('\n'), rest.size() - 1) + 1);
-        offsets.push_back(offsets.back() + static_cast<uint32_t>(line.size()));
-        vec_append(lines.get(), xstrdup(line.c_str()).release());
-        fault = fault == LineFault::none ? fault_of(world, line) : fault;
+        lines.push_back(rest.substr(0, std::min(rest.find('\n'), rest.size() - 1) + 1));
+        offsets.push_back(offsets.back() + static_cast<uint32_t>(lines.back().size()));
+        if (const std::optional<LineFault> fault = fault_of(world, lines.back()))
+            faults.push_back(*fault);
     }
-    const bool sound = fault == LineFault::none;
-    const uint32_t count = vec_size(lines.get());
+    const bool sound = faults.empty();
+    const auto count = static_cast<uint32_t>(lines.size());
     world.scratch.write("manifest", text);
     host_chdir(world.tree.c_str());
     checked = &world;
@@ -116,8 +116,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
                                     static_cast<int32_t>(position), range.start, range.end);
     };
     assert(shahash_check_manifest(world.manifest.c_str(), world.tree.c_str()) == sound);
-    assert(text.find('\0') != text.npos || // where lines in memory end
-           shahash_verify_lines(lines.get(), &path) == fault);
+    LineCheck check([&](const ManifestLine &, LineFault fault) {
+        found.push_back(fault);
+        return true;
+    });
+    for (const std::string &line : lines)
+        check.add(line);
+    assert(check.finish() == sound && found == faults);
     assert(passes(0, {0, count}) == (sound && count > 0));
     for (uint32_t tasks = 2; tasks <= 5; tasks++) {
         bool by_number = true, by_position = true;

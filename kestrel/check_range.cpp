@@ -3,13 +3,14 @@
 #include "host/trace.h"
 #include "kestrel/kestrel.h"
 #include "kestrel/steps.h"
-#include "manifest/shahash.h"
+#include "manifest/linecheck.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <string>
 #include <string_view>
+
+static constexpr const char *MALFORMED_MANIFEST = "Manifest data was malformed";
 
 // The lines of the range, as far as the file has them and up to the first that cannot verify; null,
 // with the reason in `failure`, for a manifest that cannot be read or holds a NUL or a line over
@@ -32,7 +33,7 @@ static BlockVectorPtr gather_lines(FILE *file, int32_t position, uint32_t start,
         if (line.empty())
             break;
         if (line.find('\0') != line.npos || line.size() > MANIFEST_LINE_LIMIT) {
-            *failure = "Manifest data was malformed";
+            *failure = MALFORMED_MANIFEST;
             return nullptr;
         }
         if (i < start)
@@ -45,6 +46,22 @@ static BlockVectorPtr gather_lines(FILE *file, int32_t position, uint32_t start,
         return lines;
     *failure = CANNOT_READ_MANIFEST;
     return nullptr;
+}
+
+// Verifies lines up to the first that fails: a malformed one is a `failure`, a file goes to the
+// debug log.
+static bool verify_lines(Vector *lines, const char **failure) {
+    LineCheck check([failure](const ManifestLine &line, LineFault fault) {
+        if (fault == LineFault::malformed)
+            *failure = MALFORMED_MANIFEST;
+        else
+            TRACE_MESSAGE("File \"%s\" did not verify against manifest hash.", line.path.c_str());
+        return false;
+    });
+    for (const char *line : VecEach<char>(lines))
+        if (!check.add(line))
+            break;
+    return check.finish();
 }
 
 bool check_manifest_range(const char *manifest, const char *instdir, int32_t position,
@@ -67,16 +84,8 @@ bool check_manifest_range(const char *manifest, const char *instdir, int32_t pos
         return TRACE_RESULT(false, "%s", failure);
     if (vec_size(lines.get()) == 0)
         return TRACE_RESULT(false, "ERROR: no data was read from the manifest");
-    std::string path;
-    switch (shahash_verify_lines(lines.get(), &path)) {
-    case LineFault::malformed:
-        return TRACE_RESULT(false, "Manifest data was malformed");
-    case LineFault::different:
-        TRACE_MESSAGE("File \"%s\" did not verify against manifest hash.", path.c_str());
-        return false;
-    case LineFault::none:
-        break;
-    }
+    if (!verify_lines(lines.get(), &failure))
+        return failure != nullptr ? TRACE_RESULT(false, "%s", failure) : false;
     if (before != nullptr)
         enter_directory(before.get());
     return TRACE_RESULT(true, "All hashes in the range verified correctly");

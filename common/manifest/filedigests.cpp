@@ -3,39 +3,34 @@
 #include <algorithm>
 #include <cassert>
 
-FileDigests::~FileDigests() {
+FileHasher::~FileHasher() {
     for (const Lane &lane : lanes)
         if (lane.job != nullptr)
             host_close(lane.descriptor);
 }
 
-bool FileDigests::wait_for_lane() {
+bool FileHasher::wait_for_lane() {
     while (!ended && lanes[0].job != nullptr && lanes[1].job != nullptr)
         advance();
     return !ended;
 }
 
-bool FileDigests::add(const char *path, void *tag) {
-    HostStat found;
-    return wait_for_lane() && add(path, tag, host_stat(path, &found) ? &found : nullptr);
-}
-
-bool FileDigests::add(const char *path, void *tag, const HostStat *found) {
+bool FileHasher::add(const char *path, const HostStat *found) {
     if (!wait_for_lane())
         return false;
     Lane &lane = lanes[0].job == nullptr ? lanes[0] : lanes[1];
-    Job &job = jobs.emplace_back(Job{path, tag, false, {}});
+    Job &job = jobs.emplace_back(Job{path, false, {}});
     return start(lane, job, found) || hand_over();
 }
 
-bool FileDigests::finish() {
+bool FileHasher::finish() {
     while (!ended && (lanes[0].job != nullptr || lanes[1].job != nullptr))
         advance();
     return !ended;
 }
 
 // False if there is nothing to hash.
-bool FileDigests::start(Lane &lane, Job &job, const HostStat *found) {
+bool FileHasher::start(Lane &lane, Job &job, const HostStat *found) {
     job.result.outcome = host_open_regular(job.path.c_str(), found, &lane.descriptor);
     job.done = job.result.outcome != OpenOutcome::opened;
     if (job.done)
@@ -55,7 +50,7 @@ bool FileDigests::start(Lane &lane, Job &job, const HostStat *found) {
 // Between host_stat and opening, a FIFO, a directory or a device can take the place of a file, and
 // would read as an empty file or for ever. So if the length read is not the one found, or 0, the
 // descriptor is checked again; not for every file, because that would cost each a system call.
-bool FileDigests::refill(Lane &lane) {
+bool FileHasher::refill(Lane &lane) {
     if (lane.left != 0)
         return true;
     const int64_t got = host_read(lane.descriptor, lane.buffer, READ_SIZE);
@@ -71,7 +66,7 @@ bool FileDigests::refill(Lane &lane) {
     return lane.job != nullptr;
 }
 
-void FileDigests::end(Lane &lane, OpenOutcome outcome) {
+void FileHasher::end(Lane &lane, OpenOutcome outcome) {
     sha256_final(&lane.ctx, lane.job->result.digest);
     host_close(lane.descriptor);
     lane.job->result.outcome = outcome;
@@ -79,14 +74,14 @@ void FileDigests::end(Lane &lane, OpenOutcome outcome) {
     lane.job = nullptr;
 }
 
-void FileDigests::hash_rest(Lane &lane) {
+void FileHasher::hash_rest(Lane &lane) {
     sha256_update(&lane.ctx, lane.next, lane.left);
     lane.left = 0;
 }
 
 // One step: reads where nothing is left, then hashes as many whole blocks as both lanes have. What
 // has no partner is hashed alone: the end of a file, or a lane while the other is empty.
-void FileDigests::advance() {
+void FileHasher::advance() {
     for (Lane &lane : lanes)
         if (lane.job != nullptr && !refill(lane)) {
             hand_over();
@@ -102,7 +97,7 @@ void FileDigests::advance() {
 }
 
 // Does nothing while a lane is in the middle of a block.
-void FileDigests::hash_pair(size_t blocks) {
+void FileHasher::hash_pair(size_t blocks) {
     if (lanes[0].ctx.datalen != 0 || lanes[1].ctx.datalen != 0)
         return;
     Sha256Context *const contexts[2] = {&lanes[0].ctx, &lanes[1].ctx};
@@ -115,10 +110,10 @@ void FileDigests::hash_pair(size_t blocks) {
 }
 
 // Hands over what is done, up to the first that is not; false when the receiver stops everything.
-bool FileDigests::hand_over() {
+bool FileHasher::hand_over() {
     while (!ended && !jobs.empty() && jobs.front().done) {
         const Job &job = jobs.front();
-        ended = !receive(context, job.path.c_str(), job.tag, job.result);
+        ended = !receive(job.path.c_str(), job.result);
         jobs.pop_front();
     }
     return !ended;

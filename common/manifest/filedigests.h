@@ -8,40 +8,37 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
-#include <memory>
+#include <functional>
 #include <string>
+#include <utility>
 
 struct FileDigest {
     OpenOutcome outcome;
     uint8_t digest[SHA256_DIGEST_SIZE]; // of the whole file, when it was opened and read
 };
 
-// Receives the result for a file, with the path and the tag it was added with; the tag stays the
-// caller's. False stops everything: no further results are handed over.
-using FileDigestFn = bool (*)(void *context, const char *path, void *tag, const FileDigest &result);
-
-// Results are handed over in the order in which the files were added, whatever order they finish
-// in. A file is opened when a lane is free for it, ahead of its turn, but its result, failures
-// included, waits for its turn.
-class FileDigests {
+// Hashes files and hands over their results in the order in which the files were added, whatever
+// order they finish in. A file is opened when a lane is free for it, ahead of its turn, but its
+// result, failures included, waits for its turn.
+class FileHasher {
   public:
-    FileDigests(FileDigestFn receiver, void *receiver_context)
-        : receive(receiver), context(receiver_context) {}
-    ~FileDigests();
-    FileDigests(const FileDigests &) = delete;
-    FileDigests &operator=(const FileDigests &) = delete;
+    // False stops everything: no further results are handed over.
+    using Receiver = std::function<bool(const char *path, const FileDigest &result)>;
+
+    explicit FileHasher(Receiver receiver) : receive(std::move(receiver)) {}
+    ~FileHasher();
+    FileHasher(const FileHasher &) = delete;
+    FileHasher &operator=(const FileHasher &) = delete;
 
     // All of these return false once the receiver has stopped everything.
 
     // Hashes until a lane is free.
     bool wait_for_lane();
 
-    // Takes the next file, when there is a lane for it.
-    bool add(const char *path, void *tag);
-
-    // The same with the result of host_stat, null if that failed. Call host_stat after
-    // wait_for_lane(), so that little time passes before the file is opened.
-    bool add(const char *path, void *tag, const HostStat *found);
+    // Takes the next file, when there is a lane for it. `found` is the result of host_stat, null if
+    // that failed. Call host_stat after wait_for_lane(), so that little time passes before the file
+    // is opened.
+    bool add(const char *path, const HostStat *found);
 
     // Hashes what is left and hands it over.
     bool finish();
@@ -52,7 +49,6 @@ class FileDigests {
 
     struct Job {
         std::string path;
-        void *tag;
         bool done;
         FileDigest result;
     };
@@ -77,11 +73,45 @@ class FileDigests {
     void advance();
     bool hand_over();
 
-    FileDigestFn receive;
-    void *context;
+    Receiver receive;
     bool ended = false;
     std::deque<Job> jobs; // all that are not handed over yet, in order
     Lane lanes[2];
+};
+
+// The same for files that each have a tag, which is kept until it is handed over with the result.
+template <class Tag> class FileDigests {
+  public:
+    using Receiver = std::function<bool(const char *path, Tag tag, const FileDigest &result)>;
+
+    explicit FileDigests(Receiver receiver) : receive(std::move(receiver)) {}
+
+    // As in FileHasher.
+    bool wait_for_lane() { return files.wait_for_lane(); }
+    bool finish() { return files.finish(); }
+    bool add(const char *path, Tag tag, const HostStat *found) {
+        tags.push_back(std::move(tag));
+        return files.add(path, found);
+    }
+
+    // Looks for the file itself, when there is a lane for it.
+    bool add(const char *path, Tag tag) {
+        HostStat found;
+        return wait_for_lane() &&
+               add(path, std::move(tag), host_stat(path, &found) ? &found : nullptr);
+    }
+
+  private:
+    bool hand_over(const char *path, const FileDigest &result) {
+        Tag tag = std::move(tags.front());
+        tags.pop_front();
+        return receive(path, std::move(tag), result);
+    }
+
+    Receiver receive;
+    std::deque<Tag> tags; // of the files that are not handed over yet, in order
+    FileHasher files{
+        [this](const char *path, const FileDigest &result) { return hand_over(path, result); }};
 };
 
 #endif

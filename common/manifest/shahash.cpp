@@ -1,17 +1,16 @@
-// Writing, reading and checking manifests.
+// Manifests written, read and checked.
 #include "manifest/shahash.h"
 
 #include "containers/stringcache.h"
-#include "manifest/filedigests.h"
+#include "manifest/linecheck.h"
 #include "platform/osdep.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <string_view>
 #include <utility>
 
-// --- Writing a manifest
+// --- Writing one
 
 void shahash_free_entries(Vector *entries) {
     for (auto *entry : VecEach<ManifestEntry>(entries)) {
@@ -63,82 +62,10 @@ bool shahash_write_manifest_default_flags(const char *dir, const char *manifest)
     return shahash_write_manifest(static_cast<uint32_t>(os_kind()), dir, manifest);
 }
 
-// --- Reading and checking
-
-static bool leads_out(const ManifestLine &fields) {
-    return path_leads_out(host_path_style(), fields.path);
-}
-
-// A path of a manifest with the host's separators.
-static std::string native_path(const char *path) {
-    std::string native = path;
-    std::replace(native.begin(), native.end(), '\\', host_path_style().separator);
-    return native;
-}
-
-static bool verifies(const char *digest, const char *path, const FileDigest &result) {
-    if (result.outcome == OpenOutcome::refused)
-        shahash_fatal_cannot_open(path);
-    return result.outcome == OpenOutcome::opened && sha256_text(result.digest) == digest;
-}
-
-// `tag` is the digest that is expected.
-static bool verify_digest(void *, const char *path, void *tag, const FileDigest &result) {
-    return verifies(static_cast<const char *>(tag), path, result);
-}
-
-bool shahash_verify_file(const char *digest, const char *path) {
-    if (digest == nullptr || path == nullptr)
-        return false;
-    FileDigests digests(verify_digest, nullptr);
-    return digests.add(native_path(path).c_str(), const_cast<char *>(digest)) && digests.finish();
-}
-
-namespace {
-
-// The result of verifying lines.
-struct LineCheck {
-    LineFault fault = LineFault::none;
-    std::string path;
-};
-
-} // namespace
-
-// `tag` is the line.
-static bool verify_line(void *context, const char *path, void *tag, const FileDigest &result) {
-    ManifestLine fields;
-    shahash_parse_line(static_cast<const char *>(tag), &fields);
-    if (verifies(fields.digest.c_str(), path, result))
-        return true;
-    *static_cast<LineCheck *>(context) = {LineFault::different, fields.path};
-    return false;
-}
-
-// A path that leads out counts as a missing file, and is reported in its turn.
-static bool add_line(FileDigests &digests, const ManifestLine &fields, char *line) {
-    const std::string path = native_path(fields.path.c_str());
-    return leads_out(fields) ? digests.add(path.c_str(), line, nullptr)
-                             : digests.add(path.c_str(), line);
-}
-
-LineFault shahash_verify_lines(Vector *lines, std::string *path) {
-    LineCheck check;
-    FileDigests digests(verify_line, &check);
-    ManifestLine fields;
-    bool sound = true;
-    for (char *line : VecEach<char>(lines)) {
-        sound = shahash_parse_line(line, &fields);
-        if (!sound || !add_line(digests, fields, line))
-            break;
-    }
-    if (digests.finish() && !sound)
-        check.fault = LineFault::malformed;
-    *path = check.path;
-    return check.fault;
-}
+// --- Reading one
 
 static void append_record(Vector *entries, const char *base, const ManifestLine &fields) {
-    const std::string path = native_path(fields.path.c_str());
+    const std::string path = shahash_native_path(fields.path);
     OwnedString joined = path.empty() ? nullptr : os_join(base, path.c_str());
     auto *entry = xnew<ManifestEntry>();
     entry->digest = sc_strdup(fields.digest.c_str());
@@ -154,7 +81,8 @@ Vector *shahash_read_manifest(const char *manifest, const char *base) {
     ManifestLine fields;
     bool sound = true;
     for (std::string_view line; sound && !(line = shahash_next_line(file.get())).empty();) {
-        sound = shahash_parse_line(line, &fields) && !leads_out(fields);
+        sound =
+            shahash_parse_line(line, &fields) && !path_leads_out(host_path_style(), fields.path);
         if (sound)
             append_record(entries, base, fields);
     }
@@ -164,13 +92,21 @@ Vector *shahash_read_manifest(const char *manifest, const char *base) {
     return nullptr;
 }
 
+// --- Checking
+
+bool shahash_verify_file(const char *digest, const char *path) {
+    if (digest == nullptr || path == nullptr)
+        return false;
+    LineCheck check;
+    check.add_file({digest, path});
+    return check.finish();
+}
+
 static bool check_lines(FILE *file) {
-    ManifestLine fields;
-    for (std::string_view line; !(line = shahash_next_line(file)).empty();)
-        if (!shahash_parse_line(line, &fields) || leads_out(fields) ||
-            !shahash_verify_file(fields.digest.c_str(), fields.path.c_str()))
-            return false;
-    return ferror(file) == 0;
+    LineCheck check;
+    for (std::string_view line; !(line = shahash_next_line(file)).empty() && check.add(line);) {
+    }
+    return check.finish() && ferror(file) == 0;
 }
 
 bool shahash_check_manifest(const char *manifest, const char *dir) {
@@ -187,10 +123,13 @@ bool shahash_check_manifest(const char *manifest, const char *dir) {
 }
 
 bool shahash_check_entries(Vector *entries) {
-    bool passed = true;
-    for (const auto *entry : VecEach<ManifestEntry>(entries))
-        if (entry->path == nullptr || *entry->path == '\0' ||
-            !shahash_verify_file(entry->digest, entry->path))
-            passed = false;
-    return passed;
+    LineCheck check([](const ManifestLine &, LineFault) { return true; });
+    bool complete = true;
+    for (const auto *entry : VecEach<ManifestEntry>(entries)) {
+        if (entry->digest != nullptr && entry->path != nullptr && *entry->path != '\0')
+            check.add_file({entry->digest, entry->path});
+        else
+            complete = false;
+    }
+    return check.finish() && complete;
 }

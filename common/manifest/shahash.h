@@ -86,20 +86,15 @@ constexpr size_t MANIFEST_LINE_LIMIT = 1 << 20;
 // a piece longer than the limit. Valid as long as the string cache keeps it (sc_readLineBytes).
 std::string_view shahash_next_line(FILE *file);
 
+// A path of a manifest with the host's separators.
+std::string shahash_native_path(std::string path);
+
 // False for a line without a space, with a NUL or over the limit; the fields are then unchanged.
 bool shahash_parse_line(std::string_view line, ManifestLine *fields);
 
 // Whether any file can verify against a line: it begins with the digits of a digest. A check fails
 // at a line that cannot verify, so the lines after it need not be read.
 bool shahash_line_can_verify(std::string_view line);
-
-// What keeps a line from verifying.
-enum class LineFault { none, malformed, different };
-
-// Verifies lines in order, each as shahash_verify_file does, up to the first that fails. `path`
-// receives that line's path if its file is the reason, and "" otherwise. A path that leads out of
-// the current directory does not verify, here and below, and is not opened.
-LineFault shahash_verify_lines(Vector *lines, std::string *path);
 
 // The records of a whole manifest, each path joined to `base`; null if it cannot be read, or if a
 // line is malformed or its path leads out. To be freed by shahash_free_entries.

@@ -13,6 +13,7 @@
 
 #include "containers/stringcache.h"
 #include "digest/sha256.h"
+#include "host/osdep_host.h"
 
 #include <algorithm>
 
@@ -44,6 +45,11 @@ bool shahash_parse_line(std::string_view line, ManifestLine *fields) {
     fields->digest = line.substr(0, space);
     fields->path = path;
     return true;
+}
+
+std::string shahash_native_path(std::string path) {
+    std::replace(path.begin(), path.end(), '\\', host_path_style().separator);
+    return path;
 }
 
 bool shahash_line_can_verify(std::string_view line) {

@@ -5,12 +5,13 @@
 #include "platform/osdep.h"
 
 #include <cassert>
+#include <utility>
 
 namespace {
 
 // A directory being walked.
 struct Walk {
-    FileDigests *files;
+    FileDigests<OwnedString> *files; // each with its path in the manifest
     const char *dir;
     const char *relative;
     const Walk *parent;  // the directory it was entered from
@@ -55,7 +56,7 @@ static bool walk_entry(const Walk &walk, const DirectoryEntry &entry) {
         return walk_directory({walk.files, full.get(), relative.get(), &walk});
     if (!shahash_name_fits(name, true))
         return refuse_name(walk, full.get());
-    return walk.files->add(full.get(), relative.release(), found);
+    return walk.files->add(full.get(), std::move(relative), found);
 }
 
 static bool walk_directory(Walk walk) {
@@ -76,21 +77,19 @@ static bool walk_directory(Walk walk) {
     return false;
 }
 
-// `tag` is the path in the manifest.
-static bool append_entry(void *entries, const char *path, void *tag, const FileDigest &result) {
-    if (result.outcome != OpenOutcome::opened)
-        shahash_fatal_cannot_open(path);
-    auto *entry = xnew<ManifestEntry>();
-    entry->digest = sha256_hex(result.digest);
-    entry->path = static_cast<char *>(tag);
-    vec_append(static_cast<Vector *>(entries), entry);
-    return true;
-}
-
 bool shahash_walk(uint32_t, Vector *files, const char *dir, const char *relative) {
     assert(files != NULL);
     assert(dir != NULL);
-    FileDigests digests(append_entry, files);
+    FileDigests<OwnedString> digests(
+        [files](const char *path, OwnedString listed, const FileDigest &result) {
+            if (result.outcome != OpenOutcome::opened)
+                shahash_fatal_cannot_open(path);
+            auto *entry = xnew<ManifestEntry>();
+            entry->digest = sha256_hex(result.digest);
+            entry->path = listed.release();
+            vec_append(files, entry);
+            return true;
+        });
     const bool complete = walk_directory({&digests, dir, relative, nullptr});
     return digests.finish() && complete;
 }

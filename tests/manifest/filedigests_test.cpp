@@ -46,15 +46,17 @@ struct Received {
 
 } // namespace
 
-static bool receive(void *context, const char *path, void *tag, const FileDigest &result) {
-    static const char *const others[] = {"opened", "missing", "special", "refused"};
-    auto *received = static_cast<Received *>(context);
-    received->act();
-    received->lines.push_back(line_of(reinterpret_cast<uintptr_t>(tag), path,
-                                      result.outcome == OpenOutcome::opened
-                                          ? sha256_hex(result.digest)
-                                          : others[static_cast<size_t>(result.outcome)]));
-    return received->lines.size() <= received->end;
+// For files whose tags are numbers.
+static FileDigests<size_t>::Receiver into(Received &received) {
+    return [&received](const char *path, size_t tag, const FileDigest &result) {
+        static const char *const others[] = {"opened", "missing", "special", "refused"};
+        received.act();
+        received.lines.push_back(line_of(tag, path,
+                                         result.outcome == OpenOutcome::opened
+                                             ? sha256_hex(result.digest)
+                                             : others[static_cast<size_t>(result.outcome)]));
+        return received.lines.size() <= received.end;
+    };
 }
 
 // Sizes around a block and around one read, a long file between short ones, and between them
@@ -78,13 +80,13 @@ TEST(FileDigests, ResultsComeInOrder) {
     for (size_t end = paths.size() + 1; end-- > 0; lines.resize(end)) {
         Received received;
         received.end = end;
-        FileDigests digests(receive, &received);
+        FileDigests<size_t> digests(into(received));
         bool more = true;
         for (size_t i = 0; more && i < paths.size(); i++)
-            more = digests.add(paths[i].c_str(), reinterpret_cast<void *>(uintptr_t{i}));
+            more = digests.add(paths[i].c_str(), i);
         EXPECT_EQ(digests.finish(), end == paths.size());
-        EXPECT_EQ(digests.add(paths[0].c_str(), nullptr), end == paths.size());
-        EXPECT_EQ(digests.add(paths[0].c_str(), nullptr, nullptr), end == paths.size());
+        EXPECT_EQ(digests.add(paths[0].c_str(), 0), end == paths.size());
+        EXPECT_EQ(digests.add(paths[0].c_str(), 0, nullptr), end == paths.size());
         EXPECT_EQ(received.lines, lines) << end;
     }
 }
@@ -99,10 +101,10 @@ TEST(FileDigests, ReadsMayEndInsideABlock) {
         if (received.lines.empty())
             scratch.write("growing", std::string(300100, 'x'));
     };
-    FileDigests digests(receive, &received);
-    digests.add(scratch.write("short", std::string(64, 'y')).c_str(), nullptr);
-    digests.add(growing.c_str(), nullptr);
-    digests.add(scratch.write("long", std::string(500000, 'z')).c_str(), nullptr);
+    FileDigests<size_t> digests(into(received));
+    digests.add(scratch.write("short", std::string(64, 'y')).c_str(), 0);
+    digests.add(growing.c_str(), 0);
+    digests.add(scratch.write("long", std::string(500000, 'z')).c_str(), 0);
     EXPECT_TRUE(digests.finish());
     ASSERT_EQ(received.lines.size(), 3u);
     EXPECT_EQ(received.lines[1], line_of(0, growing, sha256_file_hex(growing.c_str())));
@@ -121,11 +123,11 @@ TEST(FileDigests, DescriptorsAreClosed) {
     for (const bool finished : {true, false}) {
         Received received;
         {
-            FileDigests digests(receive, &received);
-            digests.add(scratch.path("missing").c_str(), nullptr);
+            FileDigests<size_t> digests(into(received));
+            digests.add(scratch.path("missing").c_str(), 0);
             EXPECT_EQ(received.lines.size(), 1u);
             for (int i = 0; i < 5; i++)
-                digests.add(file.c_str(), nullptr);
+                digests.add(file.c_str(), 0);
             EXPECT_TRUE(!finished || digests.finish());
         }
         EXPECT_EQ(next_descriptor(), before) << (finished ? "finished" : "given up");
@@ -138,10 +140,10 @@ TEST(FileDigests, FilesAreLookedForWhenThereIsALane) {
     const std::string third = scratch.write("third", "c");
     Received received;
     received.act = [&] { host_remove(third.c_str()); };
-    FileDigests digests(receive, &received);
-    digests.add(scratch.write("first", "a").c_str(), nullptr);
-    digests.add(scratch.write("second", std::string(100000, 'b')).c_str(), nullptr);
-    digests.add(third.c_str(), nullptr);
+    FileDigests<size_t> digests(into(received));
+    digests.add(scratch.write("first", "a").c_str(), 0);
+    digests.add(scratch.write("second", std::string(100000, 'b')).c_str(), 0);
+    digests.add(third.c_str(), 0);
     digests.finish();
     EXPECT_EQ(received.lines.back(), line_of(0, third, "missing"));
 }
@@ -169,9 +171,9 @@ TEST(FileDigests, NamesThatChangedHandsAreRefused) {
     };
     for (const auto &c : cases) {
         Received received;
-        FileDigests digests(receive, &received);
+        FileDigests<size_t> digests(into(received));
         const HostStat found = {FileKind::regular, c.size};
-        digests.add(c.path.c_str(), nullptr, &found);
+        digests.add(c.path.c_str(), 0, &found);
         digests.finish();
         EXPECT_EQ(received.lines, std::vector{line_of(0, c.path, c.result)}) << c.size;
     }
