@@ -203,13 +203,13 @@ static void return_to_start() {
 
 void package_finish() {
     return_to_start();
-    const FILE *gFile = trace_stream;
+    const FILE *gFile = trace_log();
     const bool log_of_another = strcmp(application, host_tool_name) != 0 && zvdebug_out_given();
-    if (!log_of_another && zvdebug_out_path() != nullptr) {
+    if (!log_of_another && trace_path() != nullptr) {
         DEBUG_ASSERT(gFile != NULL);
-        package_add_file(zvdebug_out_path());
+        package_add_file(trace_path());
     }
-    if ((zvdebug_flags() & TRACE_ADT) != 0) {
+    if ((trace_flags & TRACE_ADT) != 0) {
         hash_masterReport();
         vec_masterReport();
     }

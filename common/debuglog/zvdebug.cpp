@@ -14,7 +14,6 @@
 static bool parsed = false;
 static uint32_t num = 1;
 static const char *directory = nullptr; // current when the option was parsed
-static const char *gFilePath = nullptr;
 static bool out_given = false;
 static const char *zip_path = nullptr;
 static HashTable *debug_names = nullptr;   // name -> name
@@ -45,16 +44,9 @@ static bool is_both(const char *package, const char *log) {
 
 static void open_out_file(const char *path, bool append) {
     DEBUG_ASSERT(path != NULL);
-    FILE *stream = host_open_log(path, append);
-    if (stream == nullptr) {
+    if (!trace_open(path, append))
         alert_nl(141, "debug-out", str_printable(path).get());
-        return;
-    }
-    if (trace_stream != nullptr)
-        fclose(trace_stream);
-    trace_stream = stream;
-    gFilePath = path;
-    if (is_both(zip_path, gFilePath))
+    else if (is_both(zip_path, path))
         zip_path = nullptr;
 }
 
@@ -66,8 +58,9 @@ static void parse_out(const char *argument) {
         return;
     }
     out_given = true;
-    if (gFilePath != nullptr)
-        zvdebug_warn("debug-out file was set to \"%s\", resetting to \"%s\"", gFilePath, argument);
+    if (trace_path() != nullptr)
+        zvdebug_warn("debug-out file was set to \"%s\", resetting to \"%s\"", trace_path(),
+                     argument);
     const bool append = *argument == '+';
     const char *path = sc_strdup(append ? argument + 1 : argument);
     if (os_is_dir(path))
@@ -86,7 +79,7 @@ static void parse_zip(const char *argument) {
         argument++;
     const bool named = argument != nullptr && *argument != '\0';
     const char *path = sc_strdup(named ? argument : "qrn_package.zip");
-    if (is_both(path, gFilePath))
+    if (is_both(path, trace_path()))
         return;
     HostStat status;
     if (!update && host_stat(path, &status)) {
@@ -157,6 +150,7 @@ static std::string forward_flag(DebugCaller, const char *, const Option &option)
 static std::string forward_out(DebugCaller, const char *, const Option &) {
     if (!out_given)
         return "";
+    const char *gFilePath = trace_path();
     DEBUG_ASSERT(gFilePath != NULL);
     return gFilePath == nullptr ? "" : std::string("out:+") + gFilePath;
 }
@@ -265,7 +259,7 @@ void zvdebug_parse(const char *optstr) {
     parse_list(equals == nullptr ? optstr : equals + 1);
     if (trace_flags == 0)
         return;
-    if (trace_stream == nullptr)
+    if (trace_log() == nullptr)
         open_out_file(default_out_name(), false);
     if ((trace_flags & TRACE_ADT) != 0) {
         hash_trackInit(true);
@@ -295,12 +289,11 @@ const char *zvdebug_forward(DebugCaller caller, const char *callee) {
 
 // A comma would end the name; a plus sign at its start has a meaning and is led by ".".
 const char *zvdebug_beside(const char *name) {
-    const bool beside_file = trace_stream == nullptr || host_is_regular(host_fileno(trace_stream));
+    const bool beside_file = trace_log() == nullptr || host_is_regular(host_fileno(trace_log()));
     if (trace_flags == 0 || !beside_file)
         return nullptr;
-    if (gFilePath != nullptr)
-        name = sc_concat(
-            sc_ncopy(gFilePath, static_cast<size_t>(os_basename(gFilePath) - gFilePath)), name);
+    if (const char *log = trace_path(); log != nullptr)
+        name = sc_concat(sc_ncopy(log, static_cast<size_t>(os_basename(log) - log)), name);
     if (strchr(name, ',') != nullptr)
         return nullptr;
     if (*name == '+')
@@ -313,10 +306,6 @@ const char *zvdebug_directory() {
     return directory;
 }
 
-const char *zvdebug_out_path() {
-    return gFilePath;
-}
-
 bool zvdebug_out_given() {
     return out_given;
 }
@@ -327,12 +316,4 @@ const char *zvdebug_zip_path() {
 
 bool zvdebug_debug_named(const char *name) {
     return debug_names != nullptr && name != nullptr && hash_haskey(debug_names, name) != 0;
-}
-
-uint32_t zvdebug_flags() {
-    return trace_flags;
-}
-
-AssertMode zvdebug_assert_mode() {
-    return trace_assert_mode;
 }

@@ -24,11 +24,8 @@ const char *zvdebug_forward(DebugCaller caller, const char *callee);
 // on.
 const char *zvdebug_beside(const char *name);
 
-// Path of the debug-out file, interned; null before one was opened.
-const char *zvdebug_out_path();
-
-// The directory that these paths are relative to: the current one when the option was parsed; null
-// before, or if that is unknown.
+// The directory that the paths of the log and the package are relative to: the current one when the
+// option was parsed; null before, or if that is unknown.
 const char *zvdebug_directory();
 
 // True when the option `out` named that file.
@@ -39,8 +36,5 @@ const char *zvdebug_zip_path();
 
 // True if `debug:` named this program; case is ignored.
 bool zvdebug_debug_named(const char *name);
-
-uint32_t zvdebug_flags();
-AssertMode zvdebug_assert_mode();
 
 #endif

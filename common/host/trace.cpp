@@ -11,8 +11,10 @@
 #include <utility>
 
 uint32_t trace_flags = 0;
-FILE *trace_stream = nullptr;
 AssertMode trace_assert_mode = ASSERT_IGNORE;
+
+static FILE *log_stream = nullptr;
+static const char *log_path = nullptr;
 
 // No line is indented or padded further than this, so that a depth or width set by mistake cannot
 // fill the disk.
@@ -32,6 +34,30 @@ static const char *gAlertSrc = nullptr;
 static uint32_t alert_line = 0;
 
 static bool header_pending = true;
+
+// --- The log's file
+
+bool trace_open(const char *path, bool append) {
+    FILE *stream = host_open_log(path, append);
+    if (stream != nullptr)
+        trace_use(stream, path);
+    return stream != nullptr;
+}
+
+void trace_use(FILE *stream, const char *path) {
+    if (log_stream != nullptr)
+        fclose(log_stream);
+    log_stream = stream;
+    log_path = path;
+}
+
+FILE *trace_log() {
+    return log_stream;
+}
+
+const char *trace_path() {
+    return log_path;
+}
 
 // --- Building and writing text
 
@@ -92,13 +118,13 @@ static void append_format(std::string &text, const char *format, ...) {
 // Writes a text in one piece, so that processes that append to one log mix whole lines only. Leaves
 // errno alone: logging must not change what is logged.
 static void emit(const std::string &text) {
-    if (trace_stream == nullptr)
+    if (log_stream == nullptr)
         return;
     static bool failed = false; // set before the warning, which may be logged too
     const int saved_errno = errno;
     std::string shown;
     append_printable(shown, text, "\t\n");
-    if (!host_append(trace_stream, shown) && !std::exchange(failed, true))
+    if (!host_append(log_stream, shown) && !std::exchange(failed, true))
         zvdebug_warn("Unable to write to the debug-out file");
     errno = saved_errno;
 }
@@ -236,7 +262,7 @@ static void write_entry(const char *src, uint32_t line, const char *func, const 
                         va_list args) {
     DEBUG_ASSERT(src != NULL);
     DEBUG_ASSERT(func != NULL);
-    if (trace_stream != nullptr) {
+    if (log_stream != nullptr) {
         std::string text;
         append_prefix(text, src, line);
         append_format(text, "ENTER %s(", or_null_text(func));
@@ -253,7 +279,7 @@ static void write_exit(const char *src, uint32_t line, const char *func, const c
     DEBUG_ASSERT(src != NULL);
     DEBUG_ASSERT(func != NULL);
     trace_pop();
-    if (trace_stream == nullptr)
+    if (log_stream == nullptr)
         return;
     std::string text;
     append_prefix(text, src, line);
@@ -303,7 +329,7 @@ TraceScope::~TraceScope() {
 void tracef(const char *src, uint32_t line, const char *fmt, ...) {
     DEBUG_ASSERT(src != NULL);
     DEBUG_ASSERT(fmt != NULL);
-    if (trace_stream == nullptr)
+    if (log_stream == nullptr)
         return;
     std::string_view rest = fmt == nullptr ? "" : fmt;
     const std::string first(next_line(rest));
@@ -325,7 +351,7 @@ void tracef(const char *src, uint32_t line, const char *fmt, ...) {
 void trace(const char *src, uint32_t line, const char *txt) {
     DEBUG_ASSERT(src != NULL);
     DEBUG_ASSERT(txt != NULL);
-    if (trace_stream == nullptr)
+    if (log_stream == nullptr)
         return;
     std::string text;
     append_lines(text, src, line, txt == nullptr ? "" : txt);
@@ -368,7 +394,7 @@ void trace_hexdump(const char *name, const void *addr, size_t size, size_t per_r
     DEBUG_ASSERT(name != NULL);
     DEBUG_ASSERT(addr != NULL);
     DEBUG_ASSERT(src != NULL);
-    if (trace_stream == nullptr || (addr == nullptr && size != 0))
+    if (log_stream == nullptr || (addr == nullptr && size != 0))
         return;
     if (per_row == 0)
         per_row = size;
@@ -392,7 +418,7 @@ void trace_hexdump(const char *name, const void *addr, size_t size, size_t per_r
 
 void trace_alert(const char *msg) {
     DEBUG_ASSERT(msg != NULL);
-    if ((trace_flags & TRACE_ALERTS) == 0 || trace_stream == nullptr || msg == nullptr)
+    if ((trace_flags & TRACE_ALERTS) == 0 || log_stream == nullptr || msg == nullptr)
         return;
     std::string text;
     if (gAlertSrc == nullptr) {
@@ -417,7 +443,7 @@ void trace_set_alert_src(const char *src, uint32_t line) {
 
 void trace_vprintf(const char *fmt, va_list args) {
     DEBUG_ASSERT(fmt != NULL);
-    if (trace_stream == nullptr || fmt == nullptr)
+    if (log_stream == nullptr || fmt == nullptr)
         return;
     std::string text;
     append_vformat(text, fmt, args);
@@ -434,7 +460,7 @@ void trace_printf(const char *fmt, ...) {
 
 void trace_puts(const char *str) {
     DEBUG_ASSERT(str != NULL);
-    if (trace_stream == nullptr || str == nullptr)
+    if (log_stream == nullptr || str == nullptr)
         return;
     emit(std::string(str) + '\n');
 }
@@ -449,7 +475,7 @@ void trace_args(int argc, const char *const *argv) {
     DEBUG_ASSERT(argv != NULL);
     const char *const *args = argv;
     DEBUG_ASSERT(args != NULL);
-    if (trace_stream == nullptr || args == nullptr)
+    if (log_stream == nullptr || args == nullptr)
         return;
     std::string text;
     if (header_pending)

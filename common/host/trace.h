@@ -19,7 +19,6 @@ enum : uint32_t {
     TRACE_ADT = 16,   // accounts of the containers
 };
 extern uint32_t trace_flags;
-extern FILE *trace_stream;
 
 // What a failed debug assertion does.
 enum AssertMode : uint32_t {
@@ -29,6 +28,19 @@ enum AssertMode : uint32_t {
     ASSERT_WARNING = 3
 };
 extern AssertMode trace_assert_mode;
+
+// --- The log's file
+
+// Opens the log, emptied first unless `append`, in the place of an earlier one. False, with the
+// reason in errno, if that fails; an earlier one then stays. The path is not copied.
+bool trace_open(const char *path, bool append);
+
+// The same with a stream that is open already, and is closed with the log; null for no log.
+void trace_use(FILE *stream, const char *path);
+
+// The open log and its path; null without one.
+FILE *trace_log();
+const char *trace_path();
 
 // --- Reports on the debug layer itself
 

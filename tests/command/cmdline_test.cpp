@@ -258,7 +258,7 @@ TEST(CmdlineTest, DriverRunsWhatItsArgumentsBecomeAndPacksTheLog) {
             return options.get();
         };
         const int status = cmdline_driver(4, argv, options_of, EXEC_AUTOMATIC, &silent);
-        fclose(trace_stream);
+        trace_use(nullptr, nullptr);
         const std::string log = read_file("log");
         for (const std::string &line :
              {"ARGS: dir/driver " + file + "  7", "cmdline_driver: Returning status: 7"s})

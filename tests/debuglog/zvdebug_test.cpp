@@ -25,8 +25,8 @@ static std::string settings() {
     HashTable *table = hash_new(1, nullptr, nullptr, "f", 1);
     const bool tracked = vector->master != nullptr && table->master != nullptr;
     hash_free(table);
-    return std::to_string(zvdebug_flags()) + " " + std::to_string(zvdebug_assert_mode()) +
-           (tracked ? " tracked " : " ") + shown(zvdebug_out_path()) +
+    return std::to_string(trace_flags) + " " + std::to_string(trace_assert_mode) +
+           (tracked ? " tracked " : " ") + shown(trace_path()) +
            (zvdebug_out_given() ? " given " : " ") + shown(zvdebug_zip_path()) + warnings;
 }
 
@@ -90,8 +90,7 @@ struct Case {
     zvdebug_parse(c.option);
     const std::string got = c.observe();
     fprintf(stderr, "got: %s\n", got.c_str());
-    if (trace_stream != nullptr)
-        fclose(trace_stream);
+    trace_use(nullptr, nullptr);
     host_chdir("..");
     exit(got == c.expected ? 0 : 1);
 }

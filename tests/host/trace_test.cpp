@@ -142,7 +142,7 @@ TEST_F(TraceTest, HeaderAndWarningComeOnce) {
         trace_args(4, argv);
         trace_args(0, argv);
         const bool written = log.take() == "\nAPP: KESTREL\nARGS: prog -?\nARGS: None\n";
-        trace_stream = host_fopen(child_program().c_str(), "r");
+        trace_use(host_fopen(child_program().c_str(), "r"), nullptr);
         errno = 77;
         trace_puts("lost");
         trace_puts("lost");

@@ -13,16 +13,13 @@
 
 class LogCapture {
   public:
-    LogCapture() { trace_stream = tmpfile(); }
-    ~LogCapture() {
-        fclose(trace_stream);
-        trace_stream = nullptr;
-    }
+    LogCapture() { trace_use(tmpfile(), nullptr); }
+    ~LogCapture() { trace_use(nullptr, nullptr); }
 
     // The lines that hold `word`; all for an empty one.
     static std::string lines_with(const std::string &word) {
-        rewind(trace_stream);
-        std::istringstream log(read_all(trace_stream));
+        rewind(trace_log());
+        std::istringstream log(read_all(trace_log()));
         std::string found;
         for (std::string line; std::getline(log, line);)
             if (line.find(word) != std::string::npos)
@@ -32,8 +29,8 @@ class LogCapture {
 
     // What was written since the last call.
     std::string take() {
-        fseek(trace_stream, taken, SEEK_SET);
-        const std::string text = read_all(trace_stream);
+        fseek(trace_log(), taken, SEEK_SET);
+        const std::string text = read_all(trace_log());
         taken += static_cast<long>(text.size());
         return text;
     }
