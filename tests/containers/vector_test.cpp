@@ -175,13 +175,14 @@ TEST(VectorTest, NullAndMisuse) {
                 "of memory");
 }
 
+static VectorPtr make(const char *file, uint32_t line, uint32_t count) {
+    VectorPtr v(vec_new(file, line));
+    for (uint32_t i = 0; i < count; i++)
+        vec_append(v.get(), nullptr);
+    return v;
+}
+
 TEST(VectorTest, ReportCountsLivingAndDeadBySite) {
-    const auto make = [](const char *file, uint32_t line, uint32_t count) {
-        VectorPtr v(vec_new(file, line));
-        for (uint32_t i = 0; i < count; i++)
-            vec_append(v.get(), nullptr);
-        return v;
-    };
     vec_trackInit(true);
     const char *const b_file = "dir/b.cpp";
     const char z_file[] = "z.cpp", z_again[] = "z.cpp"; // sites are compared by pointer

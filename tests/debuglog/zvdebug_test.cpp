@@ -95,55 +95,55 @@ struct Case {
     exit(got == c.expected ? 0 : 1);
 }
 
+static const Case CASES[] = {
+    {"--zvdebug=,,ADT,,On:x,", "17 0 tracked kestrel-1.out -"},
+    {"sdb,dwarf,alerts", "14 0 kestrel-1.out -"},
+    {"--zvdebug=", "0 0 - -"},
+    {"--zvdebug", "0 0 - -; unknown option \"--zvdebug\""},
+    {"--zvdebug=o,one,foo", "1 0 kestrel-1.out -; unknown option \"o\"; unknown option \"foo\""},
+    {"--zvdebug=alerts", "8 0 kestrel-1.out -; Ignoring extra --zvdebug options", second_parse},
+    {"--zvdebug=out:x=1.log", "0 0 x=1.log given -"},
+    {"--zvdebug=out:,output", "0 0 - -; option \"out\", must have a filename argument"
+                              "; option \"out\", must have a filename argument"},
+    {"--zvdebug=out:a.log,out:+b.log",
+     "0 0 b.log given -; debug-out file was set to \"a.log\", resetting to \"+b.log\""},
+    {"--zvdebug=num:3,out:dir", "0 0 dir/kestrel-3.out given -"},
+    {"--zvdebug=on,out:old.log", "new\n", old_log},
+    {"--zvdebug=on,out:+old.log", "old\nnew\n", old_log},
+    {"--zvdebug=on,on,num:4294967295,assert:Fatal", "1 1 kestrel-4294967295.out -"},
+    {"--zvdebug=num:5,num:0,num:1,on",
+     "1 0 kestrel-1.out -; \"num\" option must be a decimal integer > 0, using \"5\""},
+    {"--zvdebug=num:4294967296,num",
+     "0 0 - -; \"num\" option must be a decimal integer > 0, using \"1\""
+     "; option \"num\", must have an argument"},
+    {"--zvdebug=assert:warning,assert:abort,assert",
+     "0 3 - -; unknown argument (abort) given to assert option"
+     "; option \"assert\", must have an argument"},
+    {"--zvdebug=zip",
+     "0 0 - qrn_package.zip; Package zip \"qrn_package.zip\" already exists "
+     "and will be over-written; gone",
+     old_package},
+    {"--zvdebug=zip:+old.log,zip:b",
+     "0 0 - old.log; Zip file already set to \"old.log\", ignoring addtional zip options"},
+    {"--zvdebug=zip:nul", "0 0 - nul; Package zip \"nul\" already exists and will be "
+                          "over-written; Unable to remove \"nul\", it will be updated if "
+                          "possible"},
+    {"--zvdebug=out:x,zip:dir/../x,zip:+p",
+     "0 0 x given p; Package zip \"dir/../x\" is the debug-out file, ignoring it"},
+    {"--zvdebug=zip:+dir/../y,out:y",
+     "0 0 y given -; Package zip \"dir/../y\" is the debug-out file, ignoring it"},
+    {"--zvdebug=debug:::", "0 0 - -; option \"debug\", must have at least one argument"},
+    {"--zvdebug=debug:qrn:qrncc:QRN-x:qr:lumCtop:lumen:Qr", "named 001111 111111 111101",
+     passed_names},
+    {"--zvdebug=", "---", forwarded},
+    {"--zvdebug=on", "--zvdebug=default,on,num:112", forwarded},
+    {"--zvdebug=debug:x,alerts,out:+log.txt,zip:p,assert:error",
+     "--zvdebug=out:+log.txt,zip:+p,alerts,assert:error,debug:x,num:112", forwarded},
+};
+
 TEST(ZvdebugTest, Options) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    const Case cases[] = {
-        {"--zvdebug=,,ADT,,On:x,", "17 0 tracked kestrel-1.out -"},
-        {"sdb,dwarf,alerts", "14 0 kestrel-1.out -"},
-        {"--zvdebug=", "0 0 - -"},
-        {"--zvdebug", "0 0 - -; unknown option \"--zvdebug\""},
-        {"--zvdebug=o,one,foo",
-         "1 0 kestrel-1.out -; unknown option \"o\"; unknown option \"foo\""},
-        {"--zvdebug=alerts", "8 0 kestrel-1.out -; Ignoring extra --zvdebug options", second_parse},
-        {"--zvdebug=out:x=1.log", "0 0 x=1.log given -"},
-        {"--zvdebug=out:,output", "0 0 - -; option \"out\", must have a filename argument"
-                                  "; option \"out\", must have a filename argument"},
-        {"--zvdebug=out:a.log,out:+b.log",
-         "0 0 b.log given -; debug-out file was set to \"a.log\", resetting to \"+b.log\""},
-        {"--zvdebug=num:3,out:dir", "0 0 dir/kestrel-3.out given -"},
-        {"--zvdebug=on,out:old.log", "new\n", old_log},
-        {"--zvdebug=on,out:+old.log", "old\nnew\n", old_log},
-        {"--zvdebug=on,on,num:4294967295,assert:Fatal", "1 1 kestrel-4294967295.out -"},
-        {"--zvdebug=num:5,num:0,num:1,on",
-         "1 0 kestrel-1.out -; \"num\" option must be a decimal integer > 0, using \"5\""},
-        {"--zvdebug=num:4294967296,num",
-         "0 0 - -; \"num\" option must be a decimal integer > 0, using \"1\""
-         "; option \"num\", must have an argument"},
-        {"--zvdebug=assert:warning,assert:abort,assert",
-         "0 3 - -; unknown argument (abort) given to assert option"
-         "; option \"assert\", must have an argument"},
-        {"--zvdebug=zip",
-         "0 0 - qrn_package.zip; Package zip \"qrn_package.zip\" already exists "
-         "and will be over-written; gone",
-         old_package},
-        {"--zvdebug=zip:+old.log,zip:b",
-         "0 0 - old.log; Zip file already set to \"old.log\", ignoring addtional zip options"},
-        {"--zvdebug=zip:nul", "0 0 - nul; Package zip \"nul\" already exists and will be "
-                              "over-written; Unable to remove \"nul\", it will be updated if "
-                              "possible"},
-        {"--zvdebug=out:x,zip:dir/../x,zip:+p",
-         "0 0 x given p; Package zip \"dir/../x\" is the debug-out file, ignoring it"},
-        {"--zvdebug=zip:+dir/../y,out:y",
-         "0 0 y given -; Package zip \"dir/../y\" is the debug-out file, ignoring it"},
-        {"--zvdebug=debug:::", "0 0 - -; option \"debug\", must have at least one argument"},
-        {"--zvdebug=debug:qrn:qrncc:QRN-x:qr:lumCtop:lumen:Qr", "named 001111 111111 111101",
-         passed_names},
-        {"--zvdebug=", "---", forwarded},
-        {"--zvdebug=on", "--zvdebug=default,on,num:112", forwarded},
-        {"--zvdebug=debug:x,alerts,out:+log.txt,zip:p,assert:error",
-         "--zvdebug=out:+log.txt,zip:+p,alerts,assert:error,debug:x,num:112", forwarded},
-    };
-    for (const Case &c : cases) {
+    for (const Case &c : CASES) {
         SCOPED_TRACE(c.option);
         EXPECT_EXIT(run(c), testing::ExitedWithCode(0), "");
     }

@@ -49,46 +49,47 @@ class MessageFileTest : public MsgTableTest {
 
 // What a line in a message file makes of the rows 296 ("out of memory", fatal) and 1502, which
 // prints "%s", "%s" and "%d".
+static const std::string longest(255 - 6, 'x');
+static constexpr const char *builtin_text = "out of memory";
+static constexpr const char *assertion = "assertion failure: %s (%s:%d) ";
+static const struct {
+    std::string line;
+    uint32_t number;
+    bool malformed;
+    uint32_t type;
+    int32_t level;
+    std::string text;
+} LINES[] = {
+    {"296\tE\tvoll", 296, false, MSG_ERROR, 0, "voll"},
+    {" \t296 \t-3x  voll \t\n", 296, false, MSG_WARNING, -3, " voll \t"},
+    {"296x\t7\tvoll\r\n", 296, false, MSG_WARNING, 7, "voll"},
+    {"296\tE\tvoll\r\n" + std::string(300, '#'), 296, false, MSG_ERROR, 0, "voll"},
+    {"296\t-\tvoll\r", 296, false, MSG_WARNING, 0, "voll"},
+    {"296\t99999999999\tvoll", 296, false, MSG_WARNING, INT32_MAX, "voll"},
+    {"296\tw\tvoll", 296, true, 0, 0, "voll"},
+    {"296\tE\tvo\0ll\n"s, 296, false, MSG_ERROR, 0, "vo"},
+    {"296\tE\tvoll 100%% %m", 296, false, MSG_ERROR, 0, "voll 100%% %m"},
+    {"296\tE\tvoll %s", 296, true, MSG_ERROR, 0, builtin_text},
+    {"296\tE\t100%", 296, true, MSG_ERROR, 0, builtin_text},
+    {"1502\tE\t%s, %s, %d!", 1502, false, MSG_ERROR, 0, "%s, %s, %d!"},
+    {"1502\tE\t%s, %d, %s!", 1502, true, MSG_ERROR, 0, assertion},
+    {"1502\tE\t%s, %s, %*d", 1502, true, MSG_ERROR, 0, assertion},
+    {"296\tE\tvoll\n296\tM\tvoller", 296, false, MSG_MESSAGE, 0, "voller"},
+    {"10000\tE\tx\nx\tE\tx\n296\tE\tvoll", 296, false, MSG_ERROR, 0, "voll"},
+    {"#296\tE\tvoll", 296, false, MSG_FATAL, 0, builtin_text},
+    {"297\tE\tvoll", 296, false, MSG_FATAL, 0, builtin_text},
+    {" \t", 296, true, MSG_FATAL, 0, builtin_text},
+    {"-296\tE\tvoll", 296, true, MSG_FATAL, 0, builtin_text},
+    {"10001\tE\tvoll", 296, true, MSG_FATAL, 0, builtin_text},
+    {"18446744073709551912\tE\tvoll", 296, true, MSG_FATAL, 0, builtin_text},
+    {"296\tE\t\n", 296, true, MSG_FATAL, 0, builtin_text},
+    {"296\tE\t" + longest + "\r\n", 296, false, MSG_ERROR, 0, longest},
+    {"296\tE\t" + longest + "\n296\tM\tx", 296, false, MSG_MESSAGE, 0, "x"},
+    {"296\tE\t" + longest + "296\tM\tx", 296, false, MSG_MESSAGE, 0, "x"},
+};
+
 TEST_F(MessageFileTest, LinesOfATable) {
-    const std::string longest(255 - 6, 'x');
-    const char *const builtin_text = "out of memory";
-    const char *const assertion = "assertion failure: %s (%s:%d) ";
-    const struct {
-        std::string line;
-        uint32_t number;
-        bool malformed;
-        uint32_t type;
-        int32_t level;
-        std::string text;
-    } cases[] = {
-        {"296\tE\tvoll", 296, false, MSG_ERROR, 0, "voll"},
-        {" \t296 \t-3x  voll \t\n", 296, false, MSG_WARNING, -3, " voll \t"},
-        {"296x\t7\tvoll\r\n", 296, false, MSG_WARNING, 7, "voll"},
-        {"296\tE\tvoll\r\n" + std::string(300, '#'), 296, false, MSG_ERROR, 0, "voll"},
-        {"296\t-\tvoll\r", 296, false, MSG_WARNING, 0, "voll"},
-        {"296\t99999999999\tvoll", 296, false, MSG_WARNING, INT32_MAX, "voll"},
-        {"296\tw\tvoll", 296, true, 0, 0, "voll"},
-        {"296\tE\tvo\0ll\n"s, 296, false, MSG_ERROR, 0, "vo"},
-        {"296\tE\tvoll 100%% %m", 296, false, MSG_ERROR, 0, "voll 100%% %m"},
-        {"296\tE\tvoll %s", 296, true, MSG_ERROR, 0, builtin_text},
-        {"296\tE\t100%", 296, true, MSG_ERROR, 0, builtin_text},
-        {"1502\tE\t%s, %s, %d!", 1502, false, MSG_ERROR, 0, "%s, %s, %d!"},
-        {"1502\tE\t%s, %d, %s!", 1502, true, MSG_ERROR, 0, assertion},
-        {"1502\tE\t%s, %s, %*d", 1502, true, MSG_ERROR, 0, assertion},
-        {"296\tE\tvoll\n296\tM\tvoller", 296, false, MSG_MESSAGE, 0, "voller"},
-        {"10000\tE\tx\nx\tE\tx\n296\tE\tvoll", 296, false, MSG_ERROR, 0, "voll"},
-        {"#296\tE\tvoll", 296, false, MSG_FATAL, 0, builtin_text},
-        {"297\tE\tvoll", 296, false, MSG_FATAL, 0, builtin_text},
-        {" \t", 296, true, MSG_FATAL, 0, builtin_text},
-        {"-296\tE\tvoll", 296, true, MSG_FATAL, 0, builtin_text},
-        {"10001\tE\tvoll", 296, true, MSG_FATAL, 0, builtin_text},
-        {"18446744073709551912\tE\tvoll", 296, true, MSG_FATAL, 0, builtin_text},
-        {"296\tE\t\n", 296, true, MSG_FATAL, 0, builtin_text},
-        {"296\tE\t" + longest + "\r\n", 296, false, MSG_ERROR, 0, longest},
-        {"296\tE\t" + longest + "\n296\tM\tx", 296, false, MSG_MESSAGE, 0, "x"},
-        {"296\tE\t" + longest + "296\tM\tx", 296, false, MSG_MESSAGE, 0, "x"},
-    };
-    for (const auto &test : cases) {
+    for (const auto &test : LINES) {
         reports.clear();
         const Vector *table = load_edf(scratch.write("table", test.line).c_str());
         ASSERT_NE(table, nullptr);

@@ -20,6 +20,26 @@ class KestrelSystem : public testing::Test {
 static const std::string unprivileged =
     "[ $(id -u) != 0 ] || set -- setpriv --bounding-set=-all \"$@\"\n";
 
+namespace {
+
+struct Circumstance {
+    std::string script;
+    Lines arguments;
+    Outcome outcome;
+    size_t lines = 60; // of the manifest after it; 62 when it is a new one
+};
+
+} // namespace
+
+static void expect_outcome(const Installation &inst, const std::string &manifest,
+                           const Circumstance &c) {
+    host_remove(inst.manifest.c_str());
+    Installation::write(inst.manifest, manifest);
+    EXPECT_EQ(inst.run(c.arguments, c.script), c.outcome) << c.script;
+    inst.run({"-h"}, "chmod 755 tree tree/closed; chmod 644 manifest tree/f7");
+    EXPECT_EQ(split(read_file(inst.manifest)).size(), c.lines) << c.script;
+}
+
 TEST_F(KestrelSystem, Circumstances) {
     const Installation inst("dir", 60); // its manifest fills the stream's buffer once, not twice
     inst.generate();
@@ -34,12 +54,7 @@ TEST_F(KestrelSystem, Circumstances) {
                             ""};
     const Outcome unopened = {1, "", "!! Cannot open file \"./f7\"\n"};
     const Outcome unprinted = {1, "", "Cannot write to standard output: No space left on device\n"};
-    const struct {
-        std::string script;
-        Lines arguments;
-        Outcome outcome;
-        size_t lines = 60; // 62 when it is a new one
-    } cases[] = {
+    const Circumstance cases[] = {
         {removed, {"-g"}, inst.not_generated()},
         {removed, {"-c", "--tasks=1"}, inst.verdict(true)},
         {removed, {"-c", "--tasks=2"}, inst.verdict(true)},
@@ -67,15 +82,9 @@ TEST_F(KestrelSystem, Circumstances) {
         {"exec >&-", {"-c", "--tasks=2"}, {0, "", ""}},
         {"exec >&- 2>&-", {"-g"}, {0, "", ""}, 62},
     };
-    for (const auto &c : cases) {
-        if (c.script.starts_with(unprivileged) && !can_give_up_rights)
-            continue;
-        host_remove(inst.manifest.c_str());
-        Installation::write(inst.manifest, text);
-        EXPECT_EQ(inst.run(c.arguments, c.script), c.outcome) << c.script;
-        inst.run({"-h"}, "chmod 755 tree tree/closed; chmod 644 manifest tree/f7");
-        EXPECT_EQ(split(read_file(inst.manifest)).size(), c.lines) << c.script;
-    }
+    for (const Circumstance &c : cases)
+        if (can_give_up_rights || !c.script.starts_with(unprivileged))
+            expect_outcome(inst, text, c);
 }
 
 // If several entries stop the walk, the first in the directory's order is reported, however long a

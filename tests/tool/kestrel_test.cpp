@@ -209,6 +209,16 @@ TEST(KestrelCheck, DamageIsFoundByAnyNumberOfTasks) {
         EXPECT_EQ(inst.check(tasks), inst.verdict(false)) << tasks;
 }
 
+// The line with spaces before the asterisk, up to about the length of the reader's block and
+// beyond.
+static std::string lines_of_lengths(const std::string &line) {
+    std::string text;
+    for (const size_t length : {1021u, 1022u, 1023u, 1024u, 1025u, 2045u, 2046u, 2047u, 9000u})
+        for (const char *end : {"\n", "\r\n"})
+            text += std::string(line).insert(65, length - line.size(), ' ') + end;
+    return text;
+}
+
 TEST(KestrelCheck, OnlySoundManifestsPass) {
     const Installation inst("dir", 12);
     const Lines lines = inst.generate();
@@ -217,15 +227,12 @@ TEST(KestrelCheck, OnlySoundManifestsPass) {
     const std::string half = joined({lines.begin(), lines.begin() + 6}, "\n");
     const std::string rest = text.substr(half.size());
     const std::string nul(1, '\0');
-    std::string slashes = text, upper = lines[0], noise, lengths;
+    const std::string lengths = lines_of_lengths(lines[0]);
+    std::string slashes = text, upper = lines[0], noise;
     std::replace(slashes.begin(), slashes.end(), '\\', '/');
     upper[upper.find_first_of("abcdef")] ^= 0x20;
     for (std::mt19937 random(1); noise.size() < 100000;)
         noise += static_cast<char>(random());
-    // Blanks before the asterisk, up to about the length of the reader's block and beyond.
-    for (const size_t length : {1021u, 1022u, 1023u, 1024u, 1025u, 2045u, 2046u, 2047u, 9000u})
-        for (const char *end : {"\n", "\r\n"})
-            lengths += std::string(lines[0]).insert(65, length - lines[0].size(), ' ') + end;
     const struct {
         const char *what;
         std::string text;
@@ -261,6 +268,12 @@ TEST(KestrelCheck, OnlySoundManifestsPass) {
         for (const size_t tasks : {1u, 2u, 5u})
             EXPECT_EQ(inst.check(tasks), inst.verdict(c.passes)) << c.what << ", " << tasks;
     }
+}
+
+TEST(KestrelCheck, WhatIsNoFileDoesNotPass) {
+    const Installation inst("dir", 1);
+    const Lines lines = inst.generate();
+    host_mkdir(native_join(inst.tree.c_str(), "sub").c_str());
     Installation::write(inst.manifest, lines[0].substr(0, 66) + ".\\sub\n");
     EXPECT_EQ(inst.check(1),
               (Outcome{1, inst.announced("Checking"),
@@ -316,6 +329,27 @@ static size_t count(const Lines &log, const std::string &end) {
         log.begin(), log.end(), [&](const std::string &line) { return line.ends_with(end); }));
 }
 
+namespace {
+
+struct LoggedRun {
+    Lines arguments;
+    int status;
+    Lines says;            // ends of lines, each of one line
+    const char *open = ""; // the functions that are not left
+};
+
+} // namespace
+
+static void expect_logged(LoggedRun run, const std::string &log) {
+    run.arguments.push_back("--zvdebug=on,alerts,out:" + log);
+    run.says.push_back("Exiting with status code " + std::to_string(run.status));
+    EXPECT_EQ(kestrel(run.arguments).status, run.status);
+    const Lines lines = split(read_file(log));
+    EXPECT_EQ(left_open(lines), run.open);
+    for (const std::string &says : run.says)
+        EXPECT_EQ(count(lines, says), 1u) << testing::PrintToString(run.arguments) << says;
+}
+
 TEST(KestrelLog, EveryRunTellsWhatBecameOfIt) {
     const Installation inst("dir", 4);
     const std::string entry = inst.generate()[0] + "\n";
@@ -328,13 +362,7 @@ TEST(KestrelLog, EveryRunTellsWhatBecameOfIt) {
     const std::string nowhere = "Given installation path \"" + log + "x\" does not exist";
     const std::string no_entry = "-> Could not change to directory: \"" + odd + "\"";
     const std::string back = "Working directory changed to \"" + text_of(os_getcwd()) + "\"";
-    struct Run {
-        Lines arguments;
-        int status;
-        Lines says;
-        const char *open = "";
-    };
-    std::vector<Run> runs = {
+    std::vector<LoggedRun> runs = {
         {{"-h"}, 0, {}, "main()"},
         {{"-c"}, 1, {"Installation directory was not specified"}, "main()"},
         {{tree}, 1, {"-> No generate/check/range check option was given"}},
@@ -362,15 +390,8 @@ TEST(KestrelLog, EveryRunTellsWhatBecameOfIt) {
         for (const char *mode : {"-c", "--check=0,0,1"})
             runs.push_back(
                 {{tree, m + "/proc/self/mem", mode}, 1, {"Could not read manifest file"}});
-    for (Run &run : runs) {
-        run.arguments.push_back("--zvdebug=on,alerts,out:" + log);
-        run.says.push_back("Exiting with status code " + std::to_string(run.status));
-        EXPECT_EQ(kestrel(run.arguments).status, run.status);
-        const Lines lines = split(read_file(log));
-        EXPECT_EQ(left_open(lines), run.open);
-        for (const std::string &says : run.says)
-            EXPECT_EQ(count(lines, says), 1u) << testing::PrintToString(run.arguments) << says;
-    }
+    for (const LoggedRun &run : runs)
+        expect_logged(run, log);
     os_setenv("bamboo_capability_Cores", "");
 }
 
