@@ -59,7 +59,7 @@ bool shahash_write_manifest_default_flags(const char *dir, const char *manifest)
 // in the place of `dir` in its path. A directory below `dir` that this user may not list adds
 // nothing. False, after a line on standard error, if a name cannot stand in a manifest or a
 // directory cannot be read for another reason.
-bool shahash_walk(uint32_t flags, Vector *entries, const char *dir, const char *relative);
+bool shahash_walk(uint32_t flags, Vector *files, const char *dir, const char *relative);
 
 // True if the file's digest is `digest`, byte for byte. False for null, for a missing file and for
 // one that is neither a file nor a directory; a file that cannot be opened or read ends the
