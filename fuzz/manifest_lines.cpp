@@ -63,15 +63,15 @@ static std::optional<std::string> place_of(std::string path) {
 
 constexpr size_t LINE_LIMIT = 1 << 20; // bytes, line end included
 static std::optional<LineFault> fault_of(const World &world, const std::string &line) {
-    const size_t blank = line.find(' ');
-    if (line.size() > LINE_LIMIT || blank == line.npos || line.find('\0') != line.npos)
+    const size_t space = line.find(' ');
+    if (line.size() > LINE_LIMIT || space == line.npos || line.find('\0') != line.npos)
         return LineFault::malformed;
     std::string path =
-        line.substr(std::min(line.find_first_not_of(" \t\n\v\f\r", blank), line.size()));
+        line.substr(std::min(line.find_first_not_of(" \t\n\v\f\r", space), line.size()));
     path.resize(path.find_last_not_of(" \t\n\v\f\r") + 1);
     path.erase(0, path.starts_with('*') ? 1 : 0);
     const auto found = world.digests.find(place_of(path).value_or(""));
-    if (found != world.digests.end() && found->second == line.substr(0, blank))
+    if (found != world.digests.end() && found->second == line.substr(0, space))
         return {};
     return LineFault::different;
 }

@@ -210,8 +210,8 @@ void zvdebug_assert(const char *condition, const char *file, uint32_t line) {
 
 void trace_set_depth(uint32_t depth) {
     layout.depth = depth;
-    const uint64_t blanks = uint64_t{depth} * layout.step;
-    layout.indent = static_cast<uint32_t>(std::min<uint64_t>(blanks, UINT32_MAX));
+    const uint64_t spaces = uint64_t{depth} * layout.step;
+    layout.indent = static_cast<uint32_t>(std::min<uint64_t>(spaces, UINT32_MAX));
 }
 
 void trace_push() {

@@ -109,7 +109,7 @@ TEST(Sha, InstructionsOfTheProcessorAreFound) {
     std::ifstream cpuinfo("/proc/cpuinfo");
     const std::set<std::string> words{std::istream_iterator<std::string>(cpuinfo), {}};
     if (!words.contains("sha_ni") && !words.contains("sha2"))
-        GTEST_SKIP() << "the system tells of none";
+        GTEST_SKIP() << "the system names none";
     EXPECT_NE(sha256_blocks_native(), nullptr);
     EXPECT_NE(sha256_pair_native(), nullptr);
 }

@@ -60,7 +60,7 @@ class AlertTest : public testing::Test {
     static std::string take() { return std::exchange(shown, {}); }
 
     // What a call has shown, which returned whether it did.
-    static std::string told(int was_shown) {
+    static std::string shown_by(int was_shown) {
         EXPECT_EQ(was_shown, shown.empty() ? 0 : 1) << shown;
         return take();
     }
@@ -100,25 +100,25 @@ TEST_F(AlertTest, PositionInBothLayouts) {
     alert_set_formats("%f: %l: %c: %f:%l|", "wrong", "wrong");
     for (const auto &test : cases) {
         alert_set_position(test.file, test.line, &base, test.column);
-        EXPECT_EQ(told(test.entry(MESSAGE)), test.position + MESSAGE_TEXT + "\n");
+        EXPECT_EQ(shown_by(test.entry(MESSAGE)), test.position + MESSAGE_TEXT + "\n");
         alert_use_formats(true);
-        EXPECT_EQ(told(test.entry(9)), test.by_template + "\n");
+        EXPECT_EQ(shown_by(test.entry(9)), test.by_template + "\n");
         alert_use_formats(false);
     }
     alert_set_position("f", &line, nullptr, nullptr);
     // whatever the entry before it left out
-    EXPECT_EQ(told(alert_text(7, "M", "x")), "f: 12: x\n");
+    EXPECT_EQ(shown_by(alert_text(7, "M", "x")), "f: 12: x\n");
 }
 
 TEST_F(AlertTest, Templates) {
     errno = 0;
     alert_use_formats(true);
     alert_set_formats("%a: %n: %m: %q: %s: %%%", "wrong", "wrong");
-    EXPECT_EQ(told(alert_repeat(9)),
+    EXPECT_EQ(shown_by(alert_repeat(9)),
               sc_format("kestrel: 9: %s: q: %s: %%\n", strerror(0), alert_lookup(9)->text));
     alert_set_formats("wrong", "%s|", nullptr);
-    EXPECT_EQ(told(alert_nl_repeat(WARNING, "a", "b", 7)), "assertion failure: a (b:7) |\n");
-    EXPECT_EQ(told(alert_repeat(MESSAGE)), std::string(": : ") + MESSAGE_TEXT + "\n");
+    EXPECT_EQ(shown_by(alert_nl_repeat(WARNING, "a", "b", 7)), "assertion failure: a (b:7) |\n");
+    EXPECT_EQ(shown_by(alert_repeat(MESSAGE)), std::string(": : ") + MESSAGE_TEXT + "\n");
 
     os_setenv("ZQT_ERR_FORMAT", "env");
     alert_init();
@@ -155,22 +155,23 @@ TEST_F(AlertTest, FormatsThatEndEarlyOrNameTheError) {
     };
     for (const auto &test : cases) {
         errno = test.error;
-        EXPECT_EQ(told(unchecked(7, "M", test.format, "x")), test.expected + "\n") << test.format;
+        EXPECT_EQ(shown_by(unchecked(7, "M", test.format, "x")), test.expected + "\n")
+            << test.format;
     }
     errno = ENOENT;
-    EXPECT_EQ(told(alert_adhoc("e", "%s", "x")), "(0) x\n");
+    EXPECT_EQ(shown_by(alert_adhoc("e", "%s", "x")), "(0) x\n");
 }
 
 TEST_F(AlertTest, LongTextsAreCut) {
     const std::string text(9000, 'x');
     rawmsg("%s", text.c_str());
     EXPECT_EQ(take(), text.substr(0, 8190) + "\n");
-    EXPECT_EQ(told(alert_adhoc("M", "%s", text.c_str())), text.substr(0, 511) + "\n");
-    EXPECT_EQ(told(alert_text(1234567, "E", "%s", text.c_str())),
+    EXPECT_EQ(shown_by(alert_adhoc("M", "%s", text.c_str())), text.substr(0, 511) + "\n");
+    EXPECT_EQ(shown_by(alert_text(1234567, "E", "%s", text.c_str())),
               "(1234567) " + text.substr(0, 501) + "\n");
     int (*unchecked)(const char *, const char *, ...) = alert_adhoc;
     const std::string format = text.substr(0, 510) + "%s"; // does not fit the room for formats
-    EXPECT_EQ(told(unchecked("M", format.c_str(), "y")), text.substr(0, 510) + "\n");
+    EXPECT_EQ(shown_by(unchecked("M", format.c_str(), "y")), text.substr(0, 510) + "\n");
 }
 
 TEST_F(AlertTest, ALineInPiecesGoesToTheLogToo) {
@@ -247,7 +248,7 @@ TEST_F(AlertTest, StatesChangeWhatALookupGives) {
     EXPECT_EQ(alert_nl_repeat(ERROR_ROW, "a", "b", 7), 0);
     alert_control(ERROR_ROW, ALERT_SOFTEN);
     EXPECT_EQ(alert_lookup(ERROR_ROW)->level, 4);
-    EXPECT_EQ(told(alert_nl_repeat(ERROR_ROW, "a", "b", 7)),
+    EXPECT_EQ(shown_by(alert_nl_repeat(ERROR_ROW, "a", "b", 7)),
               "(1502) assertion failure: a (b:7)  (warning)\n");
 }
 
@@ -306,18 +307,18 @@ TEST_F(AlertTest, LevelsOfTheCallersTypes) {
 // What is shown, and whether that is a failure, after each of some messages.
 static void count_failures() {
     alert_set_output([](const char *) {});
-    const auto tell = [](int was_shown) { fprintf(stderr, "%d%d ", was_shown, alert_failed()); };
+    const auto report = [](int was_shown) { fprintf(stderr, "%d%d ", was_shown, alert_failed()); };
     alert_set_warn_fails(true);
     set_warnlevel(1);
-    tell(alert_nl_repeat(WARNING, "a", "b", 7));
-    tell(alert_nl_repeat(MESSAGE));
-    tell(alert_adhoc("3", "the caller's own"));
+    report(alert_nl_repeat(WARNING, "a", "b", 7));
+    report(alert_nl_repeat(MESSAGE));
+    report(alert_adhoc("3", "the caller's own"));
     set_warnlevel(0);
-    tell(alert_nl_repeat(WARNING, "a", "b", 7));
+    report(alert_nl_repeat(WARNING, "a", "b", 7));
     alert_set_warn_fails(false);
     set_warnlevel(11);
-    tell(alert_adhoc("M", "hidden"));
-    tell(alert_adhoc("E", "hidden"));
+    report(alert_adhoc("M", "hidden"));
+    report(alert_adhoc("E", "hidden"));
     exit(40);
 }
 

@@ -146,7 +146,7 @@ TEST_F(KestrelSystem, TasksLogIntoNewFilesBesideAFile) {
     const std::string precious = native_join(inst.top.c_str(), "precious");
     EXPECT_EQ(inst.run({"-c", "--tasks=2", "--zvdebug=on,out:pipe"}, "mkfifo pipe; exec 9<>pipe"),
               inst.verdict(true));
-    EXPECT_FALSE(os_exists(path.c_str())) << "the log is no file";
+    EXPECT_FALSE(os_exists(path.c_str())) << "the log is not a file";
     Installation::write(precious, "precious");
     EXPECT_EQ(
         inst.run({"-c", "--tasks=2", "--zvdebug=on,out:log"}, "ln -s precious kestrel_0-5.out"),

@@ -64,7 +64,7 @@ TEST(KestrelTasks, ProgramsAreStartedWithQuotedArguments) {
     EXPECT_NE(results[1].find("-> Successfully created process with id "), results[1].npos);
     EXPECT_FALSE(wait_for_task(started(program.c_str(), "7"), 0));
     EXPECT_FALSE(wait_for_task(0, 0)) << "was not started";
-    EXPECT_FALSE(wait_for_task(1, 0)) << "is no process of ours, so there is no status to be had";
+    EXPECT_FALSE(wait_for_task(1, 0)) << "not a process of ours: it has no status";
 }
 
 // --- Options
@@ -252,7 +252,7 @@ TEST(KestrelCheck, OnlySoundManifestsPass) {
         {"and a bad one", lengths + "0" + text},
         {"empty", ""},
         {"empty last line", text + "\n"},
-        {"blank line", half + " \n" + rest},
+        {"a line with a space alone", half + " \n" + rest},
         {"upper case", half + upper + "\n" + rest},
         {"NUL before the line end", half + lines[0] + nul + "\n" + rest},
         {"NUL in the digest", half + nul + lines[0] + "\n" + rest},
