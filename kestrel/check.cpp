@@ -26,7 +26,7 @@ template <class Begin> static bool each_line(FILE *file, Begin begin, const char
     bool at_start = true;
     while (const size_t got = fread(block.data(), 1, block.size(), file)) {
         if (offset + got >= MANIFEST_LIMIT) {
-            *failure = "Manifest is too large"; // it has grown
+            *failure = MANIFEST_TOO_LARGE; // it has grown
             return false;
         }
         for (const char *next = block.data(), *const end = next + got; next != end;) {

@@ -1,13 +1,10 @@
 // --check: verifies one range of a manifest's lines.
-#include "containers/stringcache.h"
 #include "host/trace.h"
 #include "kestrel/kestrel.h"
 #include "kestrel/steps.h"
 #include "manifest/linecheck.h"
 
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <string_view>
 
 static constexpr const char *MALFORMED_MANIFEST = "Manifest data was malformed";
@@ -58,7 +55,7 @@ static bool verify_lines(Vector *lines, const char **failure) {
             TRACE_MESSAGE("File \"%s\" did not verify against manifest hash.", line.path.c_str());
         return false;
     });
-    for (const char *line : VecEach<char>(lines))
+    for (const char *line : VecEach<const char>(lines))
         if (!check.add(line))
             break;
     return check.finish();

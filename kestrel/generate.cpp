@@ -6,6 +6,7 @@
 #include "platform/osdep.h"
 
 // The walk begins at ".", so that every path in the manifest is relative to the installation.
+// The hosts' kinds have their own entries, which do the same.
 static bool write_manifest(const char *manifest) {
     return (os_kind() & HOST_DRIVE_PATHS) != 0
                ? shahash_write_manifest(HOST_DRIVE_PATHS, ".", manifest)
@@ -27,6 +28,7 @@ bool generate_manifest(const char *manifest, const char *instdir) {
         TRACE_MESSAGE("Could not generate manifest");
     if (!enter_directory(before.get()))
         return TRACE_RESULT(false, "Could not change to directory: \"%s\"\n", instdir);
+    // Whether or not it was written: the text is fixed, and the line above it says so if not.
     TRACE_MESSAGE("Compiler integrity hash file saved to: %s\n", manifest);
     return written;
 }

@@ -26,8 +26,9 @@ bool check_manifest_range(const char *manifest, const char *instdir, int32_t pos
 
 // --- Division of the check into tasks
 
-// The number of tasks for a manifest of `lines` lines if none is asked for: four per processor,
-// lowered until each checks more than 100 lines; one if there is only one processor.
+// The number of tasks for a manifest of `lines` lines if none is asked for: one if there is only
+// one processor; else four per processor, which is lowered, unless there are no more lines than
+// that, until each checks more than 100 lines or one is left.
 uint32_t adjusted_task_count(uint32_t lines, int32_t processors);
 
 // A range of lines, both ends included. The end of the last task's range is one past the last line.

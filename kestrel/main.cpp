@@ -12,8 +12,8 @@
 #include <cstring>
 #include <string_view>
 
-constexpr int VERSION_MAJOR = 2;
-constexpr int VERSION_MINOR = 41;
+static constexpr int VERSION_MAJOR = 2;
+static constexpr int VERSION_MINOR = 41;
 
 namespace {
 

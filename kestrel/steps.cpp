@@ -74,7 +74,7 @@ FilePtr open_manifest(const char *manifest, const char *instdir, const char *bef
         return nullptr;
     }
     if (state->size >= MANIFEST_LIMIT) {
-        *failure = "Manifest is too large";
+        *failure = MANIFEST_TOO_LARGE;
         return nullptr;
     }
     if (!is_expected(*state)) {

@@ -31,7 +31,8 @@ bool enter_directory(const char *directory);
 // A manifest is smaller than this, in bytes.
 constexpr uint64_t MANIFEST_LIMIT = uint64_t{1} << 31;
 
-// Why a check fails whose manifest cannot be read to its end.
+// Why a check fails whose manifest is larger, or cannot be read to its end.
+constexpr const char *MANIFEST_TOO_LARGE = "Manifest is too large";
 constexpr const char *CANNOT_READ_MANIFEST = "Could not read manifest file";
 
 // Enters the installation and opens the manifest for reading; null, with the reason in `failure`,

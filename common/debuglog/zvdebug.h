@@ -20,8 +20,8 @@ const char *zvdebug_forward(DebugCaller caller, const char *callee);
 
 // The option (interned) that makes a started program log into a new file of this name beside the
 // debug-out file. The file is made here, so that the program follows no link that has the name.
-// Null when nothing is logged, the debug-out file is not a regular file, or the name cannot be passed
-// on.
+// Null when nothing is logged, the debug-out file is not a regular file, or the name cannot be
+// passed on.
 const char *zvdebug_beside(const char *name);
 
 // The directory that the paths of the log and the package are relative to: the current one when the

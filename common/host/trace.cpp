@@ -172,10 +172,13 @@ static void print_warning(const char *text) {
     fprintf(stderr, "ZVDEBUG (warning): %s\n", text);
 }
 
+// The message of a failed assertion has this number, less the mode.
+static constexpr uint32_t ASSERTION_MESSAGES = 1504;
+
 static void print_assertion(uint32_t number, const char *condition, const char *file,
                             uint32_t line) {
     fprintf(stderr, "(%u) assertion failure: %s (%s:%u) \n", number, condition, file, line);
-    if (number == 1504 - ASSERT_FATAL)
+    if (number == ASSERTION_MESSAGES - ASSERT_FATAL)
         exit(1);
 }
 
@@ -203,7 +206,7 @@ void zvdebug_assert(const char *condition, const char *file, uint32_t line) {
     if (trace_assert_mode == ASSERT_IGNORE)
         return;
     db_assert();
-    zvdebug_assert_hook(1504 - trace_assert_mode, condition, file, line);
+    zvdebug_assert_hook(ASSERTION_MESSAGES - trace_assert_mode, condition, file, line);
 }
 
 // --- Depth

@@ -1,7 +1,7 @@
 // The debug log: the writers of its lines, and the switches that the debug option sets. Nothing is
 // written while no stream is open; every line is flushed at once, so that the log is complete even
-// if the process dies. Control characters that the arguments of a format bring are shown as "?", as
-// are those of other text except for line feeds and tabs.
+// if the process dies. Control characters are shown as "?", except the line feeds of a format, and
+// line feeds and tabs in text without one.
 #ifndef COMMON_TRACE_H
 #define COMMON_TRACE_H
 
@@ -42,7 +42,7 @@ void trace_use(FILE *stream, const char *path);
 FILE *trace_log();
 const char *trace_path();
 
-// --- Reports on the debug layer itself
+// --- Reports on the debug layer itself. They are here so that every floor has them.
 
 // Receives the finished text of a warning, without a line end. By default it goes to standard
 // error.
@@ -70,7 +70,7 @@ extern "C" int gInDebugger;
          ? (void)0                                                                                 \
          : zvdebug_assert(#expression, __FILE__, __LINE__))
 
-// --- Entry, exit and free lines
+// --- Entry, exit and other lines
 
 // "ENTER func(...)" and one level deeper; one level back and "EXIT func() -> ...". A null format
 // leaves the arguments or the result out.
@@ -126,14 +126,16 @@ class TraceScope {
 
 // --- Other writers
 
-// `size` bytes at `addr`, `per_row` to a row, as hexadecimal and, with `with_chars`, as characters.
+// `size` bytes at `addr`, `per_row` to a row (0: all in one), as hexadecimal and, with
+// `with_chars`, as characters.
 void trace_hexdump(const char *name, const void *addr, size_t size, size_t per_row, bool with_chars,
                    const char *src, uint32_t line);
 
 // Copies an alert line, line end included, under TRACE_ALERTS.
 void trace_alert(const char *msg);
 
-// Position under which the next alert copies stand; a null file clears it.
+// Position under which the next alert copies stand; a null file, which fails two debug assertions,
+// clears it.
 void trace_set_alert_src(const char *src, uint32_t line);
 
 // Text and a line end, without location and indent.

@@ -29,7 +29,7 @@ bool FileHasher::finish() {
     return !ended;
 }
 
-// False if there is nothing to hash.
+// False if the file was not opened; the job is done then.
 bool FileHasher::start(Lane &lane, Job &job, const HostStat *found) {
     job.result.outcome = host_open_regular(job.path.c_str(), found, &lane.descriptor);
     job.done = job.result.outcome != OpenOutcome::opened;
@@ -80,7 +80,8 @@ void FileHasher::hash_rest(Lane &lane) {
 }
 
 // One step: reads where nothing is left, then hashes as many whole blocks as both lanes have. What
-// has no partner is hashed alone: the end of a file, or a lane while the other is empty.
+// has no partner is hashed alone: the end of a file, a lane while the other is empty, and the rest
+// of a block of which one part was read before.
 void FileHasher::advance() {
     for (Lane &lane : lanes)
         if (lane.job != nullptr && !refill(lane)) {

@@ -45,7 +45,7 @@ class FileHasher {
 
   private:
     static constexpr size_t READ_SIZE = 16384;
-    static constexpr size_t CACHE_LINE = 64; // what the system copies to fastest
+    static constexpr size_t CACHE_LINE = 64; // the system copies fastest to the start of one
 
     struct Job {
         std::string path;

@@ -7,7 +7,7 @@ bool LineCheck::add(std::string_view line) {
     const bool sound = shahash_parse_line(line, &fields);
     if (sound && !path_leads_out(host_path_style(), fields.path))
         return add_file(std::move(fields));
-    // Without being looked for it counts as missing, in its turn.
+    // No file is looked for, and the line fails as if it were missing, in its turn.
     const LineFault fault = sound ? LineFault::different : LineFault::malformed;
     return files.add("", {std::move(fields), fault}, nullptr);
 }

@@ -64,7 +64,7 @@ bool shahash_write_manifest_default_flags(const char *dir, const char *manifest)
 
 // --- Reading one
 
-static void append_record(Vector *entries, const char *base, const ManifestLine &fields) {
+static void append_entry(Vector *entries, const char *base, const ManifestLine &fields) {
     const std::string path = shahash_native_path(fields.path);
     OwnedString joined = path.empty() ? nullptr : os_join(base, path.c_str());
     auto *entry = xnew<ManifestEntry>();
@@ -84,7 +84,7 @@ Vector *shahash_read_manifest(const char *manifest, const char *base) {
         sound =
             shahash_parse_line(line, &fields) && !path_leads_out(host_path_style(), fields.path);
         if (sound)
-            append_record(entries, base, fields);
+            append_entry(entries, base, fields);
     }
     if (sound && ferror(file.get()) == 0)
         return entries;

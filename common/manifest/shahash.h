@@ -1,4 +1,4 @@
-// Digests of files and the manifest: its lines, the walk that writes them, the check of one file.
+// Digests of files; manifests written, read and checked, and their lines.
 //
 // A manifest is text without header or trailer, one line per file: 64 lower-case hexadecimal digits
 // of the file's SHA-256, a space, an asterisk and the path relative to the installation directory,
@@ -23,7 +23,7 @@
 OwnedBytes sha256_stream(FILE *file);
 OwnedBytes sha1_stream(FILE *file);
 
-// Of a named file; one that cannot be opened ends the process.
+// Of a named file, in the same way; one that cannot be opened ends the process.
 OwnedBytes sha256_file(const char *path);
 OwnedBytes sha1_file(const char *path);
 const char *sha256_file_hex(const char *path);
@@ -39,6 +39,10 @@ const char *sha1_hex(const uint8_t *digest);
 OwnedBytes sha256_from_hex(const char *text);
 OwnedBytes sha1_from_hex(const char *text);
 
+// Reports on standard error which file cannot be opened or read, and ends the process with status
+// 1.
+[[noreturn]] void shahash_fatal_cannot_open(const char *path);
+
 // --- Manifest
 
 struct ManifestEntry {
@@ -50,8 +54,9 @@ struct ManifestEntry {
 void shahash_free_entries(Vector *entries);
 
 // Writes the manifest of all files under `dir`. Nothing appears at `manifest` before it is
-// complete, and a manifest that stood there stays if anything fails. `flags` is for the walk, which
-// ignores it. A file that cannot be opened or read ends the process.
+// complete, and a manifest that stood there stays if anything fails, except where only writing in
+// place is permitted (copyfile_helper). `flags` is for the walk, which ignores it. A file that
+// cannot be opened or read ends the process.
 bool shahash_write_manifest(uint32_t flags, const char *dir, const char *manifest);
 bool shahash_write_manifest_default_flags(const char *dir, const char *manifest);
 
@@ -63,7 +68,7 @@ bool shahash_walk(uint32_t flags, Vector *files, const char *dir, const char *re
 
 // True if the file's digest is `digest`, byte for byte. False for null, for a missing file and for
 // one that is neither a file nor a directory; a file that cannot be opened or read ends the
-// process.
+// process. In the path, backslashes separate on every host.
 bool shahash_verify_file(const char *digest, const char *path);
 
 // Whether a line can hold the name as a component of its path; the last one must not end in white
@@ -92,11 +97,11 @@ std::string shahash_native_path(std::string path);
 // False for a line without a space, with a NUL or over the limit; the fields are then unchanged.
 bool shahash_parse_line(std::string_view line, ManifestLine *fields);
 
-// Whether any file can verify against a line: it begins with the digits of a digest. A check fails
-// at a line that cannot verify, so the lines after it need not be read.
+// False if no file can verify against a line, because it does not begin with the digits of a
+// digest, or is too long. A check fails at such a line, so the lines after it need not be read.
 bool shahash_line_can_verify(std::string_view line);
 
-// The records of a whole manifest, each path joined to `base`; null if it cannot be read, or if a
+// The entries of a whole manifest, each path joined to `base`; null if it cannot be read, or if a
 // line is malformed or its path leads out. To be freed by shahash_free_entries.
 Vector *shahash_read_manifest(const char *manifest, const char *base);
 
@@ -104,12 +109,8 @@ Vector *shahash_read_manifest(const char *manifest, const char *base);
 // that is malformed, missing or different, or whose path leads out.
 bool shahash_check_manifest(const char *manifest, const char *dir);
 
-// Checks ManifestEntry records, all of them; false if a path is null, empty or missing, or a file
-// differs.
+// Checks a vector of ManifestEntry, all of them; false if a path is null, empty or missing, or a
+// file differs.
 bool shahash_check_entries(Vector *entries);
-
-// Reports on standard error which file cannot be opened or read, and ends the process with status
-// 1.
-[[noreturn]] void shahash_fatal_cannot_open(const char *path);
 
 #endif

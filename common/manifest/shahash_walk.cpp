@@ -72,7 +72,7 @@ static bool walk_directory(Walk walk) {
             return false;
     if (listing == Listing::complete || (listing == Listing::denied && walk.parent != nullptr))
         return true;
-    walk.files->finish(); // as for a name
+    walk.files->finish(); // a file before it that cannot be opened is reported first
     fprintf(stderr, "Cannot read directory \"%s\"\n", str_printable(walk.dir).get());
     return false;
 }
