@@ -116,8 +116,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
                                     static_cast<int32_t>(position), range.start, range.end);
     };
     assert(shahash_check_manifest(world.manifest.c_str(), world.tree.c_str()) == sound);
-    LineCheck check([&](const ManifestLine &, LineFault fault) {
-        found.push_back(fault);
+    LineCheck check([&](const FaultyLine &line) {
+        found.push_back(line.fault);
         return true;
     });
     for (const std::string &line : lines)

@@ -4,14 +4,17 @@
 #include "debuglog/zvdebug.h"
 #include "host/trace.h"
 #include "kestrel/kestrel.h"
+#include "kestrel/report.h"
 #include "kestrel/steps.h"
 #include "manifest/shahash.h"
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <deque>
 #include <memory>
 #include <string>
 #include <vector>
@@ -153,6 +156,10 @@ ProcessHandle runProgram(const char *exe, Vector *args) {
             argv.push_back(argument);
     argv.push_back(nullptr);
     const ProcessHandle process = host_start_process(exe, argv.data(), vecString(args));
+    const int reason = errno;
+    if (process == 0)
+        TRACE_MESSAGE("The system's reason: %s", strerror(reason));
+    errno = reason;
     if (process == 0)
         return TRACE_RESULT(process, "Could not create process for \"%s\"", exe);
     return TRACE_RESULT(process, "Successfully created process with id %lld",
@@ -180,14 +187,17 @@ struct TaskSetting {
 
 } // namespace
 
+// `part` is the file for the task's report, null for none.
 static ProcessHandle start_task(const TaskSetting &setting, uint32_t position,
-                                const TaskRange &range) {
+                                const TaskRange &range, const char *part) {
     const VectorPtr args(vec_new(__FILE__, __LINE__));
     vec_append(args.get(), setting.exe);
     vec_append(args.get(), setting.manifest_option);
     vec_append(args.get(), setting.instdir_option);
     vec_append(args.get(),
                sc_format("--check=%ld,%u,%u", static_cast<long>(position), range.start, range.end));
+    if (part != nullptr)
+        vec_append(args.get(), sc_format("--report=%s", cmdline_escape(part)));
     const char *log = sc_format("%s_%u-%u.out", host_tool_name, range.start, range.end);
     if (const char *debug = zvdebug_beside(log))
         vec_append(args.get(), debug);
@@ -197,18 +207,48 @@ static ProcessHandle start_task(const TaskSetting &setting, uint32_t position,
 
 // --- The check
 
-bool wait_for_task(ProcessHandle process, uint32_t number) {
+bool wait_for_task(ProcessHandle process, uint32_t number, int *status) {
     TRACE_MESSAGE("Waiting for process %d to finish", number);
-    int status = 1;
+    int got = 1;
     if (process == 0)
         TRACE_MESSAGE("proc id is zero, process mustn't have started");
-    else if (!host_wait_process(process, &status))
-        status = 1;
-    if (status == 0)
+    else if (!host_wait_process(process, &got))
+        got = 1;
+    if (status != nullptr)
+        *status = got;
+    if (got == 0)
         TRACE_MESSAGE("Process %d successfully verify its hashes", number);
     else
         TRACE_MESSAGE("Process %d did not successfully verify its hashes", number);
-    return status == 0;
+    return got == 0;
+}
+
+// How many lines a range has.
+static uint64_t lines_in(const TaskRange &range, uint32_t lines) {
+    return std::min<uint64_t>(uint64_t{range.end} + 1, lines) - range.start;
+}
+
+static const char *name_of(uint32_t task, const TaskRange &range, uint32_t lines) {
+    return sc_format("Task %u (lines %llu to %llu)", task, range.start + 1ULL,
+                     range.start + static_cast<unsigned long long>(lines_in(range, lines)));
+}
+
+// Waits for a task that has been given lines, and takes in its report.
+static bool finish_task(ProcessHandle process, uint32_t task, const TaskRange &range,
+                        uint32_t lines, const char *part) {
+    int status;
+    const bool passed = wait_for_task(process, task, &status);
+    const bool complete = report_part(part, lines_in(range, lines));
+    if (complete || process == 0)
+        return passed;
+    // The programs' own statuses are 0 and 1; a signal that is caught leaves its number.
+    constexpr int KILLED = 128;
+    const char *name = name_of(task, range, lines);
+    if (status > 1)
+        report_error("%s ended by signal %d", name, status > KILLED ? status - KILLED : status);
+    else
+        report_error("%s left no complete report", name);
+    return passed;
 }
 
 // All tasks are started before any is waited for, and all are waited for even after a failure.
@@ -216,16 +256,31 @@ bool wait_for_task(ProcessHandle process, uint32_t number) {
 static bool run_tasks(const TaskSetting &setting, uint32_t lines, uint32_t tasks,
                       const uint32_t *positions, ProcessHandle *handles) {
     TRACE_MESSAGE("Each core will do %d hashes", lines / tasks);
+    std::deque<OwnedString> parts; // of the report, by the tasks that have lines
     for (uint32_t i = 0; i < tasks; i = next_task(i, lines, tasks)) {
         const TaskRange range = task_range(lines, tasks, i);
         TRACE_MESSAGE("Starting process %d", i);
-        if (has_lines(range, lines))
-            handles[i] = start_task(setting, *positions++, range);
+        if (has_lines(range, lines)) {
+            parts.push_back(report_is_on() ? os_tempname_plain() : nullptr);
+            handles[i] = start_task(setting, *positions++, range, parts.back().get());
+            if (handles[i] == 0)
+                report_error("%s could not be started: %s", name_of(i, range, lines),
+                             strerror(errno));
+        }
         TRACE_MESSAGE("got proc id %lld\n", static_cast<long long>(handles[i]));
     }
     bool passed = lines > tasks; // or some have none
-    for (uint32_t i = 0; i < tasks; i = next_task(i, lines, tasks))
-        passed = wait_for_task(handles[i], i) && passed;
+    if (!passed)
+        report_error("%zu of %u tasks had no line to check; use --tasks=1", tasks - parts.size(), tasks);
+    for (uint32_t i = 0; i < tasks; i = next_task(i, lines, tasks)) {
+        const TaskRange range = task_range(lines, tasks, i);
+        if (!has_lines(range, lines)) {
+            wait_for_task(handles[i], i);
+            continue;
+        }
+        passed = finish_task(handles[i], i, range, lines, parts.front().get()) && passed;
+        parts.pop_front();
+    }
     return passed;
 }
 
@@ -257,14 +312,15 @@ static bool is_unchanged(const char *manifest, const FileState &counted) {
     FileState now;
     const bool unchanged = host_file_state(manifest, &now) && now == counted;
     if (!unchanged)
-        TRACE_MESSAGE("Manifest \"%s\" changed during the check", manifest);
+        TRACE_MESSAGE("%s", report_error("Manifest \"%s\" changed during the check", manifest));
     return unchanged;
 }
 
 bool check_manifest(const char *manifest, const char *instdir) {
     TRACE_ENTER();
     if (!os_exists(instdir))
-        return TRACE_RESULT(false, "Given installation path \"%s\" does not exist", instdir);
+        return TRACE_RESULT(
+            false, "%s", report_error("Given installation path \"%s\" does not exist", instdir));
     manifest = manifest_path(manifest, instdir);
     announce("Checking", manifest, instdir);
     expect_manifest(nullptr);
@@ -275,7 +331,7 @@ bool check_manifest(const char *manifest, const char *instdir) {
     // Open to the end: file systems that make up identities keep those of open files.
     const FilePtr file = open_manifest(manifest, instdir, before.get(), &counted, &failure);
     if (file == nullptr || !count_lines(file.get(), &lines, &failure))
-        return TRACE_RESULT(false, "%s", failure);
+        return TRACE_RESULT(false, "%s", report_error("%s", failure));
     const OwnedString opened = host_absolute_path(manifest);
     if (before != nullptr)
         enter_directory(before.get());
@@ -292,7 +348,7 @@ bool check_manifest(const char *manifest, const char *instdir) {
         check_by_tasks(task_setting(manifest, instdir), file.get(), lines, tasks, &failure);
     expect_manifest(nullptr);
     if (failure != nullptr)
-        return TRACE_RESULT(false, "%s", failure);
+        return TRACE_RESULT(false, "%s", report_error("%s", failure));
     passed = is_unchanged(opened.get(), counted) && passed;
     return TRACE_RESULT(passed, "Hash verification %s", passed ? "passed" : "failed");
 }

@@ -24,6 +24,10 @@ bool check_manifest(const char *manifest, const char *instdir);
 bool check_manifest_range(const char *manifest, const char *instdir, int32_t position,
                           uint32_t start, uint32_t end);
 
+// Reports every file under the installation that the manifest does not list, other than itself and
+// the file `report` (null for none); true if there are none.
+bool find_extra_files(const char *manifest, const char *instdir, const char *report);
+
 // --- Division of the check into tasks
 
 // The number of tasks for a manifest of `lines` lines if none is asked for: one if there is only
@@ -45,8 +49,9 @@ TaskRange task_range(uint32_t lines, uint32_t tasks, uint32_t index);
 // with the program's path; null entries are left out.
 ProcessHandle runProgram(const char *exe, Vector *args);
 
-// Waits for the copy of the given number; true if it could be started, and its status is 0.
-bool wait_for_task(ProcessHandle process, uint32_t number);
+// Waits for the copy of the given number; true if it could be started, and its status is 0. The
+// status goes to `status`, unless that is null.
+bool wait_for_task(ProcessHandle process, uint32_t number, int *status = nullptr);
 
 // The arguments as one command line (interned): double quotes escaped, arguments with white space
 // quoted, each followed by a space. Null for null or an empty vector.

@@ -4,31 +4,13 @@
 #include "debuglog/package.h"
 #include "host/trace.h"
 #include "kestrel/kestrel.h"
+#include "kestrel/options.h"
+#include "kestrel/report.h"
 #include "kestrel/steps.h"
 #include "runtime.h"
 
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <string_view>
-
-static constexpr int VERSION_MAJOR = 2;
-static constexpr int VERSION_MINOR = 41;
-
-namespace {
-
-struct Options {
-    const char *manifest = nullptr;
-    const char *instdir = nullptr;
-    bool generate = false;
-    bool check = false;
-    bool range_check = false;
-    int32_t position = -1;
-    int32_t start = -1;
-    int32_t end = -1;
-};
-
-} // namespace
 
 // A run whose output could not be written has not succeeded.
 void cleanup(int status) {
@@ -39,94 +21,6 @@ void cleanup(int status) {
     package_finish();
     TRACE_EXIT();
     exit(status);
-}
-
-static void print_option(const char *name, const char *text) {
-    printf("  %-25s    %s\n", name, text);
-}
-
-static void print_usage() {
-    printf("Norvane Kestrel V%d.%02d\n", VERSION_MAJOR, VERSION_MINOR);
-    puts("Copyright (c) 2023 Norvane\n");
-    puts("Options:");
-    print_option("-g", "Generate a manifest containing hashes of files found under the directory "
-                       "specified by --instdir");
-    print_option("-c", "Check a manifest containing hashes of files found under the directory "
-                       "specified by --instdir");
-    print_option("-v", "Turn on verbose (default is on)");
-    print_option("-h", "Display this help text");
-    print_option("--manifest=<argument>", "The path to the manifest file");
-    print_option("--instdir=<argument>",
-                 "The top-level directory where under the files to be verified or hashed exist");
-    print_option("--tasks=<argument>", "Specify how many parallel tasks should be used. If not "
-                                       "specified, it will be calculated automatically");
-    print_option("--help", "Display this help text");
-    puts("\n\n"
-         "Example usage:\n"
-         "  To generate a new manifest file named \"foo\" for the files under the directory "
-         "\"bar\", use;\n"
-         "    kestrel -v -g --manifest=foo --instdir=bar\n"
-         "\n"
-         "  To check hashes in manifest file \"foo\" against the files under the directory "
-         "\"bar\", use;\n"
-         "    kestrel -v -c --manifest=foo --instdir=bar\n");
-}
-
-// --- Options
-
-static const char *absolute_path(const char *path) {
-    return os_is_absolute(path) ? sc_strdup(path) : sc_strdup(os_fullpath(path).get());
-}
-
-// "<position>,<start>,<end>"; false if it is not of that form. A range check is quiet.
-static bool read_range(const char *text, Options &options) {
-    verbose = 0;
-    const char *first = strchr(text, ',');
-    const char *second = first != nullptr ? strchr(first + 1, ',') : nullptr;
-    if (second == nullptr) {
-        fputs("Invalid syntax for option: --check\n", stderr);
-        return false;
-    }
-    options.position = str_to_int32(text);
-    options.start = str_to_int32(first + 1);
-    options.end = str_to_int32(second + 1);
-    options.range_check = true;
-    TRACE_MESSAGE("Got range check option; Start position: %ld, start line: %d, end line: %d",
-                  static_cast<long>(options.position), options.start, options.end);
-    return true;
-}
-
-// Arguments that are not options are ignored. False if an option is malformed.
-static bool read_option(const char *argument, Options &options) {
-    const std::string_view option = argument;
-    const auto value_of = [&](std::string_view prefix) {
-        return option.starts_with(prefix) ? argument + prefix.size() : nullptr;
-    };
-    if (const char *path = value_of("--manifest=")) {
-        options.manifest = absolute_path(path);
-        TRACE_MESSAGE("Manifest file set to \"%s\"", options.manifest);
-    } else if (const char *directory = value_of("--instdir=")) {
-        options.instdir = absolute_path(directory);
-        TRACE_MESSAGE("Install directory set to \"%s\"", options.instdir);
-    } else if (option == "-v") {
-        verbose++;
-        TRACE_MESSAGE("Got verbose option");
-    } else if (option == "-g") {
-        options.generate = true;
-        TRACE_MESSAGE("Got generate option");
-    } else if (option == "-c") {
-        options.check = true;
-        TRACE_MESSAGE("Got check option");
-    } else if (option == "-h" || option == "--help") {
-        print_usage();
-        cleanup(0);
-    } else if (const char *range = value_of("--check=")) {
-        return read_range(range, options);
-    } else if (const char *tasks = value_of("--tasks=")) {
-        task_limit = str_to_int32(tasks);
-        TRACE_MESSAGE("Got task limit option for %d tasks", task_limit);
-    }
-    return true;
 }
 
 // --- Modes
@@ -180,8 +74,19 @@ static Ending check(const Options &options) {
                                       static_cast<uint32_t>(options.end));
         TRACE_MESSAGE("Verification %s", passed ? "passed" : "failed");
     }
+    if (options.extra && options.check)
+        passed = find_extra_files(options.manifest, options.instdir, options.report_file) && passed;
+    const bool written = report_end_check();
     print_verdict(passed);
-    return {passed ? 0 : 1};
+    return {passed && written ? 0 : 1};
+}
+
+static bool begin_report(const Options &options) {
+    if (!report_begin(options.report_file))
+        return false;
+    for (const char *argument : options.ignored)
+        report_error("Argument \"%s\" was ignored", argument);
+    return true;
 }
 
 int main(int argc, char **argv) {
@@ -206,7 +111,9 @@ int main(int argc, char **argv) {
         cleanup(1);
     }
     Ending ending = {1, "Invalid syntax for --check option"};
-    if (sound)
+    if (sound && options.report && !begin_report(options))
+        ending.result = "Could not write the report";
+    else if (sound)
         ending = options.generate ? generate(options) : check(options);
     if (ending.result != nullptr)
         TRACE_EXIT("%s", ending.result);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cassert>
+#include <cerrno>
 
 FileHasher::~FileHasher() {
     for (const Lane &lane : lanes)
@@ -32,6 +33,7 @@ bool FileHasher::finish() {
 // False if the file was not opened; the job is done then.
 bool FileHasher::start(Lane &lane, Job &job, const HostStat *found) {
     job.result.outcome = host_open_regular(job.path.c_str(), found, &lane.descriptor);
+    job.result.reason = errno; // for a missing file that of host_stat
     job.done = job.result.outcome != OpenOutcome::opened;
     if (job.done)
         return false;
@@ -53,6 +55,7 @@ bool FileHasher::start(Lane &lane, Job &job, const HostStat *found) {
 bool FileHasher::refill(Lane &lane) {
     if (lane.left != 0)
         return true;
+    errno = EINVAL; // of what is not a file any more
     const int64_t got = host_read(lane.descriptor, lane.buffer, READ_SIZE);
     lane.next = lane.buffer;
     lane.left = got > 0 ? static_cast<size_t>(got) : 0;
@@ -67,9 +70,10 @@ bool FileHasher::refill(Lane &lane) {
 }
 
 void FileHasher::end(Lane &lane, OpenOutcome outcome) {
+    lane.job->result.reason = errno;
+    lane.job->result.outcome = outcome;
     sha256_final(&lane.ctx, lane.job->result.digest);
     host_close(lane.descriptor);
-    lane.job->result.outcome = outcome;
     lane.job->done = true;
     lane.job = nullptr;
 }

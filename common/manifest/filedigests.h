@@ -14,6 +14,7 @@
 
 struct FileDigest {
     OpenOutcome outcome;
+    int reason;                         // errno of what failed, unless it was opened and read
     uint8_t digest[SHA256_DIGEST_SIZE]; // of the whole file, when it was opened and read
 };
 

@@ -2,30 +2,45 @@
 
 #include "platform/osdep.h"
 
+#include <cerrno>
+
 bool LineCheck::add(std::string_view line) {
     ManifestLine fields;
     const bool sound = shahash_parse_line(line, &fields);
     if (sound && !path_leads_out(host_path_style(), fields.path))
         return add_file(std::move(fields));
-    // No file is looked for, and the line fails as if it were missing, in its turn.
-    const LineFault fault = sound ? LineFault::different : LineFault::malformed;
-    return files.add("", {std::move(fields), fault}, nullptr);
+    // Without being looked for it counts as missing, in its turn.
+    if (!sound)
+        fields.path = line.substr(0, line.find_first_of("\r\n"));
+    const LineFault fault = sound ? LineFault::outside : LineFault::malformed;
+    return files.add("", {added++, fault, std::move(fields), 0}, nullptr);
 }
 
 bool LineCheck::add_file(ManifestLine line) {
     const std::string path = shahash_native_path(line.path);
-    return files.add(path.c_str(), {std::move(line), LineFault::different});
+    return files.add(path.c_str(), {added++, LineFault::missing, std::move(line), 0});
 }
 
 bool LineCheck::finish() {
     return files.finish() && passed;
 }
 
-bool LineCheck::judge(const char *path, const Tag &tag, const FileDigest &result) {
-    if (result.outcome == OpenOutcome::refused)
+// Whether there is nothing at the path, and no other reason why it is not found.
+static bool is_missing(const FileDigest &result) {
+    return result.outcome == OpenOutcome::missing &&
+           (result.reason == ENOENT || result.reason == ENOTDIR);
+}
+
+bool LineCheck::judge(const char *path, FaultyLine line, const FileDigest &result) {
+    if (result.outcome == OpenOutcome::refused && refusal == OnRefusal::end_process)
         shahash_fatal_cannot_open(path);
-    if (result.outcome == OpenOutcome::opened && sha256_text(result.digest) == tag.line.digest)
+    if (result.outcome == OpenOutcome::opened)
+        line.fault = LineFault::different;
+    else if (line.fault == LineFault::missing && !is_missing(result))
+        line.fault = LineFault::unreadable;
+    if (line.fault == LineFault::different && sha256_text(result.digest) == line.line.digest)
         return true;
     passed = false;
-    return receive != nullptr && receive(tag.line, tag.fault);
+    line.reason = result.reason;
+    return receive != nullptr && receive(line);
 }

@@ -5,26 +5,41 @@
 #include "manifest/filedigests.h"
 #include "manifest/shahash.h"
 
+#include <cstdint>
 #include <functional>
 #include <string_view>
 #include <utility>
 
-// What keeps a line from verifying. `different` is also the fault of a file that is missing, and of
-// a path that leads out of the current directory, which is not opened.
-enum class LineFault { malformed, different };
+// What keeps a line from verifying.
+enum class LineFault {
+    different,
+    missing,
+    unreadable, // the file cannot be opened or read, or is not a file; nor is a directory on its way
+    malformed,
+    outside // the path leads out of the current directory, and nothing is opened
+};
+
+struct FaultyLine {
+    uint64_t number; // from 0, in the order in which the lines were added
+    LineFault fault;
+    ManifestLine line; // if malformed, all of it is the path
+    int reason;        // the errno of an unreadable file
+};
+
+// What is done about a file that exists and cannot be opened or read.
+enum class OnRefusal { end_process, report };
 
 // Verifies lines of a manifest against the files below the current directory, several at a time.
 class LineCheck {
   public:
-    // Receives each line that does not verify, in the order of the lines; false ends the check. A
-    // malformed line has no fields.
-    using Receiver = std::function<bool(const ManifestLine &line, LineFault fault)>;
+    // Receives each line that does not verify, in the order of the lines; false ends the check.
+    using Receiver = std::function<bool(const FaultyLine &)>;
 
     // Without a receiver the first line that does not verify ends the check.
-    explicit LineCheck(Receiver receiver = nullptr) : receive(std::move(receiver)) {}
+    explicit LineCheck(Receiver receiver = nullptr, OnRefusal on_refusal = OnRefusal::end_process)
+        : receive(std::move(receiver)), refusal(on_refusal) {}
 
-    // These return false once the check has ended. A file that cannot be opened or read ends the
-    // process, in its turn.
+    // These return false once the check has ended.
     bool add(std::string_view line);
     bool add_file(ManifestLine line); // the same, wherever its path leads
 
@@ -32,17 +47,16 @@ class LineCheck {
     bool finish();
 
   private:
-    struct Tag {
-        ManifestLine line;
-        LineFault fault; // if the file is not found to have the digest
-    };
-
-    bool judge(const char *path, const Tag &tag, const FileDigest &result);
+    bool judge(const char *path, FaultyLine line, const FileDigest &result);
 
     Receiver receive;
+    OnRefusal refusal;
+    uint64_t added = 0;
     bool passed = true;
-    FileDigests<Tag> files{[this](const char *path, const Tag &tag, const FileDigest &result) {
-        return judge(path, tag, result);
+
+    // The tags have the fault that a missing file counts as.
+    FileDigests<FaultyLine> files{[this](const char *path, FaultyLine line, const FileDigest &result) {
+        return judge(path, std::move(line), result);
     }};
 };
 

@@ -123,7 +123,7 @@ bool shahash_check_manifest(const char *manifest, const char *dir) {
 }
 
 bool shahash_check_entries(Vector *entries) {
-    LineCheck check([](const ManifestLine &, LineFault) { return true; });
+    LineCheck check([](const FaultyLine &) { return true; });
     bool complete = true;
     for (const auto *entry : VecEach<ManifestEntry>(entries)) {
         if (entry->digest != nullptr && entry->path != nullptr && *entry->path != '\0')

@@ -1,0 +1,173 @@
+#include "kestrel/options.h"
+
+#include "containers/stringcache.h"
+#include "host/trace.h"
+#include "kestrel/kestrel.h"
+#include "kestrel/steps.h"
+#include "platform/osdep.h"
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+static const char *absolute_path(const char *path) {
+    return os_is_absolute(path) ? sc_strdup(path) : sc_strdup(os_fullpath(path).get());
+}
+
+// --- The readers of single options. Each is given the option's value; false if it is malformed.
+
+static bool read_generate(const char *, Options &options) {
+    options.generate = true;
+    TRACE_MESSAGE("Got generate option");
+    return true;
+}
+
+static bool read_check(const char *, Options &options) {
+    options.check = true;
+    TRACE_MESSAGE("Got check option");
+    return true;
+}
+
+static bool read_verbose(const char *, Options &) {
+    verbose++;
+    TRACE_MESSAGE("Got verbose option");
+    return true;
+}
+
+static bool read_help(const char *, Options &) {
+    print_usage();
+    cleanup(0);
+}
+
+static bool read_version(const char *, Options &) {
+    puts("kestrel " KESTREL_VERSION);
+    cleanup(0);
+}
+
+static bool read_manifest(const char *value, Options &options) {
+    options.manifest = absolute_path(value);
+    TRACE_MESSAGE("Manifest file set to \"%s\"", options.manifest);
+    return true;
+}
+
+static bool read_instdir(const char *value, Options &options) {
+    options.instdir = absolute_path(value);
+    TRACE_MESSAGE("Install directory set to \"%s\"", options.instdir);
+    return true;
+}
+
+static bool read_tasks(const char *value, Options &) {
+    task_limit = str_to_int32(value);
+    TRACE_MESSAGE("Got task limit option for %d tasks", task_limit);
+    return true;
+}
+
+// "<position>,<start>,<end>". A range check is quiet.
+static bool read_range(const char *value, Options &options) {
+    verbose = 0;
+    const char *first = strchr(value, ',');
+    const char *second = first != nullptr ? strchr(first + 1, ',') : nullptr;
+    if (second == nullptr) {
+        fputs("Invalid syntax for option: --check\n", stderr);
+        return false;
+    }
+    options.position = str_to_int32(value);
+    options.start = str_to_int32(first + 1);
+    options.end = str_to_int32(second + 1);
+    options.range_check = true;
+    TRACE_MESSAGE("Got range check option; Start position: %ld, start line: %d, end line: %d",
+                  static_cast<long>(options.position), options.start, options.end);
+    return true;
+}
+
+static bool read_report(const char *, Options &options) {
+    options.report = true;
+    options.report_file = nullptr;
+    TRACE_MESSAGE("Got report option");
+    return true;
+}
+
+static bool read_report_file(const char *value, Options &options) {
+    options.report = true;
+    options.report_file = absolute_path(value);
+    TRACE_MESSAGE("Report file set to \"%s\"", options.report_file);
+    return true;
+}
+
+static bool read_extra(const char *, Options &options) {
+    options.report = true;
+    options.extra = true;
+    TRACE_MESSAGE("Got extra option");
+    return true;
+}
+
+// --- All options
+
+namespace {
+
+struct Option {
+    std::string_view name; // a value follows a name that ends in "="
+    const char *help;      // null for one that the help text leaves out
+    bool (*read)(const char *value, Options &options);
+};
+
+} // namespace
+
+// In the order of the help text. The manual page and the completion have the same options.
+static constexpr Option OPTIONS[] = {
+    {"-g",
+     "Generate a manifest containing hashes of files found under the directory specified by "
+     "--instdir",
+     read_generate},
+    {"-c",
+     "Check a manifest containing hashes of files found under the directory specified by --instdir",
+     read_check},
+    {"-v", "Turn on verbose (default is on)", read_verbose},
+    {"-h", "Display this help text", read_help},
+    {"--manifest=", "The path to the manifest file", read_manifest},
+    {"--instdir=", "The top-level directory where under the files to be verified or hashed exist",
+     read_instdir},
+    {"--tasks=",
+     "Specify how many parallel tasks should be used. If not specified, it will be calculated "
+     "automatically",
+     read_tasks},
+    {"--help", "Display this help text", read_help},
+    {"--version", nullptr, read_version},
+    {"--report", nullptr, read_report},
+    {"--report=", nullptr, read_report_file},
+    {"--extra", nullptr, read_extra},
+    {"--check=", nullptr, read_range},
+};
+
+bool read_option(const char *argument, Options &options) {
+    const std::string_view text = argument;
+    for (const Option &option : OPTIONS) {
+        const bool with_value = option.name.ends_with('=');
+        if (with_value ? text.starts_with(option.name) : text == option.name)
+            return option.read(argument + option.name.size(), options);
+    }
+    options.ignored.push_back(argument);
+    return true;
+}
+
+void print_usage() {
+    puts("Norvane Kestrel V" KESTREL_VERSION);
+    puts("Copyright (c) 2023 Norvane\n");
+    puts("Options:");
+    for (const Option &option : OPTIONS) {
+        const std::string name =
+            std::string(option.name) + (option.name.ends_with('=') ? "<argument>" : "");
+        if (option.help != nullptr)
+            printf("  %-25s    %s\n", name.c_str(), option.help);
+    }
+    puts("\n\n"
+         "Example usage:\n"
+         "  To generate a new manifest file named \"foo\" for the files under the directory "
+         "\"bar\", use;\n"
+         "    kestrel -v -g --manifest=foo --instdir=bar\n"
+         "\n"
+         "  To check hashes in manifest file \"foo\" against the files under the directory "
+         "\"bar\", use;\n"
+         "    kestrel -v -c --manifest=foo --instdir=bar\n");
+}

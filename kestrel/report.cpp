@@ -1,0 +1,146 @@
+#include "kestrel/report.h"
+
+#include "containers/stringcache.h"
+#include "platform/osdep.h"
+
+#include <cerrno>
+#include <cinttypes>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+// In the order of LineFault.
+static constexpr std::string_view FAULTS[] = {"different", "missing", "unreadable", "malformed",
+                                              "outside"};
+
+// A malformed line can be of any length.
+static constexpr size_t TEXT_LIMIT = 1000;
+
+static FILE *stream = nullptr;
+static const char *file_path = nullptr; // null for standard output
+static uint64_t line_count = 0;
+static uint64_t unchecked_count = 0;
+static uint64_t fault_counts[std::size(FAULTS)];
+
+static bool report_unwritten() {
+    fprintf(stderr, "Cannot write report \"%s\": %s\n", str_printable(file_path).get(),
+            strerror(errno));
+    return false;
+}
+
+bool report_begin(const char *path) {
+    file_path = path;
+    stream = path != nullptr ? host_fopen(path, "w") : stdout;
+    return stream != nullptr || report_unwritten();
+}
+
+bool report_is_on() {
+    return stream != nullptr;
+}
+
+// --- Records
+
+static std::string printable(std::string text) {
+    if (text.size() > TEXT_LIMIT)
+        text.replace(TEXT_LIMIT, text.npos, "...");
+    return str_printable(text.c_str()).get();
+}
+
+static void write_record(std::string_view kind, uint64_t line, const std::string &text,
+                         const char *reason) {
+    if (stream == nullptr)
+        return;
+    const std::string last = reason != nullptr ? "\t" + printable(reason) : "";
+    fprintf(stream, "%.*s\t%" PRIu64 "\t%s%s\n", static_cast<int>(kind.size()), kind.data(), line,
+            printable(text).c_str(), last.c_str());
+}
+
+void report_record(const char *kind, const char *text, const char *reason) {
+    write_record(kind, 0, text, reason);
+}
+
+void report_line(uint64_t number, const FaultyLine &line) {
+    const auto fault = static_cast<size_t>(line.fault);
+    fault_counts[fault]++;
+    write_record(FAULTS[fault], number, line.line.path,
+                 line.fault == LineFault::unreadable ? strerror(line.reason) : nullptr);
+}
+
+const char *report_error(const char *format, ...) {
+    va_list args;
+    va_start(args, format);
+    const char *text = sc_vformat(format, args);
+    va_end(args);
+    report_record("error", text);
+    return text;
+}
+
+void report_count(uint64_t lines, uint64_t unchecked) {
+    line_count += lines;
+    unchecked_count += unchecked;
+}
+
+// --- The reports of tasks
+
+static constexpr std::string_view END = "end\t";
+
+// Copies a record, and counts the line that it is about; false for the last one.
+static bool take_record(std::string_view record, uint64_t *faults) {
+    if (record.starts_with(END))
+        return false;
+    const std::string_view kind = record.substr(0, record.find('\t'));
+    for (size_t fault = 0; fault < std::size(FAULTS); fault++)
+        if (kind == FAULTS[fault]) {
+            fault_counts[fault]++;
+            ++*faults;
+        }
+    fwrite(record.data(), 1, record.size(), stream);
+    return true;
+}
+
+bool report_part(const char *path, uint64_t lines) {
+    if (stream == nullptr)
+        return true;
+    std::string text;
+    uint64_t faults = 0;
+    uint64_t good = 0;
+    bool complete = false;
+    if (const FilePtr file(path != nullptr ? host_fopen(path, "r") : nullptr); file != nullptr)
+        complete = os_read_all(file.get(), &text);
+    size_t at = 0;
+    for (size_t end; (end = text.find('\n', at)) != text.npos; at = end + 1)
+        if (!take_record(std::string_view(text).substr(at, end + 1 - at), &faults))
+            break;
+    complete = complete && sscanf(text.c_str() + at, "end\t%*u\t%" SCNu64 " good,", &good) == 1 &&
+               good + faults <= lines;
+    report_count(lines, lines - std::min(faults + (complete ? good : 0), lines));
+    return complete;
+}
+
+// --- The last record
+
+static bool end_with(uint64_t number, const std::string &text) {
+    if (stream == nullptr)
+        return true;
+    write_record("end", number, text, nullptr);
+    FILE *const written = stream;
+    stream = nullptr;
+    return written == stdout || os_close_written(written) || report_unwritten();
+}
+
+bool report_end_check() {
+    uint64_t good = line_count - unchecked_count;
+    std::string faults;
+    for (size_t fault = 0; fault < std::size(FAULTS); fault++) {
+        good -= fault_counts[fault];
+        faults += std::to_string(fault_counts[fault]) + " " + std::string(FAULTS[fault]) + ", ";
+    }
+    return end_with(line_count, std::to_string(good) + " good, " + faults +
+                                    std::to_string(unchecked_count) + " unchecked");
+}
+
+bool report_end_generate(uint64_t files, const char *text) {
+    return end_with(files, text);
+}

@@ -1,0 +1,42 @@
+// The report of a run (--report): what is wrong, one record each, and a last record that says that
+// nothing is left out.
+//
+// A record is a line of fields separated by tabs: its kind; the number of the manifest's line, from
+// 1, or 0; a path as the manifest has it, or a text; and, where there is one, the reason. Control
+// characters are shown as "?".
+#ifndef KESTREL_REPORT_H
+#define KESTREL_REPORT_H
+
+#include "manifest/linecheck.h"
+
+#include <cstdint>
+
+// Begins the report in a file, or on standard output for null. False, after a message on standard
+// error, if it cannot be written.
+bool report_begin(const char *path);
+
+// Whether there is one. Nothing below does anything without.
+bool report_is_on();
+
+// A line that does not verify; the first line of the manifest is number 1.
+void report_line(uint64_t number, const FaultyLine &line);
+
+// What concerns no single line. Returns the text, interned.
+const char *report_error(const char *format, ...) PRINTF_LIKE(1, 2);
+
+// Anything else.
+void report_record(const char *kind, const char *text, const char *reason = nullptr);
+
+// That so many lines were to be checked, and how many of them were not.
+void report_count(uint64_t lines, uint64_t unchecked = 0);
+
+// Appends the report that a task has written about so many lines. False if it is incomplete; the
+// lines that have no record then count as unchecked.
+bool report_part(const char *path, uint64_t lines);
+
+// Writes the last record: what became of the lines, or `text` about so many files. False, after a
+// message on standard error, if the report's file could not be written to its end.
+bool report_end_check();
+bool report_end_generate(uint64_t files, const char *text);
+
+#endif
