@@ -271,7 +271,8 @@ static bool run_tasks(const TaskSetting &setting, uint32_t lines, uint32_t tasks
     }
     bool passed = lines > tasks; // or some have none
     if (!passed)
-        report_error("%zu of %u tasks had no line to check; use --tasks=1", tasks - parts.size(), tasks);
+        report_error("%zu of %u tasks had no line to check; use --tasks=1", tasks - parts.size(),
+                     tasks);
     for (uint32_t i = 0; i < tasks; i = next_task(i, lines, tasks)) {
         const TaskRange range = task_range(lines, tasks, i);
         if (!has_lines(range, lines)) {
@@ -311,16 +312,17 @@ static bool check_by_tasks(const TaskSetting &setting, FILE *file, uint32_t line
 static bool is_unchanged(const char *manifest, const FileState &counted) {
     FileState now;
     const bool unchanged = host_file_state(manifest, &now) && now == counted;
-    if (!unchanged)
-        TRACE_MESSAGE("%s", report_error("Manifest \"%s\" changed during the check", manifest));
+    if (!unchanged) {
+        const char *failure = report_error("Manifest \"%s\" changed during the check", manifest);
+        TRACE_MESSAGE("%s", failure);
+    }
     return unchanged;
 }
 
 bool check_manifest(const char *manifest, const char *instdir) {
     TRACE_ENTER();
-    if (!os_exists(instdir))
-        return TRACE_RESULT(
-            false, "%s", report_error("Given installation path \"%s\" does not exist", instdir));
+    if (const char *missing = missing_installation(instdir); missing != nullptr)
+        return TRACE_RESULT(false, "%s", missing);
     manifest = manifest_path(manifest, instdir);
     announce("Checking", manifest, instdir);
     expect_manifest(nullptr);
@@ -330,8 +332,10 @@ bool check_manifest(const char *manifest, const char *instdir) {
     uint32_t lines = 0;
     // Open to the end: file systems that make up identities keep those of open files.
     const FilePtr file = open_manifest(manifest, instdir, before.get(), &counted, &failure);
-    if (file == nullptr || !count_lines(file.get(), &lines, &failure))
-        return TRACE_RESULT(false, "%s", report_error("%s", failure));
+    if (file == nullptr || !count_lines(file.get(), &lines, &failure)) {
+        report_error("%s", failure);
+        return TRACE_RESULT(false, "%s", failure);
+    }
     const OwnedString opened = host_absolute_path(manifest);
     if (before != nullptr)
         enter_directory(before.get());
@@ -347,8 +351,10 @@ bool check_manifest(const char *manifest, const char *instdir) {
     bool passed =
         check_by_tasks(task_setting(manifest, instdir), file.get(), lines, tasks, &failure);
     expect_manifest(nullptr);
-    if (failure != nullptr)
-        return TRACE_RESULT(false, "%s", report_error("%s", failure));
+    if (failure != nullptr) {
+        report_error("%s", failure);
+        return TRACE_RESULT(false, "%s", failure);
+    }
     passed = is_unchanged(opened.get(), counted) && passed;
     return TRACE_RESULT(passed, "Hash verification %s", passed ? "passed" : "failed");
 }

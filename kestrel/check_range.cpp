@@ -1,58 +1,89 @@
 // --check: verifies one range of a manifest's lines.
 #include "host/trace.h"
 #include "kestrel/kestrel.h"
+#include "kestrel/report.h"
 #include "kestrel/steps.h"
 #include "manifest/linecheck.h"
 
 #include <cstdio>
 #include <string_view>
+#include <utility>
 
-static constexpr const char *MALFORMED_MANIFEST = "Manifest data was malformed";
+static constexpr const char *NO_LINES = "ERROR: no data was read from the manifest";
+
+namespace {
+
+// What --check asks for.
+struct LineRange {
+    int32_t position;
+    uint32_t start;
+    uint32_t end;
+};
+
+} // namespace
+
+// Calls `take` with the number of each line up to the end of the range, and the line, until it
+// returns false or the file ends. False, with the reason in `failure`, if that cannot be read.
+template <class Take>
+static bool read_range(FILE *file, const LineRange &range, Take take, const char **failure) {
+    const bool seeking = range.position >= 1;
+    bool readable = true;
+    if (seeking) {
+        TRACE_MESSAGE("Starting line is %d. Seek to manifest start position: %ld", range.start,
+                      static_cast<long>(range.position));
+        readable = host_seek(file, range.position);
+    }
+    if (readable) {
+        TRACE_MESSAGE("Reading manifest from line %d to line %d", range.start, range.end);
+        for (uint64_t i = seeking ? range.start : 0; i <= range.end; i++)
+            if (const std::string_view line = shahash_next_line(file);
+                line.empty() || !take(i, line))
+                break;
+        readable = ferror(file) == 0;
+    }
+    if (!readable)
+        *failure = CANNOT_READ_MANIFEST;
+    return readable;
+}
+
+// The log's text for a malformed line says which one it is in a line before it.
+static const char *malformed(uint64_t number) {
+    TRACE_MESSAGE("Line %llu of the manifest is malformed",
+                  static_cast<unsigned long long>(number) + 1);
+    return "Manifest data was malformed";
+}
+
+static void log_different(const ManifestLine &line) {
+    TRACE_MESSAGE("File \"%s\" did not verify against manifest hash.", line.path.c_str());
+}
 
 // The lines of the range, as far as the file has them and up to the first that cannot verify; null,
 // with the reason in `failure`, for a manifest that cannot be read or holds a NUL or a line over
 // the limit.
-static BlockVectorPtr gather_lines(FILE *file, int32_t position, uint32_t start, uint32_t end,
-                                   const char **failure) {
+static BlockVectorPtr gather_lines(FILE *file, const LineRange &range, const char **failure) {
     BlockVectorPtr lines(vec_new(__FILE__, __LINE__));
-    const bool seeking = position >= 1;
-    if (seeking) {
-        TRACE_MESSAGE("Starting line is %d. Seek to manifest start position: %ld", start,
-                      static_cast<long>(position));
-        if (!host_seek(file, position)) {
-            *failure = CANNOT_READ_MANIFEST;
-            return nullptr;
-        }
-    }
-    TRACE_MESSAGE("Reading manifest from line %d to line %d", start, end);
-    for (uint64_t i = seeking ? start : 0; i <= end; i++) {
-        const std::string_view line = shahash_next_line(file);
-        if (line.empty())
-            break;
+    const auto gather = [&](uint64_t number, std::string_view line) {
         if (line.find('\0') != line.npos || line.size() > MANIFEST_LINE_LIMIT) {
-            *failure = MALFORMED_MANIFEST;
-            return nullptr;
+            *failure = malformed(number);
+            return false;
         }
-        if (i < start)
-            continue;
+        if (number < range.start)
+            return true;
         vec_append(lines.get(), xstrndup(line.data(), line.size()).release());
-        if (!shahash_line_can_verify(line))
-            break;
-    }
-    if (ferror(file) == 0)
-        return lines;
-    *failure = CANNOT_READ_MANIFEST;
-    return nullptr;
+        return shahash_line_can_verify(line);
+    };
+    return read_range(file, range, gather, failure) && *failure == nullptr ? std::move(lines)
+                                                                           : nullptr;
 }
 
 // Verifies lines up to the first that fails: a malformed one is a `failure`, a file goes to the
 // debug log.
-static bool verify_lines(Vector *lines, const char **failure) {
-    LineCheck check([failure](const ManifestLine &line, LineFault fault) {
-        if (fault == LineFault::malformed)
-            *failure = MALFORMED_MANIFEST;
+static bool verify_lines(Vector *lines, uint32_t start, const char **failure) {
+    LineCheck check([&](const FaultyLine &faulty) {
+        if (faulty.fault == LineFault::malformed)
+            *failure = malformed(start + faulty.number);
         else
-            TRACE_MESSAGE("File \"%s\" did not verify against manifest hash.", line.path.c_str());
+            log_different(faulty.line);
         return false;
     });
     for (const char *line : VecEach<const char>(lines))
@@ -61,11 +92,57 @@ static bool verify_lines(Vector *lines, const char **failure) {
     return check.finish();
 }
 
+// Verifies the lines of the range as they are read, all of them, and reports those that fail.
+static bool report_lines(FILE *file, const LineRange &range, const char **failure) {
+    uint64_t count = 0;
+    LineCheck check(
+        [&](const FaultyLine &faulty) {
+            const uint64_t number = range.start + faulty.number;
+            report_line(number + 1, faulty);
+            if (faulty.fault == LineFault::malformed)
+                malformed(number);
+            else
+                log_different(faulty.line);
+            return true;
+        },
+        CheckFor::report);
+    const auto verify = [&](uint64_t number, std::string_view line) {
+        if (number >= range.start) {
+            check.add(line);
+            count++;
+        }
+        // Of a line over the limit the rest is left.
+        while (line.size() > MANIFEST_LINE_LIMIT && line.back() != '\n')
+            if (line = shahash_next_line(file); line.empty())
+                break;
+        return true;
+    };
+    const bool read = read_range(file, range, verify, failure);
+    const bool passed = check.finish();
+    report_count(count);
+    if (read && count == 0)
+        *failure = NO_LINES;
+    return read && count != 0 && passed;
+}
+
+static bool check_lines(FilePtr file, const LineRange &range, const char **failure) {
+    if (report_is_on())
+        return report_lines(file.get(), range, failure);
+    const BlockVectorPtr lines = gather_lines(file.get(), range, failure);
+    file.reset();
+    if (lines == nullptr)
+        return false;
+    if (vec_size(lines.get()) != 0)
+        return verify_lines(lines.get(), range.start, failure);
+    *failure = NO_LINES;
+    return false;
+}
+
 bool check_manifest_range(const char *manifest, const char *instdir, int32_t position,
                           uint32_t start, uint32_t end) {
     TRACE_ENTER();
-    if (!os_exists(instdir))
-        return TRACE_RESULT(false, "Given installation path \"%s\" does not exist", instdir);
+    if (const char *missing = missing_installation(instdir); missing != nullptr)
+        return TRACE_RESULT(false, "%s", missing);
     manifest = manifest_path(manifest, instdir);
     TRACE_MESSAGE("Performing partial check of manifest \"%s\" for installation \"%s\"", manifest,
                   instdir);
@@ -73,16 +150,12 @@ bool check_manifest_range(const char *manifest, const char *instdir, int32_t pos
     const char *failure = nullptr;
     FileState opened;
     FilePtr file = open_manifest(manifest, instdir, before.get(), &opened, &failure);
-    if (file == nullptr)
+    if (file == nullptr || !check_lines(std::move(file), {position, start, end}, &failure)) {
+        if (failure == nullptr)
+            return false;
+        report_error("%s", failure);
         return TRACE_RESULT(false, "%s", failure);
-    const BlockVectorPtr lines = gather_lines(file.get(), position, start, end, &failure);
-    file.reset();
-    if (lines == nullptr)
-        return TRACE_RESULT(false, "%s", failure);
-    if (vec_size(lines.get()) == 0)
-        return TRACE_RESULT(false, "ERROR: no data was read from the manifest");
-    if (!verify_lines(lines.get(), &failure))
-        return failure != nullptr ? TRACE_RESULT(false, "%s", failure) : false;
+    }
     if (before != nullptr)
         enter_directory(before.get());
     return TRACE_RESULT(true, "All hashes in the range verified correctly");

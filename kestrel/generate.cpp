@@ -1,33 +1,60 @@
 // -g: writes the manifest of an installation.
 #include "host/trace.h"
 #include "kestrel/kestrel.h"
+#include "kestrel/report.h"
 #include "kestrel/steps.h"
 #include "manifest/shahash.h"
 #include "platform/osdep.h"
 
+namespace {
+
+class Records : public WalkReport {
+  public:
+    void file(uint64_t size) override { report_file(size); }
+    void skipped(const char *directory) override { report_record("skipped", directory); }
+    void link(const char *path, const char *target) override {
+        report_record("link", path, target);
+    }
+    void unlisted(const char *path) override {
+        report_record("unlisted", path, "The name cannot be written to a manifest");
+    }
+    void unreadable(const char *path, const char *reason) override {
+        report_record("unreadable", path, reason);
+    }
+    void unwritten(const char *text) override { report_error("%s", text); }
+};
+
+} // namespace
+
 // The walk begins at ".", so that every path in the manifest is relative to the installation.
 // The hosts' kinds have their own entries, which do the same.
 static bool write_manifest(const char *manifest) {
+    Records records;
+    WalkReport *const report = report_is_on() ? &records : nullptr;
     return (os_kind() & HOST_DRIVE_PATHS) != 0
-               ? shahash_write_manifest(HOST_DRIVE_PATHS, ".", manifest)
-               : shahash_write_manifest_default_flags(".", manifest);
+               ? shahash_write_manifest(HOST_DRIVE_PATHS, ".", manifest, report)
+               : shahash_write_manifest_default_flags(".", manifest, report);
 }
 
 bool generate_manifest(const char *manifest, const char *instdir) {
     TRACE_ENTER();
-    if (!os_exists(instdir))
-        return TRACE_RESULT(false, "Given installation path \"%s\" does not exist", instdir);
+    if (const char *missing = missing_installation(instdir); missing != nullptr)
+        return TRACE_RESULT(false, "%s", missing);
     manifest = manifest_path(manifest, instdir);
     TRACE_MESSAGE("Generate manifest \"%s\" for installation \"%s\"", manifest, instdir);
     announce("Generating", manifest, instdir);
     const OwnedString before = os_getcwd();
-    if (before == nullptr || !enter_directory(instdir))
+    if (before == nullptr || !enter_directory(instdir)) {
+        report_error("Could not change to directory: \"%s\"", instdir);
         return TRACE_RESULT(false, "Could not change to directory: \"%s\"\n", instdir);
+    }
     const bool written = write_manifest(manifest);
     if (!written)
         TRACE_MESSAGE("Could not generate manifest");
-    if (!enter_directory(before.get()))
+    if (!enter_directory(before.get())) {
+        report_error("Could not change to directory: \"%s\"", instdir);
         return TRACE_RESULT(false, "Could not change to directory: \"%s\"\n", instdir);
+    }
     // Whether or not it was written: the text is fixed, and the line above it says so if not.
     TRACE_MESSAGE("Compiler integrity hash file saved to: %s\n", manifest);
     return written;

@@ -35,6 +35,11 @@ struct Ending {
 
 } // namespace
 
+static void report_ignored(const Options &options) {
+    for (const char *argument : options.ignored)
+        report_error("Argument \"%s\" was ignored", argument);
+}
+
 static void print_verdict(bool passed) {
     if (verbose != 0)
         printf("Verification %s\n", passed ? "passed" : "failed");
@@ -47,13 +52,16 @@ static Ending generate(const Options &options) {
               stderr);
         return {1, "Both the generate and check options were given"};
     }
-    if (!generate_manifest(options.manifest, options.instdir)) {
+    const bool generated = generate_manifest(options.manifest, options.instdir);
+    report_ignored(options);
+    const bool written = report_end_generate();
+    if (!generated) {
         fputs("There was a problem generating the manifest file\n", stderr);
         return {1, "Could not create manifest"};
     }
     if (verbose != 0)
         puts("Manifest file successfully created");
-    return {0, "Manifest was successfully created"};
+    return {written ? 0 : 1, "Manifest was successfully created"};
 }
 
 // If a range is given too, the whole check runs first, and the range decides.
@@ -76,17 +84,10 @@ static Ending check(const Options &options) {
     }
     if (options.extra && options.check)
         passed = find_extra_files(options.manifest, options.instdir, options.report_file) && passed;
-    const bool written = report_end_check();
+    report_ignored(options);
+    const bool written = report_end_check(options.extra);
     print_verdict(passed);
     return {passed && written ? 0 : 1};
-}
-
-static bool begin_report(const Options &options) {
-    if (!report_begin(options.report_file))
-        return false;
-    for (const char *argument : options.ignored)
-        report_error("Argument \"%s\" was ignored", argument);
-    return true;
 }
 
 int main(int argc, char **argv) {
@@ -111,7 +112,7 @@ int main(int argc, char **argv) {
         cleanup(1);
     }
     Ending ending = {1, "Invalid syntax for --check option"};
-    if (sound && options.report && !begin_report(options))
+    if (sound && options.report && !report_begin(options.report_file))
         ending.result = "Could not write the report";
     else if (sound)
         ending = options.generate ? generate(options) : check(options);

@@ -95,6 +95,11 @@ static bool read_report_file(const char *value, Options &options) {
     return true;
 }
 
+// The debug log's own: it has been read before all others.
+static bool pass_over(const char *, Options &) {
+    return true;
+}
+
 static bool read_extra(const char *, Options &options) {
     options.report = true;
     options.extra = true;
@@ -138,6 +143,7 @@ static constexpr Option OPTIONS[] = {
     {"--report=", nullptr, read_report_file},
     {"--extra", nullptr, read_extra},
     {"--check=", nullptr, read_range},
+    {"--zvdebug=", nullptr, pass_over},
 };
 
 bool read_option(const char *argument, Options &options) {

@@ -23,6 +23,9 @@ static const char *file_path = nullptr; // null for standard output
 static uint64_t line_count = 0;
 static uint64_t unchecked_count = 0;
 static uint64_t fault_counts[std::size(FAULTS)];
+static uint64_t file_count = 0;
+static uint64_t byte_count = 0;
+static uint64_t extra_count = 0;
 
 static bool report_unwritten() {
     fprintf(stderr, "Cannot write report \"%s\": %s\n", str_printable(file_path).get(),
@@ -65,7 +68,17 @@ void report_line(uint64_t number, const FaultyLine &line) {
     const auto fault = static_cast<size_t>(line.fault);
     fault_counts[fault]++;
     write_record(FAULTS[fault], number, line.line.path,
-                 line.fault == LineFault::unreadable ? strerror(line.reason) : nullptr);
+                 line.fault == LineFault::unreadable ? file_reason(line.reason) : nullptr);
+}
+
+void report_file(uint64_t size) {
+    file_count++;
+    byte_count += size;
+}
+
+void report_extra(const char *path) {
+    extra_count++;
+    report_record("extra", path);
 }
 
 const char *report_error(const char *format, ...) {
@@ -121,26 +134,30 @@ bool report_part(const char *path, uint64_t lines) {
 
 // --- The last record
 
-static bool end_with(uint64_t number, const std::string &text) {
+static bool end_with(uint64_t number, const std::string &text, const char *addition) {
     if (stream == nullptr)
         return true;
-    write_record("end", number, text, nullptr);
+    write_record("end", number, text, addition);
     FILE *const written = stream;
     stream = nullptr;
     return written == stdout || os_close_written(written) || report_unwritten();
 }
 
-bool report_end_check() {
+bool report_end_check(bool extra) {
     uint64_t good = line_count - unchecked_count;
     std::string faults;
     for (size_t fault = 0; fault < std::size(FAULTS); fault++) {
         good -= fault_counts[fault];
         faults += std::to_string(fault_counts[fault]) + " " + std::string(FAULTS[fault]) + ", ";
     }
-    return end_with(line_count, std::to_string(good) + " good, " + faults +
-                                    std::to_string(unchecked_count) + " unchecked");
+    return end_with(line_count,
+                    std::to_string(good) + " good, " + faults + std::to_string(unchecked_count) +
+                        " unchecked",
+                    extra ? (std::to_string(extra_count) + " extra").c_str() : nullptr);
 }
 
-bool report_end_generate(uint64_t files, const char *text) {
-    return end_with(files, text);
+bool report_end_generate() {
+    return end_with(file_count,
+                    std::to_string(file_count) + " files, " + std::to_string(byte_count) + " bytes",
+                    nullptr);
 }

@@ -24,6 +24,12 @@ void report_line(uint64_t number, const FaultyLine &line);
 // What concerns no single line. Returns the text, interned.
 const char *report_error(const char *format, ...) PRINTF_LIKE(1, 2);
 
+// A file of a new manifest; its size is in bytes.
+void report_file(uint64_t size);
+
+// A file that the manifest does not list.
+void report_extra(const char *path);
+
 // Anything else.
 void report_record(const char *kind, const char *text, const char *reason = nullptr);
 
@@ -34,9 +40,10 @@ void report_count(uint64_t lines, uint64_t unchecked = 0);
 // lines that have no record then count as unchecked.
 bool report_part(const char *path, uint64_t lines);
 
-// Writes the last record: what became of the lines, or `text` about so many files. False, after a
-// message on standard error, if the report's file could not be written to its end.
-bool report_end_check();
-bool report_end_generate(uint64_t files, const char *text);
+// Writes the last record: what became of the lines, with `extra` also how many files are extra; or
+// the files and bytes of a new manifest. False, after a message on standard error, if the report's
+// file could not be written to its end.
+bool report_end_check(bool extra);
+bool report_end_generate();
 
 #endif

@@ -2,6 +2,7 @@
 
 #include "containers/stringcache.h"
 #include "host/trace.h"
+#include "kestrel/report.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -33,6 +34,12 @@ void announce(const char *action, const char *manifest, const char *instdir) {
     printf("%s manifest \"%s\" for installation \"%s\"\n", action, str_printable(manifest).get(),
            str_printable(instdir).get());
     flush_output();
+}
+
+const char *missing_installation(const char *instdir) {
+    if (os_exists(instdir) != 0)
+        return nullptr;
+    return report_error("Given installation path \"%s\" does not exist", instdir);
 }
 
 bool enter_directory(const char *directory) {

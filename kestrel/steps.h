@@ -25,6 +25,9 @@ void announce(const char *action, const char *manifest, const char *instdir);
 // `manifest`, or the default one of the installation when it is null.
 const char *manifest_path(const char *manifest, const char *instdir);
 
+// Why a mode fails: the installation does not exist. Interned, and in the report; null if it does.
+const char *missing_installation(const char *instdir);
+
 // Changes the current directory and says so in the debug log; false if that fails.
 bool enter_directory(const char *directory);
 

@@ -184,6 +184,9 @@ void host_copy_mode(const char *from, const char *to);
 // The file a link leads to in the end; a copy of `path` when it is none.
 OwnedString host_resolve_links(const char *path);
 
+// Where an existing path leads, from the root and without links; null on failure.
+OwnedString host_real_path(const char *path);
+
 // `path` from the root, so that it outlives a change of the current directory. Links are kept.
 OwnedString host_absolute_path(const char *path);
 

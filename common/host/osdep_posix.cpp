@@ -369,6 +369,10 @@ OwnedString host_resolve_links(const char *path) {
     return xstrdup(resolved.c_str());
 }
 
+OwnedString host_real_path(const char *path) {
+    return OwnedString(realpath(path, nullptr));
+}
+
 OwnedString host_absolute_path(const char *path) {
     const OwnedString directory = path[0] == '/' ? nullptr : host_getcwd();
     return directory == nullptr ? xstrdup(path)

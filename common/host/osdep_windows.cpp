@@ -494,16 +494,28 @@ void host_copy_mode(const char *from, const char *to) {
         SetFileAttributesW(SystemPath(to).get(), attributes);
 }
 
-OwnedString host_resolve_links(const char *path) {
-    if (!host_is_link(path))
-        return xstrdup(path);
+// Empty on failure. It begins with "\\?\", in front of a drive or of "UNC\" and a server's name.
+static std::wstring final_path(const char *path) {
     const SystemHandle file = open_for_query(SystemPath(path));
     if (!file)
-        return xstrdup(path);
-    const std::wstring target = filled([&](wchar_t *buffer, DWORD size) {
+        return {};
+    return filled([&](wchar_t *buffer, DWORD size) {
         return GetFinalPathNameByHandleW(file.get(), buffer, size, FILE_NAME_NORMALIZED);
     });
+}
+
+OwnedString host_resolve_links(const char *path) {
+    const std::wstring target = host_is_link(path) ? final_path(path) : L"";
     return target.empty() ? xstrdup(path) : to_narrow(target.c_str());
+}
+
+OwnedString host_real_path(const char *path) {
+    std::wstring target = final_path(path);
+    if (target.starts_with(L"\\\\?\\UNC\\"))
+        target.replace(0, 8, L"\\\\");
+    else if (target.starts_with(L"\\\\?\\"))
+        target.erase(0, 4);
+    return target.empty() ? nullptr : to_narrow(target.c_str());
 }
 
 OwnedString host_absolute_path(const char *path) {

@@ -3,6 +3,11 @@
 #include <algorithm>
 #include <cassert>
 #include <cerrno>
+#include <cstring>
+
+const char *file_reason(int reason) {
+    return reason != 0 ? strerror(reason) : "Not a regular file";
+}
 
 FileHasher::~FileHasher() {
     for (const Lane &lane : lanes)
@@ -33,7 +38,8 @@ bool FileHasher::finish() {
 // False if the file was not opened; the job is done then.
 bool FileHasher::start(Lane &lane, Job &job, const HostStat *found) {
     job.result.outcome = host_open_regular(job.path.c_str(), found, &lane.descriptor);
-    job.result.reason = errno; // for a missing file that of host_stat
+    const bool special = job.result.outcome == OpenOutcome::special;
+    job.result.reason = special ? 0 : errno; // for a missing file that of host_stat
     job.done = job.result.outcome != OpenOutcome::opened;
     if (job.done)
         return false;
@@ -55,7 +61,7 @@ bool FileHasher::start(Lane &lane, Job &job, const HostStat *found) {
 bool FileHasher::refill(Lane &lane) {
     if (lane.left != 0)
         return true;
-    errno = EINVAL; // of what is not a file any more
+    errno = 0; // for what is not a file any more
     const int64_t got = host_read(lane.descriptor, lane.buffer, READ_SIZE);
     lane.next = lane.buffer;
     lane.left = got > 0 ? static_cast<size_t>(got) : 0;

@@ -14,9 +14,12 @@
 
 struct FileDigest {
     OpenOutcome outcome;
-    int reason;                         // errno of what failed, unless it was opened and read
+    int reason;                         // unless it was opened and read, for file_reason()
     uint8_t digest[SHA256_DIGEST_SIZE]; // of the whole file, when it was opened and read
 };
+
+// Why a file could not be read: the system's text for an errno, or that it is not a file for 0.
+const char *file_reason(int reason);
 
 // Hashes files and hands over their results in the order in which the files were added, whatever
 // order they finish in. A file is opened when a lane is free for it, ahead of its turn, but its

@@ -6,12 +6,13 @@
 
 bool LineCheck::add(std::string_view line) {
     ManifestLine fields;
-    const bool sound = shahash_parse_line(line, &fields);
+    const bool sound = shahash_parse_line(line, &fields) &&
+                       (purpose == CheckFor::verdict || shahash_line_can_verify(line));
     if (sound && !path_leads_out(host_path_style(), fields.path))
         return add_file(std::move(fields));
-    // Without being looked for it counts as missing, in its turn.
     if (!sound)
         fields.path = line.substr(0, line.find_first_of("\r\n"));
+    // No file is looked for, and the line fails as if it were missing, in its turn.
     const LineFault fault = sound ? LineFault::outside : LineFault::malformed;
     return files.add("", {added++, fault, std::move(fields), 0}, nullptr);
 }
@@ -32,7 +33,7 @@ static bool is_missing(const FileDigest &result) {
 }
 
 bool LineCheck::judge(const char *path, FaultyLine line, const FileDigest &result) {
-    if (result.outcome == OpenOutcome::refused && refusal == OnRefusal::end_process)
+    if (result.outcome == OpenOutcome::refused && purpose == CheckFor::verdict)
         shahash_fatal_cannot_open(path);
     if (result.outcome == OpenOutcome::opened)
         line.fault = LineFault::different;

@@ -14,7 +14,8 @@
 enum class LineFault {
     different,
     missing,
-    unreadable, // the file cannot be opened or read, or is not a file; nor is a directory on its way
+    unreadable, // the file cannot be opened or read, or is not a file; nor is a directory on its
+                // way
     malformed,
     outside // the path leads out of the current directory, and nothing is opened
 };
@@ -23,11 +24,12 @@ struct FaultyLine {
     uint64_t number; // from 0, in the order in which the lines were added
     LineFault fault;
     ManifestLine line; // if malformed, all of it is the path
-    int reason;        // the errno of an unreadable file
+    int reason;        // of an unreadable file, for file_reason()
 };
 
-// What is done about a file that exists and cannot be opened or read.
-enum class OnRefusal { end_process, report };
+// What a check is for. For a verdict a file that exists and cannot be opened or read ends the
+// process, in its turn. For a report it is a fault, and lines that cannot verify are malformed.
+enum class CheckFor { verdict, report };
 
 // Verifies lines of a manifest against the files below the current directory, several at a time.
 class LineCheck {
@@ -36,8 +38,8 @@ class LineCheck {
     using Receiver = std::function<bool(const FaultyLine &)>;
 
     // Without a receiver the first line that does not verify ends the check.
-    explicit LineCheck(Receiver receiver = nullptr, OnRefusal on_refusal = OnRefusal::end_process)
-        : receive(std::move(receiver)), refusal(on_refusal) {}
+    explicit LineCheck(Receiver receiver = nullptr, CheckFor check_for = CheckFor::verdict)
+        : receive(std::move(receiver)), purpose(check_for) {}
 
     // These return false once the check has ended.
     bool add(std::string_view line);
@@ -50,14 +52,15 @@ class LineCheck {
     bool judge(const char *path, FaultyLine line, const FileDigest &result);
 
     Receiver receive;
-    OnRefusal refusal;
+    CheckFor purpose;
     uint64_t added = 0;
     bool passed = true;
 
     // The tags have the fault that a missing file counts as.
-    FileDigests<FaultyLine> files{[this](const char *path, FaultyLine line, const FileDigest &result) {
-        return judge(path, std::move(line), result);
-    }};
+    FileDigests<FaultyLine> files{
+        [this](const char *path, FaultyLine line, const FileDigest &result) {
+            return judge(path, std::move(line), result);
+        }};
 };
 
 #endif

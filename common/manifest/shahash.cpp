@@ -2,6 +2,7 @@
 #include "manifest/shahash.h"
 
 #include "containers/stringcache.h"
+#include "host/trace.h"
 #include "manifest/linecheck.h"
 #include "platform/osdep.h"
 
@@ -31,35 +32,40 @@ static bool write_entries(Vector *entries, const char *path) {
 }
 
 // Reports why the manifest could not be written or, for null, its temporary file; always false.
-static bool report_unwritten(const char *manifest) {
-    const int reason = errno;
-    if (manifest == nullptr)
-        fprintf(stderr, "Cannot write temporary file: %s\n", strerror(reason));
-    else
-        fprintf(stderr, "Cannot write file \"%s\": %s\n", str_printable(manifest).get(),
-                strerror(reason));
+static bool report_unwritten(const char *manifest, WalkReport *report) {
+    const char *reason = strerror(errno);
+    const OwnedString text =
+        manifest == nullptr
+            ? str_format("Cannot write temporary file: %s", reason)
+            : str_format("Cannot write file \"%s\": %s", str_printable(manifest).get(), reason);
+    fprintf(stderr, "%s\n", text.get());
+    TRACE_MESSAGE("%s", text.get());
+    if (report != nullptr)
+        report->unwritten(text.get());
     return false;
 }
 
-bool shahash_write_manifest(uint32_t flags, const char *dir, const char *manifest) {
+bool shahash_write_manifest(uint32_t flags, const char *dir, const char *manifest,
+                            WalkReport *report) {
     if (!os_can_write(manifest))
-        return report_unwritten(manifest);
+        return report_unwritten(manifest, report);
     // The file is made after the walk, which would list it if the temporaries lie under `dir`.
     const OwnedString temporary = os_tempname_plain();
     if (temporary == nullptr)
-        return report_unwritten(nullptr);
+        return report_unwritten(nullptr, report);
     Vector *entries = vec_new(__FILE__, __LINE__);
-    bool done = shahash_walk(flags, entries, dir, dir);
+    bool done = shahash_walk(flags, entries, dir, dir, report);
     if (done && !write_entries(entries, temporary.get()))
-        done = report_unwritten(nullptr);
+        done = report_unwritten(nullptr, report);
     if (done && !copyfile_helper(temporary.get(), manifest))
-        done = report_unwritten(manifest);
+        done = report_unwritten(manifest, report);
     shahash_free_entries(entries);
     return done;
 }
 
-bool shahash_write_manifest_default_flags(const char *dir, const char *manifest) {
-    return shahash_write_manifest(static_cast<uint32_t>(os_kind()), dir, manifest);
+bool shahash_write_manifest_default_flags(const char *dir, const char *manifest,
+                                          WalkReport *report) {
+    return shahash_write_manifest(static_cast<uint32_t>(os_kind()), dir, manifest, report);
 }
 
 // --- Reading one

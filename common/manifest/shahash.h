@@ -53,18 +53,35 @@ struct ManifestEntry {
 // Frees a vector of entries with them and their paths.
 void shahash_free_entries(Vector *entries);
 
+// What a walk reports that goes on after problems. Paths are those in the manifest.
+class WalkReport {
+  public:
+    virtual ~WalkReport() = default;
+    virtual void file(uint64_t size) = 0;                        // in bytes
+    virtual void skipped(const char *directory) = 0;             // which this user may not list
+    virtual void link(const char *path, const char *target) = 0; // which is outside of the tree
+
+    // What keeps a manifest from being written.
+    virtual void unlisted(const char *path) = 0; // whose name cannot stand in a manifest
+    virtual void unreadable(const char *path, const char *reason) = 0;
+    virtual void unwritten(const char *text) = 0; // the manifest itself
+};
+
 // Writes the manifest of all files under `dir`. Nothing appears at `manifest` before it is
 // complete, and a manifest that stood there stays if anything fails, except where only writing in
 // place is permitted (copyfile_helper). `flags` is for the walk, which ignores it. A file that
-// cannot be opened or read ends the process.
-bool shahash_write_manifest(uint32_t flags, const char *dir, const char *manifest);
-bool shahash_write_manifest_default_flags(const char *dir, const char *manifest);
+// cannot be opened or read ends the process, unless there is a report.
+bool shahash_write_manifest(uint32_t flags, const char *dir, const char *manifest,
+                            WalkReport *report = nullptr);
+bool shahash_write_manifest_default_flags(const char *dir, const char *manifest,
+                                          WalkReport *report = nullptr);
 
 // Appends a ManifestEntry for every file under `dir`, depth first in listing order, with `relative`
 // in the place of `dir` in its path. A directory below `dir` that this user may not list adds
 // nothing. False, after a line on standard error, if a name cannot stand in a manifest or a
-// directory cannot be read for another reason.
-bool shahash_walk(uint32_t flags, Vector *files, const char *dir, const char *relative);
+// directory cannot be read for another reason; with a report the walk goes on in all cases.
+bool shahash_walk(uint32_t flags, Vector *files, const char *dir, const char *relative,
+                  WalkReport *report = nullptr);
 
 // True if the file's digest is `digest`, byte for byte. False for null, for a missing file and for
 // one that is neither a file nor a directory; a file that cannot be opened or read ends the

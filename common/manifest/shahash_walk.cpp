@@ -2,94 +2,119 @@
 #include "manifest/shahash.h"
 
 #include "manifest/filedigests.h"
+#include "manifest/treewalk.h"
 #include "platform/osdep.h"
 
 #include <cassert>
+#include <cerrno>
 #include <utility>
 
 namespace {
 
-// A directory being walked.
-struct Walk {
-    FileDigests<OwnedString> *files; // each with its path in the manifest
-    const char *dir;
-    const char *relative;
-    const Walk *parent;  // the directory it was entered from
-    bool linked = false; // reached over a link
-    bool known = false;  // whether `identity` is
-    FileIdentity identity = {};
+// Hashes the files that it is shown. Without a report the first problem ends the walk, after those
+// of files before it that cannot be opened.
+class ManifestVisitor : public TreeVisitor {
+  public:
+    ManifestVisitor(Vector *files, const char *dir, WalkReport *walk_report)
+        : entries(files), report(walk_report),
+          top(report != nullptr ? host_real_path(dir) : nullptr) {}
+
+    bool finish() { return digests.finish() && complete; }
+
+    bool entry(const char *path, const char *listed) override {
+        if (report != nullptr && host_is_link(path))
+            report_link(path, listed);
+        return digests.wait_for_lane();
+    }
+
+    bool file(const char *path, OwnedString listed, const HostStat *found) override {
+        if (report != nullptr && found != nullptr)
+            report->file(found->size);
+        return digests.add(path, std::move(listed), found);
+    }
+
+    bool bad_name(const char *path, const char *listed) override {
+        if (!goes_on())
+            fprintf(stderr, "The name of file \"%s\" cannot be written to a manifest\n",
+                    str_printable(path).get());
+        else
+            report->unlisted(listed);
+        return report != nullptr;
+    }
+
+    bool denied(const char *, const char *listed) override {
+        if (report != nullptr)
+            report->skipped(listed);
+        return true;
+    }
+
+    bool unlisted(const char *path, const char *listed) override {
+        const int reason = errno;
+        if (!goes_on())
+            fprintf(stderr, "Cannot read directory \"%s\"\n", str_printable(path).get());
+        else
+            report->unreadable(listed, file_reason(reason));
+        return report != nullptr;
+    }
+
+  private:
+    bool goes_on();
+    void report_link(const char *path, const char *listed) const;
+    bool receive(const char *path, OwnedString listed, const FileDigest &result);
+
+    Vector *entries;
+    WalkReport *report;
+    OwnedString top;
+    bool complete = true;
+    FileDigests<OwnedString> digests{
+        [this](const char *path, OwnedString listed, const FileDigest &result) {
+            return receive(path, std::move(listed), result);
+        }};
 };
 
 } // namespace
 
-// A link to a directory that is being walked would lead in circles. Without a link identities are
-// not compared: some file systems have none that can be trusted.
-static bool is_loop(const Walk &walk) {
-    for (const Walk *outer = walk.parent; walk.linked && outer != nullptr; outer = outer->parent)
-        if (outer->known && walk.known && outer->identity == walk.identity)
-            return true;
-    return false;
+// Whether the walk goes on after a problem. If not, the files before it come first.
+bool ManifestVisitor::goes_on() {
+    complete = false;
+    if (report == nullptr)
+        digests.finish();
+    return report != nullptr;
 }
 
-static bool walk_directory(Walk walk);
-
-static bool refuse_name(const Walk &walk, const char *path) {
-    walk.files->finish(); // a file before it that cannot be opened is reported first
-    fprintf(stderr, "The name of file \"%s\" cannot be written to a manifest\n",
-            str_printable(path).get());
-    return false;
+// Links that stay inside the tree go with it.
+void ManifestVisitor::report_link(const char *path, const char *listed) const {
+    const OwnedString target = host_real_path(path);
+    if (target == nullptr || top == nullptr)
+        return;
+    std::string inside = top.get();
+    if (!path_is_separator(host_path_style(), inside.back()))
+        inside += host_path_style().separator;
+    if (std::string_view(target.get()).starts_with(inside))
+        return;
+    report->link(listed, target.get());
 }
 
-static bool walk_entry(const Walk &walk, const DirectoryEntry &entry) {
-    const char *name = entry.name.c_str();
-    const OwnedString full = os_join(walk.dir, name);
-    if (!entry.reachable || !shahash_name_fits(name, false))
-        return refuse_name(walk, full.get());
-    OwnedString relative = path_join_style(drive_path_style, walk.relative, name);
-    if (relative == nullptr)
-        relative = xstrdup(name);
-    if (!walk.files->wait_for_lane())
-        return false;
-    HostStat status;
-    const HostStat *found = host_stat(full.get(), &status) ? &status : nullptr;
-    if (found != nullptr && found->kind == FileKind::directory)
-        return walk_directory({walk.files, full.get(), relative.get(), &walk});
-    if (!shahash_name_fits(name, true))
-        return refuse_name(walk, full.get());
-    return walk.files->add(full.get(), std::move(relative), found);
-}
-
-static bool walk_directory(Walk walk) {
-    walk.linked = walk.parent != nullptr && (walk.parent->linked || host_is_link(walk.dir));
-    walk.known = host_file_identity(walk.dir, &walk.identity);
-    if (is_loop(walk))
+bool ManifestVisitor::receive(const char *path, OwnedString listed, const FileDigest &result) {
+    if (result.outcome != OpenOutcome::opened) {
+        if (report == nullptr)
+            shahash_fatal_cannot_open(path);
+        complete = false;
+        report->unreadable(listed.get(), file_reason(result.reason));
         return true;
-
-    std::vector<DirectoryEntry> entries;
-    const Listing listing = host_list_directory(walk.dir, &entries);
-    for (const DirectoryEntry &entry : entries)
-        if (!walk_entry(walk, entry))
-            return false;
-    if (listing == Listing::complete || (listing == Listing::denied && walk.parent != nullptr))
-        return true;
-    walk.files->finish(); // a file before it that cannot be opened is reported first
-    fprintf(stderr, "Cannot read directory \"%s\"\n", str_printable(walk.dir).get());
-    return false;
+    }
+    auto *entry = xnew<ManifestEntry>();
+    entry->digest = sha256_hex(result.digest);
+    entry->path = listed.release();
+    vec_append(entries, entry);
+    return true;
 }
 
-bool shahash_walk(uint32_t, Vector *files, const char *dir, const char *relative) {
+bool shahash_walk(uint32_t, Vector *files, const char *dir, const char *relative,
+                  WalkReport *report) {
     assert(files != NULL);
     assert(dir != NULL);
-    FileDigests<OwnedString> digests(
-        [files](const char *path, OwnedString listed, const FileDigest &result) {
-            if (result.outcome != OpenOutcome::opened)
-                shahash_fatal_cannot_open(path);
-            auto *entry = xnew<ManifestEntry>();
-            entry->digest = sha256_hex(result.digest);
-            entry->path = listed.release();
-            vec_append(files, entry);
-            return true;
-        });
-    const bool complete = walk_directory({&digests, dir, relative, nullptr});
-    return digests.finish() && complete;
+    ManifestVisitor visitor(files, dir, report);
+    const bool walked = walk_tree(visitor, dir, relative);
+    return visitor.finish() && walked;
 }

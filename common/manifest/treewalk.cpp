@@ -1,0 +1,76 @@
+#include "manifest/treewalk.h"
+
+#include "manifest/shahash.h"
+
+#include <cerrno>
+#include <utility>
+
+namespace {
+
+// A directory being walked.
+struct Walk {
+    TreeVisitor *visitor;
+    const char *dir;
+    const char *relative;
+    const Walk *parent;  // the directory it was entered from
+    bool linked = false; // reached over a link
+    bool known = false;  // whether `identity` is
+    FileIdentity identity = {};
+};
+
+} // namespace
+
+// A link to a directory that is being walked would lead in circles. Without a link identities are
+// not compared: some file systems have none that can be trusted.
+static bool is_loop(const Walk &walk) {
+    for (const Walk *outer = walk.parent; walk.linked && outer != nullptr; outer = outer->parent)
+        if (outer->known && walk.known && outer->identity == walk.identity)
+            return true;
+    return false;
+}
+
+static bool walk_directory(Walk walk);
+
+static bool walk_entry(const Walk &walk, const DirectoryEntry &entry) {
+    TreeVisitor &visitor = *walk.visitor;
+    const char *name = entry.name.c_str();
+    const OwnedString full = os_join(walk.dir, name);
+    OwnedString relative = path_join_style(drive_path_style, walk.relative, name);
+    if (relative == nullptr)
+        relative = xstrdup(name);
+    if (!entry.reachable || !shahash_name_fits(name, false))
+        return visitor.bad_name(full.get(), relative.get());
+    if (!visitor.entry(full.get(), relative.get()))
+        return false;
+    HostStat status;
+    const HostStat *found = host_stat(full.get(), &status) ? &status : nullptr;
+    if (found != nullptr && found->kind == FileKind::directory)
+        return walk_directory({&visitor, full.get(), relative.get(), &walk});
+    if (!shahash_name_fits(name, true))
+        return visitor.bad_name(full.get(), relative.get());
+    return visitor.file(full.get(), std::move(relative), found);
+}
+
+static bool walk_directory(Walk walk) {
+    walk.linked = walk.parent != nullptr && (walk.parent->linked || host_is_link(walk.dir));
+    walk.known = host_file_identity(walk.dir, &walk.identity);
+    if (is_loop(walk))
+        return true;
+
+    std::vector<DirectoryEntry> entries;
+    const Listing listing = host_list_directory(walk.dir, &entries);
+    const int reason = errno;
+    for (const DirectoryEntry &entry : entries)
+        if (!walk_entry(walk, entry))
+            return false;
+    if (listing == Listing::complete)
+        return true;
+    if (listing == Listing::denied && walk.parent != nullptr)
+        return walk.visitor->denied(walk.dir, walk.relative);
+    errno = reason;
+    return walk.visitor->unlisted(walk.dir, walk.relative);
+}
+
+bool walk_tree(TreeVisitor &visitor, const char *dir, const char *relative) {
+    return walk_directory({&visitor, dir, relative, nullptr});
+}

@@ -1,0 +1,33 @@
+// The walk of a tree, depth first and in the order of the system's listings.
+#ifndef COMMON_TREEWALK_H
+#define COMMON_TREEWALK_H
+
+#include "platform/osdep.h"
+
+// What is done with what a walk finds; a function that returns false ends it. `path` opens an
+// entry, and `listed` is its path in a manifest.
+class TreeVisitor {
+  public:
+    virtual ~TreeVisitor() = default;
+
+    // An entry, before the system is asked what it is.
+    virtual bool entry(const char *path, const char *listed) = 0;
+
+    // What is not a directory. `found` is the result of host_stat, null if that failed.
+    virtual bool file(const char *path, OwnedString listed, const HostStat *found) = 0;
+
+    // An entry whose name cannot stand in a manifest.
+    virtual bool bad_name(const char *path, const char *listed) = 0;
+
+    // A directory that this user may not list; it is below the top.
+    virtual bool denied(const char *path, const char *listed) = 0;
+
+    // A directory that cannot be listed to its end for another reason, which is in errno.
+    virtual bool unlisted(const char *path, const char *listed) = 0;
+};
+
+// Visits everything under `dir`, whose path in the manifest is `relative`. A directory that a link
+// inside it leads back to is not entered again. False if the visitor has ended the walk.
+bool walk_tree(TreeVisitor &visitor, const char *dir, const char *relative);
+
+#endif

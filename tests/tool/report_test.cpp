@@ -1,0 +1,218 @@
+// What --report says of a run.
+#include "kestrel/report.h"
+#include "support/files.h"
+#include "tool/tool.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+static const std::string ZERO(64, '0');
+
+// The last record of a check.
+static std::string check_end(const Lines &counts) {
+    static const char *const kinds[] = {"good",      "different", "missing",  "unreadable",
+                                        "malformed", "outside",   "unchecked"};
+    size_t lines = 0;
+    std::string text;
+    for (size_t i = 0; i < counts.size(); i++) {
+        lines += std::stoul(counts[i]);
+        text += (i > 0 ? ", " : "") + counts[i] + " " + kinds[i];
+    }
+    return "end\t" + std::to_string(lines) + "\t" + text;
+}
+
+// Every line that fails, of all kinds and everywhere in the manifest, however the check is divided.
+TEST(KestrelReport, NamesEveryBadLine) {
+    const Installation inst("dir", 40);
+    Lines lines = inst.generate(), records;
+    const std::string directory = std::string("\t") + strerror(EISDIR);
+    const auto spoil = [&](size_t line, const std::string &text, const std::string &record,
+                           const std::string &reason = "") {
+        lines[line] = text;
+        const size_t tab = record.find('\t');
+        records.push_back(record.substr(0, tab) + "\t" + std::to_string(line + 1) +
+                          record.substr(tab) + reason);
+    };
+    host_mkdir(native_join(inst.tree.c_str(), "d").c_str());
+    for (const size_t line : {0u, 8u, 39u})
+        spoil(line, ZERO + lines[line].substr(64), "different\t" + lines[line].substr(66));
+    for (const size_t line : {1u, 20u, 38u})
+        spoil(line,
+              ZERO + " *.\\gone\x1b"
+                     "x",
+              "missing\t.\\gone?x");
+    for (const size_t line : {2u, 3u, 25u})
+        spoil(line, ZERO + " *.\\d", "unreadable\t.\\d", directory);
+    spoil(4, "-----BEGIN PGP SIGNATURE-----", "malformed\t-----BEGIN PGP SIGNATURE-----");
+    spoil(5, "", "malformed\t");
+    spoil(6, ZERO, "malformed\t" + ZERO);
+    spoil(21, std::string(64, 'A') + " *.\\f1", "malformed\t" + std::string(64, 'A') + " *.\\f1");
+    spoil(22, "a" + std::string(1 << 21, 'b'), "malformed\ta" + std::string(999, 'b') + "...");
+    spoil(23, ZERO + " *.\\a" + std::string(1, '\0') + "b", "malformed\t" + ZERO + " *.\\a");
+    spoil(10, ZERO + " *..\\up", "outside\t..\\up");
+    spoil(30, ZERO + " */etc/passwd", "outside\t/etc/passwd");
+    spoil(31, ZERO + " *C:\\x", "outside\tC:\\x");
+    std::sort(records.begin(), records.end(), [](const std::string &a, const std::string &b) {
+        return std::stoul(a.substr(a.find('\t'))) < std::stoul(b.substr(b.find('\t')));
+    });
+    records.push_back(check_end({"22", "3", "3", "3", "6", "3", "0"}));
+    Installation::write(inst.manifest, joined(lines, "\n"));
+
+    const std::string file = native_join(inst.top.c_str(), "report");
+    for (const char *tasks : {"--tasks=1", "--tasks=2", "--tasks=7", "--tasks=39", "-v"}) {
+        Outcome expected = inst.verdict(false);
+        EXPECT_EQ(inst.run({"-c", "--report=" + file, tasks}), expected) << tasks;
+        EXPECT_EQ(split(read_file(file)), records) << tasks;
+        expected.out.insert(expected.out.find("Verification"), joined(records, "\n"));
+        EXPECT_EQ(inst.run({"-c", "--report", tasks}), expected) << tasks;
+    }
+    const Outcome range = inst.run({"--check=-1,7,10", "--report"});
+    EXPECT_EQ(
+        range,
+        (Outcome{
+            1,
+            joined({records[7], records[8], check_end({"2", "1", "0", "0", "0", "1", "0"})}, "\n"),
+            ""}));
+}
+
+TEST(KestrelReport, SaysWhyNothingWasChecked) {
+    const Installation inst("dir", 4);
+    inst.generate();
+    const std::string gone = native_join(inst.top.c_str(), "gone");
+    const std::string empty = native_join(inst.top.c_str(), "empty");
+    Installation::write(empty, "");
+    const struct {
+        Lines arguments;
+        std::string error;
+        Lines counts = {"0", "0", "0", "0", "0", "0", "0"};
+    } cases[] = {
+        {{"--instdir=" + gone}, "Given installation path \"" + gone + "\" does not exist"},
+        {{"--manifest=" + gone}, "Could not open manifest file \"" + gone + "\""},
+        {{"--manifest=" + empty, "--tasks=1"}, "ERROR: no data was read from the manifest"},
+        {{"--manifest=" + empty, "--tasks=3"}, "3 of 3 tasks had no line to check; use --tasks=1"},
+        {{"--tasks=4"},
+         "1 of 4 tasks had no line to check; use --tasks=1",
+         {"4", "0", "0", "0", "0", "0", "0"}},
+        {{"--tasks=8"},
+         "6 of 8 tasks had no line to check; use --tasks=1",
+         {"4", "0", "0", "0", "0", "0", "0"}},
+        {{"--tasks=3", "--taks=\x1b"},
+         "Argument \"--taks=?\" was ignored",
+         {"4", "0", "0", "0", "0", "0", "0"}},
+    };
+    for (const auto &c : cases) {
+        Lines arguments = c.arguments;
+        arguments.insert(arguments.end(), {"-c", "--report"});
+        const std::string out = inst.run(arguments).out;
+        const Lines expected = {"error\t0\t" + c.error, check_end(c.counts)};
+        const Lines got = split(out.substr(std::min(out.find("error"), out.size())));
+        EXPECT_EQ(Lines(got.begin(), got.end() - std::min<ptrdiff_t>(1, got.end() - got.begin())),
+                  expected);
+    }
+    const Outcome unwritten = inst.run({"-c", "--report=" + inst.tree});
+    EXPECT_EQ(unwritten.status, 1);
+    EXPECT_TRUE(unwritten.err.starts_with("Cannot write report \"")) << unwritten;
+}
+
+TEST(KestrelReport, ExtraFilesFail) {
+    const Installation inst("dir", 3);
+    inst.generate();
+    const std::string own = native_join(inst.tree.c_str(), "own");
+    const std::string end = check_end({"3", "0", "0", "0", "0", "0", "0"});
+    const auto expect = [&](bool passed, const Lines &records) {
+        for (const char *tasks : {"--tasks=1", "--tasks=2"}) {
+            EXPECT_EQ(kestrel({"-c", "--extra", tasks, "--instdir=" + inst.tree,
+                               "--manifest=" + own, "--report=" + own + ".report"})
+                          .status,
+                      passed ? 0 : 1);
+            EXPECT_EQ(split(read_file(own + ".report")), records);
+        }
+    };
+    // The same files by other names that lead to them.
+    std::string text = read_file(inst.manifest);
+    text.replace(text.find(".\\f1"), 4, "sub/.././f1");
+    host_mkdir(native_join(inst.tree.c_str(), "sub").c_str());
+    Installation::write(own, text);
+    expect(true, {end + "\t0 extra"});
+    inst.add(native("sub/x"), "x");
+    expect(false, {"extra\t0\t.\\sub\\x", end + "\t1 extra"});
+    if (host_path_style().drives)
+        return;
+    inst.add("y ", "y");
+    EXPECT_EQ(kestrel({"-c", "--extra", "--instdir=" + inst.tree, "--manifest=" + own}).status, 1);
+}
+
+// Everything that keeps a manifest from being written, and what is remarkable.
+TEST(KestrelReport, GenerationNamesEveryProblem) {
+    const Installation inst("dir", 3);
+    const Scratch elsewhere;
+    const std::string outside = elsewhere.write("file", "12345");
+    const auto records = [&](int status) {
+        const Outcome outcome = inst.run({"-g", "--report"});
+        EXPECT_EQ(outcome.status, status) << outcome;
+        Lines lines = split(outcome.out);
+        lines.erase(lines.begin());
+        std::sort(lines.begin(), lines.end());
+        return lines;
+    };
+    EXPECT_EQ(records(0),
+              (Lines{"Manifest file successfully created", "end\t3\t3 files, 3 bytes"}));
+    if (!make_link(outside, native_join(inst.tree.c_str(), "out"), false) ||
+        !make_link("f1", native_join(inst.tree.c_str(), "in"), false))
+        GTEST_SKIP() << "no links here";
+    EXPECT_EQ(records(0), (Lines{"Manifest file successfully created", "end\t5\t5 files, 9 bytes",
+                                 "link\t0\t.\\out\t" + text_of(host_real_path(outside.c_str()))}));
+    const std::string old = read_file(inst.manifest);
+    make_link("gone", native_join(inst.tree.c_str(), "l1"), false);
+    make_link("gone", native_join(inst.tree.c_str(), "l2"), false);
+    Lines expected = {"end\t5\t5 files, 9 bytes",
+                      "link\t0\t.\\out\t" + text_of(host_real_path(outside.c_str()))};
+    for (const char *name : {".\\l1", ".\\l2"})
+        expected.push_back(std::string("unreadable\t0\t") + name + "\t" + strerror(ENOENT));
+    if (!host_path_style().drives) {
+        inst.add("a\\b", "");
+        inst.add("c\t ", "");
+        expected.insert(expected.end() - 2,
+                        {"unlisted\t0\t.\\a\\b\tThe name cannot be written to a manifest",
+                         "unlisted\t0\t.\\c? \tThe name cannot be written to a manifest"});
+    }
+    EXPECT_EQ(records(1), expected);
+    EXPECT_EQ(read_file(inst.manifest), old);
+}
+
+// What a task has written about five lines, and what is made of it.
+TEST(KestrelReport, PartsThatAreIncompleteAreNotPassedOver) {
+    const Scratch scratch;
+    const std::string record = "missing\t7\t.\\x\n", more = "error\t0\tx\n";
+    const std::string end = "end\t5\t4 good, 0 different, 1 missing\n";
+    const struct {
+        std::string part;
+        bool complete;
+        std::string copied, good, missing, unchecked;
+    } cases[] = {
+        {record + more + end, true, record + more, "4", "1", "0"},
+        {record + more + end + record, true, record + more, "4", "1", "0"},
+        {record + more, false, record + more, "0", "1", "4"},
+        {record + record.substr(0, 9), false, record, "0", "1", "4"},
+        {record + "end\t5\t", false, record, "0", "1", "4"},
+        {record + "end\t5\t5 good,\n", false, record, "0", "1", "4"},
+        {more + "end\t0\t0 good,\n", true, more, "0", "0", "5"},
+        {"", false, "", "0", "0", "5"},
+    };
+    for (const auto &c : cases) {
+        const std::string part = scratch.write("part", c.part), path = scratch.path("report");
+        // The counts are the process's.
+        const auto run = [&] {
+            const bool begun = report_begin(path.c_str());
+            const bool complete = report_part(part.c_str(), 5);
+            const bool ended = report_end_check(false);
+            exit(begun && ended && complete == c.complete ? 0 : 1);
+        };
+        EXPECT_EXIT(run(), testing::ExitedWithCode(0), "") << c.part;
+        EXPECT_EQ(split(read_file(path)),
+                  split(c.copied + check_end({c.good, "0", c.missing, "0", "0", "0", c.unchecked}) +
+                        "\n"))
+            << c.part;
+    }
+}
