@@ -4,6 +4,7 @@
 #include "debuglog/zvdebug.h"
 #include "host/trace.h"
 #include "kestrel/kestrel.h"
+#include "kestrel/progress.h"
 #include "kestrel/report.h"
 #include "kestrel/steps.h"
 #include "manifest/shahash.h"
@@ -198,6 +199,8 @@ static ProcessHandle start_task(const TaskSetting &setting, uint32_t position,
                sc_format("--check=%ld,%u,%u", static_cast<long>(position), range.start, range.end));
     if (part != nullptr)
         vec_append(args.get(), sc_format("--report=%s", cmdline_escape(part)));
+    if (const char *counts = progress_add_task(); counts != nullptr)
+        vec_append(args.get(), sc_format("--progress=%s", cmdline_escape(counts)));
     const char *log = sc_format("%s_%u-%u.out", host_tool_name, range.start, range.end);
     if (const char *debug = zvdebug_beside(log))
         vec_append(args.get(), debug);
@@ -212,8 +215,12 @@ bool wait_for_task(ProcessHandle process, uint32_t number, int *status) {
     int got = 1;
     if (process == 0)
         TRACE_MESSAGE("proc id is zero, process mustn't have started");
-    else if (!host_wait_process(process, &got))
-        got = 1;
+    else {
+        while (progress_is_on() && !host_await_end(process, 200))
+            progress_poll();
+        if (!host_wait_process(process, &got))
+            got = 1;
+    }
     if (status != nullptr)
         *status = got;
     if (got == 0)
@@ -340,6 +347,7 @@ bool check_manifest(const char *manifest, const char *instdir) {
     if (before != nullptr)
         enter_directory(before.get());
 
+    progress_begin(lines);
     const uint32_t tasks = choose_task_count(lines);
     expect_manifest(&counted);
     if (tasks == 1) {

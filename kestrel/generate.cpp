@@ -1,6 +1,7 @@
 // -g: writes the manifest of an installation.
 #include "host/trace.h"
 #include "kestrel/kestrel.h"
+#include "kestrel/progress.h"
 #include "kestrel/report.h"
 #include "kestrel/steps.h"
 #include "manifest/shahash.h"
@@ -48,7 +49,9 @@ bool generate_manifest(const char *manifest, const char *instdir) {
         report_error("Could not change to directory: \"%s\"", instdir);
         return TRACE_RESULT(false, "Could not change to directory: \"%s\"\n", instdir);
     }
+    progress_begin(0);
     const bool written = write_manifest(manifest);
+    progress_end();
     if (!written)
         TRACE_MESSAGE("Could not generate manifest");
     if (!enter_directory(before.get())) {

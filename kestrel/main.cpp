@@ -5,6 +5,7 @@
 #include "host/trace.h"
 #include "kestrel/kestrel.h"
 #include "kestrel/options.h"
+#include "kestrel/progress.h"
 #include "kestrel/report.h"
 #include "kestrel/steps.h"
 #include "runtime.h"
@@ -74,6 +75,7 @@ static Ending check(const Options &options) {
     bool passed = false;
     if (options.check) {
         passed = check_manifest(options.manifest, options.instdir);
+        progress_end();
         TRACE_MESSAGE("Verification %s", passed ? "passed" : "failed");
     }
     if (options.range_check) {

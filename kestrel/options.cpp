@@ -3,6 +3,7 @@
 #include "containers/stringcache.h"
 #include "host/trace.h"
 #include "kestrel/kestrel.h"
+#include "kestrel/progress.h"
 #include "kestrel/steps.h"
 #include "platform/osdep.h"
 
@@ -95,6 +96,11 @@ static bool read_report_file(const char *value, Options &options) {
     return true;
 }
 
+static bool read_progress(const char *value, Options &) {
+    progress_begin_task(value);
+    return true;
+}
+
 // The debug log's own: it has been read before all others.
 static bool pass_over(const char *, Options &) {
     return true;
@@ -143,6 +149,7 @@ static constexpr Option OPTIONS[] = {
     {"--report=", nullptr, read_report_file},
     {"--extra", nullptr, read_extra},
     {"--check=", nullptr, read_range},
+    {"--progress=", nullptr, read_progress},
     {"--zvdebug=", nullptr, pass_over},
 };
 

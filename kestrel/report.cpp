@@ -1,6 +1,7 @@
 #include "kestrel/report.h"
 
 #include "containers/stringcache.h"
+#include "kestrel/progress.h"
 #include "platform/osdep.h"
 
 #include <cerrno>
@@ -55,6 +56,8 @@ static void write_record(std::string_view kind, uint64_t line, const std::string
                          const char *reason) {
     if (stream == nullptr)
         return;
+    if (stream == stdout)
+        progress_wipe();
     const std::string last = reason != nullptr ? "\t" + printable(reason) : "";
     fprintf(stream, "%.*s\t%" PRIu64 "\t%s%s\n", static_cast<int>(kind.size()), kind.data(), line,
             printable(text).c_str(), last.c_str());
@@ -109,6 +112,8 @@ static bool take_record(std::string_view record, uint64_t *faults) {
             fault_counts[fault]++;
             ++*faults;
         }
+    if (stream == stdout)
+        progress_wipe();
     fwrite(record.data(), 1, record.size(), stream);
     return true;
 }

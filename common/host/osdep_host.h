@@ -216,6 +216,7 @@ constexpr int STDERR_DESCRIPTOR = 2;
 // opened later takes their place.
 void host_open_standard_streams();
 
+bool host_is_terminal(int descriptor);
 int host_fileno(FILE *stream);
 int host_dup(int descriptor); // the duplicate is not inherited by started programs
 int host_dup2(int from, int to);
@@ -231,6 +232,10 @@ using ProcessHandle = intptr_t;
 // host that passes one string; both have the same content. 0 if it could not be started.
 ProcessHandle host_start_process(const char *exe, const char *const *argv,
                                  const char *command_line);
+
+// Waits until a started program ends, but not longer than about so many milliseconds; false if it
+// is still running.
+bool host_await_end(ProcessHandle process, int milliseconds);
 
 // Waits for a started program and gives its exit status: false if the status cannot be had. A
 // program that died of a signal has a nonzero status.

@@ -11,11 +11,13 @@
 #include <ctime>
 #include <dirent.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <sched.h>
 #include <sys/auxv.h>
 #include <sys/prctl.h>
 #include <sys/random.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
@@ -444,6 +446,10 @@ void host_open_standard_streams() {
             open("/dev/null", O_RDWR); // which takes the lowest number, this one
 }
 
+bool host_is_terminal(int descriptor) {
+    return isatty(descriptor) != 0;
+}
+
 int host_fileno(FILE *stream) {
     return fileno(stream);
 }
@@ -519,6 +525,19 @@ static pid_t start_program(const char *path, char *const *argv, bool tied) {
 
 ProcessHandle host_start_process(const char *exe, const char *const *argv, const char *) {
     return start_program(exe, const_cast<char *const *>(argv), true);
+}
+
+// Systems older than descriptors for processes (Linux 5.3) are asked again and again.
+bool host_await_end(ProcessHandle process, int milliseconds) {
+    const auto child = static_cast<pid_t>(process);
+    const auto descriptor = static_cast<int>(syscall(SYS_pidfd_open, child, 0));
+    pollfd ended = {descriptor, POLLIN, 0};
+    poll(&ended, 1, descriptor != -1 ? milliseconds : std::min(milliseconds, 10));
+    if (descriptor != -1)
+        close(descriptor);
+    siginfo_t state = {};
+    return waitid(P_PID, static_cast<id_t>(child), &state, WEXITED | WNOHANG | WNOWAIT) != 0 ||
+           state.si_pid == child;
 }
 
 bool host_wait_process(ProcessHandle process, int *status) {

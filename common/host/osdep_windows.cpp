@@ -587,6 +587,10 @@ void host_open_standard_streams() {
             _wfreopen(L"NUL", stream == stdin ? L"r" : L"w", stream);
 }
 
+bool host_is_terminal(int descriptor) {
+    return _isatty(descriptor) != 0;
+}
+
 int host_fileno(FILE *stream) {
     return _fileno(stream);
 }
@@ -668,6 +672,11 @@ ProcessHandle host_start_process(const char *exe, const char *const *, const cha
 }
 
 // _cwait closes the handle.
+bool host_await_end(ProcessHandle process, int milliseconds) {
+    return WaitForSingleObject(reinterpret_cast<HANDLE>(process),
+                               static_cast<DWORD>(milliseconds)) != WAIT_TIMEOUT;
+}
+
 bool host_wait_process(ProcessHandle process, int *status) {
     return process != 0 && _cwait(status, process, _WAIT_CHILD) != -1;
 }

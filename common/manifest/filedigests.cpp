@@ -5,6 +5,13 @@
 #include <cerrno>
 #include <cstring>
 
+void (*hashing_hook)(uint64_t bytes) = nullptr;
+
+static void show_progress(uint64_t bytes) {
+    if (hashing_hook != nullptr)
+        hashing_hook(bytes);
+}
+
 const char *file_reason(int reason) {
     return reason != 0 ? strerror(reason) : "Not a regular file";
 }
@@ -66,6 +73,8 @@ bool FileHasher::refill(Lane &lane) {
     lane.next = lane.buffer;
     lane.left = got > 0 ? static_cast<size_t>(got) : 0;
     lane.length += lane.left;
+    if (lane.left != 0)
+        show_progress(lane.left);
     const bool as_found =
         got > 0 ? lane.length <= lane.size : lane.length == lane.size && lane.length != 0;
     if (got < 0 || (!as_found && !host_is_regular(lane.descriptor)))
@@ -126,6 +135,7 @@ bool FileHasher::hand_over() {
         const Job &job = jobs.front();
         ended = !receive(job.path.c_str(), job.result);
         jobs.pop_front();
+        show_progress(0);
     }
     return !ended;
 }

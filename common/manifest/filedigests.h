@@ -18,6 +18,10 @@ struct FileDigest {
     uint8_t digest[SHA256_DIGEST_SIZE]; // of the whole file, when it was opened and read
 };
 
+// Called, unless it is null, after each read of a file with the number of bytes, and with 0 when a
+// file's result has been handed over.
+extern void (*hashing_hook)(uint64_t bytes);
+
 // Why a file could not be read: the system's text for an errno, or that it is not a file for 0.
 const char *file_reason(int reason);
 

@@ -38,7 +38,7 @@ static bool report_unwritten(const char *manifest, WalkReport *report) {
         manifest == nullptr
             ? str_format("Cannot write temporary file: %s", reason)
             : str_format("Cannot write file \"%s\": %s", str_printable(manifest).get(), reason);
-    fprintf(stderr, "%s\n", text.get());
+    shahash_complain("%s", text.get());
     TRACE_MESSAGE("%s", text.get());
     if (report != nullptr)
         report->unwritten(text.get());

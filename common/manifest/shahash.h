@@ -39,6 +39,12 @@ const char *sha1_hex(const uint8_t *digest);
 OwnedBytes sha256_from_hex(const char *text);
 OwnedBytes sha1_from_hex(const char *text);
 
+// Called, unless it is null, before a line is printed on standard error.
+extern void (*before_complaint_hook)();
+
+// Prints a line on standard error.
+void shahash_complain(const char *format, ...) PRINTF_LIKE(1, 2);
+
 // Reports on standard error which file cannot be opened or read, and ends the process with status
 // 1.
 [[noreturn]] void shahash_fatal_cannot_open(const char *path);

@@ -6,6 +6,7 @@
 #include "digest/sha256.h"
 #include "platform/osdep.h"
 
+#include <cstdarg>
 #include <cstdlib>
 
 static constexpr size_t READ_SIZE = 16384;
@@ -102,7 +103,19 @@ OwnedBytes sha1_from_hex(const char *text) {
     return digest_from_hex(text, SHA1_DIGEST_SIZE);
 }
 
+void (*before_complaint_hook)() = nullptr;
+
+void shahash_complain(const char *format, ...) {
+    va_list args;
+    va_start(args, format);
+    const OwnedString text = str_vformat(format, args);
+    va_end(args);
+    if (before_complaint_hook != nullptr)
+        before_complaint_hook();
+    fprintf(stderr, "%s\n", text.get());
+}
+
 void shahash_fatal_cannot_open(const char *path) {
-    fprintf(stderr, "!! Cannot open file \"%s\"\n", str_printable(path).get());
+    shahash_complain("!! Cannot open file \"%s\"", str_printable(path).get());
     exit(1);
 }

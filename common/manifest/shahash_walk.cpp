@@ -35,8 +35,8 @@ class ManifestVisitor : public TreeVisitor {
 
     bool bad_name(const char *path, const char *listed) override {
         if (!goes_on())
-            fprintf(stderr, "The name of file \"%s\" cannot be written to a manifest\n",
-                    str_printable(path).get());
+            shahash_complain("The name of file \"%s\" cannot be written to a manifest",
+                             str_printable(path).get());
         else
             report->unlisted(listed);
         return report != nullptr;
@@ -51,7 +51,7 @@ class ManifestVisitor : public TreeVisitor {
     bool unlisted(const char *path, const char *listed) override {
         const int reason = errno;
         if (!goes_on())
-            fprintf(stderr, "Cannot read directory \"%s\"\n", str_printable(path).get());
+            shahash_complain("Cannot read directory \"%s\"", str_printable(path).get());
         else
             report->unreadable(listed, file_reason(reason));
         return report != nullptr;
