@@ -79,6 +79,11 @@ TEST_F(KestrelSystem, Circumstances) {
         {"exec >/dev/full", {"-c", "--tasks=2"}, unprinted},
         {"exec >/dev/full", {"-g"}, unprinted, 62},
         {"exec >/dev/full", {"-h"}, unprinted},
+        {"exec >/dev/full", {"-c", "--report"}, unprinted},
+        {"cd .",
+         {"-c", "--tasks=2", "--report=/dev/full"},
+         {1, inst.verdict(true).out,
+          "Cannot write report \"/dev/full\": No space left on device\n"}},
         {"exec >&-", {"-c", "--tasks=2"}, {0, "", ""}},
         {"exec >&- 2>&-", {"-g"}, {0, "", ""}, 62},
     };
@@ -116,26 +121,40 @@ TEST_F(KestrelSystem, LongManifestsAreRefusedUnread) {
     EXPECT_NE(read_file(log).find("-> Manifest is too large\n"), std::string::npos);
 }
 
-// Rewritten, replaced by the same text or gone, while its lines are being checked.
-TEST_F(KestrelSystem, ManifestsThatChangeFail) {
+// The manifest is rewritten, replaced by the same text or gone, or a task is killed, while lines
+// are being checked.
+TEST_F(KestrelSystem, WhatHappensDuringACheckFailsIt) {
     const Installation inst("dir", 3);
     make_long(native_join(inst.tree.c_str(), "long"), int64_t{1} << 29);
     inst.generate();
-    const std::string log = native_join(inst.top.c_str(), "log");
+    const std::string log = native_join(inst.top.c_str(), "log"), report = log + ".report";
     const std::string wait =
         "(until grep -qs 'partial check\\|proc id' log || [ $((n += 1)) = 1000 ]; "
         "do sleep .01; done; ";
-    const std::pair<const char *, std::string> cases[] = {
-        {"--tasks=1", "touch manifest"},
-        {"--tasks=2", "cp manifest m; mv m manifest"},
-        {"--tasks=2", "mv manifest m"},
-        {"--tasks=2", "cp -p manifest m; cp m manifest; touch -r m manifest; rm m"}};
-    for (const auto &[tasks, change] : cases) {
+    const std::string kill = "for p in $(cat /proc/$$/task/$$/children); do "
+                             "grep -qs '^kestrel$' /proc/$p/comm && kill -9 $p; done";
+    const char *const changed = "changed during the check\n";
+    const struct {
+        const char *tasks;
+        std::string change;
+        const char *error;
+    } cases[] = {
+        {"--tasks=1", "touch manifest", changed},
+        {"--tasks=2", "cp manifest m; mv m manifest", changed},
+        {"--tasks=2", "mv manifest m", changed},
+        {"--tasks=2", "cp -p manifest m; cp m manifest; touch -r m manifest; rm m", changed},
+        {"--tasks=2", kill, "ended by signal 9\n"},
+    };
+    for (const auto &[tasks, change, error] : cases) {
         const std::string script =
             "rm -f log; [ -e manifest ] || mv m manifest\n" + wait + change + ") &";
-        EXPECT_EQ(inst.run({"-c", tasks, "--zvdebug=on,out:" + log}, script), inst.verdict(false))
+        EXPECT_EQ(inst.run({"-c", tasks, "--zvdebug=on,out:" + log, "--report=" + report}, script),
+                  inst.verdict(false))
             << change;
-        EXPECT_NE(read_file(log).find("changed during the check"), std::string::npos) << change;
+        const std::string text = read_file(report);
+        EXPECT_NE(text.find(error), text.npos) << change << "\n" << text;
+        EXPECT_EQ(change == kill, text.find(" 0 unchecked") == text.npos) << text;
+        EXPECT_EQ(change != kill, read_file(log).find(changed) != std::string::npos) << change;
     }
 }
 
