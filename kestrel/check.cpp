@@ -240,6 +240,17 @@ static const char *name_of(uint32_t task, const TaskRange &range, uint32_t lines
                      range.start + static_cast<unsigned long long>(lines_in(range, lines)));
 }
 
+// A file for a task's report; null without a report, or if there can be none.
+static OwnedString new_part() {
+    if (!report_is_on())
+        return nullptr;
+    OwnedString part = os_tempname_plain();
+    if (part == nullptr)
+        report_error("Cannot write temporary file: %s", strerror(errno));
+    os_remove_at_exit(part.get());
+    return part;
+}
+
 // Waits for a task that has been given lines, and takes in its report.
 static bool finish_task(ProcessHandle process, uint32_t task, const TaskRange &range,
                         uint32_t lines, const char *part) {
@@ -268,7 +279,7 @@ static bool run_tasks(const TaskSetting &setting, uint32_t lines, uint32_t tasks
         const TaskRange range = task_range(lines, tasks, i);
         TRACE_MESSAGE("Starting process %d", i);
         if (has_lines(range, lines)) {
-            parts.push_back(report_is_on() ? os_tempname_plain() : nullptr);
+            parts.push_back(new_part());
             handles[i] = start_task(setting, *positions++, range, parts.back().get());
             if (handles[i] == 0)
                 report_error("%s could not be started: %s", name_of(i, range, lines),

@@ -29,13 +29,13 @@ namespace {
 class ExtraVisitor : public TreeVisitor {
   public:
     std::unordered_set<std::string> listed; // by the manifest, comparable
-    const char *own_files[2] = {};          // which are not extra; null for none
+    const char *manifest = nullptr;         // which is not extra
     bool passed = true;
 
     bool entry(const char *, const char *) override { return true; }
 
     bool file(const char *path, OwnedString name, const HostStat *) override {
-        if (!listed.contains(comparable(name.get())) && !is_own(path))
+        if (!listed.contains(comparable(name.get())) && !is_manifest(path) && !report_is_in(path))
             add(name.get());
         return true;
     }
@@ -45,7 +45,9 @@ class ExtraVisitor : public TreeVisitor {
         return true;
     }
 
+    // A directory that may hold anything.
     bool denied(const char *, const char *name) override {
+        passed = false;
         report_record("skipped", name);
         return true;
     }
@@ -53,17 +55,15 @@ class ExtraVisitor : public TreeVisitor {
     bool unlisted(const char *path, const char *) override {
         const int reason = errno;
         passed = false;
-        report_error("Cannot read directory \"%s\": %s", path, strerror(reason));
+        const char *text = report_error("Cannot read directory \"%s\": %s", path, strerror(reason));
+        TRACE_MESSAGE("%s", text);
         return true;
     }
 
   private:
-    bool is_own(const char *path) const {
-        for (const char *own : own_files)
-            if (own != nullptr && str_icmp(os_basename(own), os_basename(path)) == 0 &&
-                host_same_file(own, path))
-                return true;
-        return false;
+    bool is_manifest(const char *path) const {
+        return str_icmp(os_basename(manifest), os_basename(path)) == 0 &&
+               host_same_file(manifest, path);
     }
 
     void add(const char *name) {
@@ -75,7 +75,7 @@ class ExtraVisitor : public TreeVisitor {
 
 } // namespace
 
-bool find_extra_files(const char *manifest, const char *instdir, const char *report) {
+bool find_extra_files(const char *manifest, const char *instdir) {
     TRACE_ENTER();
     manifest = manifest_path(manifest, instdir);
     const OwnedString before = os_getcwd();
@@ -85,8 +85,8 @@ bool find_extra_files(const char *manifest, const char *instdir, const char *rep
     if (file == nullptr)
         return TRACE_RESULT(false, "%s", failure); // as the check has reported
     ExtraVisitor visitor;
-    visitor.own_files[0] = manifest;
-    visitor.own_files[1] = report;
+    visitor.manifest = manifest;
+    report_extra_search();
     ManifestLine fields;
     for (std::string_view line; !(line = shahash_next_line(file.get())).empty();)
         if (shahash_parse_line(line, &fields))

@@ -11,6 +11,7 @@ namespace {
 
 class Records : public WalkReport {
   public:
+    bool leaves_out(const char *path) override { return report_is_in(path); }
     void file(uint64_t size) override { report_file(size); }
     void skipped(const char *directory) override { report_record("skipped", directory); }
     void link(const char *path, const char *target) override {

@@ -25,8 +25,8 @@ bool check_manifest_range(const char *manifest, const char *instdir, int32_t pos
                           uint32_t start, uint32_t end);
 
 // Reports every file under the installation that the manifest does not list, other than itself and
-// the file `report` (null for none); true if there are none.
-bool find_extra_files(const char *manifest, const char *instdir, const char *report);
+// the report; true if there are none, and no directory was skipped.
+bool find_extra_files(const char *manifest, const char *instdir);
 
 // --- Division of the check into tasks
 

@@ -36,7 +36,13 @@ struct Ending {
 
 } // namespace
 
+static bool begin_report(const Options &options) {
+    return report_begin(options.report_file, manifest_path(options.manifest, options.instdir));
+}
+
 static void report_ignored(const Options &options) {
+    if (options.extra && !options.check)
+        report_error("--extra is for -c, and was ignored");
     for (const char *argument : options.ignored)
         report_error("Argument \"%s\" was ignored", argument);
 }
@@ -85,9 +91,9 @@ static Ending check(const Options &options) {
         TRACE_MESSAGE("Verification %s", passed ? "passed" : "failed");
     }
     if (options.extra && options.check)
-        passed = find_extra_files(options.manifest, options.instdir, options.report_file) && passed;
+        passed = find_extra_files(options.manifest, options.instdir) && passed;
     report_ignored(options);
-    const bool written = report_end_check(options.extra);
+    const bool written = report_end_check();
     print_verdict(passed);
     return {passed && written ? 0 : 1};
 }
@@ -114,7 +120,7 @@ int main(int argc, char **argv) {
         cleanup(1);
     }
     Ending ending = {1, "Invalid syntax for --check option"};
-    if (sound && options.report && !report_begin(options.report_file))
+    if (sound && options.report && !begin_report(options))
         ending.result = "Could not write the report";
     else if (sound)
         ending = options.generate ? generate(options) : check(options);

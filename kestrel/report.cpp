@@ -26,7 +26,9 @@ static uint64_t unchecked_count = 0;
 static uint64_t fault_counts[std::size(FAULTS)];
 static uint64_t file_count = 0;
 static uint64_t byte_count = 0;
+static bool extra_searched = false;
 static uint64_t extra_count = 0;
+static bool is_incomplete = false;
 
 static bool report_unwritten() {
     fprintf(stderr, "Cannot write report \"%s\": %s\n", str_printable(file_path).get(),
@@ -34,7 +36,19 @@ static bool report_unwritten() {
     return false;
 }
 
-bool report_begin(const char *path) {
+// Whether both lead, or would lead, to one file.
+static bool is_same(const char *path, const char *other) {
+    const OwnedString first = os_fullpath(path), second = os_fullpath(other);
+    return (host_path_style().drives ? str_icmp(first.get(), second.get())
+                                     : strcmp(first.get(), second.get())) == 0 ||
+           host_same_file(path, other);
+}
+
+bool report_begin(const char *path, const char *manifest) {
+    if (path != nullptr && is_same(path, manifest)) {
+        fputs("The report would be written over the manifest\n", stderr);
+        return false;
+    }
     file_path = path;
     stream = path != nullptr ? host_fopen(path, "w") : stdout;
     return stream != nullptr || report_unwritten();
@@ -42,6 +56,12 @@ bool report_begin(const char *path) {
 
 bool report_is_on() {
     return stream != nullptr;
+}
+
+bool report_is_in(const char *path) {
+    return stream != nullptr && file_path != nullptr &&
+           str_icmp(os_basename(file_path), os_basename(path)) == 0 &&
+           host_same_file(file_path, path);
 }
 
 // --- Records
@@ -77,6 +97,10 @@ void report_line(uint64_t number, const FaultyLine &line) {
 void report_file(uint64_t size) {
     file_count++;
     byte_count += size;
+}
+
+void report_extra_search() {
+    extra_searched = true;
 }
 
 void report_extra(const char *path) {
@@ -133,6 +157,7 @@ bool report_part(const char *path, uint64_t lines) {
             break;
     complete = complete && sscanf(text.c_str() + at, "end\t%*u\t%" SCNu64 " good,", &good) == 1 &&
                good + faults <= lines;
+    is_incomplete = is_incomplete || !complete;
     report_count(lines, lines - std::min(faults + (complete ? good : 0), lines));
     return complete;
 }
@@ -145,10 +170,14 @@ static bool end_with(uint64_t number, const std::string &text, const char *addit
     write_record("end", number, text, addition);
     FILE *const written = stream;
     stream = nullptr;
-    return written == stdout || os_close_written(written) || report_unwritten();
+    if (written != stdout && !os_close_written(written))
+        return report_unwritten();
+    if (is_incomplete)
+        fputs("The report is incomplete\n", stderr);
+    return !is_incomplete;
 }
 
-bool report_end_check(bool extra) {
+bool report_end_check() {
     uint64_t good = line_count - unchecked_count;
     std::string faults;
     for (size_t fault = 0; fault < std::size(FAULTS); fault++) {
@@ -158,7 +187,7 @@ bool report_end_check(bool extra) {
     return end_with(line_count,
                     std::to_string(good) + " good, " + faults + std::to_string(unchecked_count) +
                         " unchecked",
-                    extra ? (std::to_string(extra_count) + " extra").c_str() : nullptr);
+                    extra_searched ? (std::to_string(extra_count) + " extra").c_str() : nullptr);
 }
 
 bool report_end_generate() {

@@ -12,11 +12,14 @@
 #include <cstdint>
 
 // Begins the report in a file, or on standard output for null. False, after a message on standard
-// error, if it cannot be written.
-bool report_begin(const char *path);
+// error, if it cannot be written, or would be written over the manifest.
+bool report_begin(const char *path, const char *manifest);
 
 // Whether there is one. Nothing below does anything without.
 bool report_is_on();
+
+// Whether a path leads to the report's own file.
+bool report_is_in(const char *path);
 
 // A line that does not verify; the first line of the manifest is number 1.
 void report_line(uint64_t number, const FaultyLine &line);
@@ -27,7 +30,8 @@ const char *report_error(const char *format, ...) PRINTF_LIKE(1, 2);
 // A file of a new manifest; its size is in bytes.
 void report_file(uint64_t size);
 
-// A file that the manifest does not list.
+// That files are looked for which the manifest does not list; one of these.
+void report_extra_search();
 void report_extra(const char *path);
 
 // Anything else.
@@ -36,14 +40,14 @@ void report_record(const char *kind, const char *text, const char *reason = null
 // That so many lines were to be checked, and how many of them were not.
 void report_count(uint64_t lines, uint64_t unchecked = 0);
 
-// Appends the report that a task has written about so many lines. False if it is incomplete; the
-// lines that have no record then count as unchecked.
+// Appends the report that a task has written about so many lines. False if it is incomplete: the
+// lines that have no record then count as unchecked, and so is the whole report.
 bool report_part(const char *path, uint64_t lines);
 
-// Writes the last record: what became of the lines, with `extra` also how many files are extra; or
-// the files and bytes of a new manifest. False, after a message on standard error, if the report's
-// file could not be written to its end.
-bool report_end_check(bool extra);
+// Writes the last record: what became of the lines; or the files and bytes of a new manifest.
+// False, after a message on standard error, if the report is incomplete or could not be written to
+// its end.
+bool report_end_check();
 bool report_end_generate();
 
 #endif

@@ -1,5 +1,6 @@
 #include "manifest/linecheck.h"
 
+#include "host/trace.h"
 #include "platform/osdep.h"
 
 #include <cerrno>
@@ -33,8 +34,10 @@ static bool is_missing(const FileDigest &result) {
 }
 
 bool LineCheck::judge(const char *path, FaultyLine line, const FileDigest &result) {
-    if (result.outcome == OpenOutcome::refused && purpose == CheckFor::verdict)
+    if (result.outcome == OpenOutcome::refused && purpose == CheckFor::verdict) {
+        TRACE_MESSAGE("Cannot read file \"%s\": %s", path, file_reason(result.reason));
         shahash_fatal_cannot_open(path);
+    }
     if (result.outcome == OpenOutcome::opened)
         line.fault = LineFault::different;
     else if (line.fault == LineFault::missing && !is_missing(result))

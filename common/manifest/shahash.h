@@ -63,6 +63,7 @@ void shahash_free_entries(Vector *entries);
 class WalkReport {
   public:
     virtual ~WalkReport() = default;
+    virtual bool leaves_out(const char *path) = 0;               // a file that is not to be listed
     virtual void file(uint64_t size) = 0;                        // in bytes
     virtual void skipped(const char *directory) = 0;             // which this user may not list
     virtual void link(const char *path, const char *target) = 0; // which is outside of the tree

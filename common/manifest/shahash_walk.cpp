@@ -1,6 +1,7 @@
 // The walk of a tree for its manifest.
 #include "manifest/shahash.h"
 
+#include "host/trace.h"
 #include "manifest/filedigests.h"
 #include "manifest/treewalk.h"
 #include "platform/osdep.h"
@@ -28,6 +29,8 @@ class ManifestVisitor : public TreeVisitor {
     }
 
     bool file(const char *path, OwnedString listed, const HostStat *found) override {
+        if (report != nullptr && report->leaves_out(path))
+            return true;
         if (report != nullptr && found != nullptr)
             report->file(found->size);
         return digests.add(path, std::move(listed), found);
@@ -50,6 +53,7 @@ class ManifestVisitor : public TreeVisitor {
 
     bool unlisted(const char *path, const char *listed) override {
         const int reason = errno;
+        TRACE_MESSAGE("Cannot read directory \"%s\": %s", path, file_reason(reason));
         if (!goes_on())
             shahash_complain("Cannot read directory \"%s\"", str_printable(path).get());
         else
@@ -97,6 +101,7 @@ void ManifestVisitor::report_link(const char *path, const char *listed) const {
 
 bool ManifestVisitor::receive(const char *path, OwnedString listed, const FileDigest &result) {
     if (result.outcome != OpenOutcome::opened) {
+        TRACE_MESSAGE("Cannot read file \"%s\": %s", path, file_reason(result.reason));
         if (report == nullptr)
             shahash_fatal_cannot_open(path);
         complete = false;

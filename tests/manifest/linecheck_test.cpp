@@ -7,6 +7,9 @@
 #include <gtest/gtest.h>
 #include <vector>
 
+static const char *const KINDS[] = {" different ", " missing ", " unreadable ", " malformed ",
+                                    " outside "};
+
 // Each fault in its turn, although the first file takes longer than all others, and up to where the
 // receiver ends the check; what follows that is not even looked for.
 TEST(LineCheck, FaultsComeInTheOrderOfTheLines) {
@@ -22,12 +25,14 @@ TEST(LineCheck, FaultsComeInTheOrderOfTheLines) {
                                  digest + " *.\\missing\n",
                                  digest + " *.\\sub\\..\\..\\empty",
                                  "0" + digest + " *.\\empty\n"};
-    const std::vector<std::string> faults = {"malformed", empty, ".\\missing",
-                                             ".\\sub\\..\\..\\empty", ".\\empty"};
+    const std::vector<std::string> faults = {
+        "1 malformed malformed", "3 outside " + empty, "4 missing .\\missing",
+        "5 outside .\\sub\\..\\..\\empty", "6 different .\\empty"};
     for (size_t end = 1; end <= faults.size() + 1; end++) {
         std::vector<std::string> found;
-        LineCheck check([&](const ManifestLine &line, LineFault fault) {
-            found.push_back(fault == LineFault::malformed ? "malformed" : line.path);
+        LineCheck check([&](const FaultyLine &faulty) {
+            found.push_back(std::to_string(faulty.number) +
+                            KINDS[static_cast<size_t>(faulty.fault)] + faulty.line.path);
             return found.size() < end;
         });
         for (const std::string &line : lines)

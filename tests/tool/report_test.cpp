@@ -113,6 +113,13 @@ TEST(KestrelReport, SaysWhyNothingWasChecked) {
     const Outcome unwritten = inst.run({"-c", "--report=" + inst.tree});
     EXPECT_EQ(unwritten.status, 1);
     EXPECT_TRUE(unwritten.err.starts_with("Cannot write report \"")) << unwritten;
+    const std::string manifest = read_file(inst.manifest);
+    const std::string detour =
+        inst.tree + host_path_style().separator + ".." + host_path_style().separator + "manifest";
+    for (const char *mode : {"-c", "-g"})
+        EXPECT_EQ(inst.run({mode, "--report=" + detour}),
+                  (Outcome{1, "", "The report would be written over the manifest\n"}));
+    EXPECT_EQ(read_file(inst.manifest), manifest);
 }
 
 TEST(KestrelReport, ExtraFilesFail) {
@@ -137,6 +144,8 @@ TEST(KestrelReport, ExtraFilesFail) {
     expect(true, {end + "\t0 extra"});
     inst.add(native("sub/x"), "x");
     expect(false, {"extra\t0\t.\\sub\\x", end + "\t1 extra"});
+    EXPECT_EQ(inst.run({"--check=0,0,2", "--extra"}),
+              (Outcome{0, "error\t0\t--extra is for -c, and was ignored\n" + end + "\n", ""}));
     if (host_path_style().drives)
         return;
     inst.add("y ", "y");
@@ -158,6 +167,10 @@ TEST(KestrelReport, GenerationNamesEveryProblem) {
     };
     EXPECT_EQ(records(0),
               (Lines{"Manifest file successfully created", "end\t3\t3 files, 3 bytes"}));
+    const std::string inside = native_join(inst.tree.c_str(), "report");
+    EXPECT_EQ(inst.run({"-g", "--report=" + inside}), inst.generated());
+    EXPECT_EQ(inst.check(1), inst.verdict(true)) << "a report in the tree is not listed";
+    host_remove(inside.c_str());
     if (!make_link(outside, native_join(inst.tree.c_str(), "out"), false) ||
         !make_link("f1", native_join(inst.tree.c_str(), "in"), false))
         GTEST_SKIP() << "no links here";
@@ -204,10 +217,10 @@ TEST(KestrelReport, PartsThatAreIncompleteAreNotPassedOver) {
         const std::string part = scratch.write("part", c.part), path = scratch.path("report");
         // The counts are the process's.
         const auto run = [&] {
-            const bool begun = report_begin(path.c_str());
+            const bool begun = report_begin(path.c_str(), "m");
             const bool complete = report_part(part.c_str(), 5);
-            const bool ended = report_end_check(false);
-            exit(begun && ended && complete == c.complete ? 0 : 1);
+            const bool ended = report_end_check();
+            exit(begun && ended == complete && complete == c.complete ? 0 : 1);
         };
         EXPECT_EXIT(run(), testing::ExitedWithCode(0), "") << c.part;
         EXPECT_EQ(split(read_file(path)),
