@@ -40,9 +40,9 @@ static std::string in_units(uint64_t bytes) {
 }
 
 static std::string time_left(double seconds) {
-    const auto whole = static_cast<uint64_t>(seconds + 0.5);
-    return whole < 120 ? std::to_string(whole) + " s left"
-                       : std::to_string((whole + 30) / 60) + " min left";
+    return str_format(seconds < 120 ? "%.0f s left" : "%.0f min left",
+                      seconds < 120 ? seconds : seconds / 60)
+        .get();
 }
 
 std::string progress_line(const ProgressCounts &counts, uint64_t total, double seconds) {
