@@ -281,9 +281,9 @@ static bool run_tasks(const TaskSetting &setting, uint32_t lines, uint32_t tasks
         if (has_lines(range, lines)) {
             parts.push_back(new_part());
             handles[i] = start_task(setting, *positions++, range, parts.back().get());
+            const char *reason = strerror(errno);
             if (handles[i] == 0)
-                report_error("%s could not be started: %s", name_of(i, range, lines),
-                             strerror(errno));
+                report_error("%s could not be started: %s", name_of(i, range, lines), reason);
         }
         TRACE_MESSAGE("got proc id %lld\n", static_cast<long long>(handles[i]));
     }

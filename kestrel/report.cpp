@@ -16,8 +16,8 @@
 static constexpr std::string_view FAULTS[] = {"different", "missing", "unreadable", "malformed",
                                               "outside"};
 
-// A malformed line can be of any length.
-static constexpr size_t TEXT_LIMIT = 1000;
+// So much is shown of a malformed line, which can be of any length.
+static constexpr size_t MALFORMED_LIMIT = 1000;
 
 static FILE *stream = nullptr;
 static const char *file_path = nullptr; // null for standard output
@@ -66,21 +66,17 @@ bool report_is_in(const char *path) {
 
 // --- Records
 
-static std::string printable(std::string text) {
-    if (text.size() > TEXT_LIMIT)
-        text.replace(TEXT_LIMIT, text.npos, "...");
-    return str_printable(text.c_str()).get();
-}
-
-static void write_record(std::string_view kind, uint64_t line, const std::string &text,
+static void write_record(std::string_view kind, uint64_t line, const char *text,
                          const char *reason) {
     if (stream == nullptr)
         return;
     if (stream == stdout)
         progress_wipe();
-    const std::string last = reason != nullptr ? "\t" + printable(reason) : "";
-    fprintf(stream, "%.*s\t%" PRIu64 "\t%s%s\n", static_cast<int>(kind.size()), kind.data(), line,
-            printable(text).c_str(), last.c_str());
+    fprintf(stream, "%.*s\t%" PRIu64 "\t%s", static_cast<int>(kind.size()), kind.data(), line,
+            str_printable(text).get());
+    if (reason != nullptr)
+        fprintf(stream, "\t%s", str_printable(reason).get());
+    putc('\n', stream);
 }
 
 void report_record(const char *kind, const char *text, const char *reason) {
@@ -90,7 +86,10 @@ void report_record(const char *kind, const char *text, const char *reason) {
 void report_line(uint64_t number, const FaultyLine &line) {
     const auto fault = static_cast<size_t>(line.fault);
     fault_counts[fault]++;
-    write_record(FAULTS[fault], number, line.line.path,
+    std::string text = line.line.path;
+    if (line.fault == LineFault::malformed && text.size() > MALFORMED_LIMIT)
+        text.replace(MALFORMED_LIMIT, text.npos, "...");
+    write_record(FAULTS[fault], number, text.c_str(),
                  line.fault == LineFault::unreadable ? file_reason(line.reason) : nullptr);
 }
 
@@ -167,13 +166,13 @@ bool report_part(const char *path, uint64_t lines) {
 static bool end_with(uint64_t number, const std::string &text, const char *addition) {
     if (stream == nullptr)
         return true;
-    write_record("end", number, text, addition);
+    write_record("end", number, text.c_str(), addition);
     FILE *const written = stream;
     stream = nullptr;
     if (written != stdout && !os_close_written(written))
         return report_unwritten();
     if (is_incomplete)
-        fputs("The report is incomplete\n", stderr);
+        fputs("The report does not cover every line\n", stderr);
     return !is_incomplete;
 }
 

@@ -82,7 +82,7 @@ TEST_F(KestrelSystem, Circumstances) {
         {"exec >/dev/full", {"-c", "--report"}, unprinted},
         {"export TEMP=/proc/none",
          {"-c", "--tasks=2", "--report=report"},
-         {1, inst.verdict(true).out, "The report is incomplete\n"}},
+         {1, inst.verdict(true).out, "The report does not cover every line\n"}},
         {"cd .",
          {"-c", "--tasks=2", "--report=/dev/full"},
          {1, inst.verdict(true).out,
@@ -152,7 +152,7 @@ TEST_F(KestrelSystem, WhatHappensDuringACheckFailsIt) {
         const std::string script =
             "rm -f log; [ -e manifest ] || mv m manifest\n" + wait + change + ") &";
         Outcome expected = inst.verdict(false);
-        expected.err = change == kill ? "The report is incomplete\n" : "";
+        expected.err = change == kill ? "The report does not cover every line\n" : "";
         EXPECT_EQ(inst.run({"-c", tasks, "--zvdebug=on,out:" + log, "--report=" + report}, script),
                   expected)
             << change;
