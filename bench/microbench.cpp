@@ -2,7 +2,7 @@
 #include "containers/hash.h"
 #include "containers/stringcache.h"
 #include "digest/sha256.h"
-#include "digest/sha256_blocks.h"
+#include "digest/sha256_kernel.h"
 #include "host/osdep_host.h"
 
 #include <algorithm>
@@ -32,35 +32,33 @@ static void Digest(benchmark::State &state) {
 }
 BENCHMARK(Digest)->Arg(1 << 10)->Arg(1 << 14)->Arg(1 << 20);
 
-static void DigestTwoLanes(benchmark::State &state) {
-    const std::vector<uint8_t> first(static_cast<size_t>(state.range(0)), 'k'), second = first;
-    for (auto _ : state) {
-        Sha256Context ctx[2];
-        uint8_t digest[SHA256_DIGEST_SIZE];
-        Sha256Context *const contexts[2] = {&ctx[0], &ctx[1]};
-        const uint8_t *const blocks[2] = {first.data(), second.data()};
-        for (Sha256Context *context : contexts)
-            sha256_init(context);
-        sha256_update_pair(contexts, blocks, first.size() / SHA256_BLOCK_SIZE);
-        for (Sha256Context *context : contexts) {
-            sha256_final(context, digest);
-            benchmark::DoNotOptimize(digest);
-        }
+// Each kernel with a message in every lane. They lie a few odd cache lines apart, because at a
+// multiple of 4 KiB they would evict each other from the first cache.
+static void Kernel(benchmark::State &state, const Sha256Kernel *kernel) {
+    const auto size = static_cast<size_t>(state.range(0));
+    const size_t distance = size + 3 * SHA256_BLOCK_SIZE;
+    const std::vector<uint8_t> messages(kernel->lanes * distance, 'k');
+    std::vector<uint32_t> words(8 * kernel->lanes);
+    std::vector<uint32_t *> states;
+    std::vector<const uint8_t *> blocks;
+    for (size_t lane = 0; lane < kernel->lanes; lane++) {
+        states.push_back(&words[8 * lane]);
+        blocks.push_back(&messages[lane * distance]);
     }
-    count_bytes(state, 2 * state.range(0));
+    for (auto _ : state) {
+        kernel->compress(states.data(), blocks.data(), size / SHA256_BLOCK_SIZE);
+        benchmark::DoNotOptimize(words.data());
+    }
+    count_bytes(state, state.range(0) * static_cast<int64_t>(kernel->lanes));
 }
-BENCHMARK(DigestTwoLanes)->Arg(1 << 10)->Arg(1 << 14)->Arg(1 << 20);
 
-static void DigestPortable(benchmark::State &state) {
-    const std::vector<uint8_t> message(static_cast<size_t>(state.range(0)), 'k');
-    uint32_t words[8] = {};
-    for (auto _ : state) {
-        sha256_blocks_portable(words, message.data(), message.size() / SHA256_BLOCK_SIZE);
-        benchmark::DoNotOptimize(words);
-    }
-    count_bytes(state, state.range(0));
-}
-BENCHMARK(DigestPortable)->Arg(1 << 14);
+static const bool registered = [] {
+    for (const Sha256Kernel *kernel : sha256_kernels())
+        benchmark::RegisterBenchmark((std::string("Kernel/") + kernel->name).c_str(), Kernel,
+                                     kernel)
+            ->Arg(1 << 14);
+    return true;
+}();
 
 // --- Strings and tables, with a number of entries, each like a path in a manifest
 

@@ -1,10 +1,12 @@
 #include "digest/sha256.h"
 
 #include "digest/blockhash.h"
-#include "digest/sha256_blocks.h"
+#include "digest/sha256_kernel.h"
 
+#include <algorithm>
 #include <bit>
 #include <cassert>
+#include <vector>
 
 alignas(16) const uint32_t sha256_k[64] = {
     0x428a2f98, 0x71374491, 0xb5c0fbcf, 0xe9b5dba5, 0x3956c25b, 0x59f111f1, 0x923f82a4, 0xab1c5ed5,
@@ -17,7 +19,10 @@ alignas(16) const uint32_t sha256_k[64] = {
     0x748f82ee, 0x78a5636f, 0x84c87814, 0x8cc70208, 0x90befffa, 0xa4506ceb, 0xbef9a3f7, 0xc67178f2};
 
 // FIPS 180-4, section 6.2.2, with the message schedule kept as a ring of 16 words.
-void sha256_blocks_portable(uint32_t state[8], const uint8_t *blocks, size_t count) {
+static void compress_portable(uint32_t *const *states, const uint8_t *const *messages,
+                              size_t count) {
+    uint32_t *const state = states[0];
+    const uint8_t *blocks = messages[0];
     for (; count > 0; count--, blocks += SHA256_BLOCK_SIZE) {
         uint32_t w[16];
         for (size_t t = 0; t < 16; t++)
@@ -45,36 +50,74 @@ void sha256_blocks_portable(uint32_t state[8], const uint8_t *blocks, size_t cou
     }
 }
 
-void sha256_pair_portable(uint32_t *const states[2], const uint8_t *const blocks[2], size_t count) {
-    sha256_blocks_portable(states[0], blocks[0], count);
-    sha256_blocks_portable(states[1], blocks[1], count);
+// --- The choice of a kernel
+
+static bool always() {
+    return true;
 }
 
-// Both point to a chooser at first, which replaces them by the best implementations.
-static void choose_blocks(uint32_t state[8], const uint8_t *blocks, size_t count);
-static void choose_pair(uint32_t *const states[2], const uint8_t *const blocks[2], size_t count);
-static Sha256BlocksFn compress_blocks = choose_blocks;
-static Sha256PairFn compress_pair = choose_pair;
+static constexpr Sha256Kernel PORTABLE = {"portable", 1, 100, always, compress_portable};
 
-static void choose() {
-    const Sha256BlocksFn blocks = sha256_blocks_native();
-    const Sha256PairFn pair = sha256_pair_native();
-    compress_blocks = blocks != nullptr ? blocks : sha256_blocks_portable;
-    compress_pair = pair != nullptr ? pair : sha256_pair_portable;
+namespace {
+
+// Asks the processor once.
+struct Kernels {
+    std::vector<const Sha256Kernel *> supported = {&PORTABLE};
+    const Sha256Kernel *best[SHA256_MOST_LANES + 1]; // by the number of messages
+    const Sha256Kernel *forced = nullptr;
+
+    Kernels() {
+        for (const Sha256Kernel &kernel : sha256_family_kernels())
+            if (kernel.is_supported())
+                supported.push_back(&kernel);
+        for (size_t messages = 0; messages <= SHA256_MOST_LANES; messages++)
+            best[messages] =
+                *std::min_element(supported.begin(), supported.end(),
+                                  [messages](const Sha256Kernel *a, const Sha256Kernel *b) {
+                                      return a->cost * std::min(messages, b->lanes) <
+                                             b->cost * std::min(messages, a->lanes);
+                                  });
+    }
+};
+
+} // namespace
+
+static Kernels &kernels() {
+    static Kernels all;
+    return all;
 }
 
-static void choose_blocks(uint32_t state[8], const uint8_t *blocks, size_t count) {
-    choose();
-    compress_blocks(state, blocks, count);
+std::span<const Sha256Kernel *const> sha256_kernels() {
+    return kernels().supported;
 }
 
-static void choose_pair(uint32_t *const states[2], const uint8_t *const blocks[2], size_t count) {
-    choose();
-    compress_pair(states, blocks, count);
+const Sha256Kernel &sha256_kernel_for(size_t messages) {
+    const Kernels &all = kernels();
+    return all.forced != nullptr ? *all.forced : *all.best[std::min(messages, SHA256_MOST_LANES)];
+}
+
+void sha256_force_kernel(const Sha256Kernel *kernel) {
+    kernels().forced = kernel;
+}
+
+// --- The digest
+
+// At most as many messages as the kernel has lanes; the others compress the last message's blocks
+// into a state that nobody reads.
+static void compress_some(const Sha256Kernel &kernel, Sha256Context *const *contexts,
+                          const uint8_t *const *blocks, size_t messages, size_t count) {
+    uint32_t idle[8] = {};
+    uint32_t *states[SHA256_MOST_LANES];
+    const uint8_t *next[SHA256_MOST_LANES];
+    for (size_t lane = 0; lane < kernel.lanes; lane++) {
+        states[lane] = lane < messages ? contexts[lane]->state : idle;
+        next[lane] = blocks[std::min(lane, messages - 1)];
+    }
+    kernel.compress(states, next, count);
 }
 
 static void compress(Sha256Context *ctx, const uint8_t *blocks, size_t count) {
-    compress_blocks(ctx->state, blocks, count);
+    compress_some(sha256_kernel_for(1), &ctx, &blocks, 1, count);
 }
 
 void sha256_init(Sha256Context *ctx) {
@@ -89,13 +132,18 @@ void sha256_update(Sha256Context *ctx, const void *bytes, size_t length) {
     blockhash_update(ctx, static_cast<const uint8_t *>(bytes), length, compress);
 }
 
-void sha256_update_pair(Sha256Context *const contexts[2], const uint8_t *const blocks[2],
-                        size_t count) {
-    assert(contexts[0]->datalen == 0 && contexts[1]->datalen == 0);
-    uint32_t *const states[2] = {contexts[0]->state, contexts[1]->state};
-    compress_pair(states, blocks, count);
-    for (Sha256Context *ctx : {contexts[0], contexts[1]})
-        ctx->bitlen += 8 * SHA256_BLOCK_SIZE * uint64_t{count};
+void sha256_update_many(Sha256Context *const *contexts, const uint8_t *const *blocks,
+                        size_t messages, size_t count) {
+    for (size_t done = 0; done < messages;) {
+        const Sha256Kernel &kernel = sha256_kernel_for(messages - done);
+        const size_t some = std::min(messages - done, kernel.lanes);
+        compress_some(kernel, contexts + done, blocks + done, some, count);
+        done += some;
+    }
+    for (size_t i = 0; i < messages; i++) {
+        assert(contexts[i]->datalen == 0);
+        contexts[i]->bitlen += 8 * SHA256_BLOCK_SIZE * uint64_t{count};
+    }
 }
 
 void sha256_final(Sha256Context *ctx, uint8_t *digest) {

@@ -18,10 +18,10 @@ struct Sha256Context {
 void sha256_init(Sha256Context *ctx);
 void sha256_update(Sha256Context *ctx, const void *bytes, size_t length);
 
-// Adds `count` whole blocks to each of two contexts, which must hold no part of a block. On
-// processors with instructions for SHA-256 this takes little longer than one of them alone.
-void sha256_update_pair(Sha256Context *const contexts[2], const uint8_t *const blocks[2],
-                        size_t count);
+// Adds `count` whole blocks to each of so many contexts, which must hold no part of a block. On
+// most processors this takes far less time than one after the other.
+void sha256_update_many(Sha256Context *const *contexts, const uint8_t *const *blocks,
+                        size_t messages, size_t count);
 
 // Pads, and writes SHA256_DIGEST_SIZE bytes. The context is spent.
 void sha256_final(Sha256Context *ctx, uint8_t *digest);

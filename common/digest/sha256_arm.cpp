@@ -1,6 +1,6 @@
 // SHA-256 with the SHA-2 instructions of ARMv8 (64-bit, Linux). Built with those allowed; run only
 // where the system reports them.
-#include "digest/sha256_blocks.h"
+#include "digest/sha256_lanes.h"
 
 #include <arm_neon.h>
 #include <asm/hwcap.h>
@@ -62,22 +62,21 @@ static void compress_lanes(uint32_t *const *states, const uint8_t *const *blocks
     }
 }
 
-static void blocks_sha2(uint32_t state[8], const uint8_t *blocks, size_t count) {
-    compress_lanes<1>(&state, &blocks, count);
-}
-
-static void pair_sha2(uint32_t *const states[2], const uint8_t *const blocks[2], size_t count) {
-    compress_lanes<2>(states, blocks, count);
-}
-
 static bool has_sha2() {
     return (getauxval(AT_HWCAP) & HWCAP_SHA2) != 0;
 }
 
-Sha256BlocksFn sha256_blocks_native() {
-    return has_sha2() ? blocks_sha2 : nullptr;
+static bool always() {
+    return true;
 }
 
-Sha256PairFn sha256_pair_native() {
-    return has_sha2() ? pair_sha2 : nullptr;
+// The costs are estimates.
+static constexpr Sha256Kernel KERNELS[] = {
+    {"neon", 4, 254, always, sha256_compress_neon},
+    {"sha2", 1, 25, has_sha2, compress_lanes<1>},
+    {"sha2-pair", 2, 26, has_sha2, compress_lanes<2>},
+};
+
+std::span<const Sha256Kernel> sha256_family_kernels() {
+    return KERNELS;
 }

@@ -1,10 +1,6 @@
-// SHA-256 on processors without an implementation of their own.
-#include "digest/sha256_blocks.h"
+// SHA-256 on processors without kernels of their own.
+#include "digest/sha256_kernel.h"
 
-Sha256BlocksFn sha256_blocks_native() {
-    return nullptr;
-}
-
-Sha256PairFn sha256_pair_native() {
-    return nullptr;
+std::span<const Sha256Kernel> sha256_family_kernels() {
+    return {};
 }

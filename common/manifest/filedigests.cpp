@@ -122,7 +122,7 @@ void FileHasher::hash_pair(size_t blocks) {
         return;
     Sha256Context *const contexts[2] = {&lanes[0].ctx, &lanes[1].ctx};
     const uint8_t *const bytes[2] = {lanes[0].next, lanes[1].next};
-    sha256_update_pair(contexts, bytes, blocks);
+    sha256_update_many(contexts, bytes, 2, blocks);
     for (Lane &lane : lanes) {
         lane.next += blocks * SHA256_BLOCK_SIZE;
         lane.left -= blocks * SHA256_BLOCK_SIZE;

@@ -1,7 +1,7 @@
 #include "base/xalloc.h"
 #include "digest/sha1.h"
 #include "digest/sha256.h"
-#include "digest/sha256_blocks.h"
+#include "digest/sha256_kernel.h"
 #include "support/noise.h"
 
 #include <algorithm>
@@ -108,39 +108,79 @@ TEST(Sha, PiecesMakeNoDifference) {
 TEST(Sha, InstructionsOfTheProcessorAreFound) {
     std::ifstream cpuinfo("/proc/cpuinfo");
     const std::set<std::string> words{std::istream_iterator<std::string>(cpuinfo), {}};
-    if (!words.contains("sha_ni") && !words.contains("sha2"))
-        GTEST_SKIP() << "the system names none";
-    EXPECT_NE(sha256_blocks_native(), nullptr);
-    EXPECT_NE(sha256_pair_native(), nullptr);
+    std::set<std::string> names;
+    for (const Sha256Kernel *kernel : sha256_kernels())
+        names.insert(kernel->name);
+    for (const auto &[word, name] : {std::pair("sha_ni", "sha-pair"),
+                                     {"sha2", "sha2-pair"},
+                                     {"avx2", "avx2"},
+                                     {"avx512bw", "avx512"}})
+        EXPECT_EQ(names.contains(name), words.contains(word) || words.empty()) << name;
 }
 
-// Every way to compress two runs of blocks, whose bytes and states need not be aligned.
-TEST(Sha, AllImplementationsDoWhatThePortableOneDoes) {
-    const auto one_by_one = [](uint32_t *const states[2], const uint8_t *const blocks[2],
-                               size_t count) {
-        for (const int i : {0, 1})
-            sha256_blocks_native()(states[i], blocks[i], count);
-    };
-    const bool native = sha256_blocks_native() != nullptr;
+// Messages that are as long as each other, at any place in memory, in every number of lanes.
+TEST(Sha, EveryKernelDoesWhatThePortableOneDoes) {
+    constexpr size_t MOST = SHA256_MOST_LANES;
+    const Sha256Kernel &portable = *sha256_kernels()[0];
     Random random(3);
-    for (const size_t count : {0u, 1u, 2u, 3u, 16u, 257u})
-        for (const size_t offset : {0u, 1u, 7u}) {
-            const auto bytes = noise<std::vector<uint8_t>>(offset + 128 * count, 3);
-            const uint8_t *const first = bytes.data() + offset, *const second = first + 64 * count;
-            const uint8_t *const blocks[2] = {first, second};
-            std::array<uint32_t, 17> before;
-            std::generate(before.begin(), before.end(), std::ref(random));
-            auto expected = before;
-            sha256_blocks_portable(&expected[1], first, count);
-            sha256_blocks_portable(&expected[9], second, count);
-            for (const Sha256PairFn pair :
-                 {sha256_pair_portable, sha256_pair_native(), native ? +one_by_one : nullptr}) {
-                alignas(16) auto words = before;
-                uint32_t *const states[2] = {&words[1], &words[9]};
-                if (pair != nullptr) // or this processor has no instructions for it
-                    pair(states, blocks, count);
-                EXPECT_TRUE(words == expected || pair == nullptr)
-                    << count << " blocks at " << offset;
+    for (const Sha256Kernel *kernel : sha256_kernels())
+        for (const size_t count : {0u, 1u, 2u, 3u, 17u})
+            for (const size_t offset : {0u, 1u, 7u}) {
+                const auto bytes =
+                    noise<std::vector<uint8_t>>(offset + SHA256_BLOCK_SIZE * count * MOST, 3);
+                std::array<uint32_t, 8 * MOST + 1> words;
+                std::generate(words.begin(), words.end(), std::ref(random));
+                auto expected = words;
+                uint32_t *states[MOST];
+                const uint8_t *blocks[MOST];
+                for (size_t lane = 0; lane < kernel->lanes; lane++) {
+                    blocks[lane] = bytes.data() + offset + SHA256_BLOCK_SIZE * count * lane;
+                    states[lane] = &words[1 + 8 * lane];
+                    uint32_t *const state = &expected[1 + 8 * lane];
+                    portable.compress(&state, &blocks[lane], count);
+                }
+                kernel->compress(states, blocks, count);
+                EXPECT_EQ(words, expected) << kernel->name << ", " << count << ", " << offset;
+            }
+}
+
+// Any number of messages, with every kernel and the choice among them.
+TEST(Sha, ManyMessagesAreLikeEachAlone) {
+    constexpr size_t MOST = 2 * SHA256_MOST_LANES + 3;
+    const auto bytes = noise<std::vector<uint8_t>>(MOST * 3 * SHA256_BLOCK_SIZE, 5);
+    std::vector<const Sha256Kernel *> forced(sha256_kernels().begin(), sha256_kernels().end());
+    forced.push_back(nullptr);
+    for (const Sha256Kernel *kernel : forced)
+        for (size_t messages = 0; messages <= MOST; messages++) {
+            Sha256Context contexts[MOST], *pointers[MOST];
+            const uint8_t *blocks[MOST];
+            for (size_t i = 0; i < MOST; i++) {
+                sha256_init(pointers[i] = &contexts[i]);
+                blocks[i] = bytes.data() + i * 3 * SHA256_BLOCK_SIZE;
+            }
+            sha256_force_kernel(kernel);
+            sha256_update_many(pointers, blocks, messages, 3);
+            sha256_force_kernel(nullptr);
+            for (size_t i = 0; i < MOST; i++) {
+                uint8_t got[SHA256_DIGEST_SIZE], expected[SHA256_DIGEST_SIZE];
+                Sha256Context alone;
+                sha256_init(&alone);
+                sha256_update(&alone, blocks[i], i < messages ? 3 * SHA256_BLOCK_SIZE : 0);
+                sha256_final(&alone, expected);
+                sha256_final(&contexts[i], got);
+                EXPECT_TRUE(std::equal(got, std::end(got), expected)) << messages << ", " << i;
             }
         }
+}
+
+// By the cost of each message: idle lanes cost as much as busy ones.
+TEST(Sha, TheCheapestKernelIsChosen) {
+    for (size_t messages = 1; messages <= SHA256_MOST_LANES + 1; messages++) {
+        const auto cost = [messages](const Sha256Kernel &kernel) {
+            return static_cast<double>(kernel.cost) /
+                   static_cast<double>(std::min(messages, kernel.lanes));
+        };
+        for (const Sha256Kernel *kernel : sha256_kernels())
+            EXPECT_LE(cost(sha256_kernel_for(messages)), cost(*kernel)) << kernel->name;
+    }
 }

@@ -21,7 +21,7 @@ TEST(FileDigests, PairsAreChosenAndCounted) {
         sha256_init(context);
         context->bitlen = 0xfffffe00;
     }
-    sha256_update_pair(contexts, blocks, 1);
+    sha256_update_many(contexts, blocks, 2, 1);
     sha256_update(&alone, message.data(), message.size());
     for (const Sha256Context &context : pair) {
         EXPECT_TRUE(std::equal(context.state, std::end(context.state), alone.state));
