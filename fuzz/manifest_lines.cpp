@@ -13,8 +13,8 @@
 #include <vector>
 
 // Every file holds its own name.
-static const std::set<std::string> files = {"/a", "/b", "/B", "/*s", "/x y", "/d/a", "/d/e/\xff"};
-static const std::set<std::string> directories = {"", "/d", "/d/e"};
+static const std::set<std::string> FILES = {"/a", "/b", "/B", "/*s", "/x y", "/d/a", "/d/e/\xff"};
+static const std::set<std::string> DIRECTORIES = {"", "/d", "/d/e"};
 
 namespace {
 
@@ -29,9 +29,9 @@ struct World {
     World() {
         verbose = 0;
         scratch.write("b", "/b"); // as in the tree, but outside
-        for (const std::string &name : directories)
+        for (const std::string &name : DIRECTORIES)
             host_mkdir((tree + name).c_str());
-        for (const std::string &name : files) {
+        for (const std::string &name : FILES) {
             digests[name] = sha256_file_hex(scratch.write(("tree" + name).c_str(), name).c_str());
             pieces.insert(pieces.end(), {digests[name], digests[name] + " *." + name + "\n"});
         }
@@ -50,7 +50,7 @@ static std::optional<std::string> place_of(std::string path) {
     std::replace(path.begin(), path.end(), '\\', '/');
     for (size_t start = 0; start <= path.size(); start += component.size() + 1) {
         component = path.substr(start, path.find('/', start) - start);
-        missing = missing || !directories.contains(place);
+        missing = missing || !DIRECTORIES.contains(place);
         if (component == ".." && place.empty())
             return {};
         if (component == "..")
@@ -61,7 +61,7 @@ static std::optional<std::string> place_of(std::string path) {
     return missing ? "" : place;
 }
 
-constexpr size_t LINE_LIMIT = 1 << 20; // bytes, line end included
+static constexpr size_t LINE_LIMIT = 1 << 20; // bytes, line end included
 static std::optional<LineFault> fault_of(const World &world, const std::string &line) {
     const size_t space = line.find(' ');
     if (line.size() > LINE_LIMIT || space == line.npos || line.find('\0') != line.npos)
