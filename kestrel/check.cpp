@@ -169,12 +169,7 @@ ProcessHandle runProgram(const char *exe, Vector *args) {
 
 // Without separators at the end, which would escape the quote that may follow.
 static const char *without_end_separators(const char *directory) {
-    const PathStyle &style = host_path_style();
-    size_t length = strlen(directory);
-    while (length > 1 && path_is_separator(style, directory[length - 1]) &&
-           !(style.drives && directory[length - 2] == ':'))
-        length--;
-    return sc_ncopy(directory, length);
+    return sc_ncopy(directory, path_trimmed_length(host_path_style(), directory));
 }
 
 namespace {

@@ -358,7 +358,7 @@ void host_copy_mode(const char *from, const char *to) {
 OwnedString host_resolve_links(const char *path) {
     constexpr int LONGEST_CHAIN = 40; // as the kernel's
     std::string resolved = path;
-    for (int i = 0; i < LONGEST_CHAIN; ++i) {
+    for (int i = 0; i < LONGEST_CHAIN; i++) {
         const OwnedString target = read_link(resolved.c_str());
         if (target == nullptr)
             break;

@@ -561,9 +561,9 @@ HostLock host_lock(const char *path) {
     if (directory == nullptr ||
         !host_file_identity(str_concat(directory.get(), "\\").get(), &identity))
         return -1;
-    const OwnedString name =
-        str_format("Global\\kestrel-%llx-%llx", static_cast<unsigned long long>(identity.volume),
-                   static_cast<unsigned long long>(identity.file));
+    const OwnedString name = str_format("Global\\%s-%llx-%llx", host_tool_name,
+                                        static_cast<unsigned long long>(identity.volume),
+                                        static_cast<unsigned long long>(identity.file));
     const HANDLE mutex = CreateMutexA(nullptr, FALSE, name.get());
     if (mutex == nullptr)
         return -1;

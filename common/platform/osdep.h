@@ -23,7 +23,7 @@ OwnedString os_progpath();
 const char *os_osname();
 OwnedString os_hostname(); // "localhost"
 
-// Bit 0x10000 marks the drive-letter and backslash path family.
+// HOST_DRIVE_PATHS marks the drive-letter and backslash path family.
 int32_t os_kind();
 
 // The longest command line, in characters, that is passed to a program directly.
@@ -83,6 +83,7 @@ bool os_name_case_matches(const char *path);
 
 int os_exists(const char *path);
 int os_is_dir(const char *path);
+bool os_is_regular(const char *path);   // reading anything else could block or never end
 bool os_is_writable(const char *path);  // an existing file that may be written to
 uint32_t os_filesize(const char *path); // low 32 bits; 0 for null or failure
 

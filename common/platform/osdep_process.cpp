@@ -106,14 +106,14 @@ void os_catch_signals() {
 // --- Running programs
 
 OwnedString os_quote_arg(const char *s) {
-    for (const char *c = s; *c != '\0'; ++c)
+    for (const char *c = s; *c != '\0'; c++)
         if (isspace(static_cast<unsigned char>(*c)))
             return str_concat_free(str_concat("\"", s), "\"");
     return xstrdup(s);
 }
 
 int os_spawn(const char *path, const char **argv) {
-    for (const char **argument = argv; *argument != nullptr; ++argument)
+    for (const char **argument = argv; *argument != nullptr; argument++)
         *argument = os_quote_arg(*argument).release();
     const int status = host_spawn_wait(path, argv);
     if (signals_installed)
@@ -125,7 +125,7 @@ int os_spawn_vector(const char *path, const Vector *args) {
     const auto argv = const_cast<const char **>(reinterpret_cast<char **>(args->data));
     const int status = os_spawn(path, argv);
     const int reason = errno;
-    for (const char **argument = argv; *argument != nullptr; ++argument)
+    for (const char **argument = argv; *argument != nullptr; argument++)
         free(const_cast<char *>(*argument));
     errno = reason;
     return status;

@@ -3,6 +3,7 @@
 #include "support/files.h"
 #include "support/noise.h"
 #include "support/scratch.h"
+#include "support/words.h"
 
 #include <climits>
 #include <cwchar>
@@ -18,7 +19,7 @@ static const void *address(const char *text) {
 }
 
 static bool has(const std::string &set, char c) {
-    return set.find(c) != std::string::npos;
+    return set.find(c) != set.npos;
 }
 
 // What `change` makes of the characters, one after the other.
@@ -36,13 +37,6 @@ static std::string lower(const std::string &text) {
 static std::string stripped(const std::string &text, const std::string &set) {
     const size_t begin = std::min(text.find_first_not_of(set), text.size());
     return text.substr(begin, text.find_last_not_of(set) + 1 - begin);
-}
-
-static std::vector<std::string> words_of(const VectorPtr &v) {
-    std::vector<std::string> words;
-    for (const char *word : VecEach<const char>(v))
-        words.push_back(word);
-    return words;
 }
 
 // Null, or the one pointer for an equal text, now and later.
@@ -227,7 +221,7 @@ TEST(StringCache, Paths) {
     for (const auto &c : cases)
         expect_interned(c.actual, native(text_of(c.expected)));
 
-    const bool letters = (host_kind() & 0x10000) != 0;
+    const bool letters = (host_kind() & HOST_DRIVE_PATHS) != 0;
     EXPECT_STREQ(sc_nativePath("C:/a\\b/"), letters ? "C:\\a\\b\\" : "C:/a\\b/");
     EXPECT_STREQ(sc_nativePathJoin("a/b/", "/c/d"), letters ? "a\\b\\c\\d" : "a/b/c/d");
 }

@@ -4,10 +4,9 @@
 #include "support/log_capture.h"
 #include "support/noise.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <functional>
+#include <gtest/gtest.h>
 #include <iterator>
 #include <string>
 #include <vector>
@@ -119,7 +118,7 @@ static void change(Vector *v, Model &model, Random &random) {
         [&] { vec_setAt(v, e, i), model.set(i, e); },
         [&] { vec_moveTo(v, i, j), i < model.count ? model.grow(j), model.move(i, j) : void(); },
         [&] { EXPECT_EQ(vec_removeAt(v, i), model.remove(i)); },
-        [&] { EXPECT_EQ(v->data && vec_remove(v, e), model.remove(model.index_of(e))); },
+        [&] { EXPECT_EQ(v->data != nullptr && vec_remove(v, e), model.remove(model.index_of(e))); },
         [&] { EXPECT_EQ(vec_pop(v), model.count > 0 ? model.slots[--model.count] : nullptr); },
         [&] { i == 0 ? vec_clear(v), model.count = 0 : 0; },
         [&] { EXPECT_EQ(vec_appendAll(v, from), add_all(false)); },
@@ -169,7 +168,7 @@ TEST(VectorTest, NullAndMisuse) {
     EXPECT_EQ(vec_remove(v.get(), letter('a')), 0);
     VectorPtr never(vec_newSized(0, "test", 2));
     EXPECT_DEATH(vec_setAt(never.get(), nullptr, 3), "p->data != NULL");
-    VectorPtr vast(vec_newSized(1U << 29, "test", 1));
+    VectorPtr vast(vec_newSized(1u << 29, "test", 1));
     EXPECT_EXIT(vec_append(vast.get(), nullptr), testing::ExitedWithCode(1), "of memory");
     EXPECT_EXIT(vec_setAt(vast.get(), nullptr, UINT32_MAX), testing::ExitedWithCode(1),
                 "of memory");

@@ -17,7 +17,7 @@ class KestrelSystem : public testing::Test {
 } // namespace
 
 // The superuser's right to pass over all rights is given up.
-static const std::string unprivileged =
+static const std::string UNPRIVILEGED =
     "[ $(id -u) != 0 ] || set -- setpriv --bounding-set=-all \"$@\"\n";
 
 namespace {
@@ -46,7 +46,7 @@ TEST_F(KestrelSystem, Circumstances) {
     const std::string text = read_file(inst.manifest);
     inst.add("manifest", text);
     inst.add("new", "new");
-    const bool can_give_up_rights = kestrel({"-h"}, unprivileged).status == 0;
+    const bool can_give_up_rights = kestrel({"-h"}, UNPRIVILEGED).status == 0;
     const std::string removed = "mkdir gone; cd gone; rmdir ../gone";
     const Outcome astray = {1,
                             "Checking manifest \"manifest\" for installation \"" + inst.tree +
@@ -61,19 +61,19 @@ TEST_F(KestrelSystem, Circumstances) {
         {removed, {"-c", "--manifest=manifest"}, astray}, // which is not the one in the tree
         {removed, {"--check=0,0,1", "--manifest=manifest"}, {1, "", ""}},
         {"export kestrel_expected_manifest=1:2:3:4", {"--check=0,0,60"}, {1, "", ""}},
-        {unprivileged + "mkdir there; cd there; chmod 600 .", {"-g"}, inst.not_generated(), 62},
-        {unprivileged + "chmod 444 manifest",
+        {UNPRIVILEGED + "mkdir there; cd there; chmod 600 .", {"-g"}, inst.not_generated(), 62},
+        {UNPRIVILEGED + "chmod 444 manifest",
          {"-g"},
          inst.not_generated("Cannot write file \"" + inst.manifest + "\": Permission denied\n")},
-        {unprivileged + "chmod 0 manifest", {"-c"}, inst.verdict(false)},
-        {unprivileged + "chmod 0 tree/f7", {"--check=0,0,60"}, unopened},
-        {unprivileged + "chmod 0 tree/f7", {"--check=-1,0,60", "-g"}, unopened},
+        {UNPRIVILEGED + "chmod 0 manifest", {"-c"}, inst.verdict(false)},
+        {UNPRIVILEGED + "chmod 0 tree/f7", {"--check=0,0,60"}, unopened},
+        {UNPRIVILEGED + "chmod 0 tree/f7", {"--check=-1,0,60", "-g"}, unopened},
         {"ulimit -f 8", // 4096 bytes
          {"-g"},
          inst.not_generated("Cannot write temporary file: File too large\n")},
         {"export TEMP=\"$PWD/tree\"", {"-g"}, inst.generated(), 62},
-        {unprivileged + "mkdir -p tree/closed; chmod 0 tree/closed", {"-g"}, inst.generated(), 62},
-        {unprivileged + "chmod 311 tree",
+        {UNPRIVILEGED + "mkdir -p tree/closed; chmod 0 tree/closed", {"-g"}, inst.generated(), 62},
+        {UNPRIVILEGED + "chmod 311 tree",
          {"-g"},
          inst.not_generated("Cannot read directory \".\"\n")},
         {"exec >/dev/full", {"-c", "--tasks=2"}, unprinted},
@@ -91,7 +91,7 @@ TEST_F(KestrelSystem, Circumstances) {
         {"exec >&- 2>&-", {"-g"}, {0, "", ""}, 62},
     };
     for (const Circumstance &c : cases)
-        if (can_give_up_rights || !c.script.starts_with(unprivileged))
+        if (can_give_up_rights || !c.script.starts_with(UNPRIVILEGED))
             expect_outcome(inst, text, c);
 }
 
@@ -211,8 +211,8 @@ export TEMP="$PWD/temp"
                  {"numbers=11", 11, apology},
                  {"numbers='1 2 15'; trap '' 1 2", 15, ""},
                  {"numbers='1 2 15'; trap '' $numbers", 0, ""}};
-    for (const int signal : host_caught_signals()) // the tests themselves may be run ignoring some
-        std::signal(signal, SIG_DFL);
+    for (const int number : host_caught_signals()) // the tests themselves may be run ignoring some
+        signal(number, SIG_DFL);
     for (const auto &c : cases) {
         host_mkdir(temp.c_str());
         Installation::write(inst.manifest, "old");
