@@ -216,7 +216,10 @@ constexpr int STDERR_DESCRIPTOR = 2;
 // opened later takes their place.
 void host_open_standard_streams();
 
-bool host_is_terminal(int descriptor);
+
+// In columns; 0 for what is not a terminal.
+int host_terminal_width(int descriptor);
+
 int host_fileno(FILE *stream);
 int host_dup(int descriptor); // the duplicate is not inherited by started programs
 int host_dup2(int from, int to);

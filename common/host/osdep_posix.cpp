@@ -14,6 +14,7 @@
 #include <poll.h>
 #include <sched.h>
 #include <sys/auxv.h>
+#include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/random.h>
 #include <sys/stat.h>
@@ -446,8 +447,11 @@ void host_open_standard_streams() {
             open("/dev/null", O_RDWR); // which takes the lowest number, this one
 }
 
-bool host_is_terminal(int descriptor) {
-    return isatty(descriptor) != 0;
+int host_terminal_width(int descriptor) {
+    winsize size = {};
+    if (isatty(descriptor) == 0)
+        return 0;
+    return ioctl(descriptor, TIOCGWINSZ, &size) == 0 && size.ws_col != 0 ? size.ws_col : 80;
 }
 
 int host_fileno(FILE *stream) {

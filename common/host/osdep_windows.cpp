@@ -587,8 +587,12 @@ void host_open_standard_streams() {
             _wfreopen(L"NUL", stream == stdin ? L"r" : L"w", stream);
 }
 
-bool host_is_terminal(int descriptor) {
-    return _isatty(descriptor) != 0;
+int host_terminal_width(int descriptor) {
+    CONSOLE_SCREEN_BUFFER_INFO info = {};
+    if (_isatty(descriptor) == 0)
+        return 0;
+    const auto console = reinterpret_cast<HANDLE>(_get_osfhandle(descriptor));
+    return GetConsoleScreenBufferInfo(console, &info) != 0 ? info.dwSize.X : 80;
 }
 
 int host_fileno(FILE *stream) {

@@ -34,6 +34,9 @@ int32_t os_max_cmdline();
 // beyond the limit of a file's size, then fail as others do.
 void os_catch_signals();
 
+// Called first, unless it is null, when a fatal signal has arrived.
+extern void (*os_signal_hook)();
+
 // In double quotes if it contains white space; nothing inside is escaped.
 OwnedString os_quote_arg(const char *s);
 

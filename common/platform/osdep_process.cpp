@@ -58,6 +58,8 @@ static void restore_stream(int *saved, int descriptor, FILE *stream, const char 
 // The status that the program ends with after a signal; 0 before one.
 static volatile sig_atomic_t dying = 0;
 
+void (*os_signal_hook)() = nullptr;
+
 static void give_up(int) {
     _Exit(dying);
 }
@@ -78,6 +80,8 @@ static void fatal_signal(int number) {
     const std::span<const int> caught = host_caught_signals();
     dying = std::find(caught.begin(), caught.end(), number) != caught.end() ? number : 1;
     host_limit_exit(give_up);
+    if (os_signal_hook != nullptr)
+        os_signal_hook();
     os_remove_temps(); // before anything that may have to wait
     restore_stream(&saved_stdout_fd, STDOUT_DESCRIPTOR, stdout, "\n");
     restore_stream(&saved_stderr_fd, STDERR_DESCRIPTOR, stderr, "");
