@@ -26,15 +26,15 @@ static int compare_ints(const void *a, const void *b) {
 // Sizes around the limit of the scratch element on the stack. All bytes of an element are alike, so
 // a byte that an exchange has missed shows.
 TEST(SortingTest, SortsElementsOfAnySize) {
-    for (size_t size : {1u, 3u, 8u, 799u, 800u, 801u, 5000u})
-        for (size_t count : {0u, 1u, 2u, 3u, 4u, 17u, 300u}) {
+    for (const size_t size : {1u, 3u, 8u, 799u, 800u, 801u, 5000u})
+        for (const size_t count : {0u, 1u, 2u, 3u, 4u, 17u, 300u}) {
             auto keys = noise<std::vector<uint8_t>>(count, static_cast<uint32_t>(size + count));
             std::vector<uint8_t> data, expected;
-            for (uint8_t key : keys)
+            for (const uint8_t key : keys)
                 data.insert(data.end(), size, key);
             os_qsort(data.data(), count, size, compare_bytes);
             std::sort(keys.begin(), keys.end());
-            for (uint8_t key : keys)
+            for (const uint8_t key : keys)
                 expected.insert(expected.end(), size, key);
             EXPECT_EQ(data, expected) << size << " x " << count;
         }
@@ -43,7 +43,7 @@ TEST(SortingTest, SortsElementsOfAnySize) {
 
 TEST(SortingTest, NoDataUsesUpTheStack) {
     // All alike, and such that each pivot is the largest element.
-    for (int slope : {0, 1}) {
+    for (const int slope : {0, 1}) {
         std::vector<int> data;
         for (int i = 0; i < 10000; i++)
             data.push_back(slope * std::min(i, 10000 - i));
@@ -61,7 +61,7 @@ TEST(SortingTest, InconsistentComparisonStaysInsideTheArray) {
         [](const void *, const void *) { return 1; },
         [](const void *, const void *) { return static_cast<int>(below(random_numbers, 3)) - 1; },
     };
-    for (size_t count : {2u, 3u, 10u, 1000u})
+    for (const size_t count : {2u, 3u, 10u, 1000u})
         for (CompareFn compare : comparisons) {
             // What lies outside would come in by an exchange, or be seen by the address sanitizer.
             std::vector<int> expected(count);

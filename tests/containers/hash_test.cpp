@@ -56,7 +56,7 @@ TEST(HashTest, DoesWhatTheModelDoes) {
         } else if (kind < 4) {
             hash_rebuild(h.get(), kind * 3);
             for (const auto &words : std::exchange(chains, std::vector<std::string>(kind * 3)))
-                for (char letter : words)
+                for (const char letter : words)
                     chains[static_cast<size_t>(letter) % chains.size()] += letter;
             max_util = 0;
         } else if (kind == 4) {

@@ -25,7 +25,7 @@ static bool has(const std::string &set, char c) {
 // What `change` makes of the characters, one after the other.
 template <class Change> static std::string each(const std::string &text, Change change) {
     std::string all;
-    for (char c : text)
+    for (const char c : text)
         all += change(c);
     return all;
 }
@@ -51,8 +51,8 @@ static void expect_interned(const char *actual, const std::string &expected) {
 TEST(StringCache, SizeZeroSwitchesInterningOff) {
     const char *before = sc_strdup("off and on");
     sc_setTableSize(0);
-    OwnedString one(const_cast<char *>(sc_format("off and %s", "on")));
-    OwnedString other(const_cast<char *>(sc_strdup("off and on")));
+    const OwnedString one(const_cast<char *>(sc_format("off and %s", "on")));
+    const OwnedString other(const_cast<char *>(sc_strdup("off and on")));
     char mine[] = "off and on";
     EXPECT_EQ(address(sc_adopt(mine)), mine);
     sc_setTableSize(5077);
@@ -102,7 +102,7 @@ static void expect_builders(const std::string &s, const std::string &t, const st
                                                 }));
 
     const VectorPtr chars(vec_new(__FILE__, __LINE__));
-    for (char x : s)
+    for (const char x : s)
         vec_append(chars.get(), reinterpret_cast<void *>(static_cast<intptr_t>(x)));
     expect_interned(sc_fromChars(chars.get()), s);
     expect_interned(sc_lower(a), lower(s));
@@ -154,7 +154,7 @@ static void expect_parts(const std::string &s, const std::string &t, const std::
     EXPECT_EQ(p1, first != s.npos ? first : 0);
     EXPECT_EQ(p2, second != s.npos ? second : 0);
     std::vector<std::string> pieces = {""};
-    for (char x : s)
+    for (const char x : s)
         if (!has(t, x))
             pieces.back() += x;
         else
@@ -176,7 +176,7 @@ TEST(StringCache, BuildsWhatTheStandardLibraryDoes) {
 }
 
 TEST(StringCache, FormatsTextOfAnyLength) {
-    for (int length : {0, 4089, 4090, 4091, 8187, 8188, 1'000'000}) {
+    for (const int length : {0, 4089, 4090, 4091, 8187, 8188, 1'000'000}) {
         const std::string expected = std::string(static_cast<size_t>(length), ' ') + "|x|-7";
         EXPECT_EQ(sc_format("%*s|%s|%d", length, "", "x", -7), expected) << length;
     }

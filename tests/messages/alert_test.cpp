@@ -25,7 +25,7 @@ static std::string shown;
 static std::string observed;
 
 static void observe(uint32_t number, uintptr_t a, uintptr_t b, uintptr_t c) {
-    for (uintptr_t word : {uintptr_t{number}, a, b, c})
+    for (const uintptr_t word : {uintptr_t{number}, a, b, c})
         observed += std::to_string(word) + " ";
 }
 
@@ -67,7 +67,7 @@ class AlertTest : public testing::Test {
     // The states of a number of each type, as digits.
     static std::string states() {
         std::string digits;
-        for (uint32_t number : {MESSAGE, WARNING, ERROR_ROW, FATAL})
+        for (const uint32_t number : {MESSAGE, WARNING, ERROR_ROW, FATAL})
             digits += std::to_string(alert_state(number));
         return digits;
     }
@@ -263,7 +263,8 @@ TEST_F(AlertTest, StatesAreSavedAndRestored) {
         EXPECT_EQ(states(), "0100");
     }
     alert_control(0, ALERT_CLEAR);
-    for (uint32_t number : {10000u, 10001u, UINT_MAX}) { // beyond what was cleared, and too high
+    for (const uint32_t number :
+         {10000u, 10001u, UINT_MAX}) { // beyond what was cleared, and too high
         alert_control(number, ALERT_OFF);
         EXPECT_EQ(alert_state(number), number == 10000 ? ALERT_OFF : ALERT_DEFAULT);
     }

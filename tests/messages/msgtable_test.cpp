@@ -119,7 +119,7 @@ TEST_F(MessageFileTest, LaterFilesChangeTextsOnly) {
     ASSERT_NE(load_edf(scratch.write("second", "#\n\n1\tM\tx %u\n\n").c_str()), nullptr);
     EXPECT_EQ(reports, "2 first\n4 first\n");
     EXPECT_STREQ(msgtable_row(296).text, "out of memory");
-    std::string large(16 << 20, '#');
+    const std::string large(16 << 20, '#');
     EXPECT_NE(load_edf(scratch.write("large", large).c_str()), nullptr);
     EXPECT_EQ(load_edf(scratch.write("too large", large + '#').c_str()), nullptr);
 }
@@ -206,7 +206,7 @@ TEST_F(MsgTableTest, TheNewestFileOfTheInstallationIsChosen) {
             << added;
     }
     EXPECT_EQ(msg_filename(7), at("dat/99999999999999_de.msgs"));
-    VectorPtr list(vec_new(__FILE__, __LINE__));
+    const VectorPtr list(vec_new(__FILE__, __LINE__));
     EXPECT_EQ(findMsgFiles(at("dat").c_str(), 7, list.get()), 2u);
     EXPECT_EQ(findMsgFiles(at("dat").c_str(), 12, list.get()), 0u);
     EXPECT_EQ(findMsgFiles(at("no").c_str(), 7, list.get()), 0u);
@@ -217,8 +217,8 @@ TEST_F(MsgTableTest, FilesInBinGoFirstAmongEquals) {
     make_installation();
     const std::string sorted[] = {at("dat/8_a.msgs"), at("bin/7_a.msgs"), at("dat/7_c.msgs"),
                                   at("dat/7_b.msgs")};
-    VectorPtr list(vec_new(__FILE__, __LINE__));
-    for (uint32_t i : {3u, 1u, 2u, 0u})
+    const VectorPtr list(vec_new(__FILE__, __LINE__));
+    for (const uint32_t i : {3u, 1u, 2u, 0u})
         vec_append(list.get(), sorted[i].c_str());
     msgfile_sort(list.get());
     for (uint32_t i = 0; i < std::size(sorted); i++)
