@@ -216,7 +216,6 @@ constexpr int STDERR_DESCRIPTOR = 2;
 // opened later takes their place.
 void host_open_standard_streams();
 
-
 // In columns; 0 for what is not a terminal.
 int host_terminal_width(int descriptor);
 
