@@ -1,7 +1,11 @@
 # Defines miniz::miniz: the installed library, or one built from the sources that
 # scripts/fetch-miniz downloads.
 find_package(miniz CONFIG QUIET)
-if(NOT TARGET miniz::miniz)
+if(TARGET miniz::miniz) # the header may be in a directory of its own
+  get_target_property(miniz_directories miniz::miniz INTERFACE_INCLUDE_DIRECTORIES)
+  find_path(KESTREL_MINIZ_INCLUDE miniz.h HINTS ${miniz_directories} PATH_SUFFIXES miniz REQUIRED)
+  target_include_directories(miniz::miniz SYSTEM INTERFACE ${KESTREL_MINIZ_INCLUDE})
+else()
   if(NOT "$ENV{XDG_CACHE_HOME}" STREQUAL "")
     set(cache $ENV{XDG_CACHE_HOME})
   else()

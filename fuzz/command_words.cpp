@@ -4,29 +4,18 @@
 #include "host/argsplit.h"
 #include "kestrel/kestrel.h"
 #include "support/scratch.h"
+#include "support/words.h"
 
 #include <algorithm>
 #include <cassert>
 #include <vector>
 
-using Words = std::vector<std::string>;
 static Words files;    // the only ones that there are, if not empty
 static Words received; // by the program that was started last
 
 static Words expand(const char *argument) {
     const char *const argv[] = {"kestrel", argument};
-    const VectorPtr arguments(cmdline_expand(2, argv, nullptr));
-    Words words;
-    for (const char *word : VecEach<const char>(arguments))
-        words.push_back(word);
-    return words;
-}
-
-static VectorPtr vector_of(const Words &words) {
-    VectorPtr vector(vec_new(__FILE__, __LINE__));
-    for (const std::string &word : words)
-        vec_append(vector.get(), word.c_str());
-    return vector;
+    return words_of(VectorPtr(cmdline_expand(2, argv, nullptr)));
 }
 
 extern "C" bool __real__Z9host_statPKcP8HostStat(const char *path, HostStat *result);
@@ -60,7 +49,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     files.clear();
     for (const std::string &word : words) // names of files are not unescaped, nor passed escaped
         assert(word.starts_with('@') || expand(cmdline_escape(word.c_str())) == Words{word});
-    // A byte order mark at a command file's beginning is none of its words.
+    // A byte order mark at a command file's beginning does not belong to its words.
     const bool marked = !words.empty() && words[0].starts_with("\xef\xbb\xbf");
     words.insert(words.begin(), "program");
     assert(cmdline_exe(vector_of(words).get(), EXEC_COMMAND_FILE, 0) == 7);

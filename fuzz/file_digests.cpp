@@ -9,7 +9,7 @@
 
 namespace {
 
-// A changing file is none any more when it is opened; a failing one cannot be read to its end.
+// A changing file is something else when it is opened; a failing one cannot be read to its end.
 enum Nature : uint8_t { regular, changing, failing, refused, missing };
 
 struct Script {
@@ -23,8 +23,8 @@ struct Script {
 
 } // namespace
 
-static std::vector<Script> scripts; // whose numbers are paths and descriptors
-static size_t received, wanted;     // results
+static std::vector<Script> scripts;     // whose numbers are paths and descriptors
+static size_t received = 0, wanted = 0; // results
 
 extern "C" bool __wrap__Z9host_statPKcP8HostStat(const char *path, HostStat *result) {
     *result = {FileKind::regular, scripts.at(std::stoul(path)).size};

@@ -7,14 +7,15 @@
 
 #include <algorithm>
 #include <cassert>
+#include <climits>
 #include <map>
 #include <optional>
 #include <set>
 #include <vector>
 
 // Every file holds its own name.
-static const std::set<std::string> files = {"/a", "/b", "/B", "/*s", "/x y", "/d/a", "/d/e/\xff"};
-static const std::set<std::string> directories = {"", "/d", "/d/e"};
+static const std::set<std::string> FILES = {"/a", "/b", "/B", "/*s", "/x y", "/d/a", "/d/e/\xff"};
+static const std::set<std::string> DIRECTORIES = {"", "/d", "/d/e"};
 
 namespace {
 
@@ -29,9 +30,9 @@ struct World {
     World() {
         verbose = 0;
         scratch.write("b", "/b"); // as in the tree, but outside
-        for (const std::string &name : directories)
+        for (const std::string &name : DIRECTORIES)
             host_mkdir((tree + name).c_str());
-        for (const std::string &name : files) {
+        for (const std::string &name : FILES) {
             digests[name] = sha256_file_hex(scratch.write(("tree" + name).c_str(), name).c_str());
             pieces.insert(pieces.end(), {digests[name], digests[name] + " *." + name + "\n"});
         }
@@ -40,17 +41,22 @@ struct World {
 
 } // namespace
 
-// The model: the name of what a path leads to, which is "" where the system finds nothing; none if
-// it leads out: absolute in either family, or above the top on the way.
+static constexpr const char *MISSING = "?", *TOO_LONG = "!";
+
+// The model: the name of what a path leads to, or why the system finds nothing; none if it leads
+// out: absolute in either family, or above the top on the way.
 static std::optional<std::string> place_of(std::string path) {
     if (path.find_first_of("/\\") == 0 || path.find(':') == 1)
         return {};
     std::string place, component;
-    bool missing = false;
+    const char *reason = path.empty() ? MISSING : path.size() >= PATH_MAX ? TOO_LONG : nullptr;
     std::replace(path.begin(), path.end(), '\\', '/');
     for (size_t start = 0; start <= path.size(); start += component.size() + 1) {
         component = path.substr(start, path.find('/', start) - start);
-        missing = missing || !directories.contains(place);
+        if (reason == nullptr && !DIRECTORIES.contains(place))
+            reason = MISSING;
+        if (reason == nullptr && component.size() > NAME_MAX)
+            reason = TOO_LONG;
         if (component == ".." && place.empty())
             return {};
         if (component == "..")
@@ -58,10 +64,10 @@ static std::optional<std::string> place_of(std::string path) {
         else if (!component.empty() && component != ".")
             place += "/" + component;
     }
-    return missing ? "" : place;
+    return reason != nullptr ? reason : place;
 }
 
-constexpr size_t LINE_LIMIT = 1 << 20; // bytes, line end included
+static constexpr size_t LINE_LIMIT = 1 << 20; // bytes, line end included
 static std::optional<LineFault> fault_of(const World &world, const std::string &line) {
     const size_t space = line.find(' ');
     if (line.size() > LINE_LIMIT || space == line.npos || line.find('\0') != line.npos)
@@ -70,10 +76,16 @@ static std::optional<LineFault> fault_of(const World &world, const std::string &
         line.substr(std::min(line.find_first_not_of(" \t\n\v\f\r", space), line.size()));
     path.resize(path.find_last_not_of(" \t\n\v\f\r") + 1);
     path.erase(0, path.starts_with('*') ? 1 : 0);
-    const auto found = world.digests.find(place_of(path).value_or(""));
-    if (found != world.digests.end() && found->second == line.substr(0, space))
-        return {};
-    return LineFault::different;
+    const std::optional<std::string> place = place_of(path);
+    if (!place)
+        return LineFault::outside;
+    const auto found = world.digests.find(*place);
+    if (found == world.digests.end())
+        return DIRECTORIES.contains(*place) || place == TOO_LONG ? LineFault::unreadable
+                                                                 : LineFault::missing;
+    if (found->second != line.substr(0, space))
+        return LineFault::different;
+    return {};
 }
 
 // Nothing that leads out is even looked at. A directory, which would end the process, only fails.

@@ -18,6 +18,7 @@
 #include <deque>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 // --- Lines and where they begin
@@ -169,12 +170,7 @@ ProcessHandle runProgram(const char *exe, Vector *args) {
 
 // Without separators at the end, which would escape the quote that may follow.
 static const char *without_end_separators(const char *directory) {
-    const PathStyle &style = host_path_style();
-    size_t length = strlen(directory);
-    while (length > 1 && path_is_separator(style, directory[length - 1]) &&
-           !(style.drives && directory[length - 2] == ':'))
-        length--;
-    return sc_ncopy(directory, length);
+    return sc_ncopy(directory, path_trimmed_length(host_path_style(), directory));
 }
 
 namespace {
@@ -244,8 +240,9 @@ static const char *name_of(uint32_t task, const TaskRange &range, uint32_t lines
 static OwnedString new_part() {
     if (!report_is_on())
         return nullptr;
+    static bool reported = false;
     OwnedString part = os_tempname_plain();
-    if (part == nullptr)
+    if (part == nullptr && !std::exchange(reported, true))
         report_error("Cannot write temporary file: %s", strerror(errno));
     os_remove_at_exit(part.get());
     return part;
@@ -257,7 +254,7 @@ static bool finish_task(ProcessHandle process, uint32_t task, const TaskRange &r
     int status;
     const bool passed = wait_for_task(process, task, &status);
     const bool complete = report_part(part, lines_in(range, lines));
-    if (complete || process == 0)
+    if (process == 0 || (complete && status <= 1))
         return passed;
     // The programs' own statuses are 0 and 1; a signal that is caught leaves its number.
     constexpr int KILLED = 128;
@@ -337,6 +334,17 @@ static bool is_unchanged(const char *manifest, const FileState &counted) {
     return unchanged;
 }
 
+// What is left when the lines have been checked; the manifest is the one that was counted until the
+// end. False if something is wrong after all.
+static bool finish_check(const char *manifest, const char *instdir, uint32_t lines,
+                         const char *opened, const FileState &counted) {
+    report_cover(lines);
+    progress_end();
+    const bool complete = !extra_wanted || find_extra_files(manifest, instdir);
+    expect_manifest(nullptr);
+    return is_unchanged(opened, counted) && complete;
+}
+
 bool check_manifest(const char *manifest, const char *instdir) {
     TRACE_ENTER();
     if (const char *missing = missing_installation(instdir); missing != nullptr)
@@ -350,7 +358,9 @@ bool check_manifest(const char *manifest, const char *instdir) {
     uint32_t lines = 0;
     // Open to the end: file systems that make up identities keep those of open files.
     const FilePtr file = open_manifest(manifest, instdir, before.get(), &counted, &failure);
-    if (file == nullptr || !count_lines(file.get(), &lines, &failure)) {
+    if (file == nullptr)
+        return TRACE_RESULT(false, "%s", failure);
+    if (!count_lines(file.get(), &lines, &failure)) {
         report_error("%s", failure);
         return TRACE_RESULT(false, "%s", failure);
     }
@@ -364,16 +374,15 @@ bool check_manifest(const char *manifest, const char *instdir) {
     if (tasks == 1) {
         TRACE_EXIT("Only 1 core available, doing manifest directly...");
         const bool passed = check_manifest_range(manifest, instdir, 0, 0, lines);
-        expect_manifest(nullptr);
-        return is_unchanged(opened.get(), counted) && passed;
+        return finish_check(manifest, instdir, lines, opened.get(), counted) && passed;
     }
     bool passed =
         check_by_tasks(task_setting(manifest, instdir), file.get(), lines, tasks, &failure);
-    expect_manifest(nullptr);
     if (failure != nullptr) {
         report_error("%s", failure);
+        report_cover(lines);
         return TRACE_RESULT(false, "%s", failure);
     }
-    passed = is_unchanged(opened.get(), counted) && passed;
+    passed = finish_check(manifest, instdir, lines, opened.get(), counted) && passed;
     return TRACE_RESULT(passed, "Hash verification %s", passed ? "passed" : "failed");
 }

@@ -57,13 +57,18 @@ static void log_different(const ManifestLine &line) {
     TRACE_MESSAGE("File \"%s\" did not verify against manifest hash.", line.path.c_str());
 }
 
+// Such a line fails a check even before its range.
+static bool is_no_text(std::string_view line) {
+    return line.find('\0') != line.npos || line.size() > MANIFEST_LINE_LIMIT;
+}
+
 // The lines of the range, as far as the file has them and up to the first that cannot verify; null,
 // with the reason in `failure`, for a manifest that cannot be read or holds a NUL or a line over
 // the limit.
 static BlockVectorPtr gather_lines(FILE *file, const LineRange &range, const char **failure) {
     BlockVectorPtr lines(vec_new(__FILE__, __LINE__));
     const auto gather = [&](uint64_t number, std::string_view line) {
-        if (line.find('\0') != line.npos || line.size() > MANIFEST_LINE_LIMIT) {
+        if (is_no_text(line)) {
             *failure = malformed(number);
             return false;
         }
@@ -110,6 +115,8 @@ static bool report_lines(FILE *file, const LineRange &range, const char **failur
         if (number >= range.start) {
             check.add(line);
             count++;
+        } else if (is_no_text(line)) {
+            *failure = malformed(number);
         }
         // Of a line over the limit the rest is left.
         while (line.size() > MANIFEST_LINE_LIMIT && line.back() != '\n')
@@ -122,7 +129,7 @@ static bool report_lines(FILE *file, const LineRange &range, const char **failur
     report_count(count);
     if (read && count == 0)
         *failure = NO_LINES;
-    return read && count != 0 && passed;
+    return read && passed && *failure == nullptr;
 }
 
 static bool check_lines(FilePtr file, const LineRange &range, const char **failure) {
@@ -150,7 +157,9 @@ bool check_manifest_range(const char *manifest, const char *instdir, int32_t pos
     const char *failure = nullptr;
     FileState opened;
     FilePtr file = open_manifest(manifest, instdir, before.get(), &opened, &failure);
-    if (file == nullptr || !check_lines(std::move(file), {position, start, end}, &failure)) {
+    if (file == nullptr)
+        return TRACE_RESULT(false, "%s", failure);
+    if (!check_lines(std::move(file), {position, start, end}, &failure)) {
         if (failure == nullptr)
             return false;
         report_error("%s", failure);

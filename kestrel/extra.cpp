@@ -29,13 +29,16 @@ namespace {
 class ExtraVisitor : public TreeVisitor {
   public:
     std::unordered_set<std::string> listed; // by the manifest, comparable
-    const char *manifest = nullptr;         // which is not extra
+    std::unordered_set<std::string> places; // where paths with ".." lead
+    FileIdentity manifest = {};             // which is not extra
     bool passed = true;
 
     bool entry(const char *, const char *) override { return true; }
 
-    bool file(const char *path, OwnedString name, const HostStat *) override {
-        if (!listed.contains(comparable(name.get())) && !is_manifest(path) && !report_is_in(path))
+    bool file(const char *path, OwnedString name, const HostStat *found) override {
+        if (found == nullptr && errno == EACCES)
+            return denied(path, name.get());
+        if (!is_listed(path, name.get()) && !is_manifest(path) && !report_is_in(path))
             add(name.get());
         return true;
     }
@@ -61,9 +64,16 @@ class ExtraVisitor : public TreeVisitor {
     }
 
   private:
+    bool is_listed(const char *path, const char *name) const {
+        if (listed.contains(comparable(name)))
+            return true;
+        const OwnedString place = places.empty() ? nullptr : host_real_path(path);
+        return place != nullptr && places.contains(place.get());
+    }
+
     bool is_manifest(const char *path) const {
-        return str_icmp(os_basename(manifest), os_basename(path)) == 0 &&
-               host_same_file(manifest, path);
+        FileIdentity found;
+        return host_file_identity(path, &found) && found == manifest;
     }
 
     void add(const char *name) {
@@ -75,24 +85,36 @@ class ExtraVisitor : public TreeVisitor {
 
 } // namespace
 
+// Behind a link ".." leads elsewhere than the text says.
+static void add_line(ExtraVisitor &visitor, std::string_view line) {
+    ManifestLine fields;
+    if (!shahash_parse_line(line, &fields))
+        return;
+    if (fields.path.find("..") == fields.path.npos)
+        visitor.listed.insert(comparable(fields.path.c_str()));
+    else if (const OwnedString place = host_real_path(shahash_native_path(fields.path).c_str()))
+        visitor.places.insert(place.get());
+}
+
 bool find_extra_files(const char *manifest, const char *instdir) {
     TRACE_ENTER();
-    manifest = manifest_path(manifest, instdir);
     const OwnedString before = os_getcwd();
     const char *failure = nullptr;
     FileState state;
     const FilePtr file = open_manifest(manifest, instdir, before.get(), &state, &failure);
     if (file == nullptr)
-        return TRACE_RESULT(false, "%s", failure); // as the check has reported
+        return TRACE_RESULT(false, "%s", failure);
     ExtraVisitor visitor;
-    visitor.manifest = manifest;
-    report_extra_search();
-    ManifestLine fields;
+    visitor.manifest = state.identity;
     for (std::string_view line; !(line = shahash_next_line(file.get())).empty();)
-        if (shahash_parse_line(line, &fields))
-            visitor.listed.insert(comparable(fields.path.c_str()));
+        add_line(visitor, line);
+    if (ferror(file.get()) != 0) {
+        report_error("%s", CANNOT_READ_MANIFEST);
+        return TRACE_RESULT(false, "%s", CANNOT_READ_MANIFEST);
+    }
+    report_extra_search();
     walk_tree(visitor, ".", ".");
     if (before != nullptr)
         enter_directory(before.get());
-    return TRACE_RESULT(visitor.passed, "%s", visitor.passed ? "no extra files" : "failed");
+    return TRACE_RESULT(visitor.passed, "%s", visitor.passed ? "No extra files" : "Extra files");
 }

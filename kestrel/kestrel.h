@@ -25,7 +25,7 @@ bool check_manifest_range(const char *manifest, const char *instdir, int32_t pos
                           uint32_t start, uint32_t end);
 
 // Reports every file under the installation that the manifest does not list, other than itself and
-// the report; true if there are none, and no directory was skipped.
+// the report; true if there are none, and no directory was skipped. `manifest` is not null.
 bool find_extra_files(const char *manifest, const char *instdir);
 
 // --- Division of the check into tasks

@@ -37,14 +37,23 @@ struct Ending {
 } // namespace
 
 static bool begin_report(const Options &options) {
-    return report_begin(options.report_file, manifest_path(options.manifest, options.instdir));
+    return report_begin(options.report_file, options.instdir != nullptr
+                                                 ? manifest_path(options.manifest, options.instdir)
+                                                 : options.manifest);
 }
 
 static void report_ignored(const Options &options) {
-    if (options.extra && !options.check)
+    if (extra_wanted && !options.check)
         report_error("--extra is for -c, and was ignored");
     for (const char *argument : options.ignored)
         report_error("Argument \"%s\" was ignored", argument);
+}
+
+// The whole report of a run that does nothing.
+static void report_refusal(const Options &options, const char *reason) {
+    report_error("%s", reason);
+    report_ignored(options);
+    report_end_check();
 }
 
 static void print_verdict(bool passed) {
@@ -81,7 +90,6 @@ static Ending check(const Options &options) {
     bool passed = false;
     if (options.check) {
         passed = check_manifest(options.manifest, options.instdir);
-        progress_end();
         TRACE_MESSAGE("Verification %s", passed ? "passed" : "failed");
     }
     if (options.range_check) {
@@ -90,8 +98,7 @@ static Ending check(const Options &options) {
                                       static_cast<uint32_t>(options.end));
         TRACE_MESSAGE("Verification %s", passed ? "passed" : "failed");
     }
-    if (options.extra && options.check)
-        passed = find_extra_files(options.manifest, options.instdir) && passed;
+    progress_end();
     report_ignored(options);
     const bool written = report_end_check();
     print_verdict(passed);
@@ -117,13 +124,17 @@ int main(int argc, char **argv) {
         fputs("Missing installation directory. Please specify the tool path with the option: "
               "--instdir=path\n",
               stderr);
+        if (options.report && begin_report(options))
+            report_refusal(options, "Installation directory was not specified");
         cleanup(1);
     }
     Ending ending = {1, "Invalid syntax for --check option"};
-    if (sound && options.report && !begin_report(options))
+    if (options.report && !begin_report(options))
         ending.result = "Could not write the report";
     else if (sound)
         ending = options.generate ? generate(options) : check(options);
+    if (report_is_on())
+        report_refusal(options, ending.result);
     if (ending.result != nullptr)
         TRACE_EXIT("%s", ending.result);
     else

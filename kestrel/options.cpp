@@ -108,7 +108,7 @@ static bool pass_over(const char *, Options &) {
 
 static bool read_extra(const char *, Options &options) {
     options.report = true;
-    options.extra = true;
+    extra_wanted = true;
     TRACE_MESSAGE("Got extra option");
     return true;
 }

@@ -18,7 +18,6 @@ struct Options {
     int32_t end = -1;
     bool report = false;
     const char *report_file = nullptr; // null: standard output
-    bool extra = false;
     std::vector<const char *> ignored; // arguments that are not options
 };
 

@@ -5,6 +5,7 @@
 #include "manifest/shahash.h"
 #include "platform/osdep.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -17,7 +18,6 @@ using Seconds = std::chrono::duration<double>;
 
 static constexpr Seconds SILENCE(1);    // that a run begins with
 static constexpr Seconds INTERVAL(0.2); // between two drawings
-static constexpr size_t WIDTH = 79;     // of the line, in columns
 
 static bool is_on = false;        // the line is shown, sooner or later
 static FILE *task_file = nullptr; // where a task counts
@@ -27,6 +27,7 @@ static Clock::time_point next;
 static ProgressCounts own;
 static uint64_t total_lines;
 static bool is_drawn = false;
+static size_t width = 79; // of the line, in columns
 
 // --- The line
 
@@ -55,13 +56,12 @@ std::string progress_line(const ProgressCounts &counts, uint64_t total, double s
             in_units(counts.bytes);
     if (total != 0 && counts.files != 0)
         text += ", " + time_left(seconds / files * static_cast<double>(total - counts.files));
-    text.resize(std::min(text.size(), WIDTH));
     return text;
 }
 
 static void draw(const ProgressCounts &counts) {
     std::string line = progress_line(counts, total_lines, Seconds(Clock::now() - began).count());
-    line.resize(WIDTH, ' ');
+    line.resize(width, ' ');
     fprintf(stderr, "\r%s\r", line.c_str());
     fflush(stderr);
     is_drawn = true;
@@ -71,7 +71,7 @@ void progress_wipe() {
     if (!is_drawn)
         return;
     is_drawn = task_file != nullptr;
-    fprintf(stderr, "\r%*s\r", static_cast<int>(WIDTH), "");
+    fprintf(stderr, "\r%*s\r", static_cast<int>(width), "");
     fflush(stderr);
 }
 
@@ -102,17 +102,20 @@ static void count(uint64_t bytes) {
         draw(own);
 }
 
+// The last column stays free: some terminals begin a new line after it.
 static void start_counting(Seconds silence) {
+    width = static_cast<size_t>(std::clamp(host_terminal_width(STDERR_DESCRIPTOR) - 1, 1, 79));
     own = {};
     began = Clock::now();
     next = began + std::chrono::duration_cast<Clock::duration>(silence);
     hashing_hook = count;
     before_complaint_hook = progress_wipe;
+    os_signal_hook = progress_wipe;
 }
 
 void progress_begin(uint64_t total) {
     const char *terminal = getenv("TERM");
-    if (task_file != nullptr || !host_is_terminal(STDERR_DESCRIPTOR) ||
+    if (task_file != nullptr || host_terminal_width(STDERR_DESCRIPTOR) == 0 ||
         (terminal != nullptr && strcmp(terminal, "dumb") == 0))
         return;
     static const bool wiped_at_exit = atexit(progress_end) == 0;
@@ -126,11 +129,14 @@ bool progress_is_on() {
 }
 
 void progress_end() {
-    if (task_file != nullptr)
+    if (task_file != nullptr) {
+        write_counts();
         return;
+    }
     progress_wipe();
     hashing_hook = nullptr;
     before_complaint_hook = nullptr;
+    os_signal_hook = nullptr;
     is_on = false;
 }
 
@@ -140,7 +146,7 @@ void progress_begin_task(const char *path) {
     task_file = host_fopen(path, "wb");
     if (task_file == nullptr)
         return;
-    start_counting(INTERVAL);
+    start_counting(Seconds(0));
     is_drawn = true; // by the parent, for all that is known here
 }
 

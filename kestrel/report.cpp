@@ -11,6 +11,7 @@
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <utility>
 
 // In the order of LineFault.
 static constexpr std::string_view FAULTS[] = {"different", "missing", "unreadable", "malformed",
@@ -21,6 +22,9 @@ static constexpr size_t MALFORMED_LIMIT = 1000;
 
 static FILE *stream = nullptr;
 static const char *file_path = nullptr; // null for standard output
+static bool has_identity = false;       // whether it is in a file
+static FileIdentity identity;
+static int first_error = 0; // of writing it
 static uint64_t line_count = 0;
 static uint64_t unchecked_count = 0;
 static uint64_t fault_counts[std::size(FAULTS)];
@@ -36,22 +40,31 @@ static bool report_unwritten() {
     return false;
 }
 
-// Whether both lead, or would lead, to one file.
-static bool is_same(const char *path, const char *other) {
-    const OwnedString first = os_fullpath(path), second = os_fullpath(other);
-    return (host_path_style().drives ? str_icmp(first.get(), second.get())
-                                     : strcmp(first.get(), second.get())) == 0 ||
-           host_same_file(path, other);
+static bool refuse() {
+    fputs("The report would be written over the manifest\n", stderr);
+    return false;
 }
 
+// A manifest that is not there is the report's file as soon as that has been made in its place.
 bool report_begin(const char *path, const char *manifest) {
-    if (path != nullptr && is_same(path, manifest)) {
-        fputs("The report would be written over the manifest\n", stderr);
-        return false;
-    }
     file_path = path;
-    stream = path != nullptr ? host_fopen(path, "w") : stdout;
-    return stream != nullptr || report_unwritten();
+    if (path == nullptr) {
+        stream = stdout;
+        return true;
+    }
+    const bool may_be_same = manifest != nullptr;
+    if (may_be_same && host_same_file(path, manifest))
+        return refuse();
+    stream = host_fopen(path, "w");
+    if (stream == nullptr)
+        return report_unwritten();
+    if (may_be_same && host_same_file(path, manifest)) {
+        fclose(std::exchange(stream, nullptr));
+        host_remove(host_resolve_links(path).get());
+        return refuse();
+    }
+    has_identity = host_file_identity(path, &identity);
+    return true;
 }
 
 bool report_is_on() {
@@ -59,12 +72,16 @@ bool report_is_on() {
 }
 
 bool report_is_in(const char *path) {
-    return stream != nullptr && file_path != nullptr &&
-           str_icmp(os_basename(file_path), os_basename(path)) == 0 &&
-           host_same_file(file_path, path);
+    FileIdentity found;
+    return has_identity && host_file_identity(path, &found) && found == identity;
 }
 
 // --- Records
+
+static void remember_error() {
+    if (first_error == 0 && ferror(stream) != 0)
+        first_error = errno;
+}
 
 static void write_record(std::string_view kind, uint64_t line, const char *text,
                          const char *reason) {
@@ -77,6 +94,7 @@ static void write_record(std::string_view kind, uint64_t line, const char *text,
     if (reason != nullptr)
         fprintf(stream, "\t%s", str_printable(reason).get());
     putc('\n', stream);
+    remember_error();
 }
 
 void report_record(const char *kind, const char *text, const char *reason) {
@@ -138,6 +156,7 @@ static bool take_record(std::string_view record, uint64_t *faults) {
     if (stream == stdout)
         progress_wipe();
     fwrite(record.data(), 1, record.size(), stream);
+    remember_error();
     return true;
 }
 
@@ -154,11 +173,16 @@ bool report_part(const char *path, uint64_t lines) {
     for (size_t end; (end = text.find('\n', at)) != text.npos; at = end + 1)
         if (!take_record(std::string_view(text).substr(at, end + 1 - at), &faults))
             break;
-    complete = complete && sscanf(text.c_str() + at, "end\t%*u\t%" SCNu64 " good,", &good) == 1 &&
-               good + faults <= lines;
+    complete = complete && sscanf(text.c_str() + at, "end\t%*u\t%" SCNu64 " good,", &good) == 1;
     is_incomplete = is_incomplete || !complete;
-    report_count(lines, lines - std::min(faults + (complete ? good : 0), lines));
+    const uint64_t known = faults + (complete ? good : 0);
+    report_count(std::max(lines, known), std::max(lines, known) - known);
     return complete;
+}
+
+void report_cover(uint64_t lines) {
+    if (lines > line_count)
+        report_count(lines - line_count, lines - line_count);
 }
 
 // --- The last record
@@ -169,8 +193,10 @@ static bool end_with(uint64_t number, const std::string &text, const char *addit
     write_record("end", number, text.c_str(), addition);
     FILE *const written = stream;
     stream = nullptr;
-    if (written != stdout && !os_close_written(written))
+    if (written != stdout && !os_close_written(written)) {
+        errno = first_error != 0 ? first_error : errno;
         return report_unwritten();
+    }
     if (is_incomplete)
         fputs("The report does not cover every line\n", stderr);
     return !is_incomplete;

@@ -12,7 +12,7 @@
 #include <cstdint>
 
 // Begins the report in a file, or on standard output for null. False, after a message on standard
-// error, if it cannot be written, or would be written over the manifest.
+// error, if it cannot be written, or would be written over the manifest (null for none).
 bool report_begin(const char *path, const char *manifest);
 
 // Whether there is one. Nothing below does anything without.
@@ -39,6 +39,9 @@ void report_record(const char *kind, const char *text, const char *reason = null
 
 // That so many lines were to be checked, and how many of them were not.
 void report_count(uint64_t lines, uint64_t unchecked = 0);
+
+// That the manifest has so many lines: those that are not counted yet are unchecked.
+void report_cover(uint64_t lines);
 
 // Appends the report that a task has written about so many lines. False if it is incomplete: the
 // lines that have no record then count as unchecked, and so is the whole report.

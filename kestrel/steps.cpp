@@ -4,6 +4,7 @@
 #include "host/trace.h"
 #include "kestrel/report.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -12,6 +13,7 @@
 const char *program_name = nullptr;
 int32_t verbose = 1;
 int32_t task_limit = -1;
+bool extra_wanted = false;
 
 const char *manifest_path(const char *manifest, const char *instdir) {
     return manifest != nullptr ? manifest : sc_pathJoin(instdir, "manifest");
@@ -68,25 +70,29 @@ static bool is_expected(const FileState &state) {
            strcmp(expected, state_text(state).get()) == 0;
 }
 
+// The system's reason goes to the report only: the log's texts are fixed.
+static FilePtr fail(const char **failure, const char *text, const char *reason = nullptr) {
+    *failure = text;
+    report_error("%s%s%s", text, reason != nullptr ? ": " : "", reason != nullptr ? reason : "");
+    return nullptr;
+}
+
 FilePtr open_manifest(const char *manifest, const char *instdir, const char *before,
                       FileState *state, const char **failure) {
     // Without a current directory a relative path has stayed one, and would lead elsewhere.
-    if ((before == nullptr && !os_is_absolute(manifest)) || !enter_directory(instdir)) {
-        *failure = sc_format("Could not change to directory: \"%s\"", instdir);
-        return nullptr;
+    errno = ENOENT;
+    if ((before == nullptr && os_is_absolute(manifest) == 0) || !enter_directory(instdir)) {
+        const char *reason = strerror(errno);
+        return fail(failure, sc_format("Could not change to directory: \"%s\"", instdir), reason);
     }
     FilePtr file(host_fopen_regular(manifest));
     if (file == nullptr || !host_opened_state(file.get(), state)) {
-        *failure = sc_format("Could not open manifest file \"%s\"", manifest);
-        return nullptr;
+        const char *reason = strerror(errno);
+        return fail(failure, sc_format("Could not open manifest file \"%s\"", manifest), reason);
     }
-    if (state->size >= MANIFEST_LIMIT) {
-        *failure = MANIFEST_TOO_LARGE;
-        return nullptr;
-    }
-    if (!is_expected(*state)) {
-        *failure = sc_format("Manifest \"%s\" changed during the check", manifest);
-        return nullptr;
-    }
+    if (state->size >= MANIFEST_LIMIT)
+        return fail(failure, MANIFEST_TOO_LARGE);
+    if (!is_expected(*state))
+        return fail(failure, sc_format("Manifest \"%s\" changed during the check", manifest));
     return file;
 }

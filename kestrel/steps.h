@@ -15,6 +15,9 @@ extern int32_t verbose;
 // The number of tasks asked for; if below 1, the number of processors decides.
 extern int32_t task_limit;
 
+// Whether a check looks for files that the manifest does not list.
+extern bool extra_wanted;
+
 // Flushes standard output; false if writing to it has failed now or before, which the first time is
 // reported on standard error.
 bool flush_output();
@@ -38,9 +41,9 @@ constexpr uint64_t MANIFEST_LIMIT = uint64_t{1} << 31;
 constexpr const char *MANIFEST_TOO_LARGE = "Manifest is too large";
 constexpr const char *CANNOT_READ_MANIFEST = "Could not read manifest file";
 
-// Enters the installation and opens the manifest for reading; null, with the reason in `failure`,
-// if that fails. `before` is the directory that is left, null if it is unknown. `state` receives
-// the state of the file.
+// Enters the installation and opens the manifest for reading; null, with the reason in `failure`
+// and in the report, if that fails. `before` is the directory that is left, null if it is unknown.
+// `state` receives the state of the file.
 FilePtr open_manifest(const char *manifest, const char *instdir, const char *before,
                       FileState *state, const char **failure);
 

@@ -23,7 +23,7 @@ struct Sorter {
     // depth stays below log2(end - begin) whatever the data.
     void sort(size_t begin, size_t end) {
         while (end - begin > 1) {
-            auto [left_end, right_begin] = partition(begin, end);
+            const auto [left_end, right_begin] = partition(begin, end);
             if (left_end - begin < end - right_begin) {
                 sort(begin, left_end);
                 begin = right_begin;

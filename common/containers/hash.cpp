@@ -15,9 +15,9 @@ static constexpr uint32_t ALIVE = 1;
 static constexpr uint32_t VOIDCMP = 2;
 static constexpr uint32_t VOIDHASH = 4;
 
-static bool tracking;
-static Vector *master_list;     // of HashMasterRec, made for the first tracked table
-static HashEntry *free_entries; // shared by all tables, never given back
+static bool tracking = false;
+static Vector *master_list = nullptr;     // of HashMasterRec, made for the first tracked table
+static HashEntry *free_entries = nullptr; // shared by all tables, never given back
 
 // For tracked tables only.
 static bool is_alive(const HashTable *h) {
@@ -202,9 +202,9 @@ uint32_t hash_count(const HashTable *h) {
 
 int hash_forEach(const HashTable *h, void *ctx, HashVisitFn fn) {
     for (uint32_t i = 0; i < h->size; i++)
-        for (HashEntry *entry = h->buckets[i]; entry != nullptr;) {
-            HashEntry *next = entry->next; // fn may remove its entry
-            if (int result = fn(ctx, entry->key, entry->value))
+        for (const HashEntry *entry = h->buckets[i]; entry != nullptr;) {
+            const HashEntry *next = entry->next; // fn may remove its entry
+            if (const int result = fn(ctx, entry->key, entry->value))
                 return result;
             entry = next;
         }

@@ -13,13 +13,13 @@
 #include <string_view>
 
 static uint32_t table_size = 5077;
-static HashTable *cache; // interned copies under themselves
-static uint32_t limit;   // 0: none
-static uint32_t cached;  // strings added while a limit was set
+static HashTable *cache = nullptr; // interned copies under themselves
+static uint32_t limit = 0;         // 0: none
+static uint32_t cached = 0;        // strings added while a limit was set
 
 // The buffer in which every builder works. Its content is dead once the builder has returned.
-static char *scratch;
-static size_t scratch_size;
+static char *scratch = nullptr;
+static size_t scratch_size = 0;
 
 void sc_setTableSize(uint32_t n) {
     table_size = n;
@@ -43,7 +43,7 @@ static const char *enter(const char *text) {
     if (limit != 0 && limit < cached)
         return text;
     if (limit != 0)
-        ++cached;
+        cached++;
     hash_insert(cache, text, text, __FILE__, __LINE__);
     // Chains stay short however many strings there are; odd sizes suit the hash.
     if (cache->count > cache->size && cache->size <= UINT32_MAX / 2)
@@ -91,10 +91,10 @@ static char *reserve(size_t n, size_t keep = 0) {
 
 static const char *build(std::initializer_list<std::string_view> parts) {
     size_t length = 0;
-    for (std::string_view part : parts)
+    for (const std::string_view part : parts)
         length += part.size();
     char *end = reserve(length + 1);
-    for (std::string_view part : parts)
+    for (const std::string_view part : parts)
         end = std::copy(part.begin(), part.end(), end);
     *end = '\0';
     return intern(scratch);
@@ -178,7 +178,7 @@ const char *sc_expandTabs(const char *s) {
     const std::string_view text = s;
     const auto tabs = static_cast<size_t>(std::count(text.begin(), text.end(), '\t'));
     char *end = reserve(text.size() + 3 * tabs + 1);
-    for (char c : text) {
+    for (const char c : text) {
         if (c == '\t')
             end = std::fill_n(end, 4, ' ');
         else
@@ -214,7 +214,7 @@ const char *sc_translate(const char *s, const char *from, const char *to) {
     std::array<char, 256> map;
     std::iota(map.begin(), map.end(), '\0');
     // Characters of `from` beyond the end of `to` stay themselves.
-    for (; *from != '\0' && *to != '\0'; ++from, ++to)
+    for (; *from != '\0' && *to != '\0'; from++, to++)
         map[static_cast<unsigned char>(*from)] = *to;
     return changed(s, [&](unsigned char c) { return map[c]; });
 }
@@ -224,7 +224,7 @@ const char *sc_fromChars(Vector *v) {
         return nullptr;
     const uint32_t length = vec_size(v);
     char *text = reserve(size_t{length} + 1);
-    for (uint32_t i = 0; i < length; ++i)
+    for (uint32_t i = 0; i < length; i++)
         text[i] = static_cast<char>(reinterpret_cast<intptr_t>(vec_elementAt(v, i)));
     text[length] = '\0';
     return intern(text);
@@ -239,8 +239,8 @@ const char *sc_escape(const char *s, const char *set, char esc) {
         return nullptr;
     const std::string_view text = s, special = set;
     char *end = reserve(2 * text.size() + 1);
-    for (char c : text) {
-        if (special.find(c) != std::string_view::npos)
+    for (const char c : text) {
+        if (special.find(c) != special.npos)
             *end++ = esc != '\0' ? esc : '\\';
         *end++ = c;
     }
@@ -256,9 +256,9 @@ template <class Drop> static const char *trimmed(const char *s, Drop drop) {
         return nullptr;
     const char *end = s + strlen(s);
     while (s != end && drop(*s))
-        ++s;
+        s++;
     while (s != end && drop(end[-1]))
-        --end;
+        end--;
     return build({std::string_view(s, end)});
 }
 
@@ -291,11 +291,11 @@ const char *sc_between(const char *s, char c1, char c2, size_t *p1, size_t *p2) 
         return nullptr;
     const std::string_view text = s;
     const size_t begin = text.find(c1);
-    if (begin == std::string_view::npos)
+    if (begin == text.npos)
         return nullptr;
     first = begin;
     const size_t end = text.find(c2, begin + 1);
-    if (end == std::string_view::npos)
+    if (end == text.npos)
         return nullptr;
     second = end;
     return build({text.substr(begin + 1, end - begin - 1)});

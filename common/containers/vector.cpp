@@ -15,10 +15,10 @@ static constexpr uint32_t DEFAULT_CAPACITY = 10;
 static constexpr uint32_t MAX_CACHED_CURSORS = 8192;
 static constexpr uint32_t ALIVE = 1;
 
-static uint32_t next_serial;
-static bool tracking;
-static Vector *master_list; // of VecMasterRec, itself untracked
-static FreeCache *cursors;  // shared by all vectors
+static uint32_t next_serial = 0;
+static bool tracking = false;
+static Vector *master_list = nullptr; // of VecMasterRec, itself untracked
+static FreeCache *cursors = nullptr;  // shared by all vectors
 
 // For tracked vectors only.
 static bool is_alive(const Vector *p) {
@@ -378,7 +378,7 @@ void vec_masterReport() {
     vec_sort(master_list, compare_records);
     trace_puts("# Living Vector Master List:");
     trace_puts("# ptr    file:line    max_count/capacity    alive");
-    std::vector<SiteSummary> sites = report_living();
+    const std::vector<SiteSummary> sites = report_living();
     trace_puts("# Vector Master List Summary:");
     trace_puts("#                                                                  "
                "Living              Dead                Total");

@@ -8,13 +8,8 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <string>
-
-#if __has_include(<miniz/miniz.h>)
-#include <miniz/miniz.h>
-#else
 #include <miniz.h>
-#endif
+#include <string>
 
 static const char *application = "qrn";
 
@@ -29,12 +24,6 @@ static std::string archive_name(const char *file) {
     }
     std::replace(name.begin(), name.end(), '\\', '/');
     return name;
-}
-
-// Reading anything else could block or never end.
-static bool is_regular(const char *path) {
-    HostStat status;
-    return host_stat(path, &status) && status.kind == FileKind::regular;
 }
 
 namespace {
@@ -82,7 +71,7 @@ static void write_addition(mz_zip_archive *zip, const Addition &add, const char 
     const auto kept = static_cast<mz_uint16>(std::min<size_t>(length, UINT16_MAX));
     const mz_uint files = mz_zip_reader_get_num_files(zip) + 1;
     const bool added =
-        is_regular(add.file) &&
+        os_is_regular(add.file) &&
         mz_zip_writer_add_file(zip, name.c_str(), add.file, add.comment, kept, LEVEL_AND_FLAGS);
     if (!added)
         zvdebug_warn("Unable to add archive \"%s\" (from \"%s\") to package zip (%s)", name.c_str(),
@@ -140,7 +129,7 @@ static bool read_comment(mz_zip_archive *zip, std::string &comment) {
 
 // Appending overwrites the archive's directory before it is whole again, so it happens to a copy.
 static void append_to_package(const Addition &add) {
-    const OwnedString copy = is_regular(add.package) ? os_tempname("zip") : nullptr;
+    const OwnedString copy = os_is_regular(add.package) ? os_tempname("zip") : nullptr;
     mz_zip_archive zip = {};
     std::string comment;
     if (copy == nullptr || !copyfile_helper(add.package, copy.get()) ||

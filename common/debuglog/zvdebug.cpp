@@ -10,7 +10,7 @@
 #include <cstring>
 #include <string>
 
-// All strings here are interned; null is none.
+// All strings here are interned; null means that there is none.
 static bool parsed = false;
 static uint32_t num = 1;
 static const char *directory = nullptr; // current when the option was parsed
@@ -81,10 +81,9 @@ static void parse_zip(const char *argument) {
     const char *path = sc_strdup(named ? argument : "qrn_package.zip");
     if (is_both(path, trace_path()))
         return;
-    HostStat status;
-    if (!update && host_stat(path, &status)) {
+    if (!update && os_exists(path)) {
         zvdebug_warn("Package zip \"%s\" already exists and will be over-written", path);
-        if (status.kind != FileKind::regular || !host_remove(path))
+        if (!os_is_regular(path) || !host_remove(path))
             zvdebug_warn("Unable to remove \"%s\", it will be updated if possible", path);
     }
     zip_path = path;

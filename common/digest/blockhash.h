@@ -59,7 +59,7 @@ void blockhash_final(Context *ctx, uint8_t *digest, Compress compress) {
     store_be32(ctx->data + HASH_LENGTH_OFFSET, static_cast<uint32_t>(ctx->bitlen >> 32));
     store_be32(ctx->data + HASH_LENGTH_OFFSET + 4, static_cast<uint32_t>(ctx->bitlen));
     compress(ctx, ctx->data, 1);
-    for (uint32_t word : ctx->state) {
+    for (const uint32_t word : ctx->state) {
         store_be32(digest, word);
         digest += 4;
     }

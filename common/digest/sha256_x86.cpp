@@ -41,8 +41,8 @@ compress_lanes(uint32_t *const *states, const uint8_t *const *blocks, size_t cou
 #pragma GCC unroll 2
     for (int i = 0; i < lanes; i++) {
         const auto *state = reinterpret_cast<const __m128i *>(states[i]);
-        __m128i cdab = _mm_shuffle_epi32(_mm_loadu_si128(state), 0xb1);
-        __m128i efgh = _mm_shuffle_epi32(_mm_loadu_si128(state + 1), 0x1b);
+        const __m128i cdab = _mm_shuffle_epi32(_mm_loadu_si128(state), 0xb1);
+        const __m128i efgh = _mm_shuffle_epi32(_mm_loadu_si128(state + 1), 0x1b);
         abef[i] = _mm_alignr_epi8(cdab, efgh, 8);
         cdgh[i] = _mm_blend_epi16(efgh, cdab, 0xf0);
         message[i] = reinterpret_cast<const __m128i *>(blocks[i]);
@@ -62,13 +62,13 @@ compress_lanes(uint32_t *const *states, const uint8_t *const *blocks, size_t cou
         for (int t = 0; t < 16; t++) {
 #pragma GCC unroll 2
             for (int i = 0; i < lanes; i++) {
-                __m128i wk = _mm_add_epi32(w[i][t % 4], _mm_load_si128(k + t));
+                const __m128i wk = _mm_add_epi32(w[i][t % 4], _mm_load_si128(k + t));
                 cdgh[i] = _mm_sha256rnds2_epu32(cdgh[i], abef[i], wk);
                 abef[i] = _mm_sha256rnds2_epu32(abef[i], cdgh[i], _mm_shuffle_epi32(wk, 0x0e));
                 if (t < 12) {
-                    __m128i w3 = w[i][(t + 3) % 4];
-                    __m128i older = _mm_sha256msg1_epu32(w[i][t % 4], w[i][(t + 1) % 4]);
-                    __m128i seven_back = _mm_alignr_epi8(w3, w[i][(t + 2) % 4], 4);
+                    const __m128i w3 = w[i][(t + 3) % 4];
+                    const __m128i older = _mm_sha256msg1_epu32(w[i][t % 4], w[i][(t + 1) % 4]);
+                    const __m128i seven_back = _mm_alignr_epi8(w3, w[i][(t + 2) % 4], 4);
                     w[i][t % 4] = _mm_sha256msg2_epu32(_mm_add_epi32(older, seven_back), w3);
                 }
             }
@@ -83,8 +83,8 @@ compress_lanes(uint32_t *const *states, const uint8_t *const *blocks, size_t cou
 #pragma GCC unroll 2
     for (int i = 0; i < lanes; i++) {
         auto *state = reinterpret_cast<__m128i *>(states[i]);
-        __m128i feba = _mm_shuffle_epi32(abef[i], 0x1b);
-        __m128i dchg = _mm_shuffle_epi32(cdgh[i], 0xb1);
+        const __m128i feba = _mm_shuffle_epi32(abef[i], 0x1b);
+        const __m128i dchg = _mm_shuffle_epi32(cdgh[i], 0xb1);
         _mm_storeu_si128(state, _mm_blend_epi16(feba, dchg, 0xf0));
         _mm_storeu_si128(state + 1, _mm_alignr_epi8(dchg, feba, 8));
     }

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-static bool is_blank(char c) {
+static bool is_space(char c) {
     return c == ' ' || c == '\t';
 }
 
@@ -10,7 +10,7 @@ static bool is_blank(char c) {
 static std::string read_argument(const char *&p) {
     std::string argument;
     bool quoted = false;
-    while (*p != '\0' && (quoted || !is_blank(*p))) {
+    while (*p != '\0' && (quoted || !is_space(*p))) {
         const size_t backslashes = strspn(p, "\\");
         p += backslashes;
         if (*p != '"') {
@@ -27,7 +27,7 @@ static std::string read_argument(const char *&p) {
             p += 2;
         } else {
             quoted = !quoted;
-            ++p;
+            p++;
         }
     }
     return argument;

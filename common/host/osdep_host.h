@@ -181,7 +181,7 @@ bool host_rename_new(const char *from, const char *to);
 // Gives `to` the access rights of `from`, as far as the host has any.
 void host_copy_mode(const char *from, const char *to);
 
-// The file a link leads to in the end; a copy of `path` when it is none.
+// The file a link leads to in the end; a copy of `path` if it is not a link.
 OwnedString host_resolve_links(const char *path);
 
 // Where an existing path leads, from the root and without links; null on failure.
@@ -216,7 +216,9 @@ constexpr int STDERR_DESCRIPTOR = 2;
 // opened later takes their place.
 void host_open_standard_streams();
 
-bool host_is_terminal(int descriptor);
+// In columns; 0 for what is not a terminal.
+int host_terminal_width(int descriptor);
+
 int host_fileno(FILE *stream);
 int host_dup(int descriptor); // the duplicate is not inherited by started programs
 int host_dup2(int from, int to);
@@ -224,7 +226,7 @@ int host_close(int descriptor);
 
 // --- Processes
 
-// A started program, to be waited for once; 0 is none.
+// A started program, to be waited for once; 0 if there is none.
 using ProcessHandle = intptr_t;
 
 // Starts `exe` without a console window and without waiting. It is ended when this process ends,

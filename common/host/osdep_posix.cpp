@@ -14,6 +14,7 @@
 #include <poll.h>
 #include <sched.h>
 #include <sys/auxv.h>
+#include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/random.h>
 #include <sys/stat.h>
@@ -358,7 +359,7 @@ void host_copy_mode(const char *from, const char *to) {
 OwnedString host_resolve_links(const char *path) {
     constexpr int LONGEST_CHAIN = 40; // as the kernel's
     std::string resolved = path;
-    for (int i = 0; i < LONGEST_CHAIN; ++i) {
+    for (int i = 0; i < LONGEST_CHAIN; i++) {
         const OwnedString target = read_link(resolved.c_str());
         if (target == nullptr)
             break;
@@ -446,8 +447,11 @@ void host_open_standard_streams() {
             open("/dev/null", O_RDWR); // which takes the lowest number, this one
 }
 
-bool host_is_terminal(int descriptor) {
-    return isatty(descriptor) != 0;
+int host_terminal_width(int descriptor) {
+    winsize size = {};
+    if (isatty(descriptor) == 0)
+        return 0;
+    return ioctl(descriptor, TIOCGWINSZ, &size) == 0 && size.ws_col != 0 ? size.ws_col : 80;
 }
 
 int host_fileno(FILE *stream) {

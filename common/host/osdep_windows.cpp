@@ -561,9 +561,9 @@ HostLock host_lock(const char *path) {
     if (directory == nullptr ||
         !host_file_identity(str_concat(directory.get(), "\\").get(), &identity))
         return -1;
-    const OwnedString name =
-        str_format("Global\\kestrel-%llx-%llx", static_cast<unsigned long long>(identity.volume),
-                   static_cast<unsigned long long>(identity.file));
+    const OwnedString name = str_format("Global\\%s-%llx-%llx", host_tool_name,
+                                        static_cast<unsigned long long>(identity.volume),
+                                        static_cast<unsigned long long>(identity.file));
     const HANDLE mutex = CreateMutexA(nullptr, FALSE, name.get());
     if (mutex == nullptr)
         return -1;
@@ -587,8 +587,12 @@ void host_open_standard_streams() {
             _wfreopen(L"NUL", stream == stdin ? L"r" : L"w", stream);
 }
 
-bool host_is_terminal(int descriptor) {
-    return _isatty(descriptor) != 0;
+int host_terminal_width(int descriptor) {
+    CONSOLE_SCREEN_BUFFER_INFO info = {};
+    if (_isatty(descriptor) == 0)
+        return 0;
+    const auto console = reinterpret_cast<HANDLE>(_get_osfhandle(descriptor));
+    return GetConsoleScreenBufferInfo(console, &info) != 0 ? info.dwSize.X : 80;
 }
 
 int host_fileno(FILE *stream) {

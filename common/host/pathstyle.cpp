@@ -17,7 +17,7 @@ bool path_is_separator(const PathStyle &style, char c) {
 const char *path_last_separator(const PathStyle &style, const char *path) {
     if (path == nullptr)
         return nullptr;
-    for (const char *separator = style.separators; *separator != '\0'; ++separator)
+    for (const char *separator = style.separators; *separator != '\0'; separator++)
         if (const char *last = strrchr(path, *separator))
             return last;
     return style.drives ? strrchr(path, ':') : nullptr;
@@ -54,6 +54,14 @@ bool path_leads_out(const PathStyle &style, std::string_view path) {
     return depth < 0;
 }
 
+size_t path_trimmed_length(const PathStyle &style, std::string_view path) {
+    size_t length = path.size();
+    while (length > 1 && path_is_separator(style, path[length - 1]) &&
+           !(style.drives && path[length - 2] == ':'))
+        length--;
+    return length;
+}
+
 bool path_is_bare_drive(const PathStyle &style, const char *path) {
     return style.drives && isalpha(static_cast<unsigned char>(path[0])) && path[1] == ':' &&
            path[2] == '\0';
@@ -81,7 +89,7 @@ OwnedString path_dirname(const PathStyle &style, const char *path) {
     if (last == nullptr)
         return nullptr;
     if (!style.drives && last == path)
-        ++last; // the root is its own separator
+        last++; // the root is its own separator
     return xstrndup(path, static_cast<size_t>(last - path));
 }
 
@@ -95,7 +103,7 @@ OwnedString path_stem(const PathStyle &style, const char *path, bool with_dot) {
         return nullptr;
     const std::string_view base = path_basename(style, path);
     const size_t dot = base.rfind('.');
-    if (dot == std::string_view::npos)
+    if (dot == base.npos)
         return xstrndup(base.data(), base.size());
     return xstrndup(base.data(), with_dot ? dot + 1 : dot);
 }
@@ -110,21 +118,13 @@ static size_t dot_component(const PathStyle &style, const char *p) {
 // so normalising stays linear.
 static void drop_component(const PathStyle &style, std::string &path) {
     const size_t last = path.find_last_of(style.separators);
-    path.resize(last == std::string::npos ? 0 : last);
+    path.resize(last == path.npos ? 0 : last);
 }
 
 // Whether ".." has no component to remove from a relative slash path: at its start, or after dots
 // that stayed there.
 static bool at_start(const std::string &path) {
     return path.empty() || path == "." || path == ".." || path.ends_with("/..");
-}
-
-static void drop_trailing_separator(const PathStyle &style, std::string &path) {
-    const size_t length = path.size();
-    if (length < (style.drives ? 3 : 2) || !path_is_separator(style, path.back()))
-        return;
-    if (!(style.drives && path[length - 2] == ':'))
-        path.pop_back();
 }
 
 OwnedString path_normalise(const PathStyle &style, const char *path) {
@@ -141,7 +141,7 @@ OwnedString path_normalise(const PathStyle &style, const char *path) {
             continue;
         }
         while (path_is_separator(style, p[1]))
-            ++p;
+            p++;
         const size_t dots = dot_component(style, p + 1);
         if (dots == 1) {
             p += 2;
@@ -151,10 +151,11 @@ OwnedString path_normalise(const PathStyle &style, const char *path) {
         } else {
             if (!(relative && clean.empty()))
                 clean += *p;
-            ++p;
+            p++;
         }
     }
-    drop_trailing_separator(style, clean);
+    if (!style.drives || clean.size() > 2)
+        clean.resize(path_trimmed_length(style, clean));
     if (clean.empty() && !style.drives && !relative)
         clean = style.separator;
     return xstrndup(clean.data(), clean.size());

@@ -31,6 +31,9 @@ bool path_is_absolute(const PathStyle &style, const char *path);
 // its start by "..". Links are not looked at.
 bool path_leads_out(const PathStyle &style, std::string_view path);
 
+// The length of `path` without the separators at its end. A root ("C:\", "/") keeps one.
+size_t path_trimmed_length(const PathStyle &style, std::string_view path);
+
 // "C:" and no more, in the drive family.
 bool path_is_bare_drive(const PathStyle &style, const char *path);
 

@@ -22,12 +22,18 @@ static constexpr uint32_t PADDING_LIMIT = 65536;
 
 static constexpr uint32_t DEFAULT_WIDTH = 20;
 
-static struct {
+namespace {
+
+struct Layout {
     uint32_t width = DEFAULT_WIDTH;
     uint32_t step = 4;
     uint32_t depth = 0;
     uint32_t indent = 0; // depth times step
-} layout;
+};
+
+} // namespace
+
+static Layout layout;
 
 // Where the next alert copies stand; null for no place.
 static const char *gAlertSrc = nullptr;

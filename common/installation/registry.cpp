@@ -5,7 +5,7 @@
 #include "installation/zvinstdir.h"
 #include "platform/osdep.h"
 
-static const char *c_stdlib;
+static const char *c_stdlib = nullptr;
 
 namespace {
 
@@ -33,7 +33,7 @@ static constexpr PathType PATH_TYPES[] = {
 };
 
 // The directory above the subdirectory of each type, where the user has set one.
-static const char *overrides[REG_C_INCLUDE + 1];
+static const char *overrides[REG_C_INCLUDE + 1] = {};
 
 static const PathType *find_type(int32_t type) {
     for (const PathType &known : PATH_TYPES)

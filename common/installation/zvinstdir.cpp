@@ -4,10 +4,10 @@
 #include "host/trace.h"
 #include "platform/osdep.h"
 
-#include <cstring>
+#include <string_view>
 
-const char *zvinstall_ver;
-const char *zvinstall_dir;
+const char *zvinstall_ver = nullptr;
+const char *zvinstall_dir = nullptr;
 
 // The first two only name the kinds; they are never joined to anything.
 static constexpr const char *KIND_NAMES[ZVINSTDIR_LAST] = {"qrn", "v*",  "bin", "docs",   "include",
@@ -33,14 +33,11 @@ static bool enter_parent(const char **dir, const char **failure) {
 }
 
 const char *zvinstall_program_dir(const char *program) {
-    OwnedString dir = os_dirname(program);
+    const OwnedString dir = os_dirname(program);
     if (dir == nullptr)
         return nullptr;
-    size_t length = strlen(dir.get());
-    while (length > 0 &&
-           (dir.get()[length - 1] == '.' || dir.get()[length - 1] == host_path_style().separator))
-        length--;
-    return sc_ncopy(dir.get(), length);
+    const char dropped[] = {'.', host_path_style().separator, '\0'};
+    return sc_ncopy(dir.get(), std::string_view(dir.get()).find_last_not_of(dropped) + 1);
 }
 
 // The paths for the version directory that was reached. What it lacks goes to the log at once.

@@ -34,9 +34,10 @@ static bool is_missing(const FileDigest &result) {
 }
 
 bool LineCheck::judge(const char *path, FaultyLine line, const FileDigest &result) {
-    if (result.outcome == OpenOutcome::refused && purpose == CheckFor::verdict) {
+    if (result.outcome == OpenOutcome::refused) {
         TRACE_MESSAGE("Cannot read file \"%s\": %s", path, file_reason(result.reason));
-        shahash_fatal_cannot_open(path);
+        if (purpose == CheckFor::verdict)
+            shahash_fatal_cannot_open(path);
     }
     if (result.outcome == OpenOutcome::opened)
         line.fault = LineFault::different;

@@ -1,7 +1,7 @@
 // A manifest's lines, written and read.
 //
 //     manifest  = { line }
-//     line      = digest " *." { "\" component } line-end          as it is written
+//     line      = digest " *." "\" component { "\" component } line-end         as it is written
 //     digest    = 64 lower-case hexadecimal digits
 //     component = the name of a directory or file: one byte or more, but no "\", CR, LF or NUL;
 //                 the last one does not end in white space

@@ -94,9 +94,9 @@ void ManifestVisitor::report_link(const char *path, const char *listed) const {
     std::string inside = top.get();
     if (!path_is_separator(host_path_style(), inside.back()))
         inside += host_path_style().separator;
-    if (std::string_view(target.get()).starts_with(inside))
-        return;
-    report->link(listed, target.get());
+    const std::string_view place = target.get();
+    if (place != top.get() && !place.starts_with(inside))
+        report->link(listed, target.get());
 }
 
 bool ManifestVisitor::receive(const char *path, OwnedString listed, const FileDigest &result) {

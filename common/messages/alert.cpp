@@ -10,7 +10,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <limits>
 
 static void exit_plainly(int status) {
     exit(status);
@@ -18,12 +17,18 @@ static void exit_plainly(int status) {
 
 void (*alert_exit_hook)(int status) = exit_plainly;
 
-static enum { NOT_READY, STARTING, READY } progress;
+namespace {
+
+enum Progress { NOT_READY, STARTING, READY };
+
+} // namespace
+
+static Progress progress = NOT_READY;
 static uint32_t error_limit = 20;
-static uint32_t error_count;
-static uint32_t warning_count;
-static bool warn_fails;
-static AlertHookFn observer;
+static uint32_t error_count = 0;
+static uint32_t warning_count = 0;
+static bool warn_fails = false;
+static AlertHookFn observer = nullptr;
 
 [[noreturn]] static void end_program() {
     alert_exit_hook(1);
@@ -67,6 +72,7 @@ uint32_t set_maxerrors(uint32_t n) {
 void alert_set_warn_fails(bool on) {
     warn_fails = on;
 }
+
 bool alert_failed() {
     return error_count > 0 || (warn_fails && warning_count > 0);
 }
@@ -74,6 +80,7 @@ bool alert_failed() {
 void alert_set_hook(AlertHookFn fn) {
     observer = fn;
 }
+
 AlertHookFn alert_get_hook() {
     return observer;
 }
@@ -250,9 +257,11 @@ static int raise_row(const Entry &entry, uint32_t number, va_list args) {
 int valert(uint32_t number, va_list args) {
     return raise_row(ALERT, number, args);
 }
+
 int valert_nl(uint32_t number, va_list args) {
     return raise_row(ALERT_NL, number, args);
 }
+
 int valert_nl_repeat(uint32_t number, va_list args) {
     return raise_row(ALERT_NL_REPEAT, number, args);
 }
@@ -301,11 +310,7 @@ int alert_nopos(uint32_t number, ...) {
 
 static int32_t level_of(const char *type) {
     const char *digits = *type == '-' ? type + 1 : type;
-    if (!isdigit(static_cast<unsigned char>(*digits)))
-        return 10;
-    return static_cast<int32_t>(std::clamp<long long>(strtoll(type, nullptr, 10),
-                                                      std::numeric_limits<int32_t>::min(),
-                                                      std::numeric_limits<int32_t>::max()));
+    return isdigit(static_cast<unsigned char>(*digits)) != 0 ? str_to_int32(type) : 10;
 }
 
 static int raise_text(uint32_t number, const char *type, bool observed, const char *format,
@@ -344,7 +349,7 @@ int alert_adhoc(const char *type, const char *format, ...) {
 }
 
 void alert_fatal(int code) {
-    OwnedString path = os_progpath();
+    const OwnedString path = os_progpath();
     const char *name = os_basename(path.get());
     if (name == nullptr || *name == '\0')
         name = "QRN";
@@ -354,7 +359,7 @@ void alert_fatal(int code) {
     TRACE_ENTER("%s", text);
     alert_repeat(5, text);
     TRACE_EXIT();
-    exit(code ? code : 1);
+    exit(code != 0 ? code : 1);
 }
 
 // --- Message files
@@ -395,8 +400,8 @@ bool open_edf_dir(const char *dir) {
     TRACE_ENTER("%s", dir != nullptr ? dir : "(null)");
     if (!os_exists(dir))
         return TRACE_RESULT(false, "false");
-    VectorPtr files(vec_new(__FILE__, __LINE__));
-    uint32_t cnt = findMsgFiles(dir, LANG_NONE, files.get());
+    const VectorPtr files(vec_new(__FILE__, __LINE__));
+    const uint32_t cnt = findMsgFiles(dir, LANG_NONE, files.get());
     TRACE_MESSAGE("cnt = %u", cnt);
     msgfile_sort(files.get());
     const bool opened = cnt == 0 || open_edf(vec_at<const char>(files.get(), 0));

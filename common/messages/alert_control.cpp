@@ -6,10 +6,10 @@
 #include <charconv>
 #include <cstring>
 
-int32_t alert_threshold;
+int32_t alert_threshold = 0;
 
 // Saved states, the ones in force on top: vectors indexed by number, each element a state.
-static Vector *frames;
+static Vector *frames = nullptr;
 
 static Vector *top_frame() {
     return frames != nullptr ? static_cast<Vector *>(vec_top(frames)) : nullptr;
@@ -121,7 +121,7 @@ void alert_disable(const char *list) {
     do {
         list += strspn(list, " \t");
         uint32_t number = 0;
-        auto [end, error] = std::from_chars(list, list + strlen(list), number);
+        const auto [end, error] = std::from_chars(list, list + strlen(list), number);
         if (error == std::errc())
             alert_control(number, str_nicmp(end, ":off", 4) == 0 ? ALERT_DISABLED : ALERT_HIDE);
         list = strchr(list, ',');

@@ -68,8 +68,8 @@ enum { ERROR_TEMPLATE, WARNING_TEMPLATE, MESSAGE_TEMPLATE };
 
 static TextBuffer<8192> line;
 static TextBuffer<512> body;
-static AlertOutputFn output;
-static bool use_templates;
+static AlertOutputFn output = nullptr;
+static bool use_templates = false;
 static Template templates[] = {
     {"ZQT_ERR_FORMAT", "%f: %l: (%n) %s (error)", "%f: %l: (%n) %s (error)"},
     {"ZQT_WARN_FORMAT", "%f: %l: (%n) %s (warning)", "%f: %l: (%n) %s (warning)"},
@@ -130,9 +130,11 @@ void alert_use_formats(bool on) {
 const char *alert_get_err_format() {
     return sc_strdup(templates[ERROR_TEMPLATE].text);
 }
+
 const char *alert_get_warn_format() {
     return sc_strdup(templates[WARNING_TEMPLATE].text);
 }
+
 const char *alert_get_msg_format() {
     return sc_strdup(templates[MESSAGE_TEMPLATE].text);
 }
@@ -148,13 +150,14 @@ void alert_set_position(const char *file, const uint32_t *line_counter, const ui
 void alert_set_output(AlertOutputFn fn) {
     output = fn;
 }
+
 AlertOutputFn alert_get_output() {
     return output;
 }
 
 static void alert_emit() {
     line.end_line();
-    if (trace_flags & TRACE_ALERTS)
+    if ((trace_flags & TRACE_ALERTS) != 0)
         trace_alert(line.c_str());
     if (output != nullptr) {
         output(line.c_str());
@@ -185,7 +188,7 @@ void contmsg(int last, const char *format, ...) {
     va_start(args, format);
     pending.vprint(format, args);
     va_end(args);
-    if (!last)
+    if (last == 0)
         return;
     line = pending;
     pending.clear();
@@ -208,7 +211,7 @@ static void make_format(TextBuffer<512> &format, std::string_view text) {
             text.remove_prefix(piece.size());
         }
         if (piece == "%m") {
-            error = alert_call.error ? strerror(alert_call.error) : "";
+            error = alert_call.error != 0 ? strerror(alert_call.error) : "";
             continue;
         }
         if (piece.size() > format.room())

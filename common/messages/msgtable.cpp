@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <limits>
 #include <string>
 
 // Number, type and text, separated by tabs, in ascending order of numbers. Some texts end in a
@@ -42,9 +41,9 @@ static constexpr std::string_view BUILTIN_TABLE =
 
 static constexpr size_t MAX_LINE = 255;
 
-static Vector *loaded_tables; // the first gives types and levels, the last gives texts
-static const char *file_in_force;
-static uint32_t highest_number;
+static Vector *loaded_tables = nullptr; // the first gives types and levels, the last gives texts
+static const char *file_in_force = nullptr;
+static uint32_t highest_number = 0;
 
 static void print_malformed(uint32_t line, const char *file) {
     fprintf(stderr, "Malformed error information on line %u, in file %s\n", line,
@@ -62,8 +61,7 @@ std::string_view format_conversion(std::string_view text) {
 }
 
 bool format_is_complete(std::string_view conversion) {
-    return conversion.size() > 1 &&
-           CONVERSION_MIDDLE.find(conversion.back()) == std::string_view::npos;
+    return conversion.size() > 1 && CONVERSION_MIDDLE.find(conversion.back()) == conversion.npos;
 }
 
 // The conversions of a format that take arguments, one after the other.
@@ -205,7 +203,7 @@ Vector *load_edf(const char *name) {
     if (!builtin && !read_file(name, text))
         return nullptr;
     Vector *table = parse_table(BUILTIN_TABLE, nullptr);
-    highest_number = vec_size(table) ? vec_size(table) - 1 : 0;
+    highest_number = vec_size(table) != 0 ? vec_size(table) - 1 : 0;
     take_over(table, parse_table(text, table));
     if (loaded_tables == nullptr)
         loaded_tables = vec_new(__FILE__, __LINE__);

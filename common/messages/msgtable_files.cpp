@@ -36,7 +36,7 @@ const char *lang_code(uint32_t id) {
 }
 
 static bool has_name(const Language &language, const char *name) {
-    VectorPtr names(sc_split(language.names, ",;"));
+    const VectorPtr names(sc_split(language.names, ",;"));
     for (const char *known : VecEach<const char>(names))
         if (str_icmp(known, name) == 0)
             return true;
@@ -63,7 +63,7 @@ uint64_t getMsgFileVersion(const char *m) {
     DEBUG_ASSERT(m != NULL);
     uint64_t version = 0;
     if (const char *name = os_basename(m)) {
-        auto [end, error] = std::from_chars(name, name + strlen(name), version);
+        const auto [end, error] = std::from_chars(name, name + strlen(name), version);
         if (error == std::errc::result_out_of_range)
             version = std::numeric_limits<uint64_t>::max();
     }
@@ -127,7 +127,7 @@ static const char *program_dat_dir() {
 
 const char *msg_filename(uint32_t langid) {
     TRACE_ENTER("lnum = %lu", static_cast<unsigned long>(langid));
-    VectorPtr files(vec_new(__FILE__, __LINE__));
+    const VectorPtr files(vec_new(__FILE__, __LINE__));
     uint32_t cnt = findMsgFiles(reg_instdir(REG_DAT), langid, files.get());
     if (cnt == 0)
         cnt = findMsgFiles(program_dat_dir(), langid, files.get());

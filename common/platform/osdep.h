@@ -23,7 +23,7 @@ OwnedString os_progpath();
 const char *os_osname();
 OwnedString os_hostname(); // "localhost"
 
-// Bit 0x10000 marks the drive-letter and backslash path family.
+// HOST_DRIVE_PATHS marks the drive-letter and backslash path family.
 int32_t os_kind();
 
 // The longest command line, in characters, that is passed to a program directly.
@@ -33,6 +33,9 @@ int32_t os_max_cmdline();
 // back and ends the program with the signal's number as its status. Writes to a closed pipe, or
 // beyond the limit of a file's size, then fail as others do.
 void os_catch_signals();
+
+// Called first, unless it is null, when a fatal signal has arrived.
+extern void (*os_signal_hook)();
 
 // In double quotes if it contains white space; nothing inside is escaped.
 OwnedString os_quote_arg(const char *s);
@@ -83,6 +86,7 @@ bool os_name_case_matches(const char *path);
 
 int os_exists(const char *path);
 int os_is_dir(const char *path);
+bool os_is_regular(const char *path);   // reading anything else could block or never end
 bool os_is_writable(const char *path);  // an existing file that may be written to
 uint32_t os_filesize(const char *path); // low 32 bits; 0 for null or failure
 

@@ -16,6 +16,11 @@ int os_is_dir(const char *path) {
     return path != nullptr && host_stat(path, &status) && status.kind == FileKind::directory;
 }
 
+bool os_is_regular(const char *path) {
+    HostStat status;
+    return path != nullptr && host_stat(path, &status) && status.kind == FileKind::regular;
+}
+
 uint32_t os_filesize(const char *path) {
     HostStat status;
     return path != nullptr && host_stat(path, &status) ? static_cast<uint32_t>(status.size) : 0;
@@ -134,7 +139,7 @@ static std::string sibling_of(const std::string &path) {
     size_t end = path.size();
     while (end > 0 && !path_is_separator(style, path[end - 1]) &&
            !(style.drives && path[end - 1] == ':'))
-        --end;
+        end--;
     return path.substr(0, end) + "zv" + host_unique_seed().get() + ".tmp";
 }
 

@@ -56,7 +56,7 @@ OwnedString os_relpath(const char *path) {
         return full;
     const char *rest = full.get() + length;
     if (path_is_separator(host_path_style(), *rest))
-        ++rest;
+        rest++;
     return xstrdup(*rest != '\0' ? rest : ".");
 }
 

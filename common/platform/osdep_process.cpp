@@ -58,6 +58,8 @@ static void restore_stream(int *saved, int descriptor, FILE *stream, const char 
 // The status that the program ends with after a signal; 0 before one.
 static volatile sig_atomic_t dying = 0;
 
+void (*os_signal_hook)() = nullptr;
+
 static void give_up(int) {
     _Exit(dying);
 }
@@ -78,6 +80,8 @@ static void fatal_signal(int number) {
     const std::span<const int> caught = host_caught_signals();
     dying = std::find(caught.begin(), caught.end(), number) != caught.end() ? number : 1;
     host_limit_exit(give_up);
+    if (os_signal_hook != nullptr)
+        os_signal_hook();
     os_remove_temps(); // before anything that may have to wait
     restore_stream(&saved_stdout_fd, STDOUT_DESCRIPTOR, stdout, "\n");
     restore_stream(&saved_stderr_fd, STDERR_DESCRIPTOR, stderr, "");
@@ -106,14 +110,14 @@ void os_catch_signals() {
 // --- Running programs
 
 OwnedString os_quote_arg(const char *s) {
-    for (const char *c = s; *c != '\0'; ++c)
+    for (const char *c = s; *c != '\0'; c++)
         if (isspace(static_cast<unsigned char>(*c)))
             return str_concat_free(str_concat("\"", s), "\"");
     return xstrdup(s);
 }
 
 int os_spawn(const char *path, const char **argv) {
-    for (const char **argument = argv; *argument != nullptr; ++argument)
+    for (const char **argument = argv; *argument != nullptr; argument++)
         *argument = os_quote_arg(*argument).release();
     const int status = host_spawn_wait(path, argv);
     if (signals_installed)
@@ -125,7 +129,7 @@ int os_spawn_vector(const char *path, const Vector *args) {
     const auto argv = const_cast<const char **>(reinterpret_cast<char **>(args->data));
     const int status = os_spawn(path, argv);
     const int reason = errno;
-    for (const char **argument = argv; *argument != nullptr; ++argument)
+    for (const char **argument = argv; *argument != nullptr; argument++)
         free(const_cast<char *>(*argument));
     errno = reason;
     return status;

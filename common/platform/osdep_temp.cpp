@@ -98,7 +98,7 @@ static bool make_temp_dir() {
     const std::string base = temp_base();
     if (os_mkdir(base.c_str()) != 0)
         return false;
-    for (char letter = 'A'; letter <= 'Z'; ++letter) {
+    for (char letter = 'A'; letter <= 'Z'; letter++) {
         const std::string path = base + "zv" + letter + host_unique_seed().get();
         if (os_exists(path.c_str()))
             continue;

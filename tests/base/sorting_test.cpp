@@ -2,10 +2,9 @@
 
 #include "support/noise.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cstdint>
+#include <gtest/gtest.h>
 #include <numeric>
 #include <vector>
 
@@ -15,7 +14,7 @@ static int compare_bytes(const void *a, const void *b) {
     return *static_cast<const uint8_t *>(a) - *static_cast<const uint8_t *>(b);
 }
 
-static uintptr_t lowest_frame, highest_frame;
+static uintptr_t lowest_frame = 0, highest_frame = 0;
 
 static int compare_ints(const void *a, const void *b) {
     volatile char here = 0;
@@ -27,15 +26,15 @@ static int compare_ints(const void *a, const void *b) {
 // Sizes around the limit of the scratch element on the stack. All bytes of an element are alike, so
 // a byte that an exchange has missed shows.
 TEST(SortingTest, SortsElementsOfAnySize) {
-    for (size_t size : {1U, 3U, 8U, 799U, 800U, 801U, 5000U})
-        for (size_t count : {0U, 1U, 2U, 3U, 4U, 17U, 300U}) {
+    for (const size_t size : {1u, 3u, 8u, 799u, 800u, 801u, 5000u})
+        for (const size_t count : {0u, 1u, 2u, 3u, 4u, 17u, 300u}) {
             auto keys = noise<std::vector<uint8_t>>(count, static_cast<uint32_t>(size + count));
             std::vector<uint8_t> data, expected;
-            for (uint8_t key : keys)
+            for (const uint8_t key : keys)
                 data.insert(data.end(), size, key);
             os_qsort(data.data(), count, size, compare_bytes);
             std::sort(keys.begin(), keys.end());
-            for (uint8_t key : keys)
+            for (const uint8_t key : keys)
                 expected.insert(expected.end(), size, key);
             EXPECT_EQ(data, expected) << size << " x " << count;
         }
@@ -44,7 +43,7 @@ TEST(SortingTest, SortsElementsOfAnySize) {
 
 TEST(SortingTest, NoDataUsesUpTheStack) {
     // All alike, and such that each pivot is the largest element.
-    for (int slope : {0, 1}) {
+    for (const int slope : {0, 1}) {
         std::vector<int> data;
         for (int i = 0; i < 10000; i++)
             data.push_back(slope * std::min(i, 10000 - i));
@@ -52,7 +51,7 @@ TEST(SortingTest, NoDataUsesUpTheStack) {
         highest_frame = 0;
         os_qsort(data.data(), data.size(), sizeof(int), compare_ints);
         EXPECT_TRUE(std::is_sorted(data.begin(), data.end())) << slope;
-        EXPECT_LT(highest_frame - lowest_frame, 30000U) << slope;
+        EXPECT_LT(highest_frame - lowest_frame, 30000u) << slope;
     }
 }
 
@@ -62,7 +61,7 @@ TEST(SortingTest, InconsistentComparisonStaysInsideTheArray) {
         [](const void *, const void *) { return 1; },
         [](const void *, const void *) { return static_cast<int>(below(random_numbers, 3)) - 1; },
     };
-    for (size_t count : {2U, 3U, 10U, 1000U})
+    for (const size_t count : {2u, 3u, 10u, 1000u})
         for (CompareFn compare : comparisons) {
             // What lies outside would come in by an exchange, or be seen by the address sanitizer.
             std::vector<int> expected(count);
@@ -82,7 +81,7 @@ TEST(SortingTest, SearchFindsWhatIsThere) {
     for (size_t count = 0; count <= std::size(sorted); count++)
         for (int key = -1; key <= 9; key++) {
             const bool there = key >= 0 && key % 2 == 0 && static_cast<size_t>(key / 2) < count;
-            EXPECT_EQ(os_bsearch(&key, count ? sorted : nullptr, count, 1, compare),
+            EXPECT_EQ(os_bsearch(&key, count != 0 ? sorted : nullptr, count, 1, compare),
                       there ? sorted + key / 2 : nullptr)
                 << key << " in " << count;
         }

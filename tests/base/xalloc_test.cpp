@@ -1,7 +1,6 @@
 #include "base/xalloc.h"
 
 #include <gtest/gtest.h>
-
 #include <string>
 
 // A build with the address sanitizer is to see a null result for a size that cannot be had, too.
@@ -23,10 +22,10 @@ TEST(XallocTest, RunningOutEndsTheProgram) {
 }
 
 TEST(XallocTest, FormatCutsLongTextsAndSaysSo) {
-    for (size_t length : {0U, 4095U, 4096U, 5000U}) {
-        std::string text(length, 'x');
+    for (const size_t length : {0u, 4095u, 4096u, 5000u}) {
+        const std::string text(length, 'x');
         testing::internal::CaptureStderr();
-        OwnedString result = str_format("%s", text.c_str());
+        const OwnedString result = str_format("%s", text.c_str());
         EXPECT_EQ(testing::internal::GetCapturedStderr(),
                   length > 4095 ? "buffer overflow in vsnprintf" : "");
         EXPECT_EQ(result.get(), text.substr(0, 4095));

@@ -5,16 +5,15 @@
 #include "host/trace.h"
 #include "messages/alert.h"
 #include "support/scratch.h"
-
-#include <gtest/gtest.h>
+#include "support/words.h"
 
 #include <algorithm>
 #include <filesystem>
+#include <gtest/gtest.h>
 #include <random>
 #include <string>
 #include <vector>
 
-using Words = std::vector<std::string>;
 using namespace std::string_literals;
 
 static Words seen; // by the callback
@@ -24,12 +23,8 @@ static Words expand(const Words &arguments) {
     for (const std::string &argument : arguments)
         argv.push_back(argument.c_str());
     seen.clear();
-    const VectorPtr args(cmdline_expand(static_cast<int>(argv.size()), argv.data(),
-                                        [](const char *argument) { seen.push_back(argument); }));
-    Words result;
-    for (const char *word : VecEach<const char>(args))
-        result.push_back(word);
-    return result;
+    const auto see = [](const char *argument) { seen.push_back(argument); };
+    return words_of(VectorPtr(cmdline_expand(static_cast<int>(argv.size()), argv.data(), see)));
 }
 
 // A new response file with these bytes, as an argument.
@@ -37,13 +32,6 @@ static std::string response_file(const std::string &text) {
     static const Scratch files;
     static int count = 0;
     return "@" + files.write(std::to_string(count++).c_str(), text);
-}
-
-static VectorPtr vector_of(const Words &words) {
-    VectorPtr vector(vec_new(__FILE__, __LINE__));
-    for (const std::string &word : words)
-        vec_append(vector.get(), sc_strdup(word.c_str()));
-    return vector;
 }
 
 // Runs the helper with these arguments and returns what reached standard output.

@@ -3,9 +3,8 @@
 #include "base/xalloc.h"
 #include "support/noise.h"
 
-#include <gtest/gtest.h>
-
 #include <cstring>
+#include <gtest/gtest.h>
 #include <string>
 #include <vector>
 
@@ -42,7 +41,7 @@ TEST(FreeCacheTest, LastObjectBackIsFirstOutAndZeroed) {
         str_format("Freecache: %p\n\tobj_size: 24\n\tnum_free: %zu\n\tmax_free: 5\n\tfree_list:\n",
                    static_cast<void *>(fc), list.size())
             .get();
-    for (auto object = list.rbegin(); object != list.rend(); ++object)
+    for (auto object = list.rbegin(); object != list.rend(); object++)
         dump += str_format("\t\t[%p]\n", *object).get();
     testing::internal::CaptureStderr();
     freecache_dump(fc);
@@ -54,7 +53,7 @@ TEST(FreeCacheTest, LastObjectBackIsFirstOutAndZeroed) {
 
 TEST(FreeCacheTest, NullAndMisuse) {
     EXPECT_TRUE(freecache_isFull(nullptr) && freecache_isEmpty(nullptr));
-    EXPECT_EQ(freecache_numFree(nullptr) + freecache_maxFree(nullptr), 0U);
+    EXPECT_EQ(freecache_numFree(nullptr) + freecache_maxFree(nullptr), 0u);
     EXPECT_EQ(freecache_get(nullptr), nullptr);
     EXPECT_DEATH(freecache_new(0, 1), "obj_size != 0");
     EXPECT_DEATH(freecache_new(8, 0), "max_objs != 0");

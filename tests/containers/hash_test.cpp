@@ -3,11 +3,11 @@
 #include "base/xalloc.h"
 #include "support/log_capture.h"
 #include "support/noise.h"
-
-#include <gtest/gtest.h>
+#include "support/words.h"
 
 #include <algorithm>
 #include <functional>
+#include <gtest/gtest.h>
 #include <iterator>
 #include <memory>
 #include <numeric>
@@ -30,11 +30,9 @@ static uint32_t by_letter(const void *key) {
     return static_cast<uint32_t>(*static_cast<const char *>(key));
 }
 
-static std::string text_of(const VectorPtr &words) {
-    std::string all;
-    for (const auto *word : VecEach<const char>(words))
-        all += word;
-    return all;
+static std::string joined(Vector *owned) {
+    const Words words = words_of(VectorPtr(owned));
+    return std::accumulate(words.begin(), words.end(), std::string());
 }
 
 // The model: the chains of words, a letter each, and what the accounts should say.
@@ -51,23 +49,24 @@ TEST(HashTest, DoesWhatTheModelDoes) {
         std::string &chain = chains[static_cast<size_t>(*word) % chains.size()];
         const char *there = chain.find(word) != chain.npos ? stored : nullptr;
         EXPECT_EQ(hash_lookup(h.get(), word), there);
-        EXPECT_EQ(hash_haskey(h.get(), word), there ? 1 : 0);
+        EXPECT_EQ(hash_haskey(h.get(), word), there != nullptr ? 1 : 0);
         if (const uint32_t kind = below(random, 100); kind == 0) {
             hash_clear(h.get());
             chains.assign(chains.size(), "");
         } else if (kind < 4) {
             hash_rebuild(h.get(), kind * 3);
             for (const auto &words : std::exchange(chains, std::vector<std::string>(kind * 3)))
-                for (char letter : words)
+                for (const char letter : words)
                     chains[static_cast<size_t>(letter) % chains.size()] += letter;
             max_util = 0;
         } else if (kind == 4) {
             h.reset(hash_copy(h.get(), "copy.cpp", 8));
             record.reset(h->master);
         } else if (kind % 2 == 0) {
-            EXPECT_EQ(hash_insert(h.get(), stored, stored, "insert.cpp", 9), there ? 0 : 1);
-            clashes += there ? 0 : chain.size();
-            chain += there ? "" : word;
+            EXPECT_EQ(hash_insert(h.get(), stored, stored, "insert.cpp", 9),
+                      there != nullptr ? 0 : 1);
+            clashes += there != nullptr ? 0 : chain.size();
+            chain += there != nullptr ? "" : word;
         } else {
             EXPECT_EQ(hash_remove(h.get(), word), there);
             std::erase(chain, *word);
@@ -77,8 +76,8 @@ TEST(HashTest, DoesWhatTheModelDoes) {
             chains.size() - static_cast<size_t>(std::count(chains.begin(), chains.end(), ""));
         max_usage = std::max(max_usage, all.size());
         max_util = std::max(max_util, util);
-        EXPECT_EQ(text_of(VectorPtr(hash_keys(h.get()))), all);
-        EXPECT_EQ(text_of(VectorPtr(hash_values(h.get()))), all);
+        EXPECT_EQ(joined(hash_keys(h.get())), all);
+        EXPECT_EQ(joined(hash_values(h.get())), all);
         EXPECT_EQ(hash_count(h.get()), all.size());
         const HashMasterRec &is = *h->master;
         EXPECT_EQ(
@@ -96,9 +95,9 @@ TEST(HashTest, VisitorMayRemoveItsEntryAndStop) {
         return *static_cast<const char *>(key) == 'l' ? 7 : 0;
     });
     EXPECT_EQ(result, 7);
-    EXPECT_EQ(text_of(VectorPtr(hash_keys(h.get()))), "d");
-    EXPECT_EQ(strhash("\xff"), 5381U * 33 - 1); // bytes are signed
-    EXPECT_EQ(strihash("KesTrel"), 0x245299dfU);
+    EXPECT_EQ(joined(hash_keys(h.get())), "d");
+    EXPECT_EQ(strhash("\xff"), 5381u * 33 - 1); // bytes are signed
+    EXPECT_EQ(strihash("KesTrel"), 0x245299dfu);
     EXPECT_DEATH(hash_new(0, nullptr, nullptr, "test", 2), "size != 0");
 }
 
@@ -111,7 +110,7 @@ TEST(HashTest, ReportOfTrackedTables) {
     HashPtr a(hash_new(5, nullptr, nullptr, "plain.cpp", 3));
     HashPtr b(hash_new(5, nullptr, nullptr, "plain.cpp", 3));
     static HashTable *copy = hash_copy(h.get(), "copy.cpp", 8); // its record is never freed
-    EXPECT_EQ(copy->master->line, 8U);
+    EXPECT_EQ(copy->master->line, 8u);
     hash_trackInit(false);
     if (std::less<>()(b->master, a->master)) // alike, so in the order of their records
         a.swap(b);

@@ -3,6 +3,7 @@
 #include "support/files.h"
 #include "support/noise.h"
 #include "support/scratch.h"
+#include "support/words.h"
 
 #include <climits>
 #include <cwchar>
@@ -18,13 +19,13 @@ static const void *address(const char *text) {
 }
 
 static bool has(const std::string &set, char c) {
-    return set.find(c) != std::string::npos;
+    return set.find(c) != set.npos;
 }
 
 // What `change` makes of the characters, one after the other.
 template <class Change> static std::string each(const std::string &text, Change change) {
     std::string all;
-    for (char c : text)
+    for (const char c : text)
         all += change(c);
     return all;
 }
@@ -36,13 +37,6 @@ static std::string lower(const std::string &text) {
 static std::string stripped(const std::string &text, const std::string &set) {
     const size_t begin = std::min(text.find_first_not_of(set), text.size());
     return text.substr(begin, text.find_last_not_of(set) + 1 - begin);
-}
-
-static std::vector<std::string> words_of(const VectorPtr &v) {
-    std::vector<std::string> words;
-    for (const char *word : VecEach<const char>(v))
-        words.push_back(word);
-    return words;
 }
 
 // Null, or the one pointer for an equal text, now and later.
@@ -57,8 +51,8 @@ static void expect_interned(const char *actual, const std::string &expected) {
 TEST(StringCache, SizeZeroSwitchesInterningOff) {
     const char *before = sc_strdup("off and on");
     sc_setTableSize(0);
-    OwnedString one(const_cast<char *>(sc_format("off and %s", "on")));
-    OwnedString other(const_cast<char *>(sc_strdup("off and on")));
+    const OwnedString one(const_cast<char *>(sc_format("off and %s", "on")));
+    const OwnedString other(const_cast<char *>(sc_strdup("off and on")));
     char mine[] = "off and on";
     EXPECT_EQ(address(sc_adopt(mine)), mine);
     sc_setTableSize(5077);
@@ -108,7 +102,7 @@ static void expect_builders(const std::string &s, const std::string &t, const st
                                                 }));
 
     const VectorPtr chars(vec_new(__FILE__, __LINE__));
-    for (char x : s)
+    for (const char x : s)
         vec_append(chars.get(), reinterpret_cast<void *>(static_cast<intptr_t>(x)));
     expect_interned(sc_fromChars(chars.get()), s);
     expect_interned(sc_lower(a), lower(s));
@@ -160,7 +154,7 @@ static void expect_parts(const std::string &s, const std::string &t, const std::
     EXPECT_EQ(p1, first != s.npos ? first : 0);
     EXPECT_EQ(p2, second != s.npos ? second : 0);
     std::vector<std::string> pieces = {""};
-    for (char x : s)
+    for (const char x : s)
         if (!has(t, x))
             pieces.back() += x;
         else
@@ -182,7 +176,7 @@ TEST(StringCache, BuildsWhatTheStandardLibraryDoes) {
 }
 
 TEST(StringCache, FormatsTextOfAnyLength) {
-    for (int length : {0, 4089, 4090, 4091, 8187, 8188, 1'000'000}) {
+    for (const int length : {0, 4089, 4090, 4091, 8187, 8188, 1'000'000}) {
         const std::string expected = std::string(static_cast<size_t>(length), ' ') + "|x|-7";
         EXPECT_EQ(sc_format("%*s|%s|%d", length, "", "x", -7), expected) << length;
     }
@@ -227,7 +221,7 @@ TEST(StringCache, Paths) {
     for (const auto &c : cases)
         expect_interned(c.actual, native(text_of(c.expected)));
 
-    const bool letters = (host_kind() & 0x10000) != 0;
+    const bool letters = (host_kind() & HOST_DRIVE_PATHS) != 0;
     EXPECT_STREQ(sc_nativePath("C:/a\\b/"), letters ? "C:\\a\\b\\" : "C:/a\\b/");
     EXPECT_STREQ(sc_nativePathJoin("a/b/", "/c/d"), letters ? "a\\b\\c\\d" : "a/b/c/d");
 }

@@ -4,10 +4,9 @@
 #include "support/log_capture.h"
 #include "support/noise.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <functional>
+#include <gtest/gtest.h>
 #include <iterator>
 #include <string>
 #include <vector>
@@ -119,7 +118,7 @@ static void change(Vector *v, Model &model, Random &random) {
         [&] { vec_setAt(v, e, i), model.set(i, e); },
         [&] { vec_moveTo(v, i, j), i < model.count ? model.grow(j), model.move(i, j) : void(); },
         [&] { EXPECT_EQ(vec_removeAt(v, i), model.remove(i)); },
-        [&] { EXPECT_EQ(v->data && vec_remove(v, e), model.remove(model.index_of(e))); },
+        [&] { EXPECT_EQ(v->data != nullptr && vec_remove(v, e), model.remove(model.index_of(e))); },
         [&] { EXPECT_EQ(vec_pop(v), model.count > 0 ? model.slots[--model.count] : nullptr); },
         [&] { i == 0 ? vec_clear(v), model.count = 0 : 0; },
         [&] { EXPECT_EQ(vec_appendAll(v, from), add_all(false)); },
@@ -160,16 +159,16 @@ TEST(VectorTest, NullAndMisuse) {
     EXPECT_EQ(vec_iterEnd(nullptr, 0), 0);
     EXPECT_DEATH(vec_iterEnd(nullptr, 1), "more == 0");
     EXPECT_DEATH(vec_append(nullptr, nullptr), "p != NULL");
-    VectorPtr v(vec_new("test", 1));
+    const VectorPtr v(vec_new("test", 1));
     EXPECT_DEATH(vec_remove(v.get(), nullptr), "p->data != NULL");
     EXPECT_DEATH(vec_next(v.get()), "p->iterator != NULL");
     EXPECT_DEATH(vec_appendAll(v.get(), nullptr), "n != NULL");
     vec_append(v.get(), letter('a'));
     vec_clear(v.get());
     EXPECT_EQ(vec_remove(v.get(), letter('a')), 0);
-    VectorPtr never(vec_newSized(0, "test", 2));
+    const VectorPtr never(vec_newSized(0, "test", 2));
     EXPECT_DEATH(vec_setAt(never.get(), nullptr, 3), "p->data != NULL");
-    VectorPtr vast(vec_newSized(1U << 29, "test", 1));
+    const VectorPtr vast(vec_newSized(1u << 29, "test", 1));
     EXPECT_EXIT(vec_append(vast.get(), nullptr), testing::ExitedWithCode(1), "of memory");
     EXPECT_EXIT(vec_setAt(vast.get(), nullptr, UINT32_MAX), testing::ExitedWithCode(1),
                 "of memory");
@@ -188,22 +187,22 @@ TEST(VectorTest, ReportCountsLivingAndDeadBySite) {
     const char z_file[] = "z.cpp", z_again[] = "z.cpp"; // sites are compared by pointer
     make(b_file, 5, 3);
     make(b_file, 5, 25);
-    VectorPtr b = make(b_file, 5, 12);
+    const VectorPtr b = make(b_file, 5, 12);
     vec_clear(b.get());
-    VectorPtr a = make("a.cpp", 12345678, 2), z = make(z_file, 4, 2);
-    VectorPtr z2 = make(z_again, 4, 1), z3 = make(z_file, 3, 1), least = make(z_file, 9, 1);
+    const VectorPtr a = make("a.cpp", 12345678, 2), z = make(z_file, 4, 2);
+    const VectorPtr z2 = make(z_again, 4, 1), z3 = make(z_file, 3, 1), least = make(z_file, 9, 1);
     vec_setAt(z2.get(), nullptr, 1);
     vec_insertAt(z3.get(), nullptr, 0);
     vec_trackInit(false);
-    VectorPtr copy(vec_copy(b.get(), "copy.cpp", 1)); // of a tracked one: tracked
-    VectorPtr untracked = make(b_file, 5, 100);
+    const VectorPtr copy(vec_copy(b.get(), "copy.cpp", 1)); // of a tracked one: tracked
+    const VectorPtr untracked = make(b_file, 5, 100);
 
     LogCapture log;
     vec_masterReport();
     const auto pointer = [](const VectorPtr &v) { return static_cast<void *>(v.get()); };
     // Equal records are in the order of the records' addresses.
     const bool z_first = std::less<>()(z->master, z2->master);
-    OwnedString expected = str_format(
+    const OwnedString expected = str_format(
         "# Living Vector Master List:\n"
         "# ptr    file:line    max_count/capacity    alive\n"
         "# %p    copy.cpp:1    0/20    Y\n"

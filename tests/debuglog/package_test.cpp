@@ -10,12 +10,7 @@
 #include <cstring>
 #include <filesystem>
 #include <gtest/gtest.h>
-
-#if __has_include(<miniz/miniz.h>)
-#include <miniz/miniz.h>
-#else
 #include <miniz.h>
-#endif
 
 static std::string warnings;
 
@@ -85,7 +80,7 @@ TEST_F(PackageTest, EntriesHaveNamesBytesAndComments) {
     EXPECT_EQ(warnings, "");
 }
 
-static const std::string unopened =
+static const std::string UNOPENED =
     "Unable to open package zip file (d/p) for reading to append \"a\"\n";
 
 // Existing files do not change, and no broken archive is left.
@@ -114,7 +109,7 @@ TEST_F(PackageTest, WhatCannotBePackedIsWarnedOf) {
           std::string(100000, 'n'), std::string(14000, 'n') + end_of_none,
           start + std::string("\26\0", 2) + end_of_none}) {
         scratch.write("d/p", bytes);
-        EXPECT_EQ(add("a"), unopened);
+        EXPECT_EQ(add("a"), UNOPENED);
         EXPECT_EQ(read_file("d/p"), bytes);
     }
     const std::string comment = std::string("\xd0\7", 2) + std::string(2000, 'c');
@@ -131,10 +126,10 @@ TEST_F(PackageTest, WhatCannotBePackedIsWarnedOf) {
 TEST_F(PackageTest, WhatIsNoFileIsNoPackage) {
     std::error_code no_links;
     std::filesystem::create_symlink("/dev/full", "d/p", no_links);
-    EXPECT_EQ(add("a"), no_links ? "" : unopened);
+    EXPECT_EQ(add("a"), no_links ? "" : UNOPENED);
     host_remove("d/p");
     host_mkdir("d/p");
-    EXPECT_EQ(add("a"), unopened);
+    EXPECT_EQ(add("a"), UNOPENED);
     host_rmdir("d/p");
     host_rmdir("d");
     EXPECT_EQ(add("a"), "Unable to init package zip file (d/p) to add \"a\"\n");

@@ -4,10 +4,9 @@
 #include "runtime.h"
 #include "support/scratch.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <filesystem>
+#include <gtest/gtest.h>
 #include <string>
 
 static std::string warnings;

@@ -104,6 +104,16 @@ TEST(Sha, PiecesMakeNoDifference) {
     expect_splits_not_to_matter<Sha1>();
 }
 
+TEST(Sha, TransformChangesOnlyTheState) {
+    const auto block = noise<std::vector<uint8_t>>(64, 2);
+    Sha256Context transformed, updated;
+    sha256_init(&transformed), sha256_init(&updated);
+    sha256_transform(&transformed, block.data());
+    sha256_update(&updated, block.data(), block.size());
+    EXPECT_TRUE(std::ranges::equal(transformed.state, updated.state));
+    EXPECT_EQ(transformed.bitlen, 0u);
+}
+
 // Where the system says that the processor has them.
 TEST(Sha, InstructionsOfTheProcessorAreFound) {
     std::ifstream cpuinfo("/proc/cpuinfo");

@@ -2,8 +2,10 @@
 
 #include "support/scratch.h"
 
+#include <cstring>
 #include <gtest/gtest.h>
 #include <string>
+#include <utility>
 #include <vector>
 
 static const PathStyle &drive = drive_path_style;
@@ -13,6 +15,11 @@ TEST(PathStyle, SeparatorsAndBareDrives) {
     EXPECT_FALSE(path_is_separator(drive, '\0') || path_is_separator(slash, '\0'));
     EXPECT_TRUE(path_is_separator(drive, '/') && !path_is_separator(slash, '\\'));
     EXPECT_TRUE(path_is_bare_drive(drive, "c:") && !path_is_bare_drive(slash, "c:"));
+    const std::pair<const char *, const char *> trimmed[] = {
+        {"a/\\/", "a"}, {"C:\\a", "C:\\a"}, {"C:\\/", "C:\\"}, {"\\\\", "\\"}, {"", ""}};
+    for (const auto &[path, left] : trimmed)
+        EXPECT_EQ(path_trimmed_length(drive, path), strlen(left)) << path;
+    EXPECT_EQ(path_trimmed_length(slash, "a\\C://"), strlen("a\\C:"));
     for (const char *path : {"", "c", "c:\\", "::", "cc"})
         EXPECT_FALSE(path_is_bare_drive(drive, path)) << path;
 }
@@ -132,7 +139,7 @@ TEST(PathStyle, Full) {
 TEST(PathStyle, NormalisingIsLinear) {
     const size_t deep = 2'000'000;
     std::string path, plain = "/" + std::string(deep, 'a');
-    for (size_t i = 0; i < 2 * deep; ++i)
+    for (size_t i = 0; i < 2 * deep; i++)
         path += i < deep ? "/a" : "/..";
     EXPECT_EQ(text_of(path_normalise(slash, path.c_str())), "/");
     EXPECT_EQ(text_of(path_normalise(slash, (plain + std::string(deep, '/')).c_str())), plain);

@@ -3,7 +3,6 @@
 #include "support/log_capture.h"
 
 #include <gtest/gtest.h>
-
 #include <string>
 
 static std::string reports;
@@ -42,7 +41,7 @@ class TraceTest : public testing::Test {
 TEST_F(TraceTest, EntryAndExitStandAtTheSameIndent) {
     trace_enter("main.cpp", 1, "main");
     trace_enter("/src/alert", 328, "findMsgFiles", "%s", "C:\\dat\n\033[2J\t\xc2\x9b\xc3\xa4");
-    trace_exit("C:\\src/b\\alert", 329, "findMsgFiles", "%u\n%s\n", 7U, "a\nb");
+    trace_exit("C:\\src/b\\alert", 329, "findMsgFiles", "%u\n%s\n", 7u, "a\nb");
     trace_exit("a_rather_long_name.cpp", 1234567, "main");
     EXPECT_EQ(reports, "");
     trace_exit("f", 1, "g");
@@ -57,6 +56,7 @@ TEST_F(TraceTest, EntryAndExitStandAtTheSameIndent) {
 TEST_F(TraceTest, LayoutLimits) {
     trace_set_depth(3);
     trace_set_step(UINT32_MAX / 2);
+    EXPECT_EQ(trace_step(), UINT32_MAX / 2);
     EXPECT_EQ(trace_indent(), UINT32_MAX);
     trace_pop();
     EXPECT_EQ(trace_indent(), UINT32_MAX - 1);
@@ -64,6 +64,7 @@ TEST_F(TraceTest, LayoutLimits) {
     trace_push();
     EXPECT_EQ(trace_depth(), UINT32_MAX);
     trace_set_width(4);
+    EXPECT_EQ(trace_width(), 4u);
     trace_assert_mode = ASSERT_ERROR;
     trace_set_width(0);
     EXPECT_EQ(reports, "max debug-out indent level readched\n1502 width != 0\n"

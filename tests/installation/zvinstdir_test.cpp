@@ -4,9 +4,8 @@
 #include "installation/registry.h"
 #include "support/log_capture.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
+#include <gtest/gtest.h>
 #include <iterator>
 #include <string>
 
@@ -83,7 +82,8 @@ TEST_F(InstallTest, PointingElsewhere) {
     set_version("t/1.0");
     zvinstall_ver = nullptr;
     EXPECT_EQ(set_zvinstall_paths(), 0);
-    EXPECT_TRUE(!zvinstdir(ZVINSTDIR_INSTALL) && !reg_instdir(REG_BASE));
+    EXPECT_EQ(zvinstdir(ZVINSTDIR_INSTALL), nullptr);
+    EXPECT_EQ(reg_instdir(REG_BASE), nullptr);
 }
 
 TEST_F(InstallTest, EveryKindOfDirectory) {
@@ -93,7 +93,8 @@ TEST_F(InstallTest, EveryKindOfDirectory) {
         "t/1.0/etc", "t/1.0/lum", "t/1.0/kiv", "t/1.0/velasm", "t/1.0/lum-as"};
     for (int32_t kind = 0; kind < ZVINSTDIR_LAST; kind++)
         EXPECT_EQ(text_of(zvinstdir(kind)), at(kinds[kind])) << kind;
-    EXPECT_TRUE(!zvinstdir(-1) && !zvinstdir(ZVINSTDIR_LAST));
+    EXPECT_EQ(zvinstdir(-1), nullptr);
+    EXPECT_EQ(zvinstdir(ZVINSTDIR_LAST), nullptr);
     EXPECT_NE(log.lines_with("EXIT zvinstdir() -> Returning concat"), "");
 }
 
@@ -133,7 +134,8 @@ TEST_F(InstallTest, EveryTypeOfDirectory) {
                     const std::string base = with_it(test)        ? "o"
                                              : version == "t/1.0" ? "t/1.0/lum"
                                                                   : version;
-                    const std::string below = variant && test.has_variants ? "/tiny" : "";
+                    const std::string below =
+                        variant != nullptr && test.has_variants ? "/tiny" : "";
                     EXPECT_EQ(text_of(reg_instdir(test.type)), at(base + test.subdir + below))
                         << test.type << " under " << overridden;
                 }
@@ -143,7 +145,8 @@ TEST_F(InstallTest, EveryTypeOfDirectory) {
     EXPECT_EQ(reg_set_path(REG_BIN, scratch.write("file", "").c_str()), 0);
     EXPECT_EQ(text_of(reg_instdir(REG_BIN)), at("u/2.0/bin"));
     EXPECT_STREQ(reg_get_c_stdlib(), "tiny");
-    EXPECT_TRUE(!reg_instdir(9) && !reg_instdir(-1) && !reg_mkpath(9, "x.txt"));
+    for (const char *none : {reg_instdir(9), reg_instdir(-1), reg_mkpath(9, "x.txt")})
+        EXPECT_EQ(none, nullptr);
     EXPECT_EQ(text_of(reg_mkpath(REG_HELP, "x.txt")), at("u/2.0/help/x.txt"));
     EXPECT_EQ(text_of(reg_mkpath(REG_HELP, at("no").c_str())), at("no"));
 }

@@ -56,6 +56,8 @@ TEST(Shahash, DigestsCoverFilesToTheLastByte) {
     const FilePtr f(host_fopen(file.c_str(), "rb"));
     EXPECT_EQ(sha256_hex(sha256_stream(f.get()).get()), digest);
     EXPECT_EQ(sha256_hex(sha256_stream(f.get()).get()), EMPTY_DIGEST) << "something was left";
+    const FilePtr again(host_fopen(file.c_str(), "rb"));
+    EXPECT_STREQ(sha1_hex(sha1_stream(again.get()).get()), sha1_file_hex(file.c_str()));
 }
 
 TEST(ShahashDeathTest, FilesThatCannotBeOpenedEndTheProcess) {
@@ -82,7 +84,7 @@ class ShahashTree : public testing::Test {
     }
 
     static bool write_manifest(const std::string &manifest) {
-        return shahash_write_manifest(0x10000, ".", manifest.c_str());
+        return shahash_write_manifest(HOST_DRIVE_PATHS, ".", manifest.c_str());
     }
 
     void expect_old_manifest() const {

@@ -4,11 +4,10 @@
 #include "platform/osdep.h"
 #include "support/log_capture.h"
 
-#include <gtest/gtest.h>
-
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <gtest/gtest.h>
 #include <iterator>
 #include <string>
 #include <utility>
@@ -26,7 +25,7 @@ static std::string shown;
 static std::string observed;
 
 static void observe(uint32_t number, uintptr_t a, uintptr_t b, uintptr_t c) {
-    for (uintptr_t word : {uintptr_t{number}, a, b, c})
+    for (const uintptr_t word : {uintptr_t{number}, a, b, c})
         observed += std::to_string(word) + " ";
 }
 
@@ -68,7 +67,7 @@ class AlertTest : public testing::Test {
     // The states of a number of each type, as digits.
     static std::string states() {
         std::string digits;
-        for (uint32_t number : {MESSAGE, WARNING, ERROR_ROW, FATAL})
+        for (const uint32_t number : {MESSAGE, WARNING, ERROR_ROW, FATAL})
             digits += std::to_string(alert_state(number));
         return digits;
     }
@@ -188,7 +187,7 @@ TEST_F(AlertTest, ALineInPiecesGoesToTheLogToo) {
     EXPECT_NE(alert_get_output(), nullptr);
 }
 
-TEST_F(AlertTest, TheSameLineIsToldOnce) {
+TEST_F(AlertTest, TheSameLineIsReportedOnce) {
     uint32_t line = 1;
     alert_set_position(new_file(), &line, nullptr, nullptr);
     EXPECT_EQ(alert(MESSAGE), 1);
@@ -264,7 +263,8 @@ TEST_F(AlertTest, StatesAreSavedAndRestored) {
         EXPECT_EQ(states(), "0100");
     }
     alert_control(0, ALERT_CLEAR);
-    for (uint32_t number : {10000U, 10001U, UINT_MAX}) { // beyond what was cleared, and too high
+    for (const uint32_t number :
+         {10000u, 10001u, UINT_MAX}) { // beyond what was cleared, and too high
         alert_control(number, ALERT_OFF);
         EXPECT_EQ(alert_state(number), number == 10000 ? ALERT_OFF : ALERT_DEFAULT);
     }
@@ -284,7 +284,7 @@ TEST_F(AlertTest, DisableLists) {
         alert_control(0, ALERT_CLEAR);
         alert_disable(list);
         EXPECT_EQ(states(), expected) << list;
-        EXPECT_EQ(alert_state(0), 0U) << list;
+        EXPECT_EQ(alert_state(0), 0u) << list;
     }
 }
 
@@ -300,7 +300,7 @@ TEST_F(AlertTest, LevelsOfTheCallersTypes) {
         EXPECT_EQ(alert_adhoc(test.type, "x"), 0) << test.type;
     }
     EXPECT_EQ(set_maxerrors(7), UINT_MAX);
-    EXPECT_EQ(set_maxerrors(UINT_MAX), 7U);
+    EXPECT_EQ(set_maxerrors(UINT_MAX), 7u);
     EXPECT_EQ(alert_adhoc("F", "x"), 0); // not even the end, at a threshold of 11
 }
 

@@ -7,7 +7,6 @@
 #include "support/log_capture.h"
 
 #include <gtest/gtest.h>
-
 #include <string>
 
 using namespace std::string_literals;
@@ -40,26 +39,29 @@ class MessageFileTest : public MsgTableTest {
         alert_init();
         reports.clear();
         msgtable_malformed_hook = [](uint32_t line, const char *file) {
-            reports += std::to_string(line) + " " + (file ? os_basename(file) : "null") + "\n";
+            reports +=
+                std::to_string(line) + " " + (file != nullptr ? os_basename(file) : "null") + "\n";
         };
     }
 };
 
-} // namespace
-
-// What a line in a message file makes of the rows 296 ("out of memory", fatal) and 1502, which
-// prints "%s", "%s" and "%d".
-static const std::string longest(255 - 6, 'x');
-static constexpr const char *builtin_text = "out of memory";
-static constexpr const char *assertion = "assertion failure: %s (%s:%d) ";
-static const struct {
+// What a line in a message file makes of a row.
+struct LineCase {
     std::string line;
     uint32_t number;
     bool malformed;
     uint32_t type;
     int32_t level;
     std::string text;
-} LINES[] = {
+};
+
+} // namespace
+
+// The rows are 296 ("out of memory", fatal) and 1502, which prints "%s", "%s" and "%d".
+static const std::string LONGEST(255 - 6, 'x');
+static constexpr const char *BUILTIN_TEXT = "out of memory";
+static constexpr const char *ASSERTION = "assertion failure: %s (%s:%d) ";
+static const LineCase LINES[] = {
     {"296\tE\tvoll", 296, false, MSG_ERROR, 0, "voll"},
     {" \t296 \t-3x  voll \t\n", 296, false, MSG_WARNING, -3, " voll \t"},
     {"296x\t7\tvoll\r\n", 296, false, MSG_WARNING, 7, "voll"},
@@ -69,23 +71,23 @@ static const struct {
     {"296\tw\tvoll", 296, true, 0, 0, "voll"},
     {"296\tE\tvo\0ll\n"s, 296, false, MSG_ERROR, 0, "vo"},
     {"296\tE\tvoll 100%% %m", 296, false, MSG_ERROR, 0, "voll 100%% %m"},
-    {"296\tE\tvoll %s", 296, true, MSG_ERROR, 0, builtin_text},
-    {"296\tE\t100%", 296, true, MSG_ERROR, 0, builtin_text},
+    {"296\tE\tvoll %s", 296, true, MSG_ERROR, 0, BUILTIN_TEXT},
+    {"296\tE\t100%", 296, true, MSG_ERROR, 0, BUILTIN_TEXT},
     {"1502\tE\t%s, %s, %d!", 1502, false, MSG_ERROR, 0, "%s, %s, %d!"},
-    {"1502\tE\t%s, %d, %s!", 1502, true, MSG_ERROR, 0, assertion},
-    {"1502\tE\t%s, %s, %*d", 1502, true, MSG_ERROR, 0, assertion},
+    {"1502\tE\t%s, %d, %s!", 1502, true, MSG_ERROR, 0, ASSERTION},
+    {"1502\tE\t%s, %s, %*d", 1502, true, MSG_ERROR, 0, ASSERTION},
     {"296\tE\tvoll\n296\tM\tvoller", 296, false, MSG_MESSAGE, 0, "voller"},
     {"10000\tE\tx\nx\tE\tx\n296\tE\tvoll", 296, false, MSG_ERROR, 0, "voll"},
-    {"#296\tE\tvoll", 296, false, MSG_FATAL, 0, builtin_text},
-    {"297\tE\tvoll", 296, false, MSG_FATAL, 0, builtin_text},
-    {" \t", 296, true, MSG_FATAL, 0, builtin_text},
-    {"-296\tE\tvoll", 296, true, MSG_FATAL, 0, builtin_text},
-    {"10001\tE\tvoll", 296, true, MSG_FATAL, 0, builtin_text},
-    {"18446744073709551912\tE\tvoll", 296, true, MSG_FATAL, 0, builtin_text},
-    {"296\tE\t\n", 296, true, MSG_FATAL, 0, builtin_text},
-    {"296\tE\t" + longest + "\r\n", 296, false, MSG_ERROR, 0, longest},
-    {"296\tE\t" + longest + "\n296\tM\tx", 296, false, MSG_MESSAGE, 0, "x"},
-    {"296\tE\t" + longest + "296\tM\tx", 296, false, MSG_MESSAGE, 0, "x"},
+    {"#296\tE\tvoll", 296, false, MSG_FATAL, 0, BUILTIN_TEXT},
+    {"297\tE\tvoll", 296, false, MSG_FATAL, 0, BUILTIN_TEXT},
+    {" \t", 296, true, MSG_FATAL, 0, BUILTIN_TEXT},
+    {"-296\tE\tvoll", 296, true, MSG_FATAL, 0, BUILTIN_TEXT},
+    {"10001\tE\tvoll", 296, true, MSG_FATAL, 0, BUILTIN_TEXT},
+    {"18446744073709551912\tE\tvoll", 296, true, MSG_FATAL, 0, BUILTIN_TEXT},
+    {"296\tE\t\n", 296, true, MSG_FATAL, 0, BUILTIN_TEXT},
+    {"296\tE\t" + LONGEST + "\r\n", 296, false, MSG_ERROR, 0, LONGEST},
+    {"296\tE\t" + LONGEST + "\n296\tM\tx", 296, false, MSG_MESSAGE, 0, "x"},
+    {"296\tE\t" + LONGEST + "296\tM\tx", 296, false, MSG_MESSAGE, 0, "x"},
 };
 
 TEST_F(MessageFileTest, LinesOfATable) {
@@ -100,7 +102,7 @@ TEST_F(MessageFileTest, LinesOfATable) {
         EXPECT_EQ(row->text, test.text) << test.line;
         EXPECT_EQ(reports.empty(), !test.malformed) << test.line;
         EXPECT_EQ(vec_elementAt(table, 297), nullptr);
-        EXPECT_EQ(vec_size(table), 1504U); // whatever numbers the file has
+        EXPECT_EQ(vec_size(table), 1504u); // whatever numbers the file has
     }
     EXPECT_EQ(msgtable_row(1504).type, MSG_ERROR);
     EXPECT_TRUE(msgnum_valid(0) && msgnum_valid(1503));
@@ -117,7 +119,7 @@ TEST_F(MessageFileTest, LaterFilesChangeTextsOnly) {
     ASSERT_NE(load_edf(scratch.write("second", "#\n\n1\tM\tx %u\n\n").c_str()), nullptr);
     EXPECT_EQ(reports, "2 first\n4 first\n");
     EXPECT_STREQ(msgtable_row(296).text, "out of memory");
-    std::string large(16 << 20, '#');
+    const std::string large(16 << 20, '#');
     EXPECT_NE(load_edf(scratch.write("large", large).c_str()), nullptr);
     EXPECT_EQ(load_edf(scratch.write("too large", large + '#').c_str()), nullptr);
 }
@@ -162,20 +164,20 @@ TEST_F(MessageFileTest, OpeningTakesWhatIsNewer) {
 }
 
 TEST_F(MsgTableTest, VersionsOfFileNames) {
-    EXPECT_EQ(getMsgFileVersion("20230208172133_en.msgs"), 20230208172133U);
-    EXPECT_EQ(getMsgFileVersion(native_join("12", "34_en.msgs").c_str()), 34U);
+    EXPECT_EQ(getMsgFileVersion("20230208172133_en.msgs"), 20230208172133u);
+    EXPECT_EQ(getMsgFileVersion(native_join("12", "34_en.msgs").c_str()), 34u);
     EXPECT_EQ(getMsgFileVersion("18446744073709551616_en.msgs"), UINT64_MAX);
     for (const char *name :
          {"en_msgs.txt", "-7_en.msgs", " 7_en.msgs", "", static_cast<const char *>(nullptr)})
-        EXPECT_EQ(getMsgFileVersion(name), 0U);
+        EXPECT_EQ(getMsgFileVersion(name), 0u);
 }
 
 TEST_F(MsgTableTest, Languages) {
     for (const char *name : {"FR", "french", "francais"})
-        EXPECT_EQ(lang_lookup(name), 12U) << name;
-    EXPECT_EQ(lang_lookup("en"), 9U);
+        EXPECT_EQ(lang_lookup(name), 12u) << name;
+    EXPECT_EQ(lang_lookup("en"), 9u);
     for (const char *name : {"fra", "", ";", "German;Deutsch", static_cast<const char *>(nullptr)})
-        EXPECT_EQ(lang_lookup(name), 255U);
+        EXPECT_EQ(lang_lookup(name), 255u);
     EXPECT_STREQ(lang_code(12), "fr");
     EXPECT_STREQ(lang_code(255), "en");
     EXPECT_STREQ(lang_code(8), "en");
@@ -204,19 +206,19 @@ TEST_F(MsgTableTest, TheNewestFileOfTheInstallationIsChosen) {
             << added;
     }
     EXPECT_EQ(msg_filename(7), at("dat/99999999999999_de.msgs"));
-    VectorPtr list(vec_new(__FILE__, __LINE__));
-    EXPECT_EQ(findMsgFiles(at("dat").c_str(), 7, list.get()), 2U);
-    EXPECT_EQ(findMsgFiles(at("dat").c_str(), 12, list.get()), 0U);
-    EXPECT_EQ(findMsgFiles(at("no").c_str(), 7, list.get()), 0U);
-    EXPECT_EQ(vec_size(list.get()), 2U);
+    const VectorPtr list(vec_new(__FILE__, __LINE__));
+    EXPECT_EQ(findMsgFiles(at("dat").c_str(), 7, list.get()), 2u);
+    EXPECT_EQ(findMsgFiles(at("dat").c_str(), 12, list.get()), 0u);
+    EXPECT_EQ(findMsgFiles(at("no").c_str(), 7, list.get()), 0u);
+    EXPECT_EQ(vec_size(list.get()), 2u);
 }
 
 TEST_F(MsgTableTest, FilesInBinGoFirstAmongEquals) {
     make_installation();
     const std::string sorted[] = {at("dat/8_a.msgs"), at("bin/7_a.msgs"), at("dat/7_c.msgs"),
                                   at("dat/7_b.msgs")};
-    VectorPtr list(vec_new(__FILE__, __LINE__));
-    for (uint32_t i : {3U, 1U, 2U, 0U})
+    const VectorPtr list(vec_new(__FILE__, __LINE__));
+    for (const uint32_t i : {3u, 1u, 2u, 0u})
         vec_append(list.get(), sorted[i].c_str());
     msgfile_sort(list.get());
     for (uint32_t i = 0; i < std::size(sorted); i++)

@@ -13,7 +13,7 @@ namespace fs = std::filesystem;
 
 static std::string deep(int levels) {
     std::string path = "d";
-    for (int i = 1; i < levels; ++i)
+    for (int i = 1; i < levels; i++)
         path += host_path_style().separator + std::string("d");
     return path;
 }
@@ -55,10 +55,10 @@ TEST(OsFiles, RemovingTreesLeavesTheTargetsOfLinks) {
     EXPECT_TRUE(os_exists(file.c_str()));
 }
 
-TEST(OsFiles, ListingTellsEveryNameOnce) {
+TEST(OsFiles, ListingHasEveryNameOnce) {
     const Scratch scratch;
     std::string longest; // 255 bytes
-    for (int i = 0; i < 85; ++i)
+    for (int i = 0; i < 85; i++)
         longest += "\xe2\x82\xac";
     std::vector<std::string> names = {".hidden", "a b", "\xc3\xa4", longest};
     for (const std::string &name : names)
@@ -127,7 +127,7 @@ TEST(OsFiles, OnlyRegularFilesAreOpenedForReading) {
     EXPECT_EQ(os_filesize(scratch.path("gone").c_str()), 0u);
 }
 
-TEST(OsFiles, StatesTellWhenAFileHasChanged) {
+TEST(OsFiles, StatesDifferWhenAFileHasChanged) {
     const Scratch scratch;
     const std::string file = scratch.write("file", "old"), other = scratch.write("other", "old");
     FileState before, opened, after;

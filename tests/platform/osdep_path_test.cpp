@@ -33,6 +33,8 @@ TEST(OsPath, FullAndRelativePaths) {
     EXPECT_EQ(text_of(os_relpath("x")), "x");
     EXPECT_EQ(text_of(os_basename_copy("a/b.c")), "b.c");
     EXPECT_EQ(text_of(os_stem("a.b.c")) + text_of(os_stem_dot("a.b.c")), "a.ba.b.");
+    EXPECT_EQ(text_of(path_join("a", "b")) + os_extension("a/b.c"), native("a/b.c"));
+    EXPECT_EQ(text_of(os_normalise("a/./..\\b")), os_kind() != 0 ? "\\b" : "a/..\\b");
     EXPECT_EQ(os_fullpath(nullptr), nullptr);
     EXPECT_EQ(os_relpath(nullptr), nullptr);
 }

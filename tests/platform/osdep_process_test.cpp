@@ -44,6 +44,11 @@ TEST(OsProcess, CoresFromTheEnvironment) {
     os_setenv("bamboo_capability_Cores", "");
 }
 
+TEST(OsProcess, NamesOfTheHost) {
+    EXPECT_STREQ(os_osname(), os_kind() != 0 ? "Microsoft Windows" : "Linux");
+    EXPECT_EQ(text_of(os_hostname()), "localhost");
+}
+
 // Nothing is escaped, so that these are the texts that arrive on either host.
 TEST(OsProcess, ArgumentsArriveAsTheRuntimeSplitsThem) {
     const struct {

@@ -33,7 +33,7 @@ TEST(OsTemp, BaseNamesAndRemovalAtExit) {
         const std::string directory = text_of(os_dirname(names[0].c_str()));
         EXPECT_TRUE(directory.starts_with(c.base + "zvA")) << directory;
         const char *expected[] = {"_0.out", "_1.out", "_2", "_3.", "_4"};
-        for (size_t i = 0; i < names.size(); ++i)
+        for (size_t i = 0; i < names.size(); i++)
             EXPECT_EQ(names[i], directory + native("/kestrel_tmp") + expected[i]);
         EXPECT_FALSE(os_exists(directory.c_str())) << directory;
         EXPECT_FALSE(os_exists("registered") || os_exists("registered.txt"));

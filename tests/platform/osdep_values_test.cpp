@@ -10,8 +10,8 @@ TEST(OsText, WideStringsAndCase) {
     const uint16_t low[] = {'A', 0x141, 0x7fff, 'x', 0};
     const uint16_t high[] = {'A', 0x141, 0x8000, 0};
     const uint16_t *ascending[] = {none, low, high}; // elements are unsigned
-    for (int i = 0; i < 3; ++i)
-        for (int j = 0; j < 3; ++j)
+    for (int i = 0; i < 3; i++)
+        for (int j = 0; j < 3; j++)
             EXPECT_EQ(os_wcscmp(ascending[i], ascending[j]), i < j ? -1 : i > j) << i << j;
     EXPECT_EQ(os_wcslen(low), 4u);
     uint16_t *copy = os_wcsdup(high);

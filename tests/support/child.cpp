@@ -44,7 +44,7 @@ static int temporaries(const char *second) {
 // Stands in for a debugger, which is given a script, "--", a program and its arguments.
 static int debug(const char *script, char **program) {
     printf("%s\n%s", script, read_file(script).c_str());
-    for (; *program != nullptr; ++program)
+    for (; *program != nullptr; program++)
         printf("\n<%s>", *program);
     return 9;
 }
@@ -54,9 +54,9 @@ static int log_along(const char *zvdebug) {
     zvdebug_parse(zvdebug);
     while (!os_exists("go")) {
     }
-    for (int i = 0; i < 8; ++i)
+    for (int i = 0; i < 8; i++)
         package_add_file("go");
-    for (int i = 0; i < 40; ++i)
+    for (int i = 0; i < 40; i++)
         trace_puts(std::string(70000, 'x').c_str());
     return 0;
 }
@@ -155,7 +155,7 @@ int main(int argc, char **argv) {
         int (*run)(char **); // with what follows the option
     } modes[] = {
         {"--copy", [](char **a) { return copy(a[0], a[1]); }},
-        {"--die", [](char **a) { return die(a[0], atoi(a[1]), a[2] ? a[2] : ""); }},
+        {"--die", [](char **a) { return die(a[0], atoi(a[1]), a[2] != nullptr ? a[2] : ""); }},
         {"--exit", [](char **a) { return atoi(a[0]); }},
         {"--inherited", [](char **a) { return host_dup(atoi(a[0])) != -1 ? 1 : 0; }},
         {"--log", [](char **a) { return log_along(a[0]); }},
@@ -174,6 +174,6 @@ int main(int argc, char **argv) {
     for (const auto &mode : modes)
         if (argc > 1 && mode.option == argv[1])
             return mode.run(argv + 2);
-    for (int i = 1; i < argc; ++i)
+    for (int i = 1; i < argc; i++)
         printf("<%s>\n", argv[i]);
 }

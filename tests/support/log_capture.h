@@ -7,7 +7,6 @@
 #include "support/scratch.h"
 
 #include <gtest/gtest.h>
-
 #include <sstream>
 #include <string>
 
@@ -22,7 +21,7 @@ class LogCapture {
         std::istringstream log(read_all(trace_log()));
         std::string found;
         for (std::string line; std::getline(log, line);)
-            if (line.find(word) != std::string::npos)
+            if (line.find(word) != line.npos)
                 found += line + "\n";
         return found;
     }
@@ -45,7 +44,7 @@ class LoggedTest : public testing::Test {
   protected:
     LoggedTest() { trace_flags = TRACE_GENERAL; }
     ~LoggedTest() override {
-        EXPECT_EQ(trace_depth(), 0U);
+        EXPECT_EQ(trace_depth(), 0u);
         trace_flags = 0;
     }
 

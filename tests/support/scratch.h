@@ -44,6 +44,7 @@ inline std::string native_join(const char *dir, const char *name) {
 inline std::string text_of(const char *s) {
     return s != nullptr ? s : "(null)";
 }
+
 inline std::string text_of(const OwnedString &s) {
     return text_of(s.get());
 }

@@ -294,7 +294,7 @@ TEST(KestrelCheck, OddNamesReachTheTasks) {
     for (const std::string &name : names) {
         const Installation inst(name, 5);
         // A manifest holds no backslash in a name, and its reader trims.
-        if (name.find_first_of("\\\n") == std::string::npos && !name.ends_with(' '))
+        if (name.find_first_of("\\\n") == name.npos && !name.ends_with(' '))
             inst.add(name, "odd");
         inst.generate();
         EXPECT_EQ(inst.check(3), inst.verdict(true));
@@ -350,7 +350,7 @@ static void expect_logged(LoggedRun run, const std::string &log) {
         EXPECT_EQ(count(lines, says), 1u) << testing::PrintToString(run.arguments) << says;
 }
 
-TEST(KestrelLog, EveryRunTellsWhatBecameOfIt) {
+TEST(KestrelLog, EveryRunSaysHowItEnded) {
     const Installation inst("dir", 4);
     const std::string entry = inst.generate()[0] + "\n";
     const std::string log = native_join(inst.top.c_str(), "log"), odd = log + "o", many = log + "m";

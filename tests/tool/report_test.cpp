@@ -37,11 +37,12 @@ TEST(KestrelReport, NamesEveryBadLine) {
     host_mkdir(native_join(inst.tree.c_str(), "d").c_str());
     for (const size_t line : {0u, 8u, 39u})
         spoil(line, ZERO + lines[line].substr(64), "different\t" + lines[line].substr(66));
-    for (const size_t line : {1u, 20u, 38u})
+    for (const size_t line : {1u, 20u})
         spoil(line,
               ZERO + " *.\\gone\x1b"
                      "x",
               "missing\t.\\gone?x");
+    spoil(38, ZERO + " *.\\f1\\x", "missing\t.\\f1\\x");
     for (const size_t line : {2u, 3u, 25u})
         spoil(line, ZERO + " *.\\d", "unreadable\t.\\d", directory);
     spoil(4, "-----BEGIN PGP SIGNATURE-----", "malformed\t-----BEGIN PGP SIGNATURE-----");
@@ -88,7 +89,8 @@ TEST(KestrelReport, SaysWhyNothingWasChecked) {
         Lines counts = {"0", "0", "0", "0", "0", "0", "0"};
     } cases[] = {
         {{"--instdir=" + gone}, "Given installation path \"" + gone + "\" does not exist"},
-        {{"--manifest=" + gone}, "Could not open manifest file \"" + gone + "\""},
+        {{"--manifest=" + gone},
+         "Could not open manifest file \"" + gone + "\": " + strerror(ENOENT)},
         {{"--manifest=" + empty, "--tasks=1"}, "ERROR: no data was read from the manifest"},
         {{"--manifest=" + empty, "--tasks=3"}, "3 of 3 tasks had no line to check; use --tasks=1"},
         {{"--tasks=4"},
@@ -119,7 +121,15 @@ TEST(KestrelReport, SaysWhyNothingWasChecked) {
     for (const char *mode : {"-c", "-g"})
         EXPECT_EQ(inst.run({mode, "--report=" + detour}),
                   (Outcome{1, "", "The report would be written over the manifest\n"}));
+    const std::string link = native_join(inst.top.c_str(), "link");
+    if (make_link(inst.manifest, link, false)) {
+        EXPECT_EQ(inst.run({"-c", "--report=" + link}).status, 1);
+    }
     EXPECT_EQ(read_file(inst.manifest), manifest);
+    host_remove(inst.manifest.c_str());
+    EXPECT_EQ(inst.run({"-g", "--report=" + detour}).status, 1);
+    EXPECT_FALSE(os_exists(inst.manifest.c_str()));
+    EXPECT_EQ(split(kestrel({"-c", "--report"}).out).back(), check_end(Lines(7, "0")));
 }
 
 TEST(KestrelReport, ExtraFilesFail) {
@@ -139,15 +149,22 @@ TEST(KestrelReport, ExtraFilesFail) {
     // The same files by other names that lead to them.
     std::string text = read_file(inst.manifest);
     text.replace(text.find(".\\f1"), 4, "sub/.././f1");
+    text.replace(text.find(".\\f2"), 4, "f2");
     host_mkdir(native_join(inst.tree.c_str(), "sub").c_str());
     Installation::write(own, text);
     expect(true, {end + "\t0 extra"});
-    inst.add(native("sub/x"), "x");
-    expect(false, {"extra\t0\t.\\sub\\x", end + "\t1 extra"});
+    inst.add(native("sub/own"), text);
+    expect(false, {"extra\t0\t.\\sub\\own", end + "\t1 extra"});
     EXPECT_EQ(inst.run({"--check=0,0,2", "--extra"}),
               (Outcome{0, "error\t0\t--extra is for -c, and was ignored\n" + end + "\n", ""}));
     if (host_path_style().drives)
         return;
+    // Behind a link ".." leads elsewhere: the first line is for sub/own, the second for own.
+    make_link("sub/deep", native_join(inst.tree.c_str(), "link"), true);
+    host_mkdir(native_join(inst.tree.c_str(), "sub/deep").c_str());
+    const std::string digest = sha256_file_hex(native_join(inst.tree.c_str(), "sub/own").c_str());
+    Installation::write(own, text + digest + " *.\\link\\..\\own\n");
+    expect(true, {check_end({"4", "0", "0", "0", "0", "0", "0"}) + "\t0 extra"});
     inst.add("y ", "y");
     EXPECT_EQ(kestrel({"-c", "--extra", "--instdir=" + inst.tree, "--manifest=" + own}).status, 1);
 }
@@ -209,7 +226,7 @@ TEST(KestrelReport, PartsThatAreIncompleteAreNotPassedOver) {
         {record + more, false, record + more, "0", "1", "4"},
         {record + record.substr(0, 9), false, record, "0", "1", "4"},
         {record + "end\t5\t", false, record, "0", "1", "4"},
-        {record + "end\t5\t5 good,\n", false, record, "0", "1", "4"},
+        {record + "end\t5\t5 good,\n", true, record, "5", "1", "0"},
         {more + "end\t0\t0 good,\n", true, more, "0", "0", "5"},
         {"", false, "", "0", "0", "5"},
     };
