@@ -146,6 +146,10 @@ void sha256_update_many(Sha256Context *const *contexts, const uint8_t *const *bl
     }
 }
 
+size_t sha256_best_lanes() {
+    return sha256_kernel_for(SHA256_MOST_LANES).lanes;
+}
+
 void sha256_final(Sha256Context *ctx, uint8_t *digest) {
     blockhash_final(ctx, digest, compress);
 }

@@ -23,6 +23,9 @@ void sha256_update(Sha256Context *ctx, const void *bytes, size_t length);
 void sha256_update_many(Sha256Context *const *contexts, const uint8_t *const *blocks,
                         size_t messages, size_t count);
 
+// The number of contexts for which that takes least time per block.
+size_t sha256_best_lanes();
+
 // Pads, and writes SHA256_DIGEST_SIZE bytes. The context is spent.
 void sha256_final(Sha256Context *ctx, uint8_t *digest);
 

@@ -1,5 +1,7 @@
 #include "manifest/filedigests.h"
 
+#include "digest/sha256_kernel.h"
+
 #include <algorithm>
 #include <cassert>
 #include <cerrno>
@@ -17,13 +19,20 @@ const char *file_reason(int reason) {
 }
 
 FileHasher::~FileHasher() {
-    for (const Lane &lane : lanes)
-        if (lane.job != nullptr)
-            host_close(lane.descriptor);
+    for (size_t i = 0; i < lane_count; i++)
+        if (lanes[i].job != nullptr)
+            host_close(lanes[i].descriptor);
+}
+
+FileHasher::Lane *FileHasher::free_lane() {
+    for (size_t i = 0; i < lane_count; i++)
+        if (lanes[i].job == nullptr)
+            return &lanes[i];
+    return nullptr;
 }
 
 bool FileHasher::wait_for_lane() {
-    while (!ended && lanes[0].job != nullptr && lanes[1].job != nullptr)
+    while (!ended && busy == lane_count)
         advance();
     return !ended;
 }
@@ -31,13 +40,12 @@ bool FileHasher::wait_for_lane() {
 bool FileHasher::add(const char *path, const HostStat *found) {
     if (!wait_for_lane())
         return false;
-    Lane &lane = lanes[0].job == nullptr ? lanes[0] : lanes[1];
     Job &job = jobs.emplace_back(Job{path, false, {}});
-    return start(lane, job, found) || hand_over();
+    return start(*free_lane(), job, found) || hand_over();
 }
 
 bool FileHasher::finish() {
-    while (!ended && (lanes[0].job != nullptr || lanes[1].job != nullptr))
+    while (!ended && busy != 0)
         advance();
     return !ended;
 }
@@ -51,6 +59,7 @@ bool FileHasher::start(Lane &lane, Job &job, const HostStat *found) {
     if (job.done)
         return false;
     assert(found != nullptr);
+    busy++;
     lane.job = &job;
     lane.size = found->size;
     lane.length = 0;
@@ -91,6 +100,7 @@ void FileHasher::end(Lane &lane, OpenOutcome outcome) {
     host_close(lane.descriptor);
     lane.job->done = true;
     lane.job = nullptr;
+    busy--;
 }
 
 void FileHasher::hash_rest(Lane &lane) {
@@ -98,34 +108,41 @@ void FileHasher::hash_rest(Lane &lane) {
     lane.left = 0;
 }
 
-// One step: reads where nothing is left, then hashes as many whole blocks as both lanes have. What
-// has no partner is hashed alone: the end of a file, a lane while the other is empty, and the rest
-// of a block of which one part was read before.
+// One step: reads where nothing is left, then hashes as many whole blocks as all lanes have that
+// have any. The end of a file, and the rest of a block of which one part was read before, are
+// hashed alone.
 void FileHasher::advance() {
-    for (Lane &lane : lanes)
-        if (lane.job != nullptr && !refill(lane)) {
+    for (size_t i = 0; i < lane_count; i++)
+        if (lanes[i].job != nullptr && !refill(lanes[i])) {
             hand_over();
             return;
         }
-    const bool alone = lanes[0].job == nullptr || lanes[1].job == nullptr;
-    if (!alone)
-        hash_pair(std::min(lanes[0].left, lanes[1].left) / SHA256_BLOCK_SIZE);
-    for (Lane &lane : lanes)
-        if (lane.job != nullptr &&
-            (alone || lane.left < SHA256_BLOCK_SIZE || lane.ctx.datalen != 0))
-            hash_rest(lane);
+    hash_blocks();
+    for (size_t i = 0; i < lane_count; i++)
+        if (lanes[i].job != nullptr &&
+            (lanes[i].left < SHA256_BLOCK_SIZE || lanes[i].ctx.datalen != 0))
+            hash_rest(lanes[i]);
 }
 
-// Does nothing while a lane is in the middle of a block.
-void FileHasher::hash_pair(size_t blocks) {
-    if (lanes[0].ctx.datalen != 0 || lanes[1].ctx.datalen != 0)
-        return;
-    Sha256Context *const contexts[2] = {&lanes[0].ctx, &lanes[1].ctx};
-    const uint8_t *const bytes[2] = {lanes[0].next, lanes[1].next};
-    sha256_update_many(contexts, bytes, 2, blocks);
-    for (Lane &lane : lanes) {
-        lane.next += blocks * SHA256_BLOCK_SIZE;
-        lane.left -= blocks * SHA256_BLOCK_SIZE;
+void FileHasher::hash_blocks() {
+    Lane *some[SHA256_MOST_LANES];
+    Sha256Context *contexts[SHA256_MOST_LANES] = {};
+    const uint8_t *bytes[SHA256_MOST_LANES] = {};
+    size_t count = 0;
+    size_t blocks = READ_SIZE;
+    for (size_t i = 0; i < lane_count; i++) {
+        Lane &lane = lanes[i];
+        if (lane.job == nullptr || lane.ctx.datalen != 0 || lane.left < SHA256_BLOCK_SIZE)
+            continue;
+        some[count] = &lane;
+        contexts[count] = &lane.ctx;
+        bytes[count++] = lane.next;
+        blocks = std::min(blocks, lane.left / SHA256_BLOCK_SIZE);
+    }
+    sha256_update_many(contexts, bytes, count, blocks);
+    for (size_t i = 0; i < count; i++) {
+        some[i]->next += blocks * SHA256_BLOCK_SIZE;
+        some[i]->left -= blocks * SHA256_BLOCK_SIZE;
     }
 }
 

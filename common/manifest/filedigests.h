@@ -1,4 +1,5 @@
-// SHA-256 of many files, two at a time: one stream leaves half of a processor's core idle.
+// SHA-256 of many files, as many at a time as the processor can: one stream leaves most of a core
+// idle.
 #ifndef COMMON_FILEDIGESTS_H
 #define COMMON_FILEDIGESTS_H
 
@@ -9,6 +10,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <memory>
 #include <string>
 #include <utility>
 
@@ -61,7 +63,8 @@ class FileHasher {
         FileDigest result;
     };
 
-    // A file being hashed; none while `job` is null.
+    // A file being hashed; none while `job` is null. The lanes do not lie a multiple of 4 KiB
+    // apart, where their buffers would evict each other from the first cache.
     struct Lane {
         Job *job = nullptr;
         int descriptor = -1;
@@ -73,18 +76,21 @@ class FileHasher {
         alignas(CACHE_LINE) uint8_t buffer[READ_SIZE];
     };
 
+    Lane *free_lane();
     bool start(Lane &lane, Job &job, const HostStat *found);
     bool refill(Lane &lane);
     void end(Lane &lane, OpenOutcome outcome);
-    void hash_pair(size_t blocks);
     void hash_rest(Lane &lane);
+    void hash_blocks();
     void advance();
     bool hand_over();
 
     Receiver receive;
     bool ended = false;
     std::deque<Job> jobs; // all that are not handed over yet, in order
-    Lane lanes[2];
+    size_t lane_count = sha256_best_lanes();
+    size_t busy = 0; // lanes that have a file
+    std::unique_ptr<Lane[]> lanes{new Lane[lane_count]};
 };
 
 // The same for files that each have a tag, which is kept until it is handed over with the result.

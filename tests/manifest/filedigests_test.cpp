@@ -142,7 +142,8 @@ TEST(FileDigests, FilesAreLookedForWhenThereIsALane) {
     received.act = [&] { host_remove(third.c_str()); };
     FileDigests<size_t> digests(into(received));
     digests.add(scratch.write("first", "a").c_str(), 0);
-    digests.add(scratch.write("second", std::string(100000, 'b')).c_str(), 0);
+    for (size_t lane = 1; lane < sha256_best_lanes(); lane++)
+        digests.add(scratch.write("second", std::string(100000, 'b')).c_str(), 0);
     digests.add(third.c_str(), 0);
     digests.finish();
     EXPECT_EQ(received.lines.back(), line_of(0, third, "missing"));
