@@ -18,7 +18,7 @@ template <int bits, class Words> ALWAYS_INLINE Words rotated(Words x) {
 
 // Vector::Words has a word of each message, and Vector::load(w, blocks) gives the 16 words of a
 // block of each, in the processor's byte order (FIPS 180-4, section 6.2.2). The schedule is a ring
-// of 16 words, as in sha256_blocks_portable.
+// of 16 words, as in the portable kernel.
 template <class Vector>
 void sha256_compress_lanes(uint32_t *const *states, const uint8_t *const *blocks, size_t count) {
     using Words = typename Vector::Words;
