@@ -50,9 +50,19 @@ bool FileHasher::finish() {
     return !ended;
 }
 
+// Where few descriptors are allowed, fewer lanes have to do: goes on until there may be another.
+bool FileHasher::can_wait_for_descriptor() {
+    if ((errno != EMFILE && errno != ENFILE) || busy == 0 || ended)
+        return false;
+    advance();
+    return true;
+}
+
 // False if the file was not opened; the job is done then.
 bool FileHasher::start(Lane &lane, Job &job, const HostStat *found) {
-    job.result.outcome = host_open_regular(job.path.c_str(), found, &lane.descriptor);
+    do
+        job.result.outcome = host_open_regular(job.path.c_str(), found, &lane.descriptor);
+    while (job.result.outcome == OpenOutcome::refused && can_wait_for_descriptor());
     const bool special = job.result.outcome == OpenOutcome::special;
     job.result.reason = special ? 0 : errno; // for a missing file that of host_stat
     job.done = job.result.outcome != OpenOutcome::opened;

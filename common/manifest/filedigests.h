@@ -77,6 +77,7 @@ class FileHasher {
     };
 
     Lane *free_lane();
+    bool can_wait_for_descriptor();
     bool start(Lane &lane, Job &job, const HostStat *found);
     bool refill(Lane &lane);
     void end(Lane &lane, OpenOutcome outcome);

@@ -87,6 +87,7 @@ TEST_F(KestrelSystem, Circumstances) {
          {"-c", "--tasks=2", "--report=/dev/full"},
          {1, inst.verdict(true).out,
           "Cannot write report \"/dev/full\": No space left on device\n"}},
+        {"ulimit -n 8", {"-c", "--tasks=2"}, inst.verdict(true)},
         {"exec >&-", {"-c", "--tasks=2"}, {0, "", ""}},
         {"exec >&- 2>&-", {"-g"}, {0, "", ""}, 62},
     };
