@@ -11,9 +11,9 @@ struct Neon {
     // Four times four words of each: a transposition of 4 x 4 words.
     static ALWAYS_INLINE void load(Words *w, const uint8_t *const *blocks) {
 #pragma GCC unroll 4
-        for (int part = 0; part < 4; part++) {
+        for (size_t part = 0; part < 4; part++) {
             uint32x4_t row[4];
-            for (int lane = 0; lane < 4; lane++)
+            for (size_t lane = 0; lane < 4; lane++)
                 row[lane] = vreinterpretq_u32_u8(vrev32q_u8(vld1q_u8(blocks[lane] + 16 * part)));
             const uint64x2_t even01 = vreinterpretq_u64_u32(vtrn1q_u32(row[0], row[1]));
             const uint64x2_t even23 = vreinterpretq_u64_u32(vtrn1q_u32(row[2], row[3]));

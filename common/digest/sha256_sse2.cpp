@@ -16,9 +16,9 @@ struct Sse2 {
     // Four times four words of each: a transposition of 4 x 4 words.
     static ALWAYS_INLINE void load(Words *w, const uint8_t *const *blocks) {
 #pragma GCC unroll 4
-        for (int part = 0; part < 4; part++) {
+        for (size_t part = 0; part < 4; part++) {
             __m128i row[4];
-            for (int lane = 0; lane < 4; lane++)
+            for (size_t lane = 0; lane < 4; lane++)
                 row[lane] = swap_bytes(
                     _mm_loadu_si128(reinterpret_cast<const __m128i *>(blocks[lane] + 16 * part)));
             const __m128i low01 = _mm_unpacklo_epi32(row[0], row[1]);
