@@ -158,12 +158,10 @@ ProcessHandle runProgram(const char *exe, Vector *args) {
             argv.push_back(argument);
     argv.push_back(nullptr);
     const ProcessHandle process = host_start_process(exe, argv.data(), vecString(args));
-    const int reason = errno;
-    if (process == 0)
-        TRACE_MESSAGE("The system's reason: %s", strerror(reason));
-    errno = reason;
-    if (process == 0)
+    if (process == 0) {
+        TRACE_MESSAGE("The system's reason: %s", strerror(errno));
         return TRACE_RESULT(process, "Could not create process for \"%s\"", exe);
+    }
     return TRACE_RESULT(process, "Successfully created process with id %lld",
                         static_cast<long long>(process));
 }
@@ -209,9 +207,9 @@ static ProcessHandle start_task(const TaskSetting &setting, uint32_t position,
 bool wait_for_task(ProcessHandle process, uint32_t number, int *status) {
     TRACE_MESSAGE("Waiting for process %d to finish", number);
     int got = 1;
-    if (process == 0)
+    if (process == 0) {
         TRACE_MESSAGE("proc id is zero, process mustn't have started");
-    else {
+    } else {
         while (progress_is_on() && !host_await_end(process, 200))
             progress_poll();
         if (!host_wait_process(process, &got))
@@ -278,9 +276,10 @@ static bool run_tasks(const TaskSetting &setting, uint32_t lines, uint32_t tasks
         if (has_lines(range, lines)) {
             parts.push_back(new_part());
             handles[i] = start_task(setting, *positions++, range, parts.back().get());
-            const char *reason = strerror(errno);
-            if (handles[i] == 0)
+            if (handles[i] == 0) {
+                const char *reason = strerror(errno);
                 report_error("%s could not be started: %s", name_of(i, range, lines), reason);
+            }
         }
         TRACE_MESSAGE("got proc id %lld\n", static_cast<long long>(handles[i]));
     }

@@ -52,13 +52,13 @@ bool report_begin(const char *path, const char *manifest) {
         stream = stdout;
         return true;
     }
-    const bool may_be_same = manifest != nullptr;
-    if (may_be_same && host_same_file(path, manifest))
+    const auto is_manifest = [&] { return manifest != nullptr && host_same_file(path, manifest); };
+    if (is_manifest())
         return refuse();
     stream = host_fopen(path, "w");
     if (stream == nullptr)
         return report_unwritten();
-    if (may_be_same && host_same_file(path, manifest)) {
+    if (is_manifest()) {
         fclose(std::exchange(stream, nullptr));
         host_remove(host_resolve_links(path).get());
         return refuse();
@@ -101,14 +101,14 @@ void report_record(const char *kind, const char *text, const char *reason) {
     write_record(kind, 0, text, reason);
 }
 
-void report_line(uint64_t number, const FaultyLine &line) {
-    const auto fault = static_cast<size_t>(line.fault);
+void report_line(uint64_t number, const FaultyLine &faulty) {
+    const auto fault = static_cast<size_t>(faulty.fault);
     fault_counts[fault]++;
-    std::string text = line.line.path;
-    if (line.fault == LineFault::malformed && text.size() > MALFORMED_LIMIT)
+    std::string text = faulty.line.path;
+    if (faulty.fault == LineFault::malformed && text.size() > MALFORMED_LIMIT)
         text.replace(MALFORMED_LIMIT, text.npos, "...");
     write_record(FAULTS[fault], number, text.c_str(),
-                 line.fault == LineFault::unreadable ? file_reason(line.reason) : nullptr);
+                 faulty.fault == LineFault::unreadable ? file_reason(faulty.reason) : nullptr);
 }
 
 void report_file(uint64_t size) {

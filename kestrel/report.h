@@ -22,7 +22,7 @@ bool report_is_on();
 bool report_is_in(const char *path);
 
 // A line that does not verify; the first line of the manifest is number 1.
-void report_line(uint64_t number, const FaultyLine &line);
+void report_line(uint64_t number, const FaultyLine &faulty);
 
 // What concerns no single line. Returns the text, interned.
 const char *report_error(const char *format, ...) PRINTF_LIKE(1, 2);

@@ -7,6 +7,7 @@
 
 constexpr size_t SHA256_BLOCK_SIZE = 64;
 constexpr size_t SHA256_DIGEST_SIZE = 32;
+constexpr size_t SHA256_MOST_LANES = 16; // messages that are ever compressed at the same time
 
 struct Sha256Context {
     uint8_t data[SHA256_BLOCK_SIZE]; // the block being filled

@@ -2,6 +2,8 @@
 #ifndef COMMON_SHA256_KERNEL_H
 #define COMMON_SHA256_KERNEL_H
 
+#include "digest/sha256.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -17,8 +19,6 @@ struct Sha256Kernel {
     bool (*is_supported)(); // by this processor and system
     Sha256CompressFn *compress;
 };
-
-constexpr size_t SHA256_MOST_LANES = 16;
 
 // The round constants (FIPS 180-4, section 4.2.2).
 alignas(16) extern const uint32_t sha256_k[64];

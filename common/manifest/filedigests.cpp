@@ -1,7 +1,5 @@
 #include "manifest/filedigests.h"
 
-#include "digest/sha256_kernel.h"
-
 #include <algorithm>
 #include <cassert>
 #include <cerrno>
@@ -139,7 +137,7 @@ void FileHasher::hash_blocks() {
     Sha256Context *contexts[SHA256_MOST_LANES] = {};
     const uint8_t *bytes[SHA256_MOST_LANES] = {};
     size_t count = 0;
-    size_t blocks = READ_SIZE;
+    size_t blocks = READ_SIZE / SHA256_BLOCK_SIZE;
     for (size_t i = 0; i < lane_count; i++) {
         Lane &lane = lanes[i];
         if (lane.job == nullptr || lane.ctx.datalen != 0 || lane.left < SHA256_BLOCK_SIZE)

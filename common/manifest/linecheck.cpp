@@ -33,19 +33,19 @@ static bool is_missing(const FileDigest &result) {
            (result.reason == ENOENT || result.reason == ENOTDIR);
 }
 
-bool LineCheck::judge(const char *path, FaultyLine line, const FileDigest &result) {
+bool LineCheck::judge(const char *path, FaultyLine faulty, const FileDigest &result) {
     if (result.outcome == OpenOutcome::refused) {
         TRACE_MESSAGE("Cannot read file \"%s\": %s", path, file_reason(result.reason));
         if (purpose == CheckFor::verdict)
             shahash_fatal_cannot_open(path);
     }
     if (result.outcome == OpenOutcome::opened)
-        line.fault = LineFault::different;
-    else if (line.fault == LineFault::missing && !is_missing(result))
-        line.fault = LineFault::unreadable;
-    if (line.fault == LineFault::different && sha256_text(result.digest) == line.line.digest)
+        faulty.fault = LineFault::different;
+    else if (faulty.fault == LineFault::missing && !is_missing(result))
+        faulty.fault = LineFault::unreadable;
+    if (faulty.fault == LineFault::different && sha256_text(result.digest) == faulty.line.digest)
         return true;
     passed = false;
-    line.reason = result.reason;
-    return receive != nullptr && receive(line);
+    faulty.reason = result.reason;
+    return receive != nullptr && receive(faulty);
 }

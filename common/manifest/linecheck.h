@@ -49,7 +49,7 @@ class LineCheck {
     bool finish();
 
   private:
-    bool judge(const char *path, FaultyLine line, const FileDigest &result);
+    bool judge(const char *path, FaultyLine faulty, const FileDigest &result);
 
     Receiver receive;
     CheckFor purpose;
