@@ -45,24 +45,34 @@ void blockhash_update(Context *ctx, const uint8_t *bytes, size_t length, Compres
     memcpy(ctx->data, bytes + blocks * HASH_BLOCK_SIZE, ctx->datalen);
 }
 
-template <class Context, class Compress>
-void blockhash_final(Context *ctx, uint8_t *digest, Compress compress) {
-    size_t used = ctx->datalen;
-    ctx->bitlen += 8 * uint64_t{used};
-    ctx->data[used++] = 0x80;
-    if (used > HASH_LENGTH_OFFSET) {
-        memset(ctx->data + used, 0, HASH_BLOCK_SIZE - used);
-        compress(ctx, ctx->data, 1);
-        used = 0;
-    }
-    memset(ctx->data + used, 0, HASH_LENGTH_OFFSET - used);
-    store_be32(ctx->data + HASH_LENGTH_OFFSET, static_cast<uint32_t>(ctx->bitlen >> 32));
-    store_be32(ctx->data + HASH_LENGTH_OFFSET + 4, static_cast<uint32_t>(ctx->bitlen));
-    compress(ctx, ctx->data, 1);
+// Writes the padding behind a message of so many bits, which are whole bytes. Returns its size: 9
+// to 72 bytes.
+inline size_t blockhash_pad(uint8_t *end, uint64_t bits) {
+    const size_t used = bits / 8 % HASH_BLOCK_SIZE;
+    const size_t blocks = used < HASH_LENGTH_OFFSET ? 1 : 2;
+    const size_t size = blocks * HASH_BLOCK_SIZE - used;
+    memset(end, 0, size);
+    end[0] = 0x80;
+    store_be32(end + size - 8, static_cast<uint32_t>(bits >> 32));
+    store_be32(end + size - 4, static_cast<uint32_t>(bits));
+    return size;
+}
+
+template <class Context> void blockhash_digest(const Context *ctx, uint8_t *digest) {
     for (const uint32_t word : ctx->state) {
         store_be32(digest, word);
         digest += 4;
     }
+}
+
+template <class Context, class Compress>
+void blockhash_final(Context *ctx, uint8_t *digest, Compress compress) {
+    uint8_t last[2 * HASH_BLOCK_SIZE];
+    memcpy(last, ctx->data, ctx->datalen);
+    const uint64_t bits = ctx->bitlen + 8 * uint64_t{ctx->datalen};
+    const size_t padding = blockhash_pad(last + ctx->datalen, bits);
+    compress(ctx, last, (ctx->datalen + padding) / HASH_BLOCK_SIZE);
+    blockhash_digest(ctx, digest);
 }
 
 #endif

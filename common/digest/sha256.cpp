@@ -146,6 +146,14 @@ void sha256_update_many(Sha256Context *const *contexts, const uint8_t *const *bl
     }
 }
 
+size_t sha256_pad(uint8_t *end, uint64_t length) {
+    return blockhash_pad(end, 8 * length);
+}
+
+void sha256_digest(const Sha256Context *ctx, uint8_t *digest) {
+    blockhash_digest(ctx, digest);
+}
+
 size_t sha256_best_lanes() {
     return sha256_kernel_for(SHA256_MOST_LANES).lanes;
 }

@@ -7,6 +7,7 @@
 
 constexpr size_t SHA256_BLOCK_SIZE = 64;
 constexpr size_t SHA256_DIGEST_SIZE = 32;
+constexpr size_t SHA256_MOST_PADDING = SHA256_BLOCK_SIZE + 8; // bytes behind a message
 constexpr size_t SHA256_MOST_LANES = 16; // messages that are ever compressed at the same time
 
 struct Sha256Context {
@@ -23,6 +24,11 @@ void sha256_update(Sha256Context *ctx, const void *bytes, size_t length);
 // most processors this takes far less time than one after the other.
 void sha256_update_many(Sha256Context *const *contexts, const uint8_t *const *blocks,
                         size_t messages, size_t count);
+
+// For messages that are added as whole blocks, padding included: writes the padding behind a
+// message of so many bytes and returns its size; then the digest is that of the context as it is.
+size_t sha256_pad(uint8_t *end, uint64_t length);
+void sha256_digest(const Sha256Context *ctx, uint8_t *digest);
 
 // The number of contexts for which that takes least time per block.
 size_t sha256_best_lanes();

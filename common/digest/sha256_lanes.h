@@ -7,8 +7,8 @@
 #include "digest/sha256_kernel.h"
 
 // The kernels' functions.
-Sha256CompressFn sha256_compress_sse2, sha256_compress_avx2, sha256_compress_avx512,
-    sha256_compress_neon;
+Sha256CompressFn sha256_compress_sse2, sha256_compress_avx2, sha256_compress_avx512vl,
+    sha256_compress_avx512, sha256_compress_neon;
 
 #define ALWAYS_INLINE __attribute__((always_inline)) inline
 

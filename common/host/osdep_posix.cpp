@@ -230,6 +230,12 @@ int host_open(const char *path) {
     return open_at_once(path, O_RDONLY);
 }
 
+void host_expect_reading(int descriptor, uint64_t size) {
+    constexpr uint64_t AHEAD = 8 << 20; // what is read long before it is needed may be lost again
+    posix_fadvise(descriptor, 0, 0, POSIX_FADV_SEQUENTIAL);
+    posix_fadvise(descriptor, 0, static_cast<off_t>(std::min(size, AHEAD)), POSIX_FADV_WILLNEED);
+}
+
 bool host_is_regular(int descriptor) {
     struct stat status = {};
     return fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);

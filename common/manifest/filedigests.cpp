@@ -1,7 +1,6 @@
 #include "manifest/filedigests.h"
 
 #include <algorithm>
-#include <cassert>
 #include <cerrno>
 #include <cstring>
 
@@ -22,114 +21,116 @@ FileHasher::~FileHasher() {
             host_close(lanes[i].descriptor);
 }
 
-FileHasher::Lane *FileHasher::free_lane() {
-    for (size_t i = 0; i < lane_count; i++)
-        if (lanes[i].job == nullptr)
-            return &lanes[i];
-    return nullptr;
-}
-
-bool FileHasher::wait_for_lane() {
-    while (!ended && busy == lane_count)
-        advance();
-    return !ended;
-}
-
 bool FileHasher::add(const char *path, const HostStat *found) {
-    if (!wait_for_lane())
+    const FileDigest missing = {OpenOutcome::missing, errno, {}};
+    if (ended)
         return false;
-    Job &job = jobs.emplace_back(Job{path, false, {}});
-    return start(*free_lane(), job, found) || hand_over();
+    jobs.reserve(BATCH); // `waiting` and the lanes point to them
+    jobs.push_back({path, found != nullptr ? *found : HostStat(), found == nullptr, missing});
+    return jobs.size() < BATCH || finish();
 }
 
 bool FileHasher::finish() {
-    while (!ended && busy != 0)
-        advance();
+    for (size_t i = jobs.size(); i-- > 0;)
+        if (!jobs[i].done)
+            waiting.push_back(&jobs[i]);
+    std::stable_sort(waiting.begin(), waiting.end(),
+                     [](const Job *a, const Job *b) { return a->found.size < b->found.size; });
+    hand_over();
+    while (!ended && step()) {
+    }
+    jobs.clear();
+    next = 0;
     return !ended;
 }
 
-// Where few descriptors are allowed, fewer lanes have to do: goes on until there may be another.
-bool FileHasher::can_wait_for_descriptor() {
-    if ((errno != EMFILE && errno != ENFILE) || busy == 0 || ended)
+// Gives every lane blocks, as far as there are files for it, and hashes as many as all of them
+// have. False when nothing is left.
+bool FileHasher::step() {
+    for (size_t i = 0; i < lane_count; i++)
+        prepare(lanes[i]);
+    hash_blocks();
+    return busy != 0;
+}
+
+void FileHasher::prepare(Lane &lane) {
+    while (!ended && lane.blocks == 0) {
+        if (lane.job != nullptr && !lane.is_last)
+            read(lane);
+        else if (lane.job != nullptr)
+            end(lane, OpenOutcome::opened);
+        else if (!start(lane))
+            return;
+    }
+}
+
+// Opens the next file; false if there is none, or not now: where few descriptors are allowed, fewer
+// lanes have to do.
+bool FileHasher::start(Lane &lane) {
+    if (waiting.empty())
         return false;
-    advance();
+    Job &job = *waiting.back();
+    job.result.outcome = host_open_regular(job.path.c_str(), &job.found, &lane.descriptor);
+    job.result.reason = job.result.outcome == OpenOutcome::special ? 0 : errno;
+    if ((errno == EMFILE || errno == ENFILE) && job.result.outcome == OpenOutcome::refused &&
+        busy != 0)
+        return false;
+    waiting.pop_back();
+    if (job.result.outcome == OpenOutcome::opened) {
+        busy++;
+        lane.job = &job;
+        lane.length = 0;
+        lane.is_last = false;
+        sha256_init(&lane.ctx);
+        if (job.found.size > READ_SIZE)
+            host_expect_reading(lane.descriptor, job.found.size);
+        return true;
+    }
+    HostStat now; // it may be gone
+    if (job.result.outcome == OpenOutcome::refused && !host_stat(job.path.c_str(), &now))
+        job.result = {OpenOutcome::missing, errno, {}};
+    complete(job);
     return true;
 }
 
-// False if the file was not opened; the job is done then.
-bool FileHasher::start(Lane &lane, Job &job, const HostStat *found) {
-    do
-        job.result.outcome = host_open_regular(job.path.c_str(), found, &lane.descriptor);
-    while (job.result.outcome == OpenOutcome::refused && can_wait_for_descriptor());
-    const bool special = job.result.outcome == OpenOutcome::special;
-    job.result.reason = special ? 0 : errno; // for a missing file that of host_stat
-    job.done = job.result.outcome != OpenOutcome::opened;
-    if (job.done)
-        return false;
-    assert(found != nullptr);
-    busy++;
-    lane.job = &job;
-    lane.size = found->size;
-    lane.length = 0;
-    lane.left = 0;
-    sha256_init(&lane.ctx);
-    return true;
-}
-
-// Reads on when nothing is left. At the end of the file, or at an error, which leaves the file
-// without a digest, the lane is done and free: false.
+// Fills the buffer, up to the end of the file, where the padding follows. An error leaves the file
+// without a digest.
 //
 // Between host_stat and opening, a FIFO, a directory or a device can take the place of a file, and
 // would read as an empty file or for ever. So if the length read is not the one found, or 0, the
 // descriptor is checked again; not for every file, because that would cost each a system call.
-bool FileHasher::refill(Lane &lane) {
-    if (lane.left != 0)
-        return true;
+void FileHasher::read(Lane &lane) {
     errno = 0; // for what is not a file any more
-    const int64_t got = host_read(lane.descriptor, lane.buffer, READ_SIZE);
-    lane.next = lane.buffer;
-    lane.left = got > 0 ? static_cast<size_t>(got) : 0;
-    lane.length += lane.left;
-    if (lane.left != 0)
-        show_progress(lane.left);
-    const bool as_found =
-        got > 0 ? lane.length <= lane.size : lane.length == lane.size && lane.length != 0;
-    if (got < 0 || (!as_found && !host_is_regular(lane.descriptor)))
+    size_t held = 0;
+    int64_t got = 1;
+    while (held < READ_SIZE && got > 0) {
+        got = host_read(lane.descriptor, lane.buffer + held, READ_SIZE - held);
+        held += got > 0 ? static_cast<size_t>(got) : 0;
+    }
+    lane.length += held;
+    if (held != 0)
+        show_progress(held);
+    const uint64_t found = lane.job->found.size;
+    const bool as_found = got > 0 ? lane.length <= found : lane.length == found && found != 0;
+    if (got < 0 || (!as_found && !host_is_regular(lane.descriptor))) {
         end(lane, OpenOutcome::refused);
-    else if (got == 0)
-        end(lane, OpenOutcome::opened);
-    return lane.job != nullptr;
+        return;
+    }
+    lane.is_last = got == 0;
+    if (lane.is_last)
+        held += sha256_pad(lane.buffer + held, lane.length);
+    lane.next = lane.buffer;
+    lane.blocks = held / SHA256_BLOCK_SIZE;
 }
 
 void FileHasher::end(Lane &lane, OpenOutcome outcome) {
-    lane.job->result.reason = errno;
-    lane.job->result.outcome = outcome;
-    sha256_final(&lane.ctx, lane.job->result.digest);
+    Job &job = *std::exchange(lane.job, nullptr);
+    job.result.reason = errno;
+    job.result.outcome = outcome;
+    sha256_digest(&lane.ctx, job.result.digest);
     host_close(lane.descriptor);
-    lane.job->done = true;
-    lane.job = nullptr;
     busy--;
-}
-
-void FileHasher::hash_rest(Lane &lane) {
-    sha256_update(&lane.ctx, lane.next, lane.left);
-    lane.left = 0;
-}
-
-// One step: reads where nothing is left, then hashes as many whole blocks as all lanes have that
-// have any. The end of a file, and the rest of a block of which one part was read before, are
-// hashed alone.
-void FileHasher::advance() {
-    for (size_t i = 0; i < lane_count; i++)
-        if (lanes[i].job != nullptr && !refill(lanes[i])) {
-            hand_over();
-            return;
-        }
-    hash_blocks();
-    for (size_t i = 0; i < lane_count; i++)
-        if (lanes[i].job != nullptr &&
-            (lanes[i].left < SHA256_BLOCK_SIZE || lanes[i].ctx.datalen != 0))
-            hash_rest(lanes[i]);
+    complete(job);
 }
 
 void FileHasher::hash_blocks() {
@@ -137,30 +138,31 @@ void FileHasher::hash_blocks() {
     Sha256Context *contexts[SHA256_MOST_LANES] = {};
     const uint8_t *bytes[SHA256_MOST_LANES] = {};
     size_t count = 0;
-    size_t blocks = READ_SIZE / SHA256_BLOCK_SIZE;
+    size_t blocks = SIZE_MAX;
     for (size_t i = 0; i < lane_count; i++) {
         Lane &lane = lanes[i];
-        if (lane.job == nullptr || lane.ctx.datalen != 0 || lane.left < SHA256_BLOCK_SIZE)
+        if (lane.blocks == 0)
             continue;
         some[count] = &lane;
         contexts[count] = &lane.ctx;
         bytes[count++] = lane.next;
-        blocks = std::min(blocks, lane.left / SHA256_BLOCK_SIZE);
+        blocks = std::min(blocks, lane.blocks);
     }
     sha256_update_many(contexts, bytes, count, blocks);
     for (size_t i = 0; i < count; i++) {
         some[i]->next += blocks * SHA256_BLOCK_SIZE;
-        some[i]->left -= blocks * SHA256_BLOCK_SIZE;
+        some[i]->blocks -= blocks;
     }
 }
 
-// Hands over what is done, up to the first that is not; false when the receiver stops everything.
-bool FileHasher::hand_over() {
-    while (!ended && !jobs.empty() && jobs.front().done) {
-        const Job &job = jobs.front();
-        ended = !receive(job.path.c_str(), job.result);
-        jobs.pop_front();
-        show_progress(0);
-    }
-    return !ended;
+void FileHasher::complete(Job &job) {
+    job.done = true;
+    show_progress(0);
+    hand_over();
+}
+
+// Hands over what is done, up to the first that is not.
+void FileHasher::hand_over() {
+    for (; !ended && next < jobs.size() && jobs[next].done; next++)
+        ended = !receive(jobs[next].path.c_str(), jobs[next].result);
 }

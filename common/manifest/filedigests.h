@@ -13,6 +13,7 @@
 #include <memory>
 #include <string>
 #include <utility>
+#include <vector>
 
 struct FileDigest {
     OpenOutcome outcome;
@@ -21,15 +22,15 @@ struct FileDigest {
 };
 
 // Called, unless it is null, after each read of a file with the number of bytes, and with 0 when a
-// file's result has been handed over.
+// file is done.
 extern void (*hashing_hook)(uint64_t bytes);
 
 // Why a file could not be read: the system's text for an errno, or that it is not a file for 0.
 const char *file_reason(int reason);
 
-// Hashes files and hands over their results in the order in which the files were added, whatever
-// order they finish in. A file is opened when a lane is free for it, ahead of its turn, but its
-// result, failures included, waits for its turn.
+// Hashes files in batches, the largest of a batch first, so that at its end no lane has a long way
+// to go alone. The results, failures included, are handed over in the order in which the files were
+// added.
 class FileHasher {
   public:
     // False stops everything: no further results are handed over.
@@ -40,25 +41,23 @@ class FileHasher {
     FileHasher(const FileHasher &) = delete;
     FileHasher &operator=(const FileHasher &) = delete;
 
-    // All of these return false once the receiver has stopped everything.
+    // Both return false once the receiver has stopped everything.
 
-    // Hashes until a lane is free.
-    bool wait_for_lane();
-
-    // Takes the next file, when there is a lane for it. `found` is the result of host_stat, null if
-    // that failed. Call host_stat after wait_for_lane(), so that little time passes before the file
-    // is opened.
+    // Adds a file to the batch, which is hashed when it is full. `found` is the result of
+    // host_stat, null if that failed: the reason is then in errno.
     bool add(const char *path, const HostStat *found);
 
     // Hashes what is left and hands it over.
     bool finish();
 
   private:
+    static constexpr size_t BATCH = 2048; // files
     static constexpr size_t READ_SIZE = 16384;
     static constexpr size_t CACHE_LINE = 64; // the system copies fastest to the start of one
 
     struct Job {
         std::string path;
+        HostStat found;
         bool done;
         FileDigest result;
     };
@@ -68,27 +67,28 @@ class FileHasher {
     struct Lane {
         Job *job = nullptr;
         int descriptor = -1;
-        uint64_t size = 0;             // as host_stat found it
         uint64_t length = 0;           // read so far
-        const uint8_t *next = nullptr; // of the bytes read and not hashed yet
-        size_t left = 0;
+        const uint8_t *next = nullptr; // of the blocks read and not hashed yet
+        size_t blocks = 0;
+        bool is_last = false; // whether they end with the padding
         Sha256Context ctx;
-        alignas(CACHE_LINE) uint8_t buffer[READ_SIZE];
+        alignas(CACHE_LINE) uint8_t buffer[READ_SIZE + SHA256_MOST_PADDING];
     };
 
-    Lane *free_lane();
-    bool can_wait_for_descriptor();
-    bool start(Lane &lane, Job &job, const HostStat *found);
-    bool refill(Lane &lane);
+    bool step();
+    void prepare(Lane &lane);
+    bool start(Lane &lane);
+    void read(Lane &lane);
     void end(Lane &lane, OpenOutcome outcome);
-    void hash_rest(Lane &lane);
     void hash_blocks();
-    void advance();
-    bool hand_over();
+    void complete(Job &job);
+    void hand_over();
 
     Receiver receive;
     bool ended = false;
-    std::deque<Job> jobs; // all that are not handed over yet, in order
+    std::vector<Job> jobs;      // the batch, in order
+    size_t next = 0;            // that is to be handed over
+    std::vector<Job *> waiting; // for a lane, the largest file last
     size_t lane_count = sha256_best_lanes();
     size_t busy = 0; // lanes that have a file
     std::unique_ptr<Lane[]> lanes{new Lane[lane_count]};
@@ -102,18 +102,16 @@ template <class Tag> class FileDigests {
     explicit FileDigests(Receiver receiver) : receive(std::move(receiver)) {}
 
     // As in FileHasher.
-    bool wait_for_lane() { return files.wait_for_lane(); }
     bool finish() { return files.finish(); }
     bool add(const char *path, Tag tag, const HostStat *found) {
         tags.push_back(std::move(tag));
         return files.add(path, found);
     }
 
-    // Looks for the file itself, when there is a lane for it.
+    // Looks for the file itself.
     bool add(const char *path, Tag tag) {
         HostStat found;
-        return wait_for_lane() &&
-               add(path, std::move(tag), host_stat(path, &found) ? &found : nullptr);
+        return add(path, std::move(tag), host_stat(path, &found) ? &found : nullptr);
     }
 
   private:

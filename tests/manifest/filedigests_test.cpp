@@ -1,5 +1,6 @@
 #include "manifest/filedigests.h"
 
+#include "digest/sha256_kernel.h"
 #include "manifest/shahash.h"
 #include "platform/osdep.h"
 #include "support/noise.h"
@@ -77,7 +78,7 @@ TEST(FileDigests, ResultsComeInOrder) {
             line_of(lines.size(), path, refused ? refusal : sha256_file_hex(path.c_str())));
     }
 
-    for (size_t end = paths.size() + 1; end-- > 0; lines.resize(end)) {
+    const auto expect_lines = [&](size_t end, const char *kernel) {
         Received received;
         received.end = end;
         FileDigests<size_t> digests(into(received));
@@ -87,66 +88,59 @@ TEST(FileDigests, ResultsComeInOrder) {
         EXPECT_EQ(digests.finish(), end == paths.size());
         EXPECT_EQ(digests.add(paths[0].c_str(), 0), end == paths.size());
         EXPECT_EQ(digests.add(paths[0].c_str(), 0, nullptr), end == paths.size());
-        EXPECT_EQ(received.lines, lines) << end;
-    }
-}
-
-// A file that grows while it is read is read on in the middle of a block.
-TEST(FileDigests, ReadsMayEndInsideABlock) {
-    const Scratch scratch;
-    const std::string growing = scratch.write("growing", std::string(100, 'x'));
-    Received received;
-    // The file is in the second lane, read to its end so far, when the first lane's file is done.
-    received.act = [&] {
-        if (received.lines.empty())
-            scratch.write("growing", std::string(300100, 'x'));
+        EXPECT_EQ(received.lines, lines) << end << kernel;
     };
-    FileDigests<size_t> digests(into(received));
-    digests.add(scratch.write("short", std::string(64, 'y')).c_str(), 0);
-    digests.add(growing.c_str(), 0);
-    digests.add(scratch.write("long", std::string(500000, 'z')).c_str(), 0);
-    EXPECT_TRUE(digests.finish());
-    ASSERT_EQ(received.lines.size(), 3u);
-    EXPECT_EQ(received.lines[1], line_of(0, growing, sha256_file_hex(growing.c_str())));
+    for (const Sha256Kernel *kernel : sha256_kernels()) {
+        sha256_force_kernel(kernel);
+        expect_lines(paths.size(), kernel->name);
+        sha256_force_kernel(nullptr);
+    }
+    for (size_t end = paths.size() + 1; end-- > 0; lines.resize(end))
+        expect_lines(end, "");
 }
 
-// Both when all files are finished and when they are given up. A missing file is reported at once.
-TEST(FileDigests, DescriptorsAreClosed) {
+// Results come in order across batches, and the last ones only when that is asked for. Descriptors
+// are closed when all files are finished, and when they are given up.
+TEST(FileDigests, BatchesFollowEachOther) {
     const Scratch scratch;
-    const std::string file = scratch.write("file", std::string(200000, 'x'));
+    const std::string file = scratch.write("file", std::string(20000, 'x'));
     const auto next_descriptor = [&] {
         const int descriptor = host_open(file.c_str());
         host_close(descriptor);
         return descriptor;
     };
     const int before = next_descriptor();
-    for (const bool finished : {true, false}) {
-        Received received;
+    constexpr size_t FILES = 5000;
+    for (const size_t end : {SIZE_MAX, FILES - 1, FILES / 2, size_t{0}}) {
+        size_t received = 0;
         {
-            FileDigests<size_t> digests(into(received));
-            digests.add(scratch.path("missing").c_str(), 0);
-            EXPECT_EQ(received.lines.size(), 1u);
-            for (int i = 0; i < 5; i++)
-                digests.add(file.c_str(), 0);
-            EXPECT_TRUE(!finished || digests.finish());
+            FileDigests<size_t> digests([&](const char *, size_t tag, const FileDigest &) {
+                EXPECT_EQ(tag, received);
+                return received++ < end;
+            });
+            for (size_t i = 0; i < FILES; i++)
+                digests.add(file.c_str(), i);
+            EXPECT_LT(received, FILES);
+            digests.finish();
         }
-        EXPECT_EQ(next_descriptor(), before) << (finished ? "finished" : "given up");
+        EXPECT_EQ(received, std::min(end, FILES - 1) + 1);
+        EXPECT_EQ(next_descriptor(), before) << end;
     }
 }
 
 // A file that goes while others are hashed before it is missing, not one that cannot be opened.
-TEST(FileDigests, FilesAreLookedForWhenThereIsALane) {
+TEST(FileDigests, FilesMayGoMeanwhile) {
     const Scratch scratch;
-    const std::string third = scratch.write("third", "c");
+    const std::string last = scratch.write("last", "c");
+    const std::string others = scratch.write("others", std::string(100000, 'b'));
     Received received;
-    received.act = [&] { host_remove(third.c_str()); };
+    received.act = [&] { host_remove(last.c_str()); };
     FileDigests<size_t> digests(into(received));
-    digests.add(scratch.write("first", "a").c_str(), 0);
-    for (size_t lane = 1; lane < sha256_best_lanes(); lane++)
-        digests.add(scratch.write("second", std::string(100000, 'b')).c_str(), 0);
-    digests.add(third.c_str(), 0);
+    for (size_t lane = 0; lane < sha256_best_lanes(); lane++)
+        digests.add(others.c_str(), 0);
+    digests.add(last.c_str(), 0);
     digests.finish();
-    EXPECT_EQ(received.lines.back(), line_of(0, third, "missing"));
+    EXPECT_EQ(received.lines.back(), line_of(0, last, "missing"));
 }
 
 // What has taken the place of a file since it was found: it would read as empty, or for ever. A
