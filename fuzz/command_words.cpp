@@ -2,7 +2,7 @@
 // and expanded, through a command file, and on a command line of the drive-letter host.
 #include "command/cmdline.h"
 #include "host/argsplit.h"
-#include "kestrel/kestrel.h"
+#include "kestrel/tasks.h"
 #include "support/scratch.h"
 #include "support/words.h"
 

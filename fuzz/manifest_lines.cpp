@@ -2,6 +2,7 @@
 // division into 2 to 5 tasks, against a model of the rules in docs/manifest.md.
 #include "kestrel/kestrel.h"
 #include "kestrel/steps.h"
+#include "kestrel/tasks.h"
 #include "manifest/linecheck.h"
 #include "support/scratch.h"
 

@@ -2,7 +2,6 @@
 #ifndef KESTREL_KESTREL_H
 #define KESTREL_KESTREL_H
 
-#include "containers/vector.h"
 #include "platform/osdep.h"
 
 #include <cstdint>
@@ -27,34 +26,5 @@ bool check_manifest_range(const char *manifest, const char *instdir, int32_t pos
 // Reports every file under the installation that the manifest does not list, other than itself and
 // the report; true if there are none, and no directory was skipped. `manifest` is not null.
 bool find_extra_files(const char *manifest, const char *instdir);
-
-// --- Division of the check into tasks
-
-// The number of tasks for a manifest of `lines` lines if none is asked for: one if there is only
-// one processor; else four per processor, which is lowered, unless there are no more lines than
-// that, until each checks more than 100 lines or one is left.
-uint32_t adjusted_task_count(uint32_t lines, int32_t processors);
-
-// A range of lines, both ends included. The end of the last task's range is one past the last line.
-struct TaskRange {
-    uint32_t start;
-    uint32_t end;
-};
-
-// The range of task `index` of `tasks`. Together the ranges cover every line. With fewer lines than
-// tasks, those of the tasks between the first and the last are empty (end < start).
-TaskRange task_range(uint32_t lines, uint32_t tasks, uint32_t index);
-
-// Starts a copy of the program, or another program; 0 if it could not be started. `args` begins
-// with the program's path; null entries are left out.
-ProcessHandle runProgram(const char *exe, Vector *args);
-
-// Waits for the copy of the given number; true if it could be started, and its status is 0. The
-// status goes to `status`, unless that is null.
-bool wait_for_task(ProcessHandle process, uint32_t number, int *status = nullptr);
-
-// The arguments as one command line (interned): double quotes escaped, arguments with white space
-// quoted, each followed by a space. Null for null or an empty vector.
-const char *vecString(Vector *args);
 
 #endif

@@ -166,3 +166,15 @@ void FileHasher::hand_over() {
     for (; !ended && next < jobs.size() && jobs[next].done; next++)
         ended = !receive(jobs[next].path.c_str(), jobs[next].result);
 }
+
+bool hash_files(uint32_t first, uint32_t end, const PathOf &path_of,
+                const FileHasher::Receiver &receive) {
+    FileHasher files(receive);
+    for (uint32_t i = first; i < end; i++) {
+        const std::string path = path_of(i);
+        HostStat found;
+        if (!files.add(path.c_str(), host_stat(path.c_str(), &found) ? &found : nullptr))
+            return false;
+    }
+    return files.finish();
+}

@@ -94,7 +94,18 @@ class FileHasher {
     std::unique_ptr<Lane[]> lanes{new Lane[lane_count]};
 };
 
-// The same for files that each have a tag, which is kept until it is handed over with the result.
+// A way to hash the files with the numbers from `first` up to but not including `end`: their
+// results are handed over in this order. False once the receiver has stopped it.
+using PathOf = std::function<std::string(uint32_t number)>;
+using HashFiles = std::function<bool(uint32_t first, uint32_t end, const PathOf &path_of,
+                                     const FileHasher::Receiver &receive)>;
+
+// In this process.
+bool hash_files(uint32_t first, uint32_t end, const PathOf &path_of,
+                const FileHasher::Receiver &receive);
+
+// A FileHasher for files that each have a tag, which is kept until it is handed over with the
+// result.
 template <class Tag> class FileDigests {
   public:
     using Receiver = std::function<bool(const char *path, Tag tag, const FileDigest &result)>;

@@ -46,7 +46,7 @@ static bool report_unwritten(const char *manifest, WalkReport *report) {
 }
 
 bool shahash_write_manifest(uint32_t flags, const char *dir, const char *manifest,
-                            WalkReport *report) {
+                            WalkReport *report, const HashFiles &hash) {
     if (!os_can_write(manifest))
         return report_unwritten(manifest, report);
     // The file is made after the walk, which would list it if the temporaries lie under `dir`.
@@ -54,7 +54,7 @@ bool shahash_write_manifest(uint32_t flags, const char *dir, const char *manifes
     if (temporary == nullptr)
         return report_unwritten(nullptr, report);
     Vector *entries = vec_new(__FILE__, __LINE__);
-    bool done = shahash_walk(flags, entries, dir, dir, report);
+    bool done = shahash_walk(flags, entries, dir, dir, report, hash);
     if (done && !write_entries(entries, temporary.get()))
         done = report_unwritten(nullptr, report);
     if (done && !copyfile_helper(temporary.get(), manifest))
@@ -63,9 +63,9 @@ bool shahash_write_manifest(uint32_t flags, const char *dir, const char *manifes
     return done;
 }
 
-bool shahash_write_manifest_default_flags(const char *dir, const char *manifest,
-                                          WalkReport *report) {
-    return shahash_write_manifest(static_cast<uint32_t>(os_kind()), dir, manifest, report);
+bool shahash_write_manifest_default_flags(const char *dir, const char *manifest, WalkReport *report,
+                                          const HashFiles &hash) {
+    return shahash_write_manifest(static_cast<uint32_t>(os_kind()), dir, manifest, report, hash);
 }
 
 // --- Reading one

@@ -8,6 +8,7 @@
 
 #include "base/xalloc.h"
 #include "containers/vector.h"
+#include "manifest/filedigests.h"
 
 #include <cstdint>
 #include <cstdio>
@@ -53,7 +54,7 @@ void shahash_complain(const char *format, ...) PRINTF_LIKE(1, 2);
 
 struct ManifestEntry {
     const char *path;   // as in the manifest; the entry's own
-    const char *digest; // 64 hexadecimal digits, interned
+    const char *digest; // 64 hexadecimal digits, interned; null for a file that could not be read
 };
 
 // Frees a vector of entries with them and their paths.
@@ -79,16 +80,18 @@ class WalkReport {
 // place is permitted (copyfile_helper). `flags` is for the walk, which ignores it. A file that
 // cannot be opened or read ends the process, unless there is a report.
 bool shahash_write_manifest(uint32_t flags, const char *dir, const char *manifest,
-                            WalkReport *report = nullptr);
+                            WalkReport *report = nullptr, const HashFiles &hash = hash_files);
 bool shahash_write_manifest_default_flags(const char *dir, const char *manifest,
-                                          WalkReport *report = nullptr);
+                                          WalkReport *report = nullptr,
+                                          const HashFiles &hash = hash_files);
 
 // Appends a ManifestEntry for every file under `dir`, depth first in listing order, with `relative`
-// in the place of `dir` in its path. A directory below `dir` that this user may not list adds
-// nothing. False, after a line on standard error, if a name cannot stand in a manifest or a
-// directory cannot be read for another reason; with a report the walk goes on in all cases.
+// in the place of `dir` in its path; when all are there, `hash` hashes the files. A directory below
+// `dir` that this user may not list adds nothing. False, after a line on standard error, if a name
+// cannot stand in a manifest or a directory cannot be read for another reason; with a report the
+// walk goes on in all cases.
 bool shahash_walk(uint32_t flags, Vector *files, const char *dir, const char *relative,
-                  WalkReport *report = nullptr);
+                  WalkReport *report = nullptr, const HashFiles &hash = hash_files);
 
 // True if the file's digest is `digest`, byte for byte. False for null, for a missing file and for
 // one that is neither a file nor a directory; a file that cannot be opened or read ends the

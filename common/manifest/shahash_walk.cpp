@@ -2,25 +2,25 @@
 #include "manifest/shahash.h"
 
 #include "host/trace.h"
-#include "manifest/filedigests.h"
 #include "manifest/treewalk.h"
 #include "platform/osdep.h"
 
 #include <cassert>
 #include <cerrno>
+#include <cstring>
 #include <utility>
 
 namespace {
 
-// Hashes the files that it is shown. Without a report the first problem ends the walk, after those
-// of files before it that cannot be opened.
-class ManifestVisitor : public TreeVisitor {
+// Lists the files that it is shown. Without a report the first problem ends the walk.
+class Lister : public TreeVisitor {
   public:
-    ManifestVisitor(Vector *files, const char *dir, WalkReport *walk_report)
-        : entries(files), report(walk_report),
+    Lister(Vector *listed_files, const char *dir, WalkReport *walk_report)
+        : files(listed_files), report(walk_report),
           top(report != nullptr ? host_real_path(dir) : nullptr) {}
 
-    bool finish() { return digests.finish() && complete; }
+    bool complete = true;
+    OwnedString complaint; // about the problem that has ended the walk; null if none has
 
     bool entry(const char *path, const char *listed) override {
         if (report != nullptr && host_is_link(path))
@@ -33,16 +33,17 @@ class ManifestVisitor : public TreeVisitor {
             return true;
         if (report != nullptr && found != nullptr)
             report->file(found->size);
-        return digests.add(path, std::move(listed), found);
+        auto *entry = xnew<ManifestEntry>();
+        entry->path = listed.release();
+        vec_append(files, entry);
+        return true;
     }
 
     bool bad_name(const char *path, const char *listed) override {
-        if (!goes_on())
-            shahash_complain("The name of file \"%s\" cannot be written to a manifest",
-                             str_printable(path).get());
-        else
+        if (report != nullptr)
             report->unlisted(listed);
-        return report != nullptr;
+        return goes_on(str_format("The name of file \"%s\" cannot be written to a manifest",
+                                  str_printable(path).get()));
     }
 
     bool denied(const char *, const char *listed) override {
@@ -54,40 +55,32 @@ class ManifestVisitor : public TreeVisitor {
     bool unlisted(const char *path, const char *listed) override {
         const int reason = errno;
         TRACE_MESSAGE("Cannot read directory \"%s\": %s", path, file_reason(reason));
-        if (!goes_on())
-            shahash_complain("Cannot read directory \"%s\"", str_printable(path).get());
-        else
+        if (report != nullptr)
             report->unreadable(listed, file_reason(reason));
-        return report != nullptr;
+        return goes_on(str_format("Cannot read directory \"%s\"", str_printable(path).get()));
     }
 
   private:
-    bool goes_on();
+    bool goes_on(OwnedString problem);
     void report_link(const char *path, const char *listed) const;
-    bool receive(const char *path, OwnedString listed, const FileDigest &result);
 
-    Vector *entries;
+    Vector *files;
     WalkReport *report;
     OwnedString top;
-    bool complete = true;
-    FileDigests<OwnedString> digests{
-        [this](const char *path, OwnedString listed, const FileDigest &result) {
-            return receive(path, std::move(listed), result);
-        }};
 };
 
 } // namespace
 
-// Whether the walk goes on after a problem. If not, the files before it come first.
-bool ManifestVisitor::goes_on() {
+// Whether the walk goes on after a problem.
+bool Lister::goes_on(OwnedString problem) {
     complete = false;
     if (report == nullptr)
-        digests.finish();
+        complaint = std::move(problem);
     return report != nullptr;
 }
 
 // Links that stay inside the tree go with it.
-void ManifestVisitor::report_link(const char *path, const char *listed) const {
+void Lister::report_link(const char *path, const char *listed) const {
     const OwnedString target = host_real_path(path);
     if (target == nullptr || top == nullptr)
         return;
@@ -99,27 +92,49 @@ void ManifestVisitor::report_link(const char *path, const char *listed) const {
         report->link(listed, target.get());
 }
 
-bool ManifestVisitor::receive(const char *path, OwnedString listed, const FileDigest &result) {
-    if (result.outcome != OpenOutcome::opened) {
+// What stands before the names of the files in a directory.
+static std::string prefix_of(const PathStyle &style, const char *dir) {
+    const OwnedString path = path_join_style(style, dir, "x");
+    return path != nullptr ? std::string(path.get(), strlen(path.get()) - 1) : "";
+}
+
+// Gives the entries from `first` on their digests; false if a file cannot be read.
+static bool hash_entries(Vector *files, uint32_t first, const PathOf &path_of, WalkReport *report,
+                         const HashFiles &hash) {
+    bool complete = true;
+    uint32_t next = first;
+    const auto receive = [&](const char *path, const FileDigest &result) {
+        auto *entry = vec_at<ManifestEntry>(files, next++);
+        if (result.outcome == OpenOutcome::opened) {
+            entry->digest = sha256_hex(result.digest);
+            return true;
+        }
         TRACE_MESSAGE("Cannot read file \"%s\": %s", path, file_reason(result.reason));
         if (report == nullptr)
             shahash_fatal_cannot_open(path);
+        report->unreadable(entry->path, file_reason(result.reason));
         complete = false;
-        report->unreadable(listed.get(), file_reason(result.reason));
         return true;
-    }
-    auto *entry = xnew<ManifestEntry>();
-    entry->digest = sha256_hex(result.digest);
-    entry->path = listed.release();
-    vec_append(entries, entry);
-    return true;
+    };
+    return hash(first, vec_size(files), path_of, receive) && next == vec_size(files) && complete;
 }
 
+// Of several problems the first one is complained of: a file comes before what has ended the walk.
 bool shahash_walk(uint32_t, Vector *files, const char *dir, const char *relative,
-                  WalkReport *report) {
+                  WalkReport *report, const HashFiles &hash) {
     assert(files != NULL);
     assert(dir != NULL);
-    ManifestVisitor visitor(files, dir, report);
-    const bool walked = walk_tree(visitor, dir, relative);
-    return visitor.finish() && walked;
+    const uint32_t first = vec_size(files);
+    Lister lister(files, dir, report);
+    walk_tree(lister, dir, relative);
+    const std::string prefix = prefix_of(host_path_style(), dir);
+    const size_t listed_prefix = prefix_of(drive_path_style, relative).size();
+    const auto path_of = [&](uint32_t number) {
+        const char *listed = vec_at<ManifestEntry>(files, number)->path;
+        return prefix + shahash_native_path(listed + listed_prefix);
+    };
+    const bool hashed = hash_entries(files, first, path_of, report, hash);
+    if (lister.complaint != nullptr)
+        shahash_complain("%s", lister.complaint.get());
+    return hashed && lister.complete;
 }

@@ -1,5 +1,5 @@
 // The tool seen from outside, and the division of its work.
-#include "kestrel/kestrel.h"
+#include "kestrel/tasks.h"
 #include "support/log_capture.h"
 #include "tool/tool.h"
 

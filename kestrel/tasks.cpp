@@ -1,0 +1,217 @@
+#include "kestrel/tasks.h"
+
+#include "command/cmdline.h"
+#include "containers/stringcache.h"
+#include "debuglog/zvdebug.h"
+#include "host/trace.h"
+#include "kestrel/progress.h"
+#include "kestrel/report.h"
+#include "kestrel/steps.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <deque>
+#include <string>
+#include <utility>
+
+// --- Division into tasks
+
+uint32_t adjusted_task_count(uint32_t lines, int32_t processors) {
+    constexpr uint32_t MOST = INT32_MAX / 4;
+    const uint32_t cores = std::min(static_cast<uint32_t>(std::max(processors, 1)), MOST);
+    if (cores == 1)
+        return 1;
+    uint32_t tasks = 4 * cores;
+    while (tasks > 1 && lines > tasks && lines / tasks <= 100)
+        tasks--;
+    return tasks;
+}
+
+TaskRange task_range(uint32_t lines, uint32_t tasks, uint32_t index) {
+    const uint64_t each = lines / tasks;
+    const uint64_t start = index == 0 ? 0 : index * each + 1;
+    const uint64_t end = index + 1 == tasks ? lines : (index + 1) * each;
+    return {static_cast<uint32_t>(start), static_cast<uint32_t>(end)};
+}
+
+// Whether a task has lines. If there are as many tasks as lines, or more, some have none; these are
+// not started and have failed.
+static bool has_lines(const TaskRange &range, uint32_t lines) {
+    return range.start <= range.end && range.start < lines;
+}
+
+// The task after `task`. With fewer lines than tasks only the first and the last have any, and
+// without a log the others leave no trace: they are skipped.
+static uint32_t next_task(uint32_t task, uint32_t lines, uint32_t tasks) {
+    return task == 0 && lines < tasks && trace_flags == 0 ? tasks - 1 : task + 1;
+}
+
+std::vector<uint32_t> first_lines(uint32_t lines, uint32_t tasks) {
+    std::vector<uint32_t> first;
+    for (uint32_t i = 0; i < tasks; i = next_task(i, lines, tasks))
+        if (const TaskRange range = task_range(lines, tasks, i); has_lines(range, lines))
+            first.push_back(range.start);
+    return first;
+}
+
+uint32_t choose_task_count(uint32_t lines) {
+    if (task_limit > 0) {
+        TRACE_MESSAGE("Number of cores set by --tasks to %d", task_limit);
+        return static_cast<uint32_t>(task_limit);
+    }
+    const int32_t processors = os_ncores(true);
+    TRACE_MESSAGE("Number of cores detected is: %d", processors);
+    const uint32_t tasks = adjusted_task_count(lines, processors);
+    TRACE_MESSAGE("Adjusted number of cores is: %d", tasks);
+    return tasks;
+}
+
+// --- Starting copies of the program
+
+const char *vecString(Vector *args) {
+    TRACE_ENTER();
+    const char *result = nullptr;
+    if (vec_size(args) != 0) {
+        std::string text;
+        for (const char *argument : VecEach<const char>(args)) {
+            if (argument == nullptr)
+                continue;
+            const bool quoted = strpbrk(argument, " \t\n\r") != nullptr;
+            text += quoted ? "\"" : "";
+            for (const char *c = argument; *c != '\0'; c++) {
+                if (*c == '"')
+                    text += '\\';
+                text += *c;
+            }
+            text += quoted ? "\" " : " ";
+        }
+        result = sc_strdup(text.c_str());
+    }
+    return TRACE_RESULT(result, "returning string: \"%s\"", result != nullptr ? result : "(null)");
+}
+
+ProcessHandle runProgram(const char *exe, Vector *args) {
+    TRACE_ENTER();
+    std::vector<const char *> argv;
+    for (const char *argument : VecEach<const char>(args))
+        if (argument != nullptr)
+            argv.push_back(argument);
+    argv.push_back(nullptr);
+    const ProcessHandle process = host_start_process(exe, argv.data(), vecString(args));
+    if (process == 0) {
+        TRACE_MESSAGE("The system's reason: %s", strerror(errno));
+        return TRACE_RESULT(process, "Could not create process for \"%s\"", exe);
+    }
+    return TRACE_RESULT(process, "Successfully created process with id %lld",
+                        static_cast<long long>(process));
+}
+
+// Without separators at the end, which would escape the quote that may follow.
+static const char *without_end_separators(const char *directory) {
+    return sc_ncopy(directory, path_trimmed_length(host_path_style(), directory));
+}
+
+TaskSetting task_setting(const char *file, const char *instdir, const char *part_option) {
+    const OwnedString exe = os_progpath();
+    return {exe != nullptr ? sc_strdup(exe.get()) : "",
+            sc_format("--manifest=%s", cmdline_escape(file)),
+            sc_format("--instdir=%s", cmdline_escape(without_end_separators(instdir))),
+            part_option};
+}
+
+static ProcessHandle start_task(const TaskSetting &setting, uint32_t position, const Task &task) {
+    const VectorPtr args(vec_new(__FILE__, __LINE__));
+    const auto [start, end] = task.range;
+    vec_append(args.get(), setting.exe);
+    vec_append(args.get(), setting.file_option);
+    vec_append(args.get(), setting.instdir_option);
+    vec_append(args.get(), sc_format("--check=%ld,%u,%u", static_cast<long>(position), start, end));
+    if (task.part != nullptr)
+        vec_append(args.get(),
+                   sc_format("%s%s", setting.part_option, cmdline_escape(task.part.get())));
+    if (const char *counts = progress_add_task(); counts != nullptr)
+        vec_append(args.get(), sc_format("--progress=%s", cmdline_escape(counts)));
+    const char *log = sc_format("%s_%u-%u.out", host_tool_name, start, end);
+    if (const char *debug = zvdebug_beside(log))
+        vec_append(args.get(), debug);
+    vec_append(args.get(), nullptr);
+    return runProgram(setting.exe, args.get());
+}
+
+// --- All tasks of a run
+
+bool await_task(ProcessHandle process, uint32_t number, int *status) {
+    TRACE_MESSAGE("Waiting for process %d to finish", number);
+    *status = 1;
+    if (process == 0) {
+        TRACE_MESSAGE("proc id is zero, process mustn't have started");
+        return false;
+    }
+    while (progress_is_on() && !host_await_end(process, 200))
+        progress_poll();
+    if (!host_wait_process(process, status))
+        *status = 1;
+    return *status == 0;
+}
+
+bool wait_for_task(ProcessHandle process, uint32_t number, int *status) {
+    int got;
+    const bool passed = await_task(process, number, status != nullptr ? status : &got);
+    if (passed)
+        TRACE_MESSAGE("Process %d successfully verify its hashes", number);
+    else
+        TRACE_MESSAGE("Process %d did not successfully verify its hashes", number);
+    return passed;
+}
+
+// How many lines a range has.
+static uint64_t lines_in(const TaskRange &range, uint32_t lines) {
+    return std::min<uint64_t>(uint64_t{range.end} + 1, lines) - range.start;
+}
+
+const char *task_name(const Task &task) {
+    return sc_format("Task %u (lines %llu to %llu)", task.number, task.range.start + 1ULL,
+                     task.range.start + static_cast<unsigned long long>(task.lines));
+}
+
+// A file for what a task writes; null if there can be none.
+static OwnedString new_part() {
+    static bool reported = false;
+    OwnedString part = os_tempname_plain();
+    if (part == nullptr && !std::exchange(reported, true))
+        report_error("Cannot write temporary file: %s", strerror(errno));
+    os_remove_at_exit(part.get());
+    return part;
+}
+
+bool run_tasks(const TaskSetting &setting, uint32_t lines, uint32_t tasks,
+               const uint32_t *positions, const FinishTask &finish) {
+    TRACE_MESSAGE("Each core will do %d hashes", lines / tasks);
+    std::deque<Task> started;
+    for (uint32_t i = 0; i < tasks; i = next_task(i, lines, tasks)) {
+        const TaskRange range = task_range(lines, tasks, i);
+        TRACE_MESSAGE("Starting process %d", i);
+        ProcessHandle process = 0;
+        if (has_lines(range, lines)) {
+            Task &task = started.emplace_back(Task{i, range, lines_in(range, lines), nullptr});
+            task.part = setting.part_option != nullptr ? new_part() : nullptr;
+            task.process = process = start_task(setting, *positions++, task);
+            task.reason = errno;
+        }
+        TRACE_MESSAGE("got proc id %lld\n", static_cast<long long>(process));
+    }
+    bool passed = lines > tasks; // or some have none
+    if (!passed)
+        report_error("%zu of %u tasks had no line to check; use --tasks=1", tasks - started.size(),
+                     tasks);
+    for (uint32_t i = 0; i < tasks; i = next_task(i, lines, tasks)) {
+        if (started.empty() || started.front().number != i) {
+            wait_for_task(0, i);
+            continue;
+        }
+        passed = finish(started.front()) && passed;
+        started.pop_front();
+    }
+    return passed;
+}

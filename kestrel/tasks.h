@@ -1,0 +1,83 @@
+// Copies of the program that run side by side, each on a range of the lines of one file.
+#ifndef KESTREL_TASKS_H
+#define KESTREL_TASKS_H
+
+#include "containers/vector.h"
+#include "platform/osdep.h"
+
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+// --- Division
+
+// The number of tasks for so many lines if none is asked for: one if there is only one processor;
+// else four per processor, which is lowered, unless there are no more lines than that, until each
+// does more than 100 lines or one is left.
+uint32_t adjusted_task_count(uint32_t lines, int32_t processors);
+
+// The number that is asked for, or else that one. The debug log says how it was found.
+uint32_t choose_task_count(uint32_t lines);
+
+// A range of lines, both ends included. The end of the last task's range is one past the last line.
+struct TaskRange {
+    uint32_t start;
+    uint32_t end;
+};
+
+// The range of task `index` of `tasks`. Together the ranges cover every line. With fewer lines than
+// tasks, those of the tasks between the first and the last are empty (end < start).
+TaskRange task_range(uint32_t lines, uint32_t tasks, uint32_t index);
+
+// The first lines of the tasks that have any, in ascending order.
+std::vector<uint32_t> first_lines(uint32_t lines, uint32_t tasks);
+
+// --- Programs
+
+// Starts a copy of the program, or another program; 0 if it could not be started. `args` begins
+// with the program's path; null entries are left out.
+ProcessHandle runProgram(const char *exe, Vector *args);
+
+// Waits for the copy of the given number, and shows the progress meanwhile; true if it could be
+// started, and its status, which goes to `status`, is 0.
+bool await_task(ProcessHandle process, uint32_t number, int *status);
+
+// The same for a check; the debug log says whether the copy has verified its lines.
+bool wait_for_task(ProcessHandle process, uint32_t number, int *status = nullptr);
+
+// The arguments as one command line (interned): double quotes escaped, arguments with white space
+// quoted, each followed by a space. Null for null or an empty vector.
+const char *vecString(Vector *args);
+
+// --- All tasks of a run
+
+// What they have in common. The strings are interned.
+struct TaskSetting {
+    const char *exe;
+    const char *file_option; // for the file with the lines
+    const char *instdir_option;
+    const char *part_option; // begins that for a file that the task writes; null for none
+};
+TaskSetting task_setting(const char *file, const char *instdir, const char *part_option);
+
+// A copy that has been given lines.
+struct Task {
+    uint32_t number;
+    TaskRange range;
+    uint64_t lines;            // in the range
+    OwnedString part;          // the file that it writes; null if there is none
+    ProcessHandle process = 0; // 0 if it could not be started
+    int reason = 0;            // errno, if not
+};
+
+// For messages; lines are counted from 1. Interned.
+const char *task_name(const Task &task);
+
+// Starts all tasks before any is waited for. `positions` are the offsets of their first lines. Then
+// `finish`, which has to wait for a task, is called for each that has lines, in order, even after a
+// failure. True if all of these calls are, and every task has lines.
+using FinishTask = std::function<bool(const Task &task)>;
+bool run_tasks(const TaskSetting &setting, uint32_t lines, uint32_t tasks,
+               const uint32_t *positions, const FinishTask &finish);
+
+#endif
