@@ -1,8 +1,10 @@
-// --check: verifies one range of a manifest's lines.
+// --check: what a task does with its range of lines: verifies those of a manifest or, with
+// --digests, hashes the files of a list.
 #include "host/trace.h"
 #include "kestrel/kestrel.h"
 #include "kestrel/report.h"
 #include "kestrel/steps.h"
+#include "manifest/filedigests.h"
 #include "manifest/linecheck.h"
 
 #include <cstdio>
@@ -168,4 +170,33 @@ bool check_manifest_range(const char *manifest, const char *instdir, int32_t pos
     if (before != nullptr)
         enter_directory(before.get());
     return TRACE_RESULT(true, "All hashes in the range verified correctly");
+}
+
+// Writes the results of the files of a list, in order.
+static bool hash_lines(FILE *list, const LineRange &range, FILE *results, const char **failure) {
+    FileHasher files([results](const char *, const FileDigest &result) {
+        return fwrite(&result, sizeof result, 1, results) == 1;
+    });
+    const auto hash = [&](uint64_t number, std::string_view line) {
+        const std::string path(line.substr(0, line.size() - 1));
+        return number < range.start || files.find_and_add(path.c_str());
+    };
+    return read_range(list, range, hash, failure) && files.finish();
+}
+
+bool hash_list_range(const char *list, const char *instdir, int32_t position, uint32_t start,
+                     uint32_t end, const char *digests) {
+    TRACE_ENTER();
+    const OwnedString before = os_getcwd();
+    const char *failure = nullptr;
+    FileState opened;
+    const FilePtr file = open_manifest(list, instdir, before.get(), &opened, &failure);
+    if (file == nullptr)
+        return TRACE_RESULT(false, "%s", failure);
+    FILE *results = host_fopen(digests, "wb");
+    if (results == nullptr ||
+        !os_close_written(results,
+                          hash_lines(file.get(), {position, start, end}, results, &failure)))
+        return TRACE_RESULT(false, "Could not write the digests");
+    return TRACE_RESULT(true, "All files in the range were hashed");
 }

@@ -4,8 +4,89 @@
 #include "kestrel/progress.h"
 #include "kestrel/report.h"
 #include "kestrel/steps.h"
+#include "kestrel/tasks.h"
 #include "manifest/shahash.h"
 #include "platform/osdep.h"
+
+#include <cstdio>
+#include <string>
+#include <utility>
+#include <vector>
+
+// --- Hashing by tasks
+
+// Writes the files to be hashed to a temporary file, one a line, and replaces numbers of lines, in
+// ascending order, by the offsets at which these begin. Null if the file cannot be written.
+static OwnedString write_list(uint32_t count, const PathOf &path_of,
+                              std::vector<uint32_t> &places) {
+    OwnedString list = os_tempname_plain();
+    os_remove_at_exit(list.get());
+    FILE *file = list != nullptr ? host_fopen(list.get(), "wb") : nullptr;
+    if (file == nullptr)
+        return nullptr;
+    uint64_t offset = 0;
+    auto place = places.begin();
+    for (uint32_t i = 0; i < count; i++) {
+        if (place != places.end() && *place == i)
+            *place++ = static_cast<uint32_t>(offset);
+        const std::string line = path_of(i) + '\n';
+        fputs(line.c_str(), file);
+        offset += line.size();
+    }
+    return os_close_written(file, offset < MANIFEST_LIMIT) ? std::move(list) : nullptr;
+}
+
+// The results that a task has written; empty unless they are all of its files'.
+static std::vector<FileDigest> results_of(const Task &task) {
+    int status;
+    std::vector<FileDigest> results;
+    if (!await_task(task.process, task.number, &status) || task.part == nullptr)
+        return results;
+    const FilePtr file(host_fopen(task.part.get(), "rb"));
+    results.resize(task.lines + 1);
+    if (file == nullptr ||
+        fread(results.data(), sizeof(FileDigest), results.size(), file.get()) != task.lines)
+        return {};
+    results.pop_back();
+    return results;
+}
+
+// What a task has not done, for whatever reason, is done here.
+static bool finish_task(const Task &task, const PathOf &path_of,
+                        const FileHasher::Receiver &receive) {
+    const auto path_in_task = [&](uint32_t number) { return path_of(task.range.start + number); };
+    const std::vector<FileDigest> results = results_of(task);
+    if (results.empty()) {
+        TRACE_MESSAGE("Process %d did not hash its files: they are hashed here", task.number);
+        return hash_files(static_cast<uint32_t>(task.lines), path_in_task, receive);
+    }
+    TRACE_MESSAGE("Process %d has hashed its files", task.number);
+    for (uint32_t i = 0; i < results.size(); i++)
+        if (!receive(path_in_task(i).c_str(), results[i]))
+            return false;
+    return true;
+}
+
+// The list is expected as this process has written it.
+static bool hash_by_tasks(const char *instdir, uint32_t count, const PathOf &path_of,
+                          const FileHasher::Receiver &receive) {
+    progress_begin(count);
+    const uint32_t tasks = choose_task_count(count);
+    std::vector<uint32_t> places = first_lines(count, tasks);
+    const bool divided = tasks > 1 && count > tasks;
+    const OwnedString list = divided ? write_list(count, path_of, places) : nullptr;
+    FileState written;
+    if (list == nullptr || !host_file_state(list.get(), &written))
+        return hash_files(count, path_of, receive);
+    expect_manifest(&written);
+    const bool all =
+        run_tasks(task_setting(list.get(), instdir, "--digests="), count, tasks, places.data(),
+                  [&](const Task &task) { return finish_task(task, path_of, receive); });
+    expect_manifest(nullptr);
+    return all;
+}
+
+// --- The manifest
 
 namespace {
 
@@ -30,12 +111,16 @@ class Records : public WalkReport {
 
 // The walk begins at ".", so that every path in the manifest is relative to the installation.
 // The hosts' kinds have their own entries, which do the same.
-static bool write_manifest(const char *manifest) {
+static bool write_manifest(const char *manifest, const char *instdir) {
     Records records;
     WalkReport *const report = report_is_on() ? &records : nullptr;
+    const auto hash = [instdir](uint32_t count, const PathOf &path_of,
+                                const FileHasher::Receiver &receive) {
+        return hash_by_tasks(instdir, count, path_of, receive);
+    };
     return (os_kind() & HOST_DRIVE_PATHS) != 0
-               ? shahash_write_manifest(HOST_DRIVE_PATHS, ".", manifest, report)
-               : shahash_write_manifest_default_flags(".", manifest, report);
+               ? shahash_write_manifest(HOST_DRIVE_PATHS, ".", manifest, report, hash)
+               : shahash_write_manifest_default_flags(".", manifest, report, hash);
 }
 
 bool generate_manifest(const char *manifest, const char *instdir) {
@@ -50,8 +135,7 @@ bool generate_manifest(const char *manifest, const char *instdir) {
         report_error("Could not change to directory: \"%s\"", instdir);
         return TRACE_RESULT(false, "Could not change to directory: \"%s\"\n", instdir);
     }
-    progress_begin(0);
-    const bool written = write_manifest(manifest);
+    const bool written = write_manifest(manifest, instdir);
     progress_end();
     if (!written)
         TRACE_MESSAGE("Could not generate manifest");

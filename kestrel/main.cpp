@@ -105,6 +105,22 @@ static Ending check(const Options &options) {
     return {passed && written ? 0 : 1};
 }
 
+// What a task does for -g.
+static Ending hash(const Options &options) {
+    const bool hashed = hash_list_range(options.manifest, options.instdir, options.position,
+                                        static_cast<uint32_t>(options.start),
+                                        static_cast<uint32_t>(options.end), options.digests);
+    progress_end();
+    return {hashed ? 0 : 1};
+}
+
+static Ending run(const Options &options) {
+    if (options.generate)
+        return generate(options);
+    return options.digests != nullptr && options.manifest != nullptr ? hash(options)
+                                                                     : check(options);
+}
+
 int main(int argc, char **argv) {
     runtime_init("kestrel", cleanup);
     os_catch_signals();
@@ -132,7 +148,7 @@ int main(int argc, char **argv) {
     if (options.report && !begin_report(options))
         ending.result = "Could not write the report";
     else if (sound)
-        ending = options.generate ? generate(options) : check(options);
+        ending = run(options);
     if (report_is_on())
         report_refusal(options, ending.result);
     if (ending.result != nullptr)

@@ -82,6 +82,12 @@ static bool read_range(const char *value, Options &options) {
     return true;
 }
 
+static bool read_digests(const char *value, Options &options) {
+    options.digests = value;
+    TRACE_MESSAGE("Digests file set to \"%s\"", options.digests);
+    return true;
+}
+
 static bool read_report(const char *, Options &options) {
     options.report = true;
     options.report_file = nullptr;
@@ -149,6 +155,7 @@ static constexpr Option OPTIONS[] = {
     {"--report=", nullptr, read_report_file},
     {"--extra", nullptr, read_extra},
     {"--check=", nullptr, read_range},
+    {"--digests=", nullptr, read_digests},
     {"--progress=", nullptr, read_progress},
     {"--zvdebug=", nullptr, pass_over},
 };

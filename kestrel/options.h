@@ -16,6 +16,7 @@ struct Options {
     int32_t position = -1;
     int32_t start = -1;
     int32_t end = -1;
+    const char *digests = nullptr; // the range is of a list, and this file is for its digests
     bool report = false;
     const char *report_file = nullptr; // null: standard output
     std::vector<const char *> ignored; // arguments that are not options

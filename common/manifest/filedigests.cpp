@@ -30,6 +30,11 @@ bool FileHasher::add(const char *path, const HostStat *found) {
     return jobs.size() < BATCH || finish();
 }
 
+bool FileHasher::find_and_add(const char *path) {
+    HostStat found;
+    return add(path, host_stat(path, &found) ? &found : nullptr);
+}
+
 bool FileHasher::finish() {
     for (size_t i = jobs.size(); i-- > 0;)
         if (!jobs[i].done)
@@ -167,14 +172,10 @@ void FileHasher::hand_over() {
         ended = !receive(jobs[next].path.c_str(), jobs[next].result);
 }
 
-bool hash_files(uint32_t first, uint32_t end, const PathOf &path_of,
-                const FileHasher::Receiver &receive) {
+bool hash_files(uint32_t count, const PathOf &path_of, const FileHasher::Receiver &receive) {
     FileHasher files(receive);
-    for (uint32_t i = first; i < end; i++) {
-        const std::string path = path_of(i);
-        HostStat found;
-        if (!files.add(path.c_str(), host_stat(path.c_str(), &found) ? &found : nullptr))
+    for (uint32_t i = 0; i < count; i++)
+        if (!files.find_and_add(path_of(i).c_str()))
             return false;
-    }
     return files.finish();
 }

@@ -41,11 +41,14 @@ class FileHasher {
     FileHasher(const FileHasher &) = delete;
     FileHasher &operator=(const FileHasher &) = delete;
 
-    // Both return false once the receiver has stopped everything.
+    // These return false once the receiver has stopped everything.
 
     // Adds a file to the batch, which is hashed when it is full. `found` is the result of
     // host_stat, null if that failed: the reason is then in errno.
     bool add(const char *path, const HostStat *found);
+
+    // The same, looking for the file itself.
+    bool find_and_add(const char *path);
 
     // Hashes what is left and hands it over.
     bool finish();
@@ -94,15 +97,14 @@ class FileHasher {
     std::unique_ptr<Lane[]> lanes{new Lane[lane_count]};
 };
 
-// A way to hash the files with the numbers from `first` up to but not including `end`: their
-// results are handed over in this order. False once the receiver has stopped it.
-using PathOf = std::function<std::string(uint32_t number)>;
-using HashFiles = std::function<bool(uint32_t first, uint32_t end, const PathOf &path_of,
-                                     const FileHasher::Receiver &receive)>;
+// A way to hash so many files: their results are handed over in order. False once the receiver has
+// stopped it.
+using PathOf = std::function<std::string(uint32_t number)>; // from 0
+using HashFiles =
+    std::function<bool(uint32_t count, const PathOf &path_of, const FileHasher::Receiver &receive)>;
 
 // In this process.
-bool hash_files(uint32_t first, uint32_t end, const PathOf &path_of,
-                const FileHasher::Receiver &receive);
+bool hash_files(uint32_t count, const PathOf &path_of, const FileHasher::Receiver &receive);
 
 // A FileHasher for files that each have a tag, which is kept until it is handed over with the
 // result.

@@ -98,11 +98,11 @@ static std::string prefix_of(const PathStyle &style, const char *dir) {
     return path != nullptr ? std::string(path.get(), strlen(path.get()) - 1) : "";
 }
 
-// Gives the entries from `first` on their digests; false if a file cannot be read.
+// Gives entries their digests, from the `first` of them on; false if a file cannot be read.
 static bool hash_entries(Vector *files, uint32_t first, const PathOf &path_of, WalkReport *report,
                          const HashFiles &hash) {
-    bool complete = true;
     uint32_t next = first;
+    bool complete = true;
     const auto receive = [&](const char *path, const FileDigest &result) {
         auto *entry = vec_at<ManifestEntry>(files, next++);
         if (result.outcome == OpenOutcome::opened) {
@@ -116,10 +116,11 @@ static bool hash_entries(Vector *files, uint32_t first, const PathOf &path_of, W
         complete = false;
         return true;
     };
-    return hash(first, vec_size(files), path_of, receive) && next == vec_size(files) && complete;
+    hash(vec_size(files) - first, path_of, receive);
+    return complete && next == vec_size(files);
 }
 
-// Of several problems the first one is complained of: a file comes before what has ended the walk.
+// Of several problems the first one is complained of: files come before what has ended the walk.
 bool shahash_walk(uint32_t, Vector *files, const char *dir, const char *relative,
                   WalkReport *report, const HashFiles &hash) {
     assert(files != NULL);
@@ -130,7 +131,7 @@ bool shahash_walk(uint32_t, Vector *files, const char *dir, const char *relative
     const std::string prefix = prefix_of(host_path_style(), dir);
     const size_t listed_prefix = prefix_of(drive_path_style, relative).size();
     const auto path_of = [&](uint32_t number) {
-        const char *listed = vec_at<ManifestEntry>(files, number)->path;
+        const char *listed = vec_at<ManifestEntry>(files, first + number)->path;
         return prefix + shahash_native_path(listed + listed_prefix);
     };
     const bool hashed = hash_entries(files, first, path_of, report, hash);
