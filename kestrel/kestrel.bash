@@ -10,7 +10,7 @@ _kestrel() {
     case $before in
     # Left to bash's own completion of files, which knows about quotes.
     =--instdir) compopt -o dirnames +o default ;;
-    =--manifest | =--progress | =--report | =--zvdebug) ;;
+    =--digests | =--manifest | =--progress | =--report | =--zvdebug) ;;
     =*) compopt +o default ;;
     @*)
         compopt -o filenames
@@ -18,7 +18,7 @@ _kestrel() {
         ;;
     *)
         mapfile -t COMPREPLY < <(compgen -W '-g -c -v -h --help --version --instdir= --manifest=
-            --tasks= --report --report= --extra --check= --progress= --zvdebug=' -- "$word")
+            --tasks= --report --report= --extra --check= --digests= --progress= --zvdebug=' -- "$word")
         [[ ${COMPREPLY-} != *= ]] || compopt -o nospace
         ;;
     esac

@@ -90,6 +90,8 @@ TEST_F(KestrelSystem, Circumstances) {
         {"ulimit -n 8", {"-c", "--tasks=2"}, inst.verdict(true)},
         {"exec >&-", {"-c", "--tasks=2"}, {0, "", ""}},
         {"exec >&- 2>&-", {"-g"}, {0, "", ""}, 62},
+        {"exec >&- 2>&-", {"-g", "--tasks=3"}, {0, "", ""}, 62},
+        {"ulimit -n 8", {"-g", "--tasks=3"}, inst.generated(), 62},
     };
     for (const Circumstance &c : cases)
         if (can_give_up_rights || !c.script.starts_with(UNPRIVILEGED))
@@ -128,15 +130,18 @@ TEST_F(KestrelSystem, DirectoriesThatCannotBeReadAreReported) {
 // file before it takes. The script leaves a file, a link to nothing and a name that is refused.
 TEST_F(KestrelSystem, FirstComplaintCounts) {
     const Installation inst("dir", 0);
-    const Outcome outcome = inst.run({"-g"}, R"sh(cd tree
+    const char *const entries = R"sh(cd tree; rm -f *f* *l* *r*
 for i in 1 2 3 4 5 6 7 8; do echo >f$i; ln -s gone l$i; echo >"r\\$i"; done
 ls -U | {
     for kept in f l r; do
         while read -r name && case $name in $kept*) false;; esac; do rm "$name"; done
     done
     while read -r name; do rm "$name"; done
-})sh");
-    EXPECT_TRUE(outcome.err.starts_with("!! Cannot open file \"./l")) << outcome;
+})sh";
+    for (const char *tasks : {"--tasks=1", "--tasks=2"}) {
+        const Outcome outcome = inst.run({"-g", tasks}, entries);
+        EXPECT_TRUE(outcome.err.starts_with("!! Cannot open file \"./l")) << outcome;
+    }
 }
 
 // A file that is all hole; its length is that of a manifest that is one byte too long.

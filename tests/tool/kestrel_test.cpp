@@ -1,8 +1,10 @@
 // The tool seen from outside, and the division of its work.
 #include "kestrel/tasks.h"
+#include "manifest/shahash.h"
 #include "support/log_capture.h"
 #include "tool/tool.h"
 
+#include <cstring>
 #include <random>
 
 // --- Division of the work
@@ -155,6 +157,41 @@ TEST(KestrelOptions, ManifestIsWrittenAndChecked) {
 }
 
 // --- Checking
+
+// The manifest does not depend on them, nor on whether they can be started: a program that is gone
+// from its directory can start none.
+TEST(KestrelTasks, AnyNumberOfThemWritesTheSameManifest) {
+    const Installation inst("a b, 100%s");
+    inst.add("long", std::string(100000, 'x'));
+    EXPECT_EQ(inst.run({"-g", "--tasks=1"}), inst.generated());
+    const std::string text = read_file(inst.manifest);
+    const char *const gone = "cp \"$1\" gone; exec 7<gone; rm gone; shift; "
+                             "set -- /proc/self/fd/7 \"$@\"";
+    for (const char *tasks : {"2", "3", "20", "21", "22", "-1"})
+        for (const char *script : {"", gone})
+            if (*script == '\0' || os_kind() == 0) {
+                host_remove(inst.manifest.c_str());
+                EXPECT_EQ(inst.run({"-g", std::string("--tasks=") + tasks}, script),
+                          inst.generated());
+                EXPECT_EQ(read_file(inst.manifest), text) << tasks << script;
+            }
+    // What a task does.
+    const std::string list = native_join(inst.top.c_str(), "list"), digests = list + "d";
+    Installation::write(list, "f1\nlong\ngone\nf2\nf3\n");
+    EXPECT_EQ(kestrel({"--instdir=" + inst.tree, "--manifest=" + list, "--check=0,1,3",
+                       "--digests=" + digests}),
+              (Outcome{0, "", ""}));
+    const std::string results = read_file(digests);
+    ASSERT_EQ(results.size(), 3 * sizeof(FileDigest));
+    FileDigest got[3];
+    memcpy(got, results.data(), sizeof got);
+    EXPECT_EQ(sha256_text(got[0].digest),
+              sha256_file_hex(native_join(inst.tree.c_str(), "long").c_str()));
+    EXPECT_EQ(got[1].outcome, OpenOutcome::missing);
+    EXPECT_EQ(got[1].reason, ENOENT);
+    EXPECT_EQ(sha256_text(got[2].digest),
+              sha256_file_hex(native_join(inst.tree.c_str(), "f2").c_str()));
+}
 
 TEST(KestrelCheck, RangesOfLines) {
     const Installation inst("dir", 10); // whose lines have one length
@@ -373,6 +410,9 @@ TEST(KestrelLog, EveryRunSaysHowItEnded) {
         {{"--instdir=" + odd, "-g"}, 1, {no_entry}},
         {{"--instdir=" + odd, "-c"}, 1, {no_entry}},
         {{tree, manifest, "-g"}, 0, {back, "hash file saved to: " + inst.manifest}},
+        {{tree, manifest, "-g", "--tasks=3"},
+         0,
+         {"core will do 1 hashes", "Process 2 has hashed its files"}},
         {{tree, m + inst.tree, "-g"}, 1, {"Could not generate manifest", back, "to: " + inst.tree}},
         {{tree, m + log + "x", "-c"}, 1, {"Could not open manifest file \"" + log + "x\""}},
         {{tree, manifest, "--check=0,0,1"},

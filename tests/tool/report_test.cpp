@@ -177,6 +177,7 @@ TEST(KestrelReport, GenerationNamesEveryProblem) {
     const auto records = [&](int status) {
         const Outcome outcome = inst.run({"-g", "--report"});
         EXPECT_EQ(outcome.status, status) << outcome;
+        EXPECT_EQ(inst.run({"-g", "--report", "--tasks=2"}), outcome);
         Lines lines = split(outcome.out);
         lines.erase(lines.begin());
         std::sort(lines.begin(), lines.end());
