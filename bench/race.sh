@@ -12,6 +12,27 @@ cache=${XDG_CACHE_HOME:-$HOME/.cache}/kestrel/bench
 }
 mkdir -p "$cache"
 
+# toolchain_tree [directory...]: copies the directories, by default the machine's own GCC, LLVM and
+# MinGW trees, into one tree, links followed, and sets `tree` to it. It is kept for the next run.
+toolchain_tree() {
+    local directories
+    if [ $# -gt 0 ]; then
+        mapfile -t directories < <(realpath -e "$@")
+        [ ${#directories[@]} = $# ] || exit 1 # realpath has said why
+    else
+        mapfile -t directories < <(realpath -qe /usr/lib/gcc /usr/lib/llvm-* \
+            /usr/x86_64-w64-mingw32)
+    fi
+    tree=$cache/tree
+    [ "$(cat "$cache/sources" 2>/dev/null)" != "${directories[*]}" ] || return 0
+    rm -rf "$tree" "$cache/sources"
+    mkdir -p "$tree"
+    # Dangling and circular links are left out.
+    cp -rL --parents "${directories[@]}" "$tree" \
+        2> >(grep -v 'No such file or directory\|cyclic symbolic link' >&2) || true
+    echo "${directories[*]}" >"$cache/sources"
+}
+
 # Each of these is one way to hash (-c: check) the files of the current directory. Its label is its
 # name with spaces for underscores. $manifest and $sums hold the digests; each process of openssl
 # gets $batch files.
@@ -25,6 +46,7 @@ openssl_dgst_on_all_cores() {
 }
 hashdeep_-j() { hashdeep -r -c sha256 -j "$(nproc)" .; }
 b3sum_blake3() { find . -type f -print0 | xargs -0 b3sum; }
+cat_with_16_readers() { find . -type f -print0 | xargs -0 -P 16 -n 20 cat; }
 plain_reading() { find . -type f -print0 | xargs -0 cat; }
 
 # Lists the given programs that are installed.
@@ -32,13 +54,15 @@ installed() {
     local program
     for program; do
         case $program in
-        kestrel_* | plain_*) echo "$program" ;;
+        kestrel_* | plain_* | cat_*) echo "$program" ;;
         *) ! type -P "${program%%_*}" >/dev/null || echo "$program" ;;
         esac
     done
 }
 
 declare -A times # of each program, in microseconds
+
+before_each() { :; } # is called before each run, and is not measured
 
 # clock <program>: runs it without its output, and sets `elapsed` to its time in microseconds. Exits
 # if the program fails or writes to standard error.
@@ -72,6 +96,7 @@ race() {
     sync
     for ((round = 0; round <= rounds; round++)); do
         for program; do
+            before_each
             clock "$program"
             [ "$round" -eq 0 ] || times[$program]+="$elapsed "
         done
