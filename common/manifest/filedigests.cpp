@@ -50,27 +50,29 @@ bool FileHasher::finish() {
 }
 
 // Gives every lane blocks, as far as there are files for it, and hashes as many as all of them
-// have. False when nothing is left.
+// have. Files are opened before any is read, so that the system can read them at the same time.
+// False when nothing is left.
 bool FileHasher::step() {
     for (size_t i = 0; i < lane_count; i++)
-        prepare(lanes[i]);
+        if (lanes[i].blocks == 0)
+            change_file(lanes[i]);
+    for (size_t i = 0; i < lane_count; i++)
+        if (lanes[i].blocks == 0 && lanes[i].job != nullptr)
+            read(lanes[i]);
     hash_blocks();
-    return busy != 0;
+    return busy != 0 || !waiting.empty();
 }
 
-void FileHasher::prepare(Lane &lane) {
-    while (!ended && lane.blocks == 0) {
-        if (lane.job != nullptr && !lane.is_last)
-            read(lane);
-        else if (lane.job != nullptr)
-            end(lane, OpenOutcome::opened);
-        else if (!start(lane))
-            return;
+// Ends a file that has been hashed to its end, and begins with the next.
+void FileHasher::change_file(Lane &lane) {
+    if (lane.job != nullptr && lane.is_last)
+        end(lane, OpenOutcome::opened);
+    while (lane.job == nullptr && !ended && start(lane)) {
     }
 }
 
-// Opens the next file; false if there is none, or not now: where few descriptors are allowed, fewer
-// lanes have to do.
+// Opens the next file, which may fail; false if there is none, or not now: where few descriptors are
+// allowed, fewer lanes have to do.
 bool FileHasher::start(Lane &lane) {
     if (waiting.empty())
         return false;

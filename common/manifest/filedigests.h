@@ -79,7 +79,7 @@ class FileHasher {
     };
 
     bool step();
-    void prepare(Lane &lane);
+    void change_file(Lane &lane);
     bool start(Lane &lane);
     void read(Lane &lane);
     void end(Lane &lane, OpenOutcome outcome);
