@@ -15,7 +15,10 @@ install(FILES kestrel/kestrel.bash RENAME kestrel COMPONENT program
 file(GLOB pages CONFIGURE_DEPENDS docs/*.md)
 install(FILES README.md CHANGELOG.md CONTRIBUTING.md DESTINATION ${documents} COMPONENT program)
 install(FILES ${pages} DESTINATION ${documents}/docs COMPONENT program)
-install(DIRECTORY examples DESTINATION ${documents} COMPONENT program USE_SOURCE_PERMISSIONS)
+if(EXISTS ${PROJECT_SOURCE_DIR}/examples/fleet)
+  install(DIRECTORY examples/fleet DESTINATION ${documents}/examples COMPONENT program
+    USE_SOURCE_PERMISSIONS)
+endif()
 
 set(package ${CMAKE_INSTALL_LIBDIR}/cmake/kestrel-runtime)
 install(TARGETS kestrel_runtime EXPORT kestrel-runtime
@@ -28,6 +31,7 @@ install(DIRECTORY common/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kestrel-runtim
   # What only one module uses.
   PATTERN windows EXCLUDE PATTERN alert_internal.h EXCLUDE PATTERN blockhash.h EXCLUDE
   PATTERN sha256_kernel.h EXCLUDE PATTERN sha256_lanes.h EXCLUDE)
+install(DIRECTORY examples/tool DESTINATION ${documents}/examples COMPONENT runtime)
 install(DIRECTORY common/host/windows DESTINATION ${package} COMPONENT runtime)
 configure_file(cmake/kestrel-runtime-config.cmake.in kestrel-runtime-config.cmake @ONLY)
 write_basic_package_version_file(kestrel-runtime-config-version.cmake
