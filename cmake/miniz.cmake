@@ -1,13 +1,19 @@
 # Defines kestrel_miniz, for what calls miniz. It stands for the installed library, miniz::miniz, or
 # for one that becomes a part of the runtime, from the sources that scripts/fetch-miniz downloads.
-# KESTREL_MINIZ_PACKAGE says which.
+# For the directories that come later, KESTREL_MINIZ_PACKAGE is the type of an installed library, or
+# empty, and KESTREL_MINIZ_NOTICES is where scripts/notices finds the terms of a static one.
 if(NOT TARGET miniz::miniz)
   find_package(miniz CONFIG QUIET)
 endif()
-set(KESTREL_MINIZ_PACKAGE OFF)
 add_library(kestrel_miniz INTERFACE)
 if(TARGET miniz::miniz) # the header may be in a directory of its own
-  set(KESTREL_MINIZ_PACKAGE ON)
+  get_target_property(type miniz::miniz TYPE)
+  set(KESTREL_MINIZ_PACKAGE ${type} PARENT_SCOPE)
+  set(KESTREL_MINIZ_NOTICES "" PARENT_SCOPE)
+  if(PROJECT_IS_TOP_LEVEL AND NOT type STREQUAL "SHARED_LIBRARY")
+    get_target_property(location miniz::miniz LOCATION)
+    set(KESTREL_MINIZ_NOTICES ${location} PARENT_SCOPE)
+  endif()
   get_target_property(miniz_directories miniz::miniz INTERFACE_INCLUDE_DIRECTORIES)
   find_path(KESTREL_MINIZ_INCLUDE miniz.h HINTS ${miniz_directories} PATH_SUFFIXES miniz REQUIRED)
   target_include_directories(kestrel_miniz SYSTEM INTERFACE ${KESTREL_MINIZ_INCLUDE})
@@ -25,6 +31,8 @@ if(NOT EXISTS ${KESTREL_MINIZ_SOURCE}/miniz.c)
   message(FATAL_ERROR "miniz was not found. Install it (vcpkg, Conan and Homebrew have it), run "
     "scripts/fetch-miniz on Debian, or set KESTREL_MINIZ_SOURCE to the directory of miniz.c.")
 endif()
+set(KESTREL_MINIZ_PACKAGE "" PARENT_SCOPE)
+set(KESTREL_MINIZ_NOTICES ${KESTREL_MINIZ_SOURCE} PARENT_SCOPE)
 
 # A tool on the runtime may have a miniz of its own, so this one's functions get other names: by a
 # header that takes the place of the library's and renames them first.
