@@ -5,6 +5,11 @@
 #include <cctype>
 #include <cstring>
 
+// Standard assertions are part of the behaviour in every build type.
+#ifdef NDEBUG
+#error "kestrel needs its assertions: compile it without -DNDEBUG"
+#endif
+
 static void report_and_exit() {
     fputs("out of memory\n", stderr);
     exit(1);

@@ -1,0 +1,57 @@
+// Counts the files below directories, and their bytes: an example of a tool on the runtime, from
+// which it has response files (@<file>), a debug log (--zvdebug=on,out:<file>), numbered messages
+// and the walk of a tree.
+#include "command/cmdline.h"
+#include "debuglog/package.h"
+#include "host/trace.h"
+#include "manifest/treewalk.h"
+#include "messages/alert.h"
+#include "runtime.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+static void cleanup(int status) {
+    package_finish(); // ends the debug log
+    exit(status);
+}
+
+namespace {
+
+struct Count : TreeVisitor {
+    uint64_t files = 0, bytes = 0;
+
+    bool entry(const char *, const char *) override { return true; }
+    bool file(const char *path, OwnedString, const HostStat *found) override {
+        if (found == nullptr)
+            return denied(path, nullptr);
+        TRACE_MESSAGE("%s", path);
+        files++;
+        bytes += found->size;
+        return true;
+    }
+    bool bad_name(const char *path, const char *) override { return file(path, nullptr, nullptr); }
+    bool denied(const char *path, const char *) override {
+        alert_text(2001, "E", "cannot look at \"%s\": %s", path, strerror(errno));
+        return true;
+    }
+    bool unlisted(const char *path, const char *) override { return denied(path, nullptr); }
+};
+
+} // namespace
+
+int main(int argc, char **argv) {
+    runtime_init("treesize", cleanup);
+    const VectorPtr arguments(cmdline_args(argc, argv));
+    for (const char *directory : VecEach<const char>(arguments.get())) {
+        if (*directory == '-') // the option of the debug log
+            continue;
+        Count count;
+        walk_tree(count, directory, ".");
+        printf("%s: %llu files, %llu bytes\n", directory,
+               static_cast<unsigned long long>(count.files),
+               static_cast<unsigned long long>(count.bytes));
+    }
+    cleanup(alert_failed() ? 1 : 0);
+}
