@@ -122,9 +122,8 @@ OpenOutcome host_open_regular(const char *path, const HostStat *found, int *desc
 // failure.
 int host_open(const char *path);
 
-// Tells the system that a file of so many bytes, which has just been opened, will be read from its
-// beginning to its end.
-void host_expect_reading(int descriptor, uint64_t size);
+// Tells the system that a file will be read from its beginning to its end, so that it reads ahead.
+void host_expect_reading(int descriptor);
 
 // Whether the descriptor is a regular file's.
 bool host_is_regular(int descriptor);

@@ -230,10 +230,10 @@ int host_open(const char *path) {
     return open_at_once(path, O_RDONLY);
 }
 
-void host_expect_reading(int descriptor, uint64_t size) {
-    constexpr uint64_t AHEAD = 8 << 20; // what is read long before it is needed may be lost again
+// POSIX_FADV_WILLNEED, too, made checks of files on a disk slower: with many files under way it
+// fills the disk's queue with what is needed last.
+void host_expect_reading(int descriptor) {
     posix_fadvise(descriptor, 0, 0, POSIX_FADV_SEQUENTIAL);
-    posix_fadvise(descriptor, 0, static_cast<off_t>(std::min(size, AHEAD)), POSIX_FADV_WILLNEED);
 }
 
 bool host_is_regular(int descriptor) {

@@ -350,8 +350,8 @@ int host_open(const char *path) {
     return _wopen(SystemPath(path).get(), flags);
 }
 
-// Opening has said so.
-void host_expect_reading(int, uint64_t) {}
+// It was opened so.
+void host_expect_reading(int) {}
 
 bool host_is_regular(int descriptor) {
     return GetFileType(reinterpret_cast<HANDLE>(_get_osfhandle(descriptor))) == FILE_TYPE_DISK;

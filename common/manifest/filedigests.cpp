@@ -90,7 +90,7 @@ bool FileHasher::start(Lane &lane) {
         lane.is_last = false;
         sha256_init(&lane.ctx);
         if (job.found.size > READ_SIZE)
-            host_expect_reading(lane.descriptor, job.found.size);
+            host_expect_reading(lane.descriptor);
         return true;
     }
     HostStat now; // it may be gone

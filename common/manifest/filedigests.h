@@ -55,7 +55,7 @@ class FileHasher {
 
   private:
     static constexpr size_t BATCH = 2048; // files
-    static constexpr size_t READ_SIZE = 16384;
+    static constexpr size_t READ_SIZE = 32768;
     static constexpr size_t CACHE_LINE = 64; // the system copies fastest to the start of one
 
     struct Job {
