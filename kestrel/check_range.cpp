@@ -179,7 +179,7 @@ static bool hash_lines(FILE *list, const LineRange &range, FILE *results, const 
     });
     const auto hash = [&](uint64_t number, std::string_view line) {
         const std::string path(line.substr(0, line.size() - 1));
-        return number < range.start || files.find_and_add(path.c_str());
+        return number < range.start || files.add(path.c_str());
     };
     return read_range(list, range, hash, failure) && files.finish();
 }

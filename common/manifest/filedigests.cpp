@@ -27,10 +27,12 @@ bool FileHasher::add(const char *path, const HostStat *found) {
         return false;
     jobs.reserve(BATCH); // `waiting` and the lanes point to them
     jobs.push_back({path, found != nullptr ? *found : HostStat(), found == nullptr, missing});
+    if (found == nullptr)
+        show_progress(0);
     return jobs.size() < BATCH || finish();
 }
 
-bool FileHasher::find_and_add(const char *path) {
+bool FileHasher::add(const char *path) {
     HostStat found;
     return add(path, host_stat(path, &found) ? &found : nullptr);
 }
@@ -177,7 +179,7 @@ void FileHasher::hand_over() {
 bool hash_files(uint32_t count, const PathOf &path_of, const FileHasher::Receiver &receive) {
     FileHasher files(receive);
     for (uint32_t i = 0; i < count; i++)
-        if (!files.find_and_add(path_of(i).c_str()))
+        if (!files.add(path_of(i).c_str()))
             return false;
     return files.finish();
 }

@@ -48,7 +48,7 @@ class FileHasher {
     bool add(const char *path, const HostStat *found);
 
     // The same, looking for the file itself.
-    bool find_and_add(const char *path);
+    bool add(const char *path);
 
     // Hashes what is left and hands it over.
     bool finish();
@@ -120,11 +120,9 @@ template <class Tag> class FileDigests {
         tags.push_back(std::move(tag));
         return files.add(path, found);
     }
-
-    // Looks for the file itself.
     bool add(const char *path, Tag tag) {
-        HostStat found;
-        return add(path, std::move(tag), host_stat(path, &found) ? &found : nullptr);
+        tags.push_back(std::move(tag));
+        return files.add(path);
     }
 
   private:
