@@ -91,7 +91,6 @@ bool FileHasher::start(Lane &lane) {
         busy++;
         lane.job = &job;
         lane.length = 0;
-        lane.is_last = false;
         sha256_init(&lane.ctx);
         if (job.found.size > READ_SIZE)
             host_expect_reading(lane.descriptor);
