@@ -91,7 +91,7 @@ TEST_F(KestrelSystem, Circumstances) {
         {"exec >&-", {"-c", "--tasks=2"}, {0, "", ""}},
         {"exec >&- 2>&-", {"-g"}, {0, "", ""}, 62},
         {"exec >&- 2>&-", {"-g", "--tasks=3"}, {0, "", ""}, 62},
-        {"ulimit -n 8", {"-g", "--tasks=3"}, inst.generated(), 62},
+        {"ulimit -n 7", {"-g", "--tasks=3"}, inst.generated(), 62},
     };
     for (const Circumstance &c : cases)
         if (can_give_up_rights || !c.script.starts_with(UNPRIVILEGED))
