@@ -1,5 +1,6 @@
 // The digests of many files that exist only as scripts of what the host says of them: sizes that
 // are true or not, short reads, errors; and a receiver that may stop everything.
+#include "digest/sha256_kernel.h"
 #include "manifest/filedigests.h"
 
 #include <algorithm>
@@ -86,9 +87,11 @@ static size_t length_of(uint8_t code) {
 }
 
 // Four bytes of the input describe a file. The first byte of all says how many results are wanted,
-// and whether everything is given up in the end.
+// whether everything is given up in the end, and how many lanes there are.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const size_t mode = size > 0 ? *data : 0;
+    const auto kernels = sha256_kernels();
+    sha256_force_kernel(kernels[mode / 4 % 4 % kernels.size()]);
     received = 0;
     wanted = (mode & 1) != 0 ? mode / 16 + 1 : SIZE_MAX;
     scripts.clear();

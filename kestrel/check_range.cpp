@@ -7,6 +7,7 @@
 #include "manifest/filedigests.h"
 #include "manifest/linecheck.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <string_view>
 #include <utility>
@@ -172,10 +173,13 @@ bool check_manifest_range(const char *manifest, const char *instdir, int32_t pos
     return TRACE_RESULT(true, "All hashes in the range verified correctly");
 }
 
-// Writes the results of the files of a list, in order.
+// Writes the results of the files of a list, in order. Where descriptors run out it gives up: the
+// parent, which hashes the files then, holds fewer.
 static bool hash_lines(FILE *list, const LineRange &range, FILE *results, const char **failure) {
     FileHasher files([results](const char *, const FileDigest &result) {
-        return fwrite(&result, sizeof result, 1, results) == 1;
+        const bool starved = result.outcome == OpenOutcome::refused &&
+                             (result.reason == EMFILE || result.reason == ENFILE);
+        return !starved && fwrite(&result, sizeof result, 1, results) == 1;
     });
     const auto hash = [&](uint64_t number, std::string_view line) {
         const std::string path(line.substr(0, line.size() - 1));

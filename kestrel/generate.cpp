@@ -67,20 +67,22 @@ static bool finish_task(const Task &task, const PathOf &path_of,
     return true;
 }
 
-// The list is expected as this process has written it.
-static bool hash_by_tasks(const char *instdir, uint32_t count, const PathOf &path_of,
+// The list is expected as this process has written it. The tasks' installation is this process's
+// directory: the name it was entered by may lead to another one meanwhile.
+static bool hash_by_tasks(uint32_t count, const PathOf &path_of,
                           const FileHasher::Receiver &receive) {
     progress_begin(count);
     const uint32_t tasks = choose_task_count(count);
+    if (tasks == 1 || count <= tasks)
+        return hash_files(count, path_of, receive);
     std::vector<uint32_t> places = first_lines(count, tasks);
-    const bool divided = tasks > 1 && count > tasks;
-    const OwnedString list = divided ? write_list(count, path_of, places) : nullptr;
+    const OwnedString list = write_list(count, path_of, places);
     FileState written;
     if (list == nullptr || !host_file_state(list.get(), &written))
         return hash_files(count, path_of, receive);
     expect_manifest(&written);
     const bool all =
-        run_tasks(task_setting(list.get(), instdir, "--digests="), count, tasks, places.data(),
+        run_tasks(task_setting(list.get(), ".", "--digests="), count, tasks, places.data(),
                   [&](const Task &task) { return finish_task(task, path_of, receive); });
     expect_manifest(nullptr);
     return all;
@@ -111,16 +113,12 @@ class Records : public WalkReport {
 
 // The walk begins at ".", so that every path in the manifest is relative to the installation.
 // The hosts' kinds have their own entries, which do the same.
-static bool write_manifest(const char *manifest, const char *instdir) {
+static bool write_manifest(const char *manifest) {
     Records records;
     WalkReport *const report = report_is_on() ? &records : nullptr;
-    const auto hash = [instdir](uint32_t count, const PathOf &path_of,
-                                const FileHasher::Receiver &receive) {
-        return hash_by_tasks(instdir, count, path_of, receive);
-    };
     return (os_kind() & HOST_DRIVE_PATHS) != 0
-               ? shahash_write_manifest(HOST_DRIVE_PATHS, ".", manifest, report, hash)
-               : shahash_write_manifest_default_flags(".", manifest, report, hash);
+               ? shahash_write_manifest(HOST_DRIVE_PATHS, ".", manifest, report, hash_by_tasks)
+               : shahash_write_manifest_default_flags(".", manifest, report, hash_by_tasks);
 }
 
 bool generate_manifest(const char *manifest, const char *instdir) {
@@ -135,7 +133,7 @@ bool generate_manifest(const char *manifest, const char *instdir) {
         report_error("Could not change to directory: \"%s\"", instdir);
         return TRACE_RESULT(false, "Could not change to directory: \"%s\"\n", instdir);
     }
-    const bool written = write_manifest(manifest, instdir);
+    const bool written = write_manifest(manifest);
     progress_end();
     if (!written)
         TRACE_MESSAGE("Could not generate manifest");

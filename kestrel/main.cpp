@@ -10,6 +10,7 @@
 #include "kestrel/steps.h"
 #include "runtime.h"
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 
@@ -105,20 +106,24 @@ static Ending check(const Options &options) {
     return {passed && written ? 0 : 1};
 }
 
-// What a task does for -g.
+// What a task does for -g. That a signal ends it is for the parent to say, which sees it.
 static Ending hash(const Options &options) {
+    for (const int number : host_caught_signals())
+        host_on_signal(number, SIG_DFL);
     const bool hashed = hash_list_range(options.manifest, options.instdir, options.position,
                                         static_cast<uint32_t>(options.start),
                                         static_cast<uint32_t>(options.end), options.digests);
     progress_end();
-    return {hashed ? 0 : 1};
+    report_ignored(options);
+    const bool written = report_end_check();
+    return {hashed && written ? 0 : 1};
 }
 
 static Ending run(const Options &options) {
     if (options.generate)
         return generate(options);
-    return options.digests != nullptr && options.manifest != nullptr ? hash(options)
-                                                                     : check(options);
+    const bool is_list = options.digests != nullptr && options.manifest != nullptr;
+    return is_list && options.range_check && !options.check ? hash(options) : check(options);
 }
 
 int main(int argc, char **argv) {

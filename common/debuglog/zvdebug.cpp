@@ -286,6 +286,14 @@ const char *zvdebug_forward(DebugCaller caller, const char *callee) {
     return list.empty() ? nullptr : sc_concat("--zvdebug=", list.c_str());
 }
 
+// The name that a path from the directory of the run has now.
+static const char *path_from_here(const char *path) {
+    const OwnedString here = os_getcwd();
+    const bool moved =
+        directory != nullptr && (here == nullptr || strcmp(here.get(), directory) != 0);
+    return moved && !os_is_absolute(path) ? sc_pathJoin(directory, path) : path;
+}
+
 // A comma would end the name; a plus sign at its start has a meaning and is led by ".".
 const char *zvdebug_beside(const char *name) {
     const bool beside_file = trace_log() == nullptr || host_is_regular(host_fileno(trace_log()));
@@ -293,6 +301,7 @@ const char *zvdebug_beside(const char *name) {
         return nullptr;
     if (const char *log = trace_path(); log != nullptr)
         name = sc_concat(sc_ncopy(log, static_cast<size_t>(os_basename(log) - log)), name);
+    name = path_from_here(name);
     if (strchr(name, ',') != nullptr)
         return nullptr;
     if (*name == '+')

@@ -38,6 +38,8 @@ bool FileHasher::add(const char *path) {
 }
 
 bool FileHasher::finish() {
+    if (ended)
+        return false;
     for (size_t i = jobs.size(); i-- > 0;)
         if (!jobs[i].done)
             waiting.push_back(&jobs[i]);
@@ -73,8 +75,8 @@ void FileHasher::change_file(Lane &lane) {
     }
 }
 
-// Opens the next file, which may fail; false if there is none, or not now: where few descriptors are
-// allowed, fewer lanes have to do.
+// Opens the next file, which may fail; false if there is none, or not now: where few descriptors
+// are allowed, fewer lanes have to do.
 bool FileHasher::start(Lane &lane) {
     if (waiting.empty())
         return false;
@@ -89,7 +91,6 @@ bool FileHasher::start(Lane &lane) {
         busy++;
         lane.job = &job;
         lane.length = 0;
-        lane.is_last = false;
         sha256_init(&lane.ctx);
         if (job.found.size > READ_SIZE)
             host_expect_reading(lane.descriptor);
@@ -117,14 +118,14 @@ void FileHasher::read(Lane &lane) {
         held += got > 0 ? static_cast<size_t>(got) : 0;
     }
     lane.length += held;
-    if (held != 0)
-        show_progress(held);
     const uint64_t found = lane.job->found.size;
     const bool as_found = got > 0 ? lane.length <= found : lane.length == found && found != 0;
     if (got < 0 || (!as_found && !host_is_regular(lane.descriptor))) {
         end(lane, OpenOutcome::refused);
         return;
     }
+    if (held != 0)
+        show_progress(held);
     lane.is_last = got == 0;
     if (lane.is_last)
         held += sha256_pad(lane.buffer + held, lane.length);

@@ -81,6 +81,9 @@ TEST(Sha, DigestsOfTheStandardAndOfEveryPadding) {
 TEST(Sha, LengthsBeyond32Bits) {
     EXPECT_EQ(digest_of<Sha256>({std::string(1 << 20, '\0')}, 512),
               "9acca8e8c22201155389f65abbf6bc9723edc7384ead80503839f49dcc56d767");
+    uint8_t padding[SHA256_MOST_PADDING];
+    ASSERT_EQ(sha256_pad(padding, 512 << 20), 64u);
+    EXPECT_EQ(hex({padding, 64}), "80" + std::string(2 * 58, '0') + "0100000000");
 }
 
 // Whatever the pieces, they give the digest of the whole.

@@ -91,7 +91,7 @@ TEST_F(KestrelSystem, Circumstances) {
         {"exec >&-", {"-c", "--tasks=2"}, {0, "", ""}},
         {"exec >&- 2>&-", {"-g"}, {0, "", ""}, 62},
         {"exec >&- 2>&-", {"-g", "--tasks=3"}, {0, "", ""}, 62},
-        {"ulimit -n 8", {"-g", "--tasks=3"}, inst.generated(), 62},
+        {"ulimit -n 7", {"-g", "--tasks=3"}, inst.generated(), 62},
     };
     for (const Circumstance &c : cases)
         if (can_give_up_rights || !c.script.starts_with(UNPRIVILEGED))
@@ -117,6 +117,9 @@ TEST_F(KestrelSystem, DirectoriesThatCannotBeReadAreReported) {
          {"-c", "--extra"},
          "error\t0\tCannot read directory \".\": Permission denied\n"},
         {"chmod 311 tree", {"-g", "--report"}, "unreadable\t0\t.\tPermission denied\n"},
+        {"mkfifo tree/closed",
+         {"-g", "--report"},
+         "unreadable\t0\t.\\closed\tNot a regular file\n"},
     };
     for (const auto &c : cases) {
         const Outcome outcome = inst.run(c.arguments, UNPRIVILEGED + c.script);
@@ -195,6 +198,30 @@ TEST_F(KestrelSystem, WhatHappensDuringACheckFailsIt) {
         EXPECT_TRUE(!change.starts_with(kill) || text.find(" 0 unchecked") == text.npos) << text;
         EXPECT_EQ(!change.starts_with(kill), read_file(log).find(changed) != std::string::npos)
             << change;
+    }
+}
+
+// It says nothing, and its files are hashed all the same.
+TEST_F(KestrelSystem, ATaskOfGenerationMayBeEnded) {
+    const Installation inst("dir", 3);
+    make_long(native_join(inst.tree.c_str(), "long"), int64_t{1} << 29);
+    const Lines lines = inst.generate();
+    const std::string log = native_join(inst.top.c_str(), "log");
+    const char *const end_it = R"sh((
+    while [ $((tries += 1)) -lt 1000 ]; do
+        for p in $(cat /proc/$$/task/$$/children); do
+            ls -l /proc/$p/fd | grep -q tree/long && kill -$number $p && exit
+        done
+        sleep .01
+    done
+) 2>/dev/null &)sh";
+    for (const char *number : {"number=15\n", "number=9\n"}) {
+        host_remove(inst.manifest.c_str());
+        EXPECT_EQ(
+            inst.run({"-g", "--tasks=2", "--zvdebug=on,out:" + log}, std::string(number) + end_it),
+            inst.generated());
+        EXPECT_EQ(split(read_file(inst.manifest)), lines) << number;
+        EXPECT_NE(read_file(log).find("did not hash its files"), std::string::npos) << number;
     }
 }
 

@@ -191,6 +191,9 @@ TEST(KestrelTasks, AnyNumberOfThemWritesTheSameManifest) {
     EXPECT_EQ(got[1].reason, ENOENT);
     EXPECT_EQ(sha256_text(got[2].digest),
               sha256_file_hex(native_join(inst.tree.c_str(), "f2").c_str()));
+    // A check stays one, and fails.
+    for (const char *range : {"--check=0,1,3", "-v"})
+        EXPECT_EQ(inst.run({"-c", "--manifest=" + list, range, "--digests=" + digests}).status, 1);
 }
 
 TEST(KestrelCheck, RangesOfLines) {
@@ -470,5 +473,11 @@ TEST(KestrelLog, TasksLogBesideIt) {
         for (const auto &[log, text] : says)
             host_remove((c.directory + log).c_str());
     }
+    // A run that has left its directory.
+    const Installation other("100%s", 10);
+    EXPECT_TRUE(host_chdir(other.top.c_str()));
+    EXPECT_EQ(other.run({"-g", "--tasks=2", "--zvdebug=on,out:log"}), other.generated());
+    EXPECT_EQ(count(split(read_file("kestrel_6-10.out")), "All files in the range were hashed"),
+              1u);
     host_chdir(before.get());
 }
