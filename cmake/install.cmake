@@ -15,10 +15,8 @@ install(FILES kestrel/kestrel.bash RENAME kestrel COMPONENT program
 file(GLOB pages CONFIGURE_DEPENDS docs/*.md docs/*.svg)
 install(FILES README.md CHANGELOG.md CONTRIBUTING.md DESTINATION ${documents} COMPONENT program)
 install(FILES ${pages} DESTINATION ${documents}/docs COMPONENT program)
-if(EXISTS ${PROJECT_SOURCE_DIR}/examples/fleet)
-  install(DIRECTORY examples/fleet DESTINATION ${documents}/examples COMPONENT program
-    USE_SOURCE_PERMISSIONS)
-endif()
+install(DIRECTORY examples/fleet DESTINATION ${documents}/examples COMPONENT program
+  USE_SOURCE_PERMISSIONS)
 
 set(package ${CMAKE_INSTALL_LIBDIR}/cmake/kestrel-runtime)
 install(TARGETS kestrel_runtime EXPORT kestrel-runtime

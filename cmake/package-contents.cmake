@@ -16,12 +16,16 @@ endfunction()
 
 # --- Licences
 
+set(linked static)
+if(NOT CPACK_KESTREL_STATIC)
+  set(linked shared)
+endif()
 set(full full)
 if(CPACK_GENERATOR STREQUAL "DEB")
   set(full "")
 endif()
-run(notices ${source}/scripts/notices ${CPACK_KESTREL_COMPILER} "${CPACK_KESTREL_MINIZ}"
-  ${full})
+run(notices ${source}/scripts/notices ${CPACK_KESTREL_COMPILER} ${linked}
+  "${CPACK_KESTREL_MINIZ}" ${full})
 if(EXISTS ${source}/LICENSE)
   file(READ ${source}/LICENSE licence)
 else()
@@ -31,7 +35,7 @@ copy it, change it or pass it on.
 ")
 endif()
 set(relink "")
-if(NOT CPACK_GENERATOR STREQUAL "ZIP")
+if(CPACK_KESTREL_STATIC AND NOT CPACK_GENERATOR STREQUAL "ZIP")
   set(relink "\
 Those of the GNU C Library want whoever passes on the program to pass on, or to
 offer, what is needed to link it with another version of that library.

@@ -23,6 +23,12 @@ usage() {
 
 quote() { printf '%q ' "$@"; }
 
+# own <host>: what the host has written, from standard input. No host can speak for another.
+own() {
+    LC_ALL=C awk -F '\t' -v OFS='\t' -v host="$1" \
+        '$1 == "begin" && ($3 "") != (host "") { $3 = "for " $3; $4 = host } { print }'
+}
+
 # prepare <manifest> <installation>: copies the manifest to a new directory, `dir`, and sets what
 # all reports are compared with: `run`, which no other run has, `digest` and `lines`.
 prepare() {
