@@ -41,8 +41,8 @@ extern "C" int __wrap__Z9host_openPKc(const char *path) {
 
 extern "C" int64_t __wrap__Z9host_readiPvm(int descriptor, void *buffer, size_t size) {
     Script &script = scripts.at(static_cast<size_t>(descriptor));
-    // What is longer than it should be is noticed when a buffer of 32 KiB is full.
-    assert(script.open && (script.nature != changing || script.at < script.size + 32768));
+    constexpr size_t BUFFER = 32768; // which is filled before the length is looked at
+    assert(script.open && (script.nature != changing || script.at < script.size + BUFFER));
     const size_t length = std::min({size, script.portion, script.bytes.size() - script.at});
     std::copy_n(script.bytes.data() + script.at, length, static_cast<uint8_t *>(buffer));
     script.at += length;
