@@ -47,7 +47,7 @@ static constexpr const char *MISSING = "?", *TOO_LONG = "!";
 // The model: the name of what a path leads to, or why the system finds nothing; none if it leads
 // out: absolute in either family, or above the top on the way.
 static std::optional<std::string> place_of(std::string path) {
-    if (path.find_first_of("/\\") == 0 || path.find(':') == 1)
+    if (path.find_first_of("/\\") == 0 || path.substr(0, 2).ends_with(':'))
         return {};
     std::string place, component;
     const char *reason = path.empty() ? MISSING : path.size() >= PATH_MAX ? TOO_LONG : nullptr;
