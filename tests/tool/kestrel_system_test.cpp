@@ -48,6 +48,7 @@ TEST_F(KestrelSystem, Circumstances) {
     inst.add("new", "new");
     const bool can_give_up_rights = kestrel({"-h"}, UNPRIVILEGED).status == 0;
     const std::string removed = "mkdir gone; cd gone; rmdir ../gone";
+    const std::string few = "exec 3>&- 4>&- 5>&- 6>&- 7>&- 8>&- 9>&-; ulimit -n 7";
     const Outcome astray = {1,
                             "Checking manifest \"manifest\" for installation \"" + inst.tree +
                                 "\"\nVerification failed\n",
@@ -91,7 +92,7 @@ TEST_F(KestrelSystem, Circumstances) {
         {"exec >&-", {"-c", "--tasks=2"}, {0, "", ""}},
         {"exec >&- 2>&-", {"-g"}, {0, "", ""}, 62},
         {"exec >&- 2>&-", {"-g", "--tasks=3"}, {0, "", ""}, 62},
-        {"ulimit -n 7", {"-g", "--tasks=3"}, inst.generated(), 62},
+        {few, {"-g", "--tasks=3"}, inst.generated(), 62},
     };
     for (const Circumstance &c : cases)
         if (can_give_up_rights || !c.script.starts_with(UNPRIVILEGED))
