@@ -29,7 +29,11 @@ bool FileHasher::add(const char *path, const HostStat *found) {
     jobs.push_back({path, found != nullptr ? *found : HostStat(), found == nullptr, missing});
     if (found == nullptr)
         show_progress(0);
-    return jobs.size() < BATCH || finish();
+    else
+        (found->size > READ_SIZE ? large : waiting).push_back(&jobs.back());
+    if (waiting.size() == lane_count)
+        hash_waiting();
+    return jobs.size() < BATCH ? !ended : finish();
 }
 
 bool FileHasher::add(const char *path) {
@@ -40,17 +44,20 @@ bool FileHasher::add(const char *path) {
 bool FileHasher::finish() {
     if (ended)
         return false;
-    for (size_t i = jobs.size(); i-- > 0;)
-        if (!jobs[i].done)
-            waiting.push_back(&jobs[i]);
+    waiting.insert(waiting.end(), large.rbegin(), large.rend());
+    large.clear();
     std::stable_sort(waiting.begin(), waiting.end(),
                      [](const Job *a, const Job *b) { return a->found.size < b->found.size; });
-    hand_over();
-    while (!ended && step()) {
-    }
+    hash_waiting();
     jobs.clear();
     next = 0;
     return !ended;
+}
+
+void FileHasher::hash_waiting() {
+    hand_over();
+    while (!ended && step()) {
+    }
 }
 
 // Gives every lane blocks, as far as there are files for it, and hashes as many as all of them

@@ -28,9 +28,10 @@ extern void (*hashing_hook)(uint64_t bytes);
 // Why a file could not be read: the system's text for an errno, or that it is not a file for 0.
 const char *file_reason(int reason);
 
-// Hashes files in batches, the largest of a batch first, so that at its end no lane has a long way
-// to go alone. The results, failures included, are handed over in the order in which the files were
-// added.
+// Hashes files in batches: small ones as soon as there is one for each lane, while the system still
+// has their names at hand, and then the others, the largest first, so that at the end no lane has a
+// long way to go alone. The results, failures included, are handed over in the order in which the
+// files were added.
 class FileHasher {
   public:
     // False stops everything: no further results are handed over.
@@ -78,6 +79,7 @@ class FileHasher {
         alignas(CACHE_LINE) uint8_t buffer[READ_SIZE + SHA256_MOST_PADDING];
     };
 
+    void hash_waiting();
     bool step();
     void change_file(Lane &lane);
     bool start(Lane &lane);
@@ -91,6 +93,7 @@ class FileHasher {
     bool ended = false;
     std::vector<Job> jobs;      // the batch, in order
     size_t next = 0;            // that is to be handed over
+    std::vector<Job *> large;   // of the batch, those that need more than one buffer
     std::vector<Job *> waiting; // for a lane, the largest file last
     size_t lane_count = sha256_best_lanes();
     size_t busy = 0; // lanes that have a file

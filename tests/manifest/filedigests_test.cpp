@@ -86,8 +86,10 @@ TEST(FileDigests, ResultsComeInOrder) {
         for (size_t i = 0; more && i < paths.size(); i++)
             more = digests.add(paths[i].c_str(), i);
         EXPECT_EQ(digests.finish(), end == paths.size());
-        EXPECT_EQ(digests.add(paths[0].c_str(), 0), end == paths.size());
-        EXPECT_EQ(digests.add(paths[0].c_str(), 0, nullptr), end == paths.size());
+        if (end < paths.size()) {
+            EXPECT_FALSE(digests.add(paths[0].c_str(), 0));
+            EXPECT_FALSE(digests.add(paths[0].c_str(), 0, nullptr));
+        }
         EXPECT_EQ(received.lines, lines) << end << kernel;
     };
     for (const Sha256Kernel *kernel : sha256_kernels()) {
@@ -110,7 +112,7 @@ TEST(FileDigests, BatchesFollowEachOther) {
         return descriptor;
     };
     const int before = next_descriptor();
-    constexpr size_t FILES = 5000;
+    constexpr size_t FILES = 5001; // no multiple of the number of lanes
     for (const size_t end : {SIZE_MAX, FILES - 1, FILES / 2, size_t{0}}) {
         size_t received = 0;
         {
