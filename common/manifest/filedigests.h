@@ -44,7 +44,7 @@ class FileHasher {
 
     // These return false once the receiver has stopped everything.
 
-    // Adds a file to the batch, which is hashed when it is full. `found` is the result of
+    // Adds a file to the batch, which is all hashed when it is full. `found` is the result of
     // host_stat, null if that failed: the reason is then in errno.
     bool add(const char *path, const HostStat *found);
 
@@ -94,7 +94,7 @@ class FileHasher {
     std::vector<Job> jobs;      // the batch, in order
     size_t next = 0;            // that is to be handed over
     std::vector<Job *> large;   // of the batch, those that need more than one buffer
-    std::vector<Job *> waiting; // for a lane, the largest file last
+    std::vector<Job *> waiting; // for a lane; the next one is the last
     size_t lane_count = sha256_best_lanes();
     size_t busy = 0; // lanes that have a file
     std::unique_ptr<Lane[]> lanes{new Lane[lane_count]};
