@@ -45,6 +45,12 @@ struct Avx512 {
         }
     }
 
+    static ALWAYS_INLINE Words majority(Words a, Words b, Words c) {
+        return words(_mm512_ternarylogic_epi32(reinterpret_cast<__m512i>(a),
+                                               reinterpret_cast<__m512i>(b),
+                                               reinterpret_cast<__m512i>(c), 0xe8));
+    }
+
     static ALWAYS_INLINE Words words(__m512i x) {
         return reinterpret_cast<Words>(x);
     }

@@ -16,6 +16,14 @@ template <int bits, class Words> ALWAYS_INLINE Words rotated(Words x) {
     return x >> bits | x << (32 - bits);
 }
 
+// What two of the three have (FIPS 180-4, section 4.1.2), by Vector's own instruction if it has one.
+template <class Vector, class Words> ALWAYS_INLINE Words majority_of(Words a, Words b, Words c) {
+    if constexpr (requires { Vector::majority(a, b, c); })
+        return Vector::majority(a, b, c);
+    else
+        return b ^ ((a ^ b) & (b ^ c)); // in the next round b ^ c is known: it is this a ^ b
+}
+
 // Vector::Words has a word of each message, and Vector::load(w, blocks) gives the 16 words of a
 // block of each, in the processor's byte order (FIPS 180-4, section 6.2.2). The schedule is a ring
 // of 16 words, as in the portable kernel.
@@ -50,7 +58,7 @@ void sha256_compress_lanes(uint32_t *const *states, const uint8_t *const *blocks
                 const Words choice = g ^ (e & (f ^ g));
                 const Words t1 = h + sum1 + choice + sha256_k[sixteen + t] + w[t];
                 const Words sum0 = rotated<2>(a) ^ rotated<13>(a) ^ rotated<22>(a);
-                const Words majority = (a & b) | (c & (a | b));
+                const Words majority = majority_of<Vector>(a, b, c);
                 h = g, g = f, f = e, e = d + t1;
                 d = c, c = b, b = a, a = t1 + sum0 + majority;
             }

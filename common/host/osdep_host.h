@@ -122,8 +122,9 @@ OpenOutcome host_open_regular(const char *path, const HostStat *found, int *desc
 // failure.
 int host_open(const char *path);
 
-// Tells the system that a file will be read from its beginning to its end, so that it reads ahead.
-void host_expect_reading(int descriptor);
+// Tells the system that a file will be read from its beginning to its end, so that it reads ahead,
+// or begins to read a small file at once.
+void host_expect_reading(int descriptor, bool is_small);
 
 // Whether the descriptor is a regular file's.
 bool host_is_regular(int descriptor);

@@ -230,10 +230,10 @@ int host_open(const char *path) {
     return open_at_once(path, O_RDONLY);
 }
 
-// POSIX_FADV_WILLNEED, too, made checks of files on a disk slower: with many files under way it
-// fills the disk's queue with what is needed last.
-void host_expect_reading(int descriptor) {
-    posix_fadvise(descriptor, 0, 0, POSIX_FADV_SEQUENTIAL);
+// POSIX_FADV_WILLNEED for large files, too, made checks of files on a disk slower: with many under
+// way it fills the disk's queue with what is needed last.
+void host_expect_reading(int descriptor, bool is_small) {
+    posix_fadvise(descriptor, 0, 0, is_small ? POSIX_FADV_WILLNEED : POSIX_FADV_SEQUENTIAL);
 }
 
 bool host_is_regular(int descriptor) {

@@ -351,7 +351,7 @@ int host_open(const char *path) {
 }
 
 // It was opened so.
-void host_expect_reading(int) {}
+void host_expect_reading(int, bool) {}
 
 bool host_is_regular(int descriptor) {
     return GetFileType(reinterpret_cast<HANDLE>(_get_osfhandle(descriptor))) == FILE_TYPE_DISK;

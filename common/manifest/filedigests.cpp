@@ -99,8 +99,7 @@ bool FileHasher::start(Lane &lane) {
         lane.job = &job;
         lane.length = 0;
         sha256_init(&lane.ctx);
-        if (job.found.size > READ_SIZE)
-            host_expect_reading(lane.descriptor);
+        host_expect_reading(lane.descriptor, job.found.size <= READ_SIZE);
         return true;
     }
     HostStat now; // it may be gone
