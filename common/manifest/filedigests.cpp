@@ -25,15 +25,19 @@ bool FileHasher::add(const char *path, const HostStat *found) {
     const FileDigest missing = {OpenOutcome::missing, errno, {}};
     if (ended)
         return false;
-    jobs.reserve(BATCH); // `waiting` and the lanes point to them
     jobs.push_back({path, found != nullptr ? *found : HostStat(), found == nullptr, missing});
     if (found == nullptr)
         show_progress(0);
     else
         (found->size > READ_SIZE ? large : waiting).push_back(&jobs.back());
-    if (waiting.size() == lane_count)
+    const bool full = jobs.size() == MOST_JOBS;
+    if (full)
+        queue_large();
+    if (full || waiting.size() >= lane_count)
         hash_waiting();
-    return jobs.size() < BATCH ? !ended : finish();
+    while (!ended && jobs.size() == MOST_JOBS)
+        step();
+    return !ended;
 }
 
 bool FileHasher::add(const char *path) {
@@ -42,28 +46,30 @@ bool FileHasher::add(const char *path) {
 }
 
 bool FileHasher::finish() {
-    if (ended)
-        return false;
+    queue_large();
+    hash_waiting();
+    while (!ended && busy != 0)
+        step();
+    return !ended;
+}
+
+// Lets the large files wait for a lane, too, the largest first.
+void FileHasher::queue_large() {
     waiting.insert(waiting.end(), large.rbegin(), large.rend());
     large.clear();
     std::stable_sort(waiting.begin(), waiting.end(),
                      [](const Job *a, const Job *b) { return a->found.size < b->found.size; });
-    hash_waiting();
-    jobs.clear();
-    next = 0;
-    return !ended;
 }
 
 void FileHasher::hash_waiting() {
     hand_over();
-    while (!ended && step()) {
-    }
+    while (!ended && !waiting.empty())
+        step();
 }
 
 // Gives every lane blocks, as far as there are files for it, and hashes as many as all of them
 // have. Files are opened before any is read, so that the system can read them at the same time.
-// False when nothing is left.
-bool FileHasher::step() {
+void FileHasher::step() {
     for (size_t i = 0; i < lane_count; i++)
         if (lanes[i].blocks == 0)
             change_file(lanes[i]);
@@ -71,7 +77,6 @@ bool FileHasher::step() {
         if (lanes[i].blocks == 0 && lanes[i].job != nullptr)
             read(lanes[i]);
     hash_blocks();
-    return busy != 0 || !waiting.empty();
 }
 
 // Ends a file that has been hashed to its end, and begins with the next.
@@ -179,8 +184,8 @@ void FileHasher::complete(Job &job) {
 
 // Hands over what is done, up to the first that is not.
 void FileHasher::hand_over() {
-    for (; !ended && next < jobs.size() && jobs[next].done; next++)
-        ended = !receive(jobs[next].path.c_str(), jobs[next].result);
+    for (; !ended && !jobs.empty() && jobs.front().done; jobs.pop_front())
+        ended = !receive(jobs.front().path.c_str(), jobs.front().result);
 }
 
 bool hash_files(uint32_t count, const PathOf &path_of, const FileHasher::Receiver &receive) {

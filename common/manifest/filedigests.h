@@ -28,10 +28,10 @@ extern void (*hashing_hook)(uint64_t bytes);
 // Why a file could not be read: the system's text for an errno, or that it is not a file for 0.
 const char *file_reason(int reason);
 
-// Hashes files in batches: small ones as soon as there is one for each lane, while the system still
-// has their names at hand, and then the others, the largest first, so that at the end no lane has a
-// long way to go alone. The results, failures included, are handed over in the order in which the
-// files were added.
+// Hashes small files as soon as there is one for each lane, while the system still has their names
+// at hand, and large ones when enough files are known, the largest first, so that at the end no lane
+// has a long way to go alone. The results, failures included, are handed over in the order in which
+// the files were added.
 class FileHasher {
   public:
     // False stops everything: no further results are handed over.
@@ -44,8 +44,8 @@ class FileHasher {
 
     // These return false once the receiver has stopped everything.
 
-    // Adds a file to the batch, which is all hashed when it is full. `found` is the result of
-    // host_stat, null if that failed: the reason is then in errno.
+    // Adds a file. `found` is the result of host_stat, null if that failed: the reason is then in
+    // errno.
     bool add(const char *path, const HostStat *found);
 
     // The same, looking for the file itself.
@@ -55,7 +55,7 @@ class FileHasher {
     bool finish();
 
   private:
-    static constexpr size_t BATCH = 2048; // files
+    static constexpr size_t MOST_JOBS = 2048; // at a time
     static constexpr size_t READ_SIZE = 32768;
     static constexpr size_t CACHE_LINE = 64; // the system copies fastest to the start of one
 
@@ -79,8 +79,9 @@ class FileHasher {
         alignas(CACHE_LINE) uint8_t buffer[READ_SIZE + SHA256_MOST_PADDING];
     };
 
+    void queue_large();
     void hash_waiting();
-    bool step();
+    void step();
     void change_file(Lane &lane);
     bool start(Lane &lane);
     void read(Lane &lane);
@@ -91,9 +92,8 @@ class FileHasher {
 
     Receiver receive;
     bool ended = false;
-    std::vector<Job> jobs;      // the batch, in order
-    size_t next = 0;            // that is to be handed over
-    std::vector<Job *> large;   // of the batch, those that need more than one buffer
+    std::deque<Job> jobs;       // not handed over yet, in order
+    std::vector<Job *> large;   // that need more than one buffer, and do not wait for a lane yet
     std::vector<Job *> waiting; // for a lane; the next one is the last
     size_t lane_count = sha256_best_lanes();
     size_t busy = 0; // lanes that have a file

@@ -101,31 +101,41 @@ TEST(FileDigests, ResultsComeInOrder) {
         expect_lines(end, "");
 }
 
-// Results come in order across batches, and the last ones only when that is asked for. Descriptors
-// are closed when all files are finished, and when they are given up.
-TEST(FileDigests, BatchesFollowEachOther) {
+// A long file holds up the results behind it, but only so many: then nothing is added before it is
+// done. Descriptors are closed when all files are finished, and when they are given up.
+TEST(FileDigests, LongFilesHoldUpOthers) {
     const Scratch scratch;
-    const std::string file = scratch.write("file", std::string(20000, 'x'));
+    const std::string kinds[] = {scratch.write("long", noise(3'000'000, 1)),
+                                 scratch.write("large", noise(40'000, 2)),
+                                 scratch.write("small", noise(20'000, 3))};
+    const std::string digests_of[] = {sha256_file_hex(kinds[0].c_str()),
+                                      sha256_file_hex(kinds[1].c_str()),
+                                      sha256_file_hex(kinds[2].c_str())};
     const auto next_descriptor = [&] {
-        const int descriptor = host_open(file.c_str());
+        const int descriptor = host_open(kinds[0].c_str());
         host_close(descriptor);
         return descriptor;
     };
     const int before = next_descriptor();
     constexpr size_t FILES = 5001; // no multiple of the number of lanes
+    const auto kind_of = [](size_t i) { return i % 1000 == 0 ? 0 : 1 + size_t{i % 3 != 0}; };
     for (const size_t end : {SIZE_MAX, FILES - 1, FILES / 2, size_t{0}}) {
-        size_t received = 0;
+        size_t received = 0, most_held_up = 0;
         {
-            FileDigests<size_t> digests([&](const char *, size_t tag, const FileDigest &) {
+            FileDigests<size_t> digests([&](const char *, size_t tag, const FileDigest &result) {
                 EXPECT_EQ(tag, received);
+                EXPECT_EQ(sha256_hex(result.digest), digests_of[kind_of(tag)]);
                 return received++ < end;
             });
-            for (size_t i = 0; i < FILES; i++)
-                digests.add(file.c_str(), i);
+            for (size_t i = 0; i < FILES && received <= end; i++) {
+                digests.add(kinds[kind_of(i)].c_str(), i);
+                most_held_up = std::max(most_held_up, i + 1 - received);
+            }
             EXPECT_LT(received, FILES);
             digests.finish();
         }
         EXPECT_EQ(received, std::min(end, FILES - 1) + 1);
+        EXPECT_TRUE(most_held_up > 1000 && most_held_up < 2048) << most_held_up;
         EXPECT_EQ(next_descriptor(), before) << end;
     }
 }
