@@ -1,10 +1,9 @@
 #include "digest/sha256.h"
 
 #include "digest/blockhash.h"
-#include "digest/sha256_kernel.h"
+#include "digest/sha256_lanes.h"
 
 #include <algorithm>
-#include <bit>
 #include <cassert>
 #include <vector>
 
@@ -18,35 +17,22 @@ alignas(16) const uint32_t sha256_k[64] = {
     0x19a4c116, 0x1e376c08, 0x2748774c, 0x34b0bcb5, 0x391c0cb3, 0x4ed8aa4a, 0x5b9cca4f, 0x682e6ff3,
     0x748f82ee, 0x78a5636f, 0x84c87814, 0x8cc70208, 0x90befffa, 0xa4506ceb, 0xbef9a3f7, 0xc67178f2};
 
-// FIPS 180-4, section 6.2.2, with the message schedule kept as a ring of 16 words.
+namespace {
+
+struct One {
+    using Words = uint32_t;
+};
+
+} // namespace
+
 static void compress_portable(uint32_t *const *states, const uint8_t *const *messages,
                               size_t count) {
-    uint32_t *const state = states[0];
     const uint8_t *blocks = messages[0];
     for (; count > 0; count--, blocks += SHA256_BLOCK_SIZE) {
         uint32_t w[16];
         for (size_t t = 0; t < 16; t++)
             w[t] = load_be32(blocks + 4 * t);
-
-        uint32_t a = state[0], b = state[1], c = state[2], d = state[3];
-        uint32_t e = state[4], f = state[5], g = state[6], h = state[7];
-        for (size_t t = 0; t < 64; t++) {
-            if (t >= 16) {
-                const uint32_t w15 = w[(t - 15) % 16], w2 = w[(t - 2) % 16];
-                const uint32_t s0 = std::rotr(w15, 7) ^ std::rotr(w15, 18) ^ (w15 >> 3);
-                const uint32_t s1 = std::rotr(w2, 17) ^ std::rotr(w2, 19) ^ (w2 >> 10);
-                w[t % 16] += s0 + w[(t - 7) % 16] + s1;
-            }
-            const uint32_t sum1 = std::rotr(e, 6) ^ std::rotr(e, 11) ^ std::rotr(e, 25);
-            const uint32_t choice = (e & f) ^ (~e & g);
-            const uint32_t t1 = h + sum1 + choice + sha256_k[t] + w[t % 16];
-            const uint32_t sum0 = std::rotr(a, 2) ^ std::rotr(a, 13) ^ std::rotr(a, 22);
-            const uint32_t majority = (a & b) ^ (a & c) ^ (b & c);
-            h = g, g = f, f = e, e = d + t1;
-            d = c, c = b, b = a, a = t1 + sum0 + majority;
-        }
-        state[0] += a, state[1] += b, state[2] += c, state[3] += d;
-        state[4] += e, state[5] += f, state[6] += g, state[7] += h;
+        sha256_compress_words<One>(states[0], w);
     }
 }
 

@@ -72,9 +72,9 @@ static bool always() {
 
 // The costs are estimates.
 static constexpr Sha256Kernel KERNELS[] = {
-    {"neon", 4, 254, always, sha256_compress_neon},
-    {"sha2", 1, 25, has_sha2, compress_lanes<1>},
-    {"sha2-pair", 2, 26, has_sha2, compress_lanes<2>},
+    {"neon", 4, 381, always, sha256_compress_neon},
+    {"sha2", 1, 38, has_sha2, compress_lanes<1>},
+    {"sha2-pair", 2, 39, has_sha2, compress_lanes<2>},
 };
 
 std::span<const Sha256Kernel> sha256_family_kernels() {

@@ -44,10 +44,9 @@ struct Eight {
 
 #ifdef __AVX512VL__
     static ALWAYS_INLINE Words majority(Words a, Words b, Words c) {
-        return reinterpret_cast<Words>(_mm256_ternarylogic_epi32(reinterpret_cast<__m256i>(a),
-                                                                 reinterpret_cast<__m256i>(b),
-                                                                 reinterpret_cast<__m256i>(c),
-                                                                 0xe8));
+        return reinterpret_cast<Words>(
+            _mm256_ternarylogic_epi32(reinterpret_cast<__m256i>(a), reinterpret_cast<__m256i>(b),
+                                      reinterpret_cast<__m256i>(c), 0xe8));
     }
 #endif
 };
