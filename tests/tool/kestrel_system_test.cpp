@@ -170,8 +170,8 @@ TEST_F(KestrelSystem, WhatHappensDuringACheckFailsIt) {
     inst.generate();
     const std::string log = native_join(inst.top.c_str(), "log"), report = log + ".report";
     const std::string wait =
-        "(until grep -qs 'partial check\\|proc id' log || [ $((n += 1)) = 1000 ]; "
-        "do sleep .01; done; ";
+        "(until [ $(grep -ls 'partial check' log kestrel_*.out | wc -l) = $tasks ] "
+        "|| [ $((n += 1)) = 1000 ]; do sleep .01; done; ";
     const std::string kill = "for p in $(cat /proc/$$/task/$$/children); do "
                              "grep -qs '^kestrel$' /proc/$p/comm && kill";
     const char *const changed = "changed during the check\n";
@@ -180,18 +180,21 @@ TEST_F(KestrelSystem, WhatHappensDuringACheckFailsIt) {
         std::string change;
         const char *error;
     } cases[] = {
-        {"--tasks=1", "touch manifest", changed},
-        {"--tasks=2", "cp manifest m; mv m manifest", changed},
-        {"--tasks=2", "mv manifest m", changed},
-        {"--tasks=2", "cp -p manifest m; cp m manifest; touch -r m manifest; rm m", changed},
-        {"--tasks=2", kill + " -9 $p; done", "ended by signal 9\n"},
+        {"1", "touch manifest", changed},
+        {"2", "cp manifest m; mv m manifest", changed},
+        {"2", "mv manifest m", changed},
+        {"2", "cp -p manifest m; cp m manifest; touch -r m manifest; rm m", changed},
+        {"2", kill + " -9 $p; done", "ended by signal 9\n"},
     };
     for (const auto &[tasks, change, error] : cases) {
-        const std::string script =
-            "rm -f log; [ -e manifest ] || mv m manifest\n" + wait + change + ") &";
+        const std::string script = std::string("tasks=") + tasks +
+                                   "; rm -f log kestrel_*.out; [ -e manifest ] || mv m manifest\n" +
+                                   wait + change + ") &";
         Outcome expected = inst.verdict(false);
         expected.err = change.starts_with(kill) ? "The report does not cover every line\n" : "";
-        EXPECT_EQ(inst.run({"-c", tasks, "--zvdebug=on,out:" + log, "--report=" + report}, script),
+        EXPECT_EQ(inst.run({"-c", std::string("--tasks=") + tasks, "--zvdebug=on,out:" + log,
+                            "--report=" + report},
+                           script),
                   expected)
             << change;
         const std::string text = read_file(report);
