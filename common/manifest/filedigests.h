@@ -29,9 +29,9 @@ extern void (*hashing_hook)(uint64_t bytes);
 const char *file_reason(int reason);
 
 // Hashes small files as soon as there is one for each lane, while the system still has their names
-// at hand, and large ones when enough files are known, the largest first, so that at the end no lane
-// has a long way to go alone. The results, failures included, are handed over in the order in which
-// the files were added.
+// at hand, and large ones when enough files are known, the largest first, so that at the end no
+// lane has a long way to go alone. The results, failures included, are handed over in the order in
+// which the files were added.
 class FileHasher {
   public:
     // False stops everything: no further results are handed over.
