@@ -122,9 +122,8 @@ OpenOutcome host_open_regular(const char *path, const HostStat *found, int *desc
 // failure.
 int host_open(const char *path);
 
-// Tells the system that a file will be read from its beginning to its end, so that it reads ahead,
-// or begins to read a small file at once.
-void host_expect_reading(int descriptor, bool is_small);
+// Tells the system that a file will be read from its beginning to its end, so that it reads ahead.
+void host_expect_reading(int descriptor);
 
 // Whether the descriptor is a regular file's.
 bool host_is_regular(int descriptor);
@@ -148,6 +147,10 @@ bool host_seek(FILE *stream, int64_t offset);
 // Up to `size` bytes straight from the descriptor; 0 at the end, -1 on error. Interrupted calls are
 // repeated.
 int64_t host_read(int descriptor, void *buffer, size_t size);
+
+// The same without waiting for a disk, of a file just opened: only what is in memory. Where that is
+// nothing it gives 0, and the system begins to read the file.
+size_t host_read_cached(int descriptor, void *buffer, size_t size);
 
 struct DirectoryEntry {
     std::string name;

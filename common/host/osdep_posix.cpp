@@ -19,6 +19,7 @@
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/uio.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
@@ -230,10 +231,10 @@ int host_open(const char *path) {
     return open_at_once(path, O_RDONLY);
 }
 
-// POSIX_FADV_WILLNEED for large files, too, made checks of files on a disk slower: with many under
-// way it fills the disk's queue with what is needed last.
-void host_expect_reading(int descriptor, bool is_small) {
-    posix_fadvise(descriptor, 0, 0, is_small ? POSIX_FADV_WILLNEED : POSIX_FADV_SEQUENTIAL);
+// POSIX_FADV_WILLNEED, too, made checks of large files on a disk slower: with many under way it
+// fills the disk's queue with what is needed last.
+void host_expect_reading(int descriptor) {
+    posix_fadvise(descriptor, 0, 0, POSIX_FADV_SEQUENTIAL);
 }
 
 bool host_is_regular(int descriptor) {
@@ -283,6 +284,14 @@ bool host_seek(FILE *stream, int64_t offset) {
 
 int64_t host_read(int descriptor, void *buffer, size_t size) {
     return uninterrupted([&] { return read(descriptor, buffer, size); });
+}
+
+size_t host_read_cached(int descriptor, void *buffer, size_t size) {
+    const iovec part = {buffer, size};
+    const ssize_t got = preadv2(descriptor, &part, 1, -1, RWF_NOWAIT);
+    if (got == -1)
+        posix_fadvise(descriptor, 0, 0, POSIX_FADV_WILLNEED);
+    return got > 0 ? static_cast<size_t>(got) : 0;
 }
 
 Listing host_list_directory(const char *path, std::vector<DirectoryEntry> *entries) {

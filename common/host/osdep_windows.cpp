@@ -351,7 +351,7 @@ int host_open(const char *path) {
 }
 
 // It was opened so.
-void host_expect_reading(int, bool) {}
+void host_expect_reading(int) {}
 
 bool host_is_regular(int descriptor) {
     return GetFileType(reinterpret_cast<HANDLE>(_get_osfhandle(descriptor))) == FILE_TYPE_DISK;
@@ -394,6 +394,10 @@ bool host_seek(FILE *stream, int64_t offset) {
 int64_t host_read(int descriptor, void *buffer, size_t size) {
     const size_t most = INT_MAX;
     return _read(descriptor, buffer, static_cast<unsigned>(std::min(size, most)));
+}
+
+size_t host_read_cached(int, void *, size_t) {
+    return 0;
 }
 
 // Whether a path with the narrow name opens the entry. The system's path rules drop dots and spaces

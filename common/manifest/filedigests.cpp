@@ -104,7 +104,10 @@ bool FileHasher::start(Lane &lane) {
         lane.job = &job;
         lane.length = 0;
         sha256_init(&lane.ctx);
-        host_expect_reading(lane.descriptor, job.found.size <= READ_SIZE);
+        if (job.found.size > READ_SIZE)
+            host_expect_reading(lane.descriptor);
+        else
+            lane.held = host_read_cached(lane.descriptor, lane.buffer, READ_SIZE);
         return true;
     }
     HostStat now; // it may be gone
@@ -122,7 +125,7 @@ bool FileHasher::start(Lane &lane) {
 // descriptor is checked again; not for every file, because that would cost each a system call.
 void FileHasher::read(Lane &lane) {
     errno = 0; // for what is not a file any more
-    size_t held = 0;
+    size_t held = std::exchange(lane.held, 0);
     int64_t got = 1;
     while (held < READ_SIZE && got > 0) {
         got = host_read(lane.descriptor, lane.buffer + held, READ_SIZE - held);

@@ -71,6 +71,7 @@ class FileHasher {
     struct Lane {
         Job *job = nullptr;
         int descriptor = -1;
+        size_t held = 0;               // bytes of a small file that were at hand when it was opened
         uint64_t length = 0;           // read so far
         const uint8_t *next = nullptr; // of the blocks read and not hashed yet
         size_t blocks = 0;
