@@ -148,8 +148,9 @@ bool host_seek(FILE *stream, int64_t offset);
 // repeated.
 int64_t host_read(int descriptor, void *buffer, size_t size);
 
-// The same without waiting for a disk, of a file just opened: only what is in memory. Where that is
-// nothing it gives 0, and the system begins to read the file.
+// The first bytes of a file just opened, up to `size`, that are in memory. If there are none, or
+// the system cannot tell, 0; Linux then begins to read the file. The end and errors are left to
+// host_read.
 size_t host_read_cached(int descriptor, void *buffer, size_t size);
 
 struct DirectoryEntry {

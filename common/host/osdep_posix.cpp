@@ -286,12 +286,16 @@ int64_t host_read(int descriptor, void *buffer, size_t size) {
     return uninterrupted([&] { return read(descriptor, buffer, size); });
 }
 
+// Not every file system knows RWF_NOWAIT.
 size_t host_read_cached(int descriptor, void *buffer, size_t size) {
+    static bool known = true;
     const iovec part = {buffer, size};
-    const ssize_t got = preadv2(descriptor, &part, 1, -1, RWF_NOWAIT);
-    if (got == -1)
-        posix_fadvise(descriptor, 0, 0, POSIX_FADV_WILLNEED);
-    return got > 0 ? static_cast<size_t>(got) : 0;
+    const ssize_t got = known ? preadv2(descriptor, &part, 1, -1, RWF_NOWAIT) : -1;
+    if (got >= 0)
+        return static_cast<size_t>(got);
+    known = known && errno != EOPNOTSUPP && errno != ENOSYS;
+    posix_fadvise(descriptor, 0, 0, POSIX_FADV_WILLNEED);
+    return 0;
 }
 
 Listing host_list_directory(const char *path, std::vector<DirectoryEntry> *entries) {

@@ -25,17 +25,16 @@ bool FileHasher::add(const char *path, const HostStat *found) {
     const FileDigest missing = {OpenOutcome::missing, errno, {}};
     if (ended)
         return false;
-    jobs.push_back({path, found != nullptr ? *found : HostStat(), found == nullptr, missing});
+    jobs.push_back({path, found != nullptr ? *found : HostStat(), false, missing});
     if (found == nullptr)
-        show_progress(0);
+        complete(jobs.back());
     else
         (found->size > READ_SIZE ? large : waiting).push_back(&jobs.back());
-    const bool full = jobs.size() == MOST_JOBS;
-    if (full)
+    if (jobs.size() == MOST_JOBS)
         queue_large();
-    if (full || waiting.size() >= lane_count)
+    if (waiting.size() >= lane_count)
         hash_waiting();
-    while (!ended && jobs.size() == MOST_JOBS)
+    while (jobs.size() == MOST_JOBS) // none while everything is stopped
         step();
     return !ended;
 }
@@ -62,13 +61,13 @@ void FileHasher::queue_large() {
 }
 
 void FileHasher::hash_waiting() {
-    hand_over();
     while (!ended && !waiting.empty())
         step();
 }
 
 // Gives every lane blocks, as far as there are files for it, and hashes as many as all of them
-// have. Files are opened before any is read, so that the system can read them at the same time.
+// have. Files are opened before any is waited for, so that the system can read them at the same
+// time.
 void FileHasher::step() {
     for (size_t i = 0; i < lane_count; i++)
         if (lanes[i].blocks == 0)

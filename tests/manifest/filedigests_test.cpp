@@ -140,6 +140,33 @@ TEST(FileDigests, LongFilesHoldUpOthers) {
     }
 }
 
+// What is missing is handed over as soon as nothing holds it up. A long file goes on beside what is
+// added after it.
+TEST(FileDigests, ResultsAreNotHeldBack) {
+    const Scratch scratch;
+    const std::string small = scratch.write("small", "a"),
+                      large = scratch.write("large", noise(40'000, 1)),
+                      longer = scratch.write("longer", noise(3'000'000, 2));
+    size_t received = 0;
+    FileDigests<size_t> digests([&](const char *, size_t tag, const FileDigest &) {
+        EXPECT_EQ(tag, received);
+        return ++received != 0;
+    });
+    size_t added = 0;
+    for (; added < 5000; added++) {
+        EXPECT_EQ(received, added);
+        digests.add(small.c_str(), added, nullptr);
+    }
+    digests.add(large.c_str(), added);
+    for (; added < 7046; added++)
+        digests.add(small.c_str(), added + 1);
+    EXPECT_EQ(received, 5000);
+    digests.add(longer.c_str(), ++added);
+    EXPECT_EQ(received, sha256_best_lanes() > 1 ? added : added + 1);
+    digests.finish();
+    EXPECT_EQ(received, added + 1);
+}
+
 // A file that goes while others are hashed before it is missing, not one that cannot be opened.
 TEST(FileDigests, FilesMayGoMeanwhile) {
     const Scratch scratch;

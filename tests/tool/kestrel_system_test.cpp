@@ -170,7 +170,7 @@ TEST_F(KestrelSystem, WhatHappensDuringACheckFailsIt) {
     inst.generate();
     const std::string log = native_join(inst.top.c_str(), "log"), report = log + ".report";
     const std::string wait =
-        "(until [ $(grep -ls 'partial check' log kestrel_*.out | wc -l) = $tasks ] "
+        "(until [ $(grep -ls 'Reading manifest' log kestrel_*.out | wc -l) = $tasks ] "
         "|| [ $((n += 1)) = 1000 ]; do sleep .01; done; ";
     const std::string kill = "for p in $(cat /proc/$$/task/$$/children); do "
                              "grep -qs '^kestrel$' /proc/$p/comm && kill";
