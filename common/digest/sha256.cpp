@@ -19,7 +19,7 @@ alignas(16) const uint32_t sha256_k[64] = {
 
 namespace {
 
-struct One {
+struct OneMessage {
     using Words = uint32_t;
 };
 
@@ -32,7 +32,7 @@ static void compress_portable(uint32_t *const *states, const uint8_t *const *mes
         uint32_t w[16];
         for (size_t t = 0; t < 16; t++)
             w[t] = load_be32(blocks + 4 * t);
-        sha256_compress_words<One>(states[0], w);
+        sha256_compress_words<OneMessage>(states[0], w);
     }
 }
 

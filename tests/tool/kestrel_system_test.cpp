@@ -176,8 +176,7 @@ TEST_F(KestrelSystem, WhatHappensDuringACheckFailsIt) {
                              "grep -qs '^kestrel$' /proc/$p/comm && kill";
     const char *const changed = "changed during the check\n";
     const struct {
-        const char *tasks;
-        std::string change;
+        std::string tasks, change;
         const char *error;
     } cases[] = {
         {"1", "touch manifest", changed},
@@ -187,15 +186,15 @@ TEST_F(KestrelSystem, WhatHappensDuringACheckFailsIt) {
         {"2", kill + " -9 $p; done", "ended by signal 9\n"},
     };
     for (const auto &[tasks, change, error] : cases) {
-        const std::string script = std::string("tasks=") + tasks +
+        const std::string script = "tasks=" + tasks +
                                    "; rm -f log kestrel_*.out; [ -e manifest ] || mv m manifest\n" +
                                    wait + change + ") &";
         Outcome expected = inst.verdict(false);
         expected.err = change.starts_with(kill) ? "The report does not cover every line\n" : "";
-        EXPECT_EQ(inst.run({"-c", std::string("--tasks=") + tasks, "--zvdebug=on,out:" + log,
-                            "--report=" + report},
-                           script),
-                  expected)
+        EXPECT_EQ(
+            inst.run({"-c", "--tasks=" + tasks, "--zvdebug=on,out:" + log, "--report=" + report},
+                     script),
+            expected)
             << change;
         const std::string text = read_file(report);
         EXPECT_NE(text.find(error), text.npos) << change << "\n" << text;
