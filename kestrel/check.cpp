@@ -11,6 +11,25 @@
 #include <cstring>
 #include <vector>
 
+namespace {
+
+// Keeps a directory open: the identity of one that is gone can be given to another.
+class HeldDirectory {
+  public:
+    explicit HeldDirectory(const char *path) : descriptor(host_open(path)) {}
+    ~HeldDirectory() {
+        if (descriptor != -1) // which some may enter and not read
+            host_close(descriptor);
+    }
+    HeldDirectory(const HeldDirectory &) = delete;
+    HeldDirectory &operator=(const HeldDirectory &) = delete;
+
+  private:
+    int descriptor;
+};
+
+} // namespace
+
 // --- Lines and where they begin
 
 // Calls `begin` with the offset of each line; false, with the reason in `failure`, if the manifest
@@ -90,7 +109,8 @@ static bool check_by_tasks(const char *manifest, const char *instdir, FILE *file
         return false;
     const TaskSetting setting =
         task_setting(manifest, instdir, report_is_on() ? "--report=" : nullptr);
-    return run_tasks(setting, lines, tasks, positions.data(), finish_task);
+    return finish_tasks(start_tasks(setting, lines, tasks, positions.data()), lines, tasks,
+                        finish_task);
 }
 
 // Whether the manifest is still the one whose lines were counted. If not, what has passed is not
@@ -105,15 +125,16 @@ static bool is_unchanged(const char *manifest, const FileState &counted) {
     return unchanged;
 }
 
-// What is left when the lines have been checked; the manifest is the one that was counted until the
-// end. False if something is wrong after all.
+// What is left when the lines have been checked. Manifest and directory are those whose lines were
+// counted until the end. False if something is wrong after all.
 static bool finish_check(const char *manifest, const char *instdir, uint32_t lines,
-                         const char *opened, const FileState &counted) {
+                         const char *opened, const Subject &subject) {
     report_cover(lines);
     progress_end();
     const bool complete = !extra_wanted || find_extra_files(manifest, instdir);
-    expect_manifest(nullptr);
-    return is_unchanged(opened, counted) && complete;
+    expect(nullptr);
+    const bool unchanged = is_unchanged(opened, subject.manifest);
+    return moved_installation(instdir, subject.directory) == nullptr && unchanged && complete;
 }
 
 bool check_manifest(const char *manifest, const char *instdir) {
@@ -122,15 +143,16 @@ bool check_manifest(const char *manifest, const char *instdir) {
         return TRACE_RESULT(false, "%s", missing);
     manifest = manifest_path(manifest, instdir);
     announce("Checking", manifest, instdir);
-    expect_manifest(nullptr);
+    expect(nullptr);
     const OwnedString before = os_getcwd();
     const char *failure = nullptr;
-    FileState counted;
+    Subject subject;
     uint32_t lines = 0;
     // Open to the end: file systems that make up identities keep those of open files.
-    const FilePtr file = open_manifest(manifest, instdir, before.get(), &counted, &failure);
+    const FilePtr file = open_manifest(manifest, instdir, before.get(), &subject, &failure);
     if (file == nullptr)
         return TRACE_RESULT(false, "%s", failure);
+    const HeldDirectory held(".");
     if (!count_lines(file.get(), &lines, &failure)) {
         report_error("%s", failure);
         return TRACE_RESULT(false, "%s", failure);
@@ -141,18 +163,19 @@ bool check_manifest(const char *manifest, const char *instdir) {
 
     progress_begin(lines);
     const uint32_t tasks = choose_task_count(lines);
-    expect_manifest(&counted);
+    expect(&subject);
     if (tasks == 1) {
         TRACE_EXIT("Only 1 core available, doing manifest directly...");
         const bool passed = check_manifest_range(manifest, instdir, 0, 0, lines);
-        return finish_check(manifest, instdir, lines, opened.get(), counted) && passed;
+        return finish_check(manifest, instdir, lines, opened.get(), subject) && passed;
     }
     bool passed = check_by_tasks(manifest, instdir, file.get(), lines, tasks, &failure);
     if (failure != nullptr) {
+        expect(nullptr);
         report_error("%s", failure);
         report_cover(lines);
         return TRACE_RESULT(false, "%s", failure);
     }
-    passed = finish_check(manifest, instdir, lines, opened.get(), counted) && passed;
+    passed = finish_check(manifest, instdir, lines, opened.get(), subject) && passed;
     return TRACE_RESULT(passed, "Hash verification %s", passed ? "passed" : "failed");
 }

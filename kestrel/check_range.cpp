@@ -158,7 +158,7 @@ bool check_manifest_range(const char *manifest, const char *instdir, int32_t pos
                   instdir);
     const OwnedString before = os_getcwd();
     const char *failure = nullptr;
-    FileState opened;
+    Subject opened;
     FilePtr file = open_manifest(manifest, instdir, before.get(), &opened, &failure);
     if (file == nullptr)
         return TRACE_RESULT(false, "%s", failure);
@@ -188,13 +188,14 @@ static bool hash_lines(FILE *list, const LineRange &range, FILE *results, const 
     return read_range(list, range, hash, failure) && files.finish();
 }
 
-bool hash_list_range(const char *list, const char *instdir, int32_t position, uint32_t start,
-                     uint32_t end, const char *digests) {
+// In the directory that it was started in: the name of that may lead elsewhere by now.
+bool hash_list_range(const char *list, int32_t position, uint32_t start, uint32_t end,
+                     const char *digests) {
     TRACE_ENTER();
     const OwnedString before = os_getcwd();
     const char *failure = nullptr;
-    FileState opened;
-    const FilePtr file = open_manifest(list, instdir, before.get(), &opened, &failure);
+    Subject opened;
+    const FilePtr file = open_manifest(list, ".", before.get(), &opened, &failure);
     if (file == nullptr)
         return TRACE_RESULT(false, "%s", failure);
     FILE *results = host_fopen(digests, "wb");

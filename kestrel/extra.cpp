@@ -100,12 +100,12 @@ bool find_extra_files(const char *manifest, const char *instdir) {
     TRACE_ENTER();
     const OwnedString before = os_getcwd();
     const char *failure = nullptr;
-    FileState state;
-    const FilePtr file = open_manifest(manifest, instdir, before.get(), &state, &failure);
+    Subject subject;
+    const FilePtr file = open_manifest(manifest, instdir, before.get(), &subject, &failure);
     if (file == nullptr)
         return TRACE_RESULT(false, "%s", failure);
     ExtraVisitor visitor;
-    visitor.manifest = state.identity;
+    visitor.manifest = subject.manifest.identity;
     for (std::string_view line; !(line = shahash_next_line(file.get())).empty();)
         add_line(visitor, line);
     if (ferror(file.get()) != 0) {

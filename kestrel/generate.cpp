@@ -9,6 +9,7 @@
 #include "platform/osdep.h"
 
 #include <cstdio>
+#include <deque>
 #include <string>
 #include <utility>
 #include <vector>
@@ -40,7 +41,7 @@ static OwnedString write_list(uint32_t count, const PathOf &path_of,
 static std::vector<FileDigest> results_of(const Task &task) {
     int status;
     std::vector<FileDigest> results;
-    if (!await_task(task.process, task.number, &status) || task.part == nullptr)
+    if (!await_task(task.process, &status) || task.part == nullptr)
         return results;
     const FilePtr file(host_fopen(task.part.get(), "rb"));
     results.resize(task.lines + 1);
@@ -49,6 +50,20 @@ static std::vector<FileDigest> results_of(const Task &task) {
         return {};
     results.pop_back();
     return results;
+}
+
+// Starts the tasks for a list of files; none if the list cannot be written.
+static std::deque<Task> start_hashing(uint32_t count, const PathOf &path_of, uint32_t tasks) {
+    std::vector<uint32_t> places = first_lines(count, tasks);
+    const OwnedString list = write_list(count, path_of, places);
+    Subject subject = {{}, directory_identity(".")};
+    if (list == nullptr || !host_file_state(list.get(), &subject.manifest))
+        return {};
+    expect(&subject);
+    std::deque<Task> started =
+        start_tasks(task_setting(list.get(), ".", "--digests="), count, tasks, places.data());
+    expect(nullptr);
+    return started;
 }
 
 // What a task has not done, for whatever reason, is done here.
@@ -60,31 +75,30 @@ static bool finish_task(const Task &task, const PathOf &path_of,
         TRACE_MESSAGE("Process %d did not hash its files: they are hashed here", task.number);
         return hash_files(static_cast<uint32_t>(task.lines), path_in_task, receive);
     }
-    TRACE_MESSAGE("Process %d has hashed its files", task.number);
     for (uint32_t i = 0; i < results.size(); i++)
         if (!receive(path_in_task(i).c_str(), results[i]))
             return false;
     return true;
 }
 
-// The list is expected as this process has written it. The tasks' installation is this process's
-// directory: the name it was entered by may lead to another one meanwhile.
+// Tasks refuse another list than the one written here, and another directory than this process's.
+// The log is about what was hashed, not about who did it, unless a task has failed; and no task
+// has a log: those beside this one's are of a check.
 static bool hash_by_tasks(uint32_t count, const PathOf &path_of,
                           const FileHasher::Receiver &receive) {
     progress_begin(count);
-    const uint32_t tasks = choose_task_count(count);
-    if (tasks == 1 || count <= tasks)
+    std::deque<Task> started;
+    {
+        const TraceSilence silence;
+        const uint32_t tasks = choose_task_count(count);
+        if (tasks > 1 && count > tasks)
+            started = start_hashing(count, path_of, tasks);
+    }
+    if (started.empty())
         return hash_files(count, path_of, receive);
-    std::vector<uint32_t> places = first_lines(count, tasks);
-    const OwnedString list = write_list(count, path_of, places);
-    FileState written;
-    if (list == nullptr || !host_file_state(list.get(), &written))
-        return hash_files(count, path_of, receive);
-    expect_manifest(&written);
-    const bool all =
-        run_tasks(task_setting(list.get(), ".", "--digests="), count, tasks, places.data(),
-                  [&](const Task &task) { return finish_task(task, path_of, receive); });
-    expect_manifest(nullptr);
+    bool all = true;
+    for (const Task &task : started)
+        all = finish_task(task, path_of, receive) && all;
     return all;
 }
 
@@ -111,14 +125,28 @@ class Records : public WalkReport {
 
 } // namespace
 
+// Whether the path still leads to the directory; a line on standard error says if not.
+static bool stays(const char *instdir, const std::string &directory) {
+    const char *moved = moved_installation(instdir, directory);
+    if (moved != nullptr)
+        shahash_complain("%s", str_printable(moved).get());
+    return moved == nullptr;
+}
+
 // The walk begins at ".", so that every path in the manifest is relative to the installation.
-// The hosts' kinds have their own entries, which do the same.
-static bool write_manifest(const char *manifest) {
+// The hosts' kinds have their own entries, which do the same. The installation is `directory`: if
+// its path leads elsewhere when all files are hashed, the old manifest stays.
+static bool write_manifest(const char *manifest, const char *instdir,
+                           const std::string &directory) {
     Records records;
     WalkReport *const report = report_is_on() ? &records : nullptr;
+    const auto hash = [&](uint32_t count, const PathOf &path_of,
+                          const FileHasher::Receiver &receive) {
+        return hash_by_tasks(count, path_of, receive) && stays(instdir, directory);
+    };
     return (os_kind() & HOST_DRIVE_PATHS) != 0
-               ? shahash_write_manifest(HOST_DRIVE_PATHS, ".", manifest, report, hash_by_tasks)
-               : shahash_write_manifest_default_flags(".", manifest, report, hash_by_tasks);
+               ? shahash_write_manifest(HOST_DRIVE_PATHS, ".", manifest, report, hash)
+               : shahash_write_manifest_default_flags(".", manifest, report, hash);
 }
 
 bool generate_manifest(const char *manifest, const char *instdir) {
@@ -133,8 +161,10 @@ bool generate_manifest(const char *manifest, const char *instdir) {
         report_error("Could not change to directory: \"%s\"", instdir);
         return TRACE_RESULT(false, "Could not change to directory: \"%s\"\n", instdir);
     }
-    const bool written = write_manifest(manifest);
+    const std::string directory = directory_identity(".");
+    bool written = write_manifest(manifest, instdir, directory);
     progress_end();
+    written = written && stays(instdir, directory);
     if (!written)
         TRACE_MESSAGE("Could not generate manifest");
     if (!enter_directory(before.get())) {

@@ -110,9 +110,9 @@ static Ending check(const Options &options) {
 static Ending hash(const Options &options) {
     for (const int number : host_caught_signals())
         host_on_signal(number, SIG_DFL);
-    const bool hashed = hash_list_range(options.manifest, options.instdir, options.position,
-                                        static_cast<uint32_t>(options.start),
-                                        static_cast<uint32_t>(options.end), options.digests);
+    const bool hashed =
+        hash_list_range(options.manifest, options.position, static_cast<uint32_t>(options.start),
+                        static_cast<uint32_t>(options.end), options.digests);
     progress_end();
     report_ignored(options);
     const bool written = report_end_check();

@@ -51,23 +51,53 @@ bool enter_directory(const char *directory) {
     return true;
 }
 
-// The environment variable that passes the expected state on.
+// The environment variables that pass an expected subject on; empty if anything will do.
 static constexpr const char *EXPECTED_MANIFEST = "kestrel_expected_manifest";
+static constexpr const char *EXPECTED_DIRECTORY = "kestrel_expected_directory";
 
-static OwnedString state_text(const FileState &state) {
-    const auto number = [](uint64_t value) { return static_cast<unsigned long long>(value); };
-    return str_format("%llx:%llx:%llx:%llx", number(state.identity.volume),
-                      number(state.identity.file), number(state.size), number(state.changed));
+static std::string identity_text(const FileIdentity &identity) {
+    return str_format("%llx:%llx", static_cast<unsigned long long>(identity.volume),
+                      static_cast<unsigned long long>(identity.file))
+        .get();
 }
 
-void expect_manifest(const FileState *state) {
-    os_setenv(EXPECTED_MANIFEST, state != nullptr ? state_text(*state).get() : "");
+static std::string state_text(const FileState &state) {
+    return identity_text(state.identity) +
+           str_format(":%llx:%llx", static_cast<unsigned long long>(state.size),
+                      static_cast<unsigned long long>(state.changed))
+               .get();
 }
 
-static bool is_expected(const FileState &state) {
-    const char *expected = getenv(EXPECTED_MANIFEST);
-    return expected == nullptr || *expected == '\0' ||
-           strcmp(expected, state_text(state).get()) == 0;
+// Where the file system does not number its files, the place has to do.
+std::string directory_identity(const char *path) {
+    FileIdentity identity;
+    if (host_file_identity(path, &identity) && identity.file != 0)
+        return identity_text(identity);
+    const OwnedString place = host_real_path(path);
+    return place != nullptr ? place.get() : "";
+}
+
+void expect(const Subject *subject) {
+    os_setenv(EXPECTED_MANIFEST, subject != nullptr ? state_text(subject->manifest).c_str() : "");
+    os_setenv(EXPECTED_DIRECTORY, subject != nullptr ? subject->directory.c_str() : "");
+}
+
+static bool is_expected(const char *variable, const std::string &found) {
+    const char *expected = getenv(variable);
+    return expected == nullptr || *expected == '\0' || expected == found;
+}
+
+static const char *moved_text(const char *instdir) {
+    return sc_format("Installation path \"%s\" does not lead to the same directory any more",
+                     instdir);
+}
+
+const char *moved_installation(const char *instdir, const std::string &directory) {
+    if (directory_identity(instdir) == directory)
+        return nullptr;
+    const char *failure = report_error("%s", moved_text(instdir));
+    TRACE_MESSAGE("%s", failure);
+    return failure;
 }
 
 // The system's reason goes to the report only: the log's texts are fixed.
@@ -78,21 +108,24 @@ static FilePtr fail(const char **failure, const char *text, const char *reason =
 }
 
 FilePtr open_manifest(const char *manifest, const char *instdir, const char *before,
-                      FileState *state, const char **failure) {
+                      Subject *subject, const char **failure) {
     // Without a current directory a relative path has stayed one, and would lead elsewhere.
     errno = ENOENT;
     if ((before == nullptr && os_is_absolute(manifest) == 0) || !enter_directory(instdir)) {
         const char *reason = strerror(errno);
         return fail(failure, sc_format("Could not change to directory: \"%s\"", instdir), reason);
     }
+    subject->directory = directory_identity(".");
+    if (!is_expected(EXPECTED_DIRECTORY, subject->directory))
+        return fail(failure, moved_text(instdir));
     FilePtr file(host_fopen_regular(manifest));
-    if (file == nullptr || !host_opened_state(file.get(), state)) {
+    if (file == nullptr || !host_opened_state(file.get(), &subject->manifest)) {
         const char *reason = strerror(errno);
         return fail(failure, sc_format("Could not open manifest file \"%s\"", manifest), reason);
     }
-    if (state->size >= MANIFEST_LIMIT)
+    if (subject->manifest.size >= MANIFEST_LIMIT)
         return fail(failure, MANIFEST_TOO_LARGE);
-    if (!is_expected(*state))
+    if (!is_expected(EXPECTED_MANIFEST, state_text(subject->manifest)))
         return fail(failure, sc_format("Manifest \"%s\" changed during the check", manifest));
     return file;
 }

@@ -5,6 +5,7 @@
 #include "platform/osdep.h"
 
 #include <cstdint>
+#include <string>
 
 // The first argument as it came; null without any.
 extern const char *program_name;
@@ -41,15 +42,28 @@ constexpr uint64_t MANIFEST_LIMIT = uint64_t{1} << 31;
 constexpr const char *MANIFEST_TOO_LARGE = "Manifest is too large";
 constexpr const char *CANNOT_READ_MANIFEST = "Could not read manifest file";
 
+// What makes a directory the same one under another name, as text.
+std::string directory_identity(const char *path);
+
+// What a run is about. Names may lead elsewhere while it lasts.
+struct Subject {
+    FileState manifest;    // or the state of the list of files that tasks hash
+    std::string directory; // the installation's identity
+};
+
 // Enters the installation and opens the manifest for reading; null, with the reason in `failure`
 // and in the report, if that fails. `before` is the directory that is left, null if it is unknown.
-// `state` receives the state of the file.
+// `subject` receives what was found.
 FilePtr open_manifest(const char *manifest, const char *instdir, const char *before,
-                      FileState *state, const char **failure);
+                      Subject *subject, const char **failure);
 
-// From now on only a manifest in this state can be opened, by this process and those that it
-// starts; null lifts that. So the tasks read what the check has counted, whatever happens to the
-// manifest's name in between.
-void expect_manifest(const FileState *state);
+// From now on open_manifest fails on anything else, in this process and in those that it starts;
+// null lifts that. So all tasks are about the same, whatever happens to the names in between.
+void expect(const Subject *subject);
+
+// Why a run fails: the installation's path leads to another directory than the one that was
+// entered, so what was found there is not what is there now. Interned, and in the report and the
+// debug log; null if it does not.
+const char *moved_installation(const char *instdir, const std::string &directory);
 
 #endif

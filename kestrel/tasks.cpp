@@ -141,14 +141,8 @@ static ProcessHandle start_task(const TaskSetting &setting, uint32_t position, c
 
 // --- All tasks of a run
 
-bool await_task(ProcessHandle process, uint32_t number, int *status) {
-    TRACE_MESSAGE("Waiting for process %d to finish", number);
-    *status = 1;
-    if (process == 0) {
-        TRACE_MESSAGE("proc id is zero, process mustn't have started");
-        return false;
-    }
-    while (progress_is_on() && !host_await_end(process, 200))
+bool await_task(ProcessHandle process, int *status) {
+    while (process != 0 && progress_is_on() && !host_await_end(process, 200))
         progress_poll();
     if (!host_wait_process(process, status))
         *status = 1;
@@ -157,7 +151,10 @@ bool await_task(ProcessHandle process, uint32_t number, int *status) {
 
 bool wait_for_task(ProcessHandle process, uint32_t number, int *status) {
     int got;
-    const bool passed = await_task(process, number, status != nullptr ? status : &got);
+    TRACE_MESSAGE("Waiting for process %d to finish", number);
+    if (process == 0)
+        TRACE_MESSAGE("proc id is zero, process mustn't have started");
+    const bool passed = await_task(process, status != nullptr ? status : &got);
     if (passed)
         TRACE_MESSAGE("Process %d successfully verify its hashes", number);
     else
@@ -185,8 +182,8 @@ static OwnedString new_part() {
     return part;
 }
 
-bool run_tasks(const TaskSetting &setting, uint32_t lines, uint32_t tasks,
-               const uint32_t *positions, const FinishTask &finish) {
+std::deque<Task> start_tasks(const TaskSetting &setting, uint32_t lines, uint32_t tasks,
+                             const uint32_t *positions) {
     TRACE_MESSAGE("Each core will do %d hashes", lines / tasks);
     std::deque<Task> started;
     for (uint32_t i = 0; i < tasks; i = next_task(i, lines, tasks)) {
@@ -201,6 +198,11 @@ bool run_tasks(const TaskSetting &setting, uint32_t lines, uint32_t tasks,
         }
         TRACE_MESSAGE("got proc id %lld\n", static_cast<long long>(process));
     }
+    return started;
+}
+
+bool finish_tasks(std::deque<Task> started, uint32_t lines, uint32_t tasks,
+                  const FinishTask &finish) {
     bool passed = lines > tasks; // or some have none
     if (!passed)
         report_error("%zu of %u tasks had no line to check; use --tasks=1", tasks - started.size(),

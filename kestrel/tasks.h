@@ -6,6 +6,7 @@
 #include "platform/osdep.h"
 
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <vector>
 
@@ -38,11 +39,11 @@ std::vector<uint32_t> first_lines(uint32_t lines, uint32_t tasks);
 // with the program's path; null entries are left out.
 ProcessHandle runProgram(const char *exe, Vector *args);
 
-// Waits for the copy of the given number, and shows the progress meanwhile; true if it could be
-// started, and its status, which goes to `status`, is 0.
-bool await_task(ProcessHandle process, uint32_t number, int *status);
+// Waits for a copy, and shows the progress meanwhile; true if it could be started, and its status,
+// which goes to `status`, is 0.
+bool await_task(ProcessHandle process, int *status);
 
-// The same for a check; the debug log says whether the copy has verified its lines.
+// Waits for the copy that checks, and logs whether it has verified its lines.
 bool wait_for_task(ProcessHandle process, uint32_t number, int *status = nullptr);
 
 // The arguments as one command line (interned): double quotes escaped, arguments with white space
@@ -73,11 +74,15 @@ struct Task {
 // For messages; lines are counted from 1. Interned.
 const char *task_name(const Task &task);
 
-// Starts all tasks before any is waited for. `positions` are the offsets of their first lines. Then
-// `finish`, which has to wait for a task, is called for each that has lines, in order, even after a
+// Starts all tasks that have lines; `positions` are the offsets of their first lines. What they
+// check or hash is expected (see steps.h).
+std::deque<Task> start_tasks(const TaskSetting &setting, uint32_t lines, uint32_t tasks,
+                             const uint32_t *positions);
+
+// Calls `finish`, which has to wait for a task, for each of those started, in order, even after a
 // failure. True if all of these calls are, and every task has lines.
 using FinishTask = std::function<bool(const Task &task)>;
-bool run_tasks(const TaskSetting &setting, uint32_t lines, uint32_t tasks,
-               const uint32_t *positions, const FinishTask &finish);
+bool finish_tasks(std::deque<Task> started, uint32_t lines, uint32_t tasks,
+                  const FinishTask &finish);
 
 #endif

@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <utility>
 
 // Debug flags; any of them set means the log is on.
 enum : uint32_t {
@@ -116,6 +117,18 @@ class TraceScope {
     TRACE_IF(trace_scope.is_entered(), trace_scope.leave __VA_OPT__(, ) __VA_ARGS__)
 #define TRACE_RESULT(value, ...) (TRACE_EXIT(__VA_ARGS__), (value))
 #define TRACE_MESSAGE(...) TRACE_IF((trace_flags & TRACE_GENERAL) != 0, tracef, __VA_ARGS__)
+
+// While it lives the log is off, and started programs get none.
+class TraceSilence {
+  public:
+    TraceSilence() = default;
+    ~TraceSilence() { trace_flags = flags; }
+    TraceSilence(const TraceSilence &) = delete;
+    TraceSilence &operator=(const TraceSilence &) = delete;
+
+  private:
+    const uint32_t flags = std::exchange(trace_flags, 0);
+};
 
 // A line under the name of the function it reports for, whenever the log is on.
 #define TRACE_REPORT(function, format, ...)                                                        \

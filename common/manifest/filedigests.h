@@ -101,8 +101,8 @@ class FileHasher {
     std::unique_ptr<Lane[]> lanes{new Lane[lane_count]};
 };
 
-// A way to hash so many files: their results are handed over in order. False once the receiver has
-// stopped it.
+// A way to hash so many files: their results are handed over in order. False if the receiver has
+// stopped it, or if the results cannot be used.
 using PathOf = std::function<std::string(uint32_t number)>; // from 0
 using HashFiles =
     std::function<bool(uint32_t count, const PathOf &path_of, const FileHasher::Receiver &receive)>;

@@ -116,8 +116,7 @@ static bool hash_entries(Vector *files, uint32_t first, const PathOf &path_of, W
         complete = false;
         return true;
     };
-    hash(vec_size(files) - first, path_of, receive);
-    return complete && next == vec_size(files);
+    return hash(vec_size(files) - first, path_of, receive) && complete && next == vec_size(files);
 }
 
 // Of several problems the first one is complained of: files come before what has ended the walk.

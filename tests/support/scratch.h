@@ -6,16 +6,21 @@
 
 #include <string>
 
+// Writes a file byte for byte; false if it cannot be opened.
+inline bool write_file(const std::string &path, const std::string &bytes) {
+    const FilePtr file(host_fopen(path.c_str(), "wb"));
+    return file != nullptr && fwrite(bytes.data(), 1, bytes.size(), file.get()) == bytes.size();
+}
+
 class Scratch {
   public:
     std::string path(const char *name) const { return os_join(root.get(), name).get(); }
     const char *directory() const { return root.get(); }
 
-    // Writes a file byte for byte; returns its path.
+    // Writes a file; returns its path.
     std::string write(const char *name, const std::string &text) const {
         const std::string file = path(name);
-        if (const FilePtr f{host_fopen(file.c_str(), "wb")})
-            fwrite(text.data(), 1, text.size(), f.get());
+        write_file(file, text);
         return file;
     }
 

@@ -2,8 +2,6 @@
 // prepares each run, so all of this is for systems that have one.
 #include "tool/tool.h"
 
-#include <csignal>
-
 namespace {
 
 class KestrelSystem : public testing::Test {
@@ -162,72 +160,6 @@ TEST_F(KestrelSystem, LongManifestsAreRefusedUnread) {
     EXPECT_NE(read_file(log).find("-> Manifest is too large\n"), std::string::npos);
 }
 
-// The manifest is rewritten, replaced by the same text or gone, or a task is killed, while lines
-// are being checked.
-TEST_F(KestrelSystem, WhatHappensDuringACheckFailsIt) {
-    const Installation inst("dir", 3);
-    make_long(native_join(inst.tree.c_str(), "long"), int64_t{1} << 29);
-    inst.generate();
-    const std::string log = native_join(inst.top.c_str(), "log"), report = log + ".report";
-    const std::string wait =
-        "(until [ $(grep -ls 'Reading manifest' log kestrel_*.out | wc -l) = $tasks ] "
-        "|| [ $((n += 1)) = 1000 ]; do sleep .01; done; ";
-    const std::string kill = "for p in $(cat /proc/$$/task/$$/children); do "
-                             "grep -qs '^kestrel$' /proc/$p/comm && kill";
-    const char *const changed = "changed during the check\n";
-    const struct {
-        std::string tasks, change;
-        const char *error;
-    } cases[] = {
-        {"1", "touch manifest", changed},
-        {"2", "cp manifest m; mv m manifest", changed},
-        {"2", "mv manifest m", changed},
-        {"2", "cp -p manifest m; cp m manifest; touch -r m manifest; rm m", changed},
-        {"2", kill + " -9 $p; done", "ended by signal 9\n"},
-    };
-    for (const auto &[tasks, change, error] : cases) {
-        const std::string script = "tasks=" + tasks +
-                                   "; rm -f log kestrel_*.out; [ -e manifest ] || mv m manifest\n" +
-                                   wait + change + ") &";
-        Outcome expected = inst.verdict(false);
-        expected.err = change.starts_with(kill) ? "The report does not cover every line\n" : "";
-        EXPECT_EQ(
-            inst.run({"-c", "--tasks=" + tasks, "--zvdebug=on,out:" + log, "--report=" + report},
-                     script),
-            expected)
-            << change;
-        const std::string text = read_file(report);
-        EXPECT_NE(text.find(error), text.npos) << change << "\n" << text;
-        EXPECT_TRUE(!change.starts_with(kill) || text.find(" 0 unchecked") == text.npos) << text;
-        EXPECT_EQ(!change.starts_with(kill), read_file(log).find(changed) != std::string::npos)
-            << change;
-    }
-}
-
-// It says nothing, and its files are hashed all the same.
-TEST_F(KestrelSystem, ATaskOfGenerationMayBeEnded) {
-    const Installation inst("dir", 3);
-    make_long(native_join(inst.tree.c_str(), "long"), int64_t{1} << 29);
-    const Lines lines = inst.generate();
-    const std::string log = native_join(inst.top.c_str(), "log");
-    const char *const end_it = R"sh((
-    while [ $((tries += 1)) -lt 1000 ]; do
-        for p in $(cat /proc/$$/task/$$/children); do
-            ls -l /proc/$p/fd | grep -q tree/long && kill -$number $p && exit
-        done
-        sleep .01
-    done
-) 2>/dev/null &)sh";
-    for (const char *number : {"number=15\n", "number=9\n"}) {
-        host_remove(inst.manifest.c_str());
-        EXPECT_EQ(
-            inst.run({"-g", "--tasks=2", "--zvdebug=on,out:" + log}, std::string(number) + end_it),
-            inst.generated());
-        EXPECT_EQ(split(read_file(inst.manifest)), lines) << number;
-        EXPECT_NE(read_file(log).find("did not hash its files"), std::string::npos) << number;
-    }
-}
-
 TEST_F(KestrelSystem, TasksLogIntoNewFilesBesideAFile) {
     const Installation inst("dir", 10);
     inst.generate();
@@ -250,43 +182,4 @@ TEST_F(KestrelSystem, WhatIsDoneIsAnnouncedFirst) {
     const Installation inst("dir", 0);
     EXPECT_EQ(inst.run({"-g"}, "exec 2>&1; ln -s gone tree/f"),
               (Outcome{1, inst.announced("Generating") + "!! Cannot open file \"./f\"\n", ""}));
-}
-
-TEST_F(KestrelSystem, SignalsEndIt) {
-    const Installation inst("dir", 0);
-    const std::string temp = native_join(inst.top.c_str(), "temp");
-    // Another process sends them when the tool has begun to hash.
-    const std::string send = R"sh(
-export TEMP="$PWD/temp"
-(
-    until ls -l /proc/$$/fd | grep -q tree/long || [ $((tries += 1)) = 1000 ]; do sleep .01; done
-    for number in $numbers; do kill -$number $$; done
-) 2>/dev/null &)sh";
-    const std::string apology = "\n\nAn unexpected problem has been encountered and the program "
-                                "must quit; contact Norvane support with details\n\n";
-    const struct {
-        const char *script;
-        int status;
-        std::string err;
-    } cases[] = {{"numbers=1", 1, ""},
-                 {"numbers=2", 2, ""},
-                 {"numbers=15", 15, ""},
-                 {"numbers=6", 6, apology},
-                 {"numbers=8", 8, apology},
-                 {"numbers=11", 11, apology},
-                 {"numbers='1 2 15'; trap '' 1 2", 15, ""},
-                 {"numbers='1 2 15'; trap '' $numbers", 0, ""}};
-    for (const int number : host_caught_signals()) // the tests themselves may be run ignoring some
-        signal(number, SIG_DFL);
-    for (const auto &c : cases) {
-        host_mkdir(temp.c_str());
-        Installation::write(inst.manifest, "old");
-        make_long(native_join(inst.tree.c_str(), "long"), int64_t{1} << (c.status != 0 ? 34 : 29));
-        const Outcome ended = {c.status, inst.announced("Generating") + "\n", c.err};
-        EXPECT_EQ(inst.run({"-g"}, c.script + send), c.status != 0 ? ended : inst.generated())
-            << c.script;
-        EXPECT_EQ(read_file(inst.manifest) == "old", c.status != 0) << c.script;
-        EXPECT_TRUE(host_rmdir(temp.c_str())) << "something was left behind: " << c.script;
-        os_rmtree(temp.c_str());
-    }
 }

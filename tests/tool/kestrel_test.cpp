@@ -1,6 +1,7 @@
 // The tool seen from outside, and the division of its work.
 #include "kestrel/tasks.h"
 #include "manifest/shahash.h"
+#include "support/files.h"
 #include "support/log_capture.h"
 #include "tool/tool.h"
 
@@ -175,12 +176,15 @@ TEST(KestrelTasks, AnyNumberOfThemWritesTheSameManifest) {
                           inst.generated());
                 EXPECT_EQ(read_file(inst.manifest), text) << tasks << script;
             }
-    // What a task does.
+    // What a task does, in the directory that it is started in.
     const std::string list = native_join(inst.top.c_str(), "list"), digests = list + "d";
     Installation::write(list, "f1\nlong\ngone\nf2\nf3\n");
-    EXPECT_EQ(kestrel({"--instdir=" + inst.tree, "--manifest=" + list, "--check=0,1,3",
-                       "--digests=" + digests}),
-              (Outcome{0, "", ""}));
+    {
+        const Inside inside(inst.tree);
+        EXPECT_EQ(kestrel({"--instdir=" + inst.top, "--manifest=" + list, "--check=0,1,3",
+                           "--digests=" + digests}),
+                  (Outcome{0, "", ""}));
+    }
     const std::string results = read_file(digests);
     ASSERT_EQ(results.size(), 3 * sizeof(FileDigest));
     FileDigest got[3];
@@ -413,9 +417,6 @@ TEST(KestrelLog, EveryRunSaysHowItEnded) {
         {{"--instdir=" + odd, "-g"}, 1, {no_entry}},
         {{"--instdir=" + odd, "-c"}, 1, {no_entry}},
         {{tree, manifest, "-g"}, 0, {back, "hash file saved to: " + inst.manifest}},
-        {{tree, manifest, "-g", "--tasks=3"},
-         0,
-         {"core will do 1 hashes", "Process 2 has hashed its files"}},
         {{tree, m + inst.tree, "-g"}, 1, {"Could not generate manifest", back, "to: " + inst.tree}},
         {{tree, m + log + "x", "-c"}, 1, {"Could not open manifest file \"" + log + "x\""}},
         {{tree, manifest, "--check=0,0,1"},
@@ -473,11 +474,25 @@ TEST(KestrelLog, TasksLogBesideIt) {
         for (const auto &[log, text] : says)
             host_remove((c.directory + log).c_str());
     }
-    // A run that has left its directory.
-    const Installation other("100%s", 10);
-    EXPECT_TRUE(host_chdir(other.top.c_str()));
-    EXPECT_EQ(other.run({"-g", "--tasks=2", "--zvdebug=on,out:log"}), other.generated());
-    EXPECT_EQ(count(split(read_file("kestrel_6-10.out")), "All files in the range were hashed"),
-              1u);
+    // By whom files are hashed is no matter of a log, and the logs of a check stay.
+    Installation::write("kestrel_6-10.out", "of a check");
+    for (const char *tasks : {"--tasks=1", "--tasks=2"}) {
+        EXPECT_EQ(inst.run({"-g", tasks, "--zvdebug=on,out:log"}), inst.generated());
+        const Lines lines = split(read_file("log"));
+        const auto begin = std::find_if(lines.begin(), lines.end(), [](const std::string &line) {
+            return line.ends_with("ENTER generate_manifest()");
+        });
+        ASSERT_GT(lines.end() - begin, 6) << tasks;
+        const std::string says[] = {"Generate manifest \"" + inst.manifest +
+                                        "\" for installation \"" + inst.tree + "\"",
+                                    "Working directory changed to \"" + inst.tree + "\"",
+                                    "Working directory changed to \"" + text_of(os_getcwd()) + "\"",
+                                    "Compiler integrity hash file saved to: " + inst.manifest,
+                                    "EXIT generate_manifest()",
+                                    "EXIT main() -> Manifest was successfully created"};
+        for (size_t i = 0; i < std::size(says); i++)
+            EXPECT_TRUE(begin[static_cast<ptrdiff_t>(i) + 1].ends_with(" " + says[i])) << says[i];
+    }
+    EXPECT_EQ(read_file("kestrel_6-10.out"), "of a check");
     host_chdir(before.get());
 }

@@ -55,10 +55,11 @@ inline std::string in_quotes(const std::string &text) {
     return result + '"';
 }
 
-// Runs the tool. Where there is a shell, `script` can prepare the ground; the shell's process
-// becomes the tool's.
-inline Outcome kestrel(const Lines &arguments, const std::string &script = "") {
-    Lines words = {built_program("kestrel")};
+// Runs the tool, or a copy of it. Where there is a shell, `script` can prepare the ground; the
+// shell's process becomes the tool's.
+inline Outcome kestrel(const Lines &arguments, const std::string &script = "",
+                       const char *program = "kestrel") {
+    Lines words = {built_program(program)};
     if (!script.empty())
         words = {"/bin/sh", "-c", script + "\nexec \"$@\"", "sh", words[0]};
     for (const std::string &argument : arguments)
@@ -104,9 +105,7 @@ class Installation {
     }
 
     static void write(const std::string &path, const std::string &bytes) {
-        const FilePtr file(host_fopen(path.c_str(), "wb"));
-        ASSERT_NE(file, nullptr) << path;
-        fwrite(bytes.data(), 1, bytes.size(), file.get());
+        ASSERT_TRUE(write_file(path, bytes)) << path;
     }
 
     void add(const std::string &name, const std::string &bytes) const {
@@ -120,9 +119,24 @@ class Installation {
     }
 
     // A script finds itself in `top`.
-    Outcome run(Lines arguments, const std::string &script = "") const {
+    Outcome run(Lines arguments, const std::string &script = "",
+                const char *program = "kestrel") const {
         arguments.insert(arguments.begin(), {"--manifest=" + manifest, "--instdir=" + tree});
-        return kestrel(arguments, script.empty() ? "" : "cd '" + top + "'\n" + script);
+        return kestrel(arguments, script.empty() ? "" : "cd '" + top + "'\n" + script, program);
+    }
+
+    // The same, in which the first process that hashes does something
+    // (tests/support/interrupt.cpp).
+    Outcome interrupted(const std::string &what, Lines arguments,
+                        const std::string &script = "") const {
+        const std::string done = native_join(scratch.directory(), "interrupted");
+        host_remove(done.c_str());
+        os_setenv("KESTREL_INTERRUPT", what.c_str());
+        os_setenv("KESTREL_INTERRUPTED", done.c_str());
+        const Outcome outcome = run(std::move(arguments), script, "kestrel_interrupted");
+        os_setenv("KESTREL_INTERRUPT", "");
+        EXPECT_TRUE(os_exists(done.c_str())) << "not interrupted: " << what;
+        return outcome;
     }
 
     Outcome check(size_t tasks) const { return run({"-c", "--tasks=" + std::to_string(tasks)}); }

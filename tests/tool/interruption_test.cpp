@@ -1,0 +1,173 @@
+// What happens to a run while it hashes: to its manifest, its tree, its tasks and itself.
+#include "kestrel/steps.h"
+#include "support/files.h"
+#include "tool/tool.h"
+
+#include <csignal>
+#include <tuple>
+
+// The manifest is rewritten, replaced by the same text or gone, or a task is ended.
+TEST(KestrelInterruption, WhatHappensToTheManifestOrATaskFailsACheck) {
+    const Installation inst("dir", 7);
+    inst.generate();
+    const std::string text = read_file(inst.manifest), log = native_join(inst.top.c_str(), "log");
+    const std::string same = inst.manifest + ".same", report = log + ".report";
+    const std::string changed = "Manifest \"" + inst.manifest + "\" changed during the check\n";
+    const std::string ended = " ended by signal ";
+    const struct {
+        std::string what, tasks, error;
+        bool is_complete = true; // the report
+        std::string out = "";    // before the verdict
+    } cases[] = {
+        {"rewrite|" + inst.manifest, "1", changed},
+        {"rewrite|" + inst.manifest, "2", changed},
+        {"rename|" + same + "|" + inst.manifest, "2", changed},
+        {"remove|" + inst.manifest, "2", changed},
+        {"raise|15", "2", ended + "15\n", false, "\n"},
+        {"raise|9", "2", ended + "9\n", false},
+    };
+    for (const auto &c : cases) {
+        if (os_kind() != 0 && c.what == "raise|9")
+            continue; // there is none
+        for (const std::string &file : {same, inst.manifest})
+            Installation::write(file, text);
+        EXPECT_EQ(inst.interrupted(c.what, {"-c", "--tasks=" + c.tasks, "--zvdebug=on,out:" + log,
+                                            "--report=" + report}),
+                  (Outcome{1, inst.announced("Checking") + c.out + "Verification failed\n",
+                           c.is_complete ? "" : "The report does not cover every line\n"}))
+            << c.what;
+        const std::string records = read_file(report);
+        EXPECT_NE(records.find(c.error), records.npos) << c.what << "\n" << records;
+        EXPECT_TRUE(c.is_complete || records.find(" 0 unchecked") == records.npos) << records;
+        EXPECT_EQ(read_file(log).find(changed) != std::string::npos, c.error == changed) << c.what;
+    }
+}
+
+namespace {
+
+// Two equal trees, and a name that leads to the first.
+struct TwoTrees : Installation {
+    explicit TwoTrees(bool by_link)
+        : Installation("dir", 7), other(tree + "2"),
+          name(by_link ? native_join(top.c_str(), "current") : tree) {
+        host_mkdir(other.c_str());
+        for (int i = 0; i < 7; i++)
+            write(native_join(other.c_str(), ("f" + std::to_string(i)).c_str()), std::to_string(i));
+        possible = by_link ? make_link(tree, name, true) && make_link(other, name + "2", true)
+                           : os_kind() == 0; // where directories in use can be renamed
+        change = by_link ? "rename|" + name + "2|" + name
+                         : "rename|" + tree + "|" + tree + "1|" + other + "|" + tree;
+    }
+    const std::string other, name;
+    std::string change;
+    bool possible;
+};
+
+} // namespace
+
+TEST(KestrelInterruption, ARunIsAboutOneDirectory) {
+    for (const bool by_link : {true, false})
+        for (const char *tasks : {"--tasks=1", "--tasks=3"}) {
+            const TwoTrees inst(by_link);
+            if (!inst.possible)
+                continue;
+            inst.generate();
+            const std::string moved = "Installation path \"" + inst.name +
+                                      "\" does not lead to the same directory any more\n";
+            const Outcome outcome =
+                inst.interrupted(inst.change, {"-c", tasks, "--report", "--instdir=" + inst.name});
+            EXPECT_EQ(outcome.status, 1) << outcome;
+            EXPECT_NE(outcome.out.find("error\t0\t" + moved), std::string::npos) << outcome;
+        }
+    for (const bool by_link : {true, false})
+        for (const char *tasks : {"--tasks=1", "--tasks=3"}) {
+            const TwoTrees inst(by_link);
+            if (!inst.possible)
+                continue;
+            Installation::write(inst.manifest, "old");
+            const std::string moved = "Installation path \"" + inst.name +
+                                      "\" does not lead to the same directory any more\n";
+            const Outcome outcome =
+                inst.interrupted(inst.change, {"-g", tasks, "--instdir=" + inst.name});
+            EXPECT_EQ(outcome.status, 1) << outcome;
+            EXPECT_EQ(outcome.err, moved + "There was a problem generating the manifest file\n");
+            EXPECT_EQ(read_file(inst.manifest), "old") << tasks;
+        }
+}
+
+// A task enters the directory by its name, like the manifest, when both may have changed.
+TEST(KestrelInterruption, TasksCheckWhatTheirParentHasFound) {
+    const TwoTrees inst(false);
+    inst.generate();
+    Subject subject = {{}, directory_identity(inst.tree.c_str())};
+    ASSERT_TRUE(host_file_state(inst.manifest.c_str(), &subject.manifest));
+    expect(&subject);
+    const auto report_of = [&](const std::string &tree) {
+        return inst.run({"--check=0,0,7", "--report", "--instdir=" + tree}).out;
+    };
+    EXPECT_EQ(report_of(inst.tree).find("error"), std::string::npos);
+    EXPECT_TRUE(report_of(inst.other)
+                    .starts_with("error\t0\tInstallation path \"" + inst.other +
+                                 "\" does not lead to the same directory any more\n"));
+    subject.manifest.changed++;
+    expect(&subject);
+    EXPECT_TRUE(report_of(inst.tree).starts_with("error\t0\tManifest \"" + inst.manifest +
+                                                 "\" changed during the check\n"));
+    expect(nullptr);
+}
+
+// It says nothing but in the log, and its files are hashed all the same.
+TEST(KestrelInterruption, ATaskOfGenerationMayBeEnded) {
+    const Installation inst("dir", 7);
+    const Lines lines = inst.generate();
+    const std::string log = native_join(inst.top.c_str(), "log");
+    for (const char *what : {"raise|15", "raise|9"}) {
+        if (os_kind() != 0 && what == std::string("raise|9"))
+            continue; // there is none
+        host_remove(inst.manifest.c_str());
+        EXPECT_EQ(inst.interrupted(what, {"-g", "--tasks=2", "--zvdebug=on,out:" + log}),
+                  inst.generated());
+        EXPECT_EQ(split(read_file(inst.manifest)), lines) << what;
+        EXPECT_NE(read_file(log).find("did not hash its files"), std::string::npos) << what;
+    }
+}
+
+TEST(KestrelInterruption, SignalsEndTheRun) {
+    const Installation inst("dir", 2);
+    const std::string temp = native_join(inst.top.c_str(), "temp");
+    const std::string before = getenv("TEMP") != nullptr ? getenv("TEMP") : "";
+    const std::string apology = "\n\nAn unexpected problem has been encountered and the program "
+                                "must quit; contact Norvane support with details\n\n";
+    const struct {
+        std::string what;
+        int status;
+        std::string err;
+        const char *script = ""; // where there is a shell
+    } cases[] = {
+        {"raise|2", 2, ""},
+        {"raise|15", 15, ""},
+        {"raise|8", 8, apology},
+        {"raise|11", 11, apology},
+        {"raise|" + std::to_string(SIGABRT), SIGABRT, apology},
+        {"raise|1|2|15", 1, "", "cd ."},
+        {"raise|1|2|15", 15, "", "trap '' 1 2"},
+        {"raise|1|2|15", 0, "", "trap '' 1 2 15"},
+    };
+    for (const int number : host_caught_signals()) // the tests themselves may be run ignoring some
+        signal(number, SIG_DFL);
+    os_setenv("TEMP", temp.c_str());
+    for (const auto &c : cases) {
+        if (*c.script != '\0' && os_kind() != 0)
+            continue;
+        host_mkdir(temp.c_str());
+        Installation::write(inst.manifest, "old");
+        const Outcome ended = {c.status, inst.announced("Generating") + "\n", c.err};
+        EXPECT_EQ(inst.interrupted(c.what, {"-g"}, c.script),
+                  c.status != 0 ? ended : inst.generated())
+            << c.what << c.script;
+        EXPECT_EQ(read_file(inst.manifest) == "old", c.status != 0) << c.what << c.script;
+        EXPECT_TRUE(host_rmdir(temp.c_str())) << "something was left behind: " << c.what;
+        os_rmtree(temp.c_str());
+    }
+    os_setenv("TEMP", before.c_str());
+}
