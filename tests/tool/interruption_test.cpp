@@ -4,7 +4,7 @@
 #include "tool/tool.h"
 
 #include <csignal>
-#include <tuple>
+#include <span>
 
 // The manifest is rewritten, replaced by the same text or gone, or a task is ended.
 TEST(KestrelInterruption, WhatHappensToTheManifestOrATaskFailsACheck) {
@@ -12,8 +12,9 @@ TEST(KestrelInterruption, WhatHappensToTheManifestOrATaskFailsACheck) {
     inst.generate();
     const std::string text = read_file(inst.manifest), log = native_join(inst.top.c_str(), "log");
     const std::string same = inst.manifest + ".same", report = log + ".report";
-    const std::string changed = "Manifest \"" + inst.manifest + "\" changed during the check\n";
+    const std::string changed = "Manifest \"" + inst.manifest + "\" changed during the check";
     const std::string ended = " ended by signal ";
+    const bool windows = os_kind() != 0; // where nothing else can be done to files that are open
     const struct {
         std::string what, tasks, error;
         bool is_complete = true; // the report
@@ -21,14 +22,12 @@ TEST(KestrelInterruption, WhatHappensToTheManifestOrATaskFailsACheck) {
     } cases[] = {
         {"rewrite|" + inst.manifest, "1", changed},
         {"rewrite|" + inst.manifest, "2", changed},
+        {"raise|15", "2", ended + "15", false, windows ? "" : "\n"},
+        {"raise|9", "2", ended + "9", false},
         {"rename|" + same + "|" + inst.manifest, "2", changed},
         {"remove|" + inst.manifest, "2", changed},
-        {"raise|15", "2", ended + "15\n", false, "\n"},
-        {"raise|9", "2", ended + "9\n", false},
     };
-    for (const auto &c : cases) {
-        if (os_kind() != 0 && c.what == "raise|9")
-            continue; // there is none
+    for (const auto &c : std::span(cases, windows ? 3 : std::size(cases))) {
         for (const std::string &file : {same, inst.manifest})
             Installation::write(file, text);
         EXPECT_EQ(inst.interrupted(c.what, {"-c", "--tasks=" + c.tasks, "--zvdebug=on,out:" + log,
