@@ -97,35 +97,64 @@ TEST_F(KestrelSystem, Circumstances) {
             expect_outcome(inst, text, c);
 }
 
-// What cannot be listed may hold anything.
-TEST_F(KestrelSystem, DirectoriesThatCannotBeReadAreReported) {
-    const Installation inst("dir", 2);
+// What cannot be listed may hold anything, and a new manifest leaves it out.
+TEST_F(KestrelSystem, ReportsSayWhatTheUserMayNotDo) {
+    const Installation inst("dir", 3);
     inst.generate();
     if (kestrel({"-h"}, UNPRIVILEGED).status != 0)
         GTEST_SKIP() << "rights cannot be given up here";
+    const std::string closed = "mkdir tree/closed; chmod 0 tree/closed";
+    const std::string denied = "Permission denied\n";
     const struct {
-        const char *script;
+        std::string script;
         Lines arguments;
+        int status;
         std::string record;
     } cases[] = {
-        {"mkdir tree/closed; chmod 0 tree/closed", {"-c", "--extra"}, "skipped\t0\t.\\closed\n"},
+        {closed, {"-c", "--extra"}, 1, "skipped\t0\t.\\closed\n"},
+        {closed, {"-g", "--report"}, 0, "skipped\t0\t.\\closed\n"},
         {"mkdir -p tree/dim/sub; chmod 444 tree/dim",
          {"-c", "--extra"},
+         1,
          "skipped\t0\t.\\dim\\sub\n"},
         {"chmod 311 tree",
          {"-c", "--extra"},
-         "error\t0\tCannot read directory \".\": Permission denied\n"},
-        {"chmod 311 tree", {"-g", "--report"}, "unreadable\t0\t.\tPermission denied\n"},
+         1,
+         "error\t0\tCannot read directory \".\": " + denied},
+        {"chmod 311 tree", {"-g", "--report"}, 1, "unreadable\t0\t.\t" + denied},
         {"mkfifo tree/closed",
          {"-g", "--report"},
+         1,
          "unreadable\t0\t.\\closed\tNot a regular file\n"},
+        {"chmod 444 manifest",
+         {"-g", "--report"},
+         1,
+         "error\t0\tCannot write file \"" + inst.manifest + "\": " + denied},
     };
     for (const auto &c : cases) {
         const Outcome outcome = inst.run(c.arguments, UNPRIVILEGED + c.script);
-        EXPECT_EQ(outcome.status, 1) << c.script;
-        EXPECT_NE(outcome.out.find(c.record), std::string::npos) << outcome;
-        inst.run({"-h"}, "chmod 755 tree tree/dim; rm -rf tree/closed tree/dim");
+        EXPECT_EQ(outcome.status, c.status) << c.script << outcome;
+        EXPECT_NE(outcome.out.find(c.record), std::string::npos) << c.script << outcome;
+        inst.run({"-h"},
+                 "chmod 755 tree tree/dim; chmod 644 manifest; rm -rf tree/closed tree/dim");
     }
+}
+
+// A program that is gone from its directory can start none.
+TEST_F(KestrelSystem, ReportsSayWhatCouldNotBeStarted) {
+    const Installation inst("dir", 3);
+    inst.generate();
+    const std::string out =
+        inst.run({"-c", "--report", "--tasks=2"}, "cp \"$1\" gone; exec 7<gone; rm gone; shift; "
+                                                  "set -- /proc/self/fd/7 \"$@\"")
+            .out;
+    EXPECT_EQ(out, inst.announced("Checking") +
+                       "error\t0\tTask 0 (lines 1 to 2) could not be started: No such file or "
+                       "directory\n"
+                       "error\t0\tTask 1 (lines 3 to 3) could not be started: No such file or "
+                       "directory\n"
+                       "end\t3\t0 good, 0 different, 0 missing, 0 unreadable, 0 malformed, "
+                       "0 outside, 3 unchecked\nVerification failed\n");
 }
 
 // If several entries stop the walk, the first in the directory's order is reported, however long a
