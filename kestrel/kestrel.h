@@ -9,7 +9,7 @@
 // Ends the debug log's run and the process.
 [[noreturn]] void cleanup(int status);
 
-// The three modes. `instdir` is an absolute path; a null `manifest` is the file "manifest" in it.
+// The modes. `instdir` is an absolute path; a null `manifest` is the file "manifest" in it.
 
 // Writes the manifest of every file under the installation; true when it was written.
 bool generate_manifest(const char *manifest, const char *instdir);
@@ -23,7 +23,7 @@ bool check_manifest(const char *manifest, const char *instdir);
 bool check_manifest_range(const char *manifest, const char *instdir, int32_t position,
                           uint32_t start, uint32_t end);
 
-// Hashes the files whose paths are the same range of a list's lines, from the current directory,
+// What a task does for generate_manifest: hashes the files whose paths are the same range of a list's lines, from the current directory,
 // and writes a FileDigest of each to the file `digests`; false if that is not complete.
 bool hash_list_range(const char *list, int32_t position, uint32_t start, uint32_t end,
                      const char *digests);
