@@ -157,12 +157,12 @@ AlertOutputFn alert_get_output() {
 
 static void alert_emit() {
     line.end_line();
-    if ((trace_flags & TRACE_ALERTS) != 0)
-        trace_alert(line.c_str());
+    const auto shown = line; // a warning that the log failed would take its place
+    trace_alert(shown.c_str());
     if (output != nullptr) {
-        output(line.c_str());
+        output(shown.c_str());
     } else {
-        fputs(line.c_str(), stderr);
+        fputs(shown.c_str(), stderr);
         fflush(stderr);
     }
 }

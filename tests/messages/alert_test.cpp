@@ -337,10 +337,24 @@ TEST(AlertExitTest, CountsEndsAndFirstCalls) {
          },
          1, "b:20. \ntoo many errors .21.\nstatus 1$"},
         {[] { set_maxerrors(0), alert_adhoc("e", "lost"); }, 1, "^too many errors .1.\nstatus 1$"},
-        {[] { alert(FATAL, "a", "b", 7); }, 1, "^.1503. assertion failure: a .b:7. \nstatus 1$"},
+        {[] { set_maxerrors(0), alert(FATAL, "a", "b", 7); }, 1,
+         "^.1503. assertion failure: a .b:7. \nstatus 1$"},
+        {[] {
+             alert_init(); // so that the alert is the first line that the log cannot take
+             trace_use(host_fopen(child_program().c_str(), "r"), nullptr);
+             trace_flags = TRACE_ALERTS;
+             zvdebug_warn_hook = [](const char *text) { rawmsg("%s", text); };
+             alert(FATAL, "a", "b", 7);
+         },
+         1,
+         "^Unable to write to the debug-out file\n.1503. assertion failure: a .b:7. \nstatus 1$"},
         {[] { errno = ENOENT, alert_nl(141, "debug-out", "x"); }, 1,
          "^.141. can't open debug-out file \"x\": No such file or directory\nstatus 1$"},
-        {[] { alert_adhoc("f", "x"); }, 1, "^.0. x\nstatus 1$"},
+        {[] {
+             alert_set_hook([](auto...) { fputs("observed", stderr); });
+             alert_adhoc("f", "x");
+         },
+         1, "^.0. x\nstatus 1$"},
         {[] { alert_fatal(3); }, 1,
          "^.5. QRN has encountered .* following details: common_test fatal error 3\nstatus 1$"},
         {[] { exit(msgnum_valid(1503) ? 40 : 41); }, 40, "^$"},
