@@ -98,7 +98,7 @@ int os_mkdir(const char *path);
 int os_mkdir_parents(const char *path);
 
 // Removes a directory with its contents: -1 if it is not one, else 0 or the result of the first
-// failure. A directory that cannot be listed counts as removed but stays.
+// failure. A directory that cannot be listed counts as removed but stays, even if it is empty.
 int os_rmtree(const char *path);
 
 // Copies a file's bytes, creating or replacing the destination; false, with the reason in errno, if
