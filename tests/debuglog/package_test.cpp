@@ -206,7 +206,7 @@ TEST(PackageDeathTest, ProgramsRunUnderTheDebugger) {
         const std::string app = child_program();
         zvdebug_parse(named ? sc_concat("--zvdebug=debug:x:", os_basename(app.c_str())) : "");
         db_debugger_path = installed ? app.c_str() : "no/debugger";
-        const VectorPtr args(sc_split("its own name,one,two words", ","));
+        const VectorPtr args(sc_split("its own name,--name,two words", ","));
         testing::internal::CaptureStdout();
         const int status = db_debugger(app.c_str(), args.get(), force);
         const std::string output = testing::internal::GetCapturedStdout();
@@ -216,8 +216,8 @@ TEST(PackageDeathTest, ProgramsRunUnderTheDebugger) {
                            "\nbreak set --name db_assert\nbreak set --name main\n"
                            "break command add 2\nexpr gInDebugger=1\nDONE\nrun\n"
                            "<-->\n<" +
-                           app + ">\n<one>\n<two words>"
-                     : "<one>\n<two words>\n";
+                           app + ">\n<--name>\n<two words>"
+                     : "its own name\ntwo words\n";
         const bool right = output == expected && !os_exists(script.c_str());
         exit(right && status == (debugged ? 9 : 0) ? 0 : 1);
     };

@@ -160,6 +160,7 @@ int main(int argc, char **argv) {
         {"--inherited", [](char **a) { return host_dup(atoi(a[0])) != -1 ? 1 : 0; }},
         {"--log", [](char **a) { return log_along(a[0]); }},
         {"--mkdir", [](char **a) { return os_mkdir(a[0]); }},
+        {"--name", [](char **a) { return printf("%s\n%s\n", a[-2], a[0]) < 0 ? 1 : 0; }},
         {"--opened", [](char **a) { return next_descriptor(a[0]); }},
         {"--orphan", [](char **a) { return orphan(a[0]); }},
         {"--raise", [](char **a) { return raise(atoi(a[0])); }},
