@@ -160,15 +160,14 @@ void package_add(const char *file, const char *comment) {
     if (!os_exists(file))
         return;
     const Addition add = {package, file, comment};
-    for (bool added = false; !added;) {
+    for (bool done = false; !done;) {
         HostLock lock = host_lock(package);
-        added = os_exists(package) != 0;
-        if (added && lock == -1)
+        const bool exists = os_exists(package) != 0;
+        if (exists && lock == -1)
             lock = host_lock(package); // it may have been made meanwhile
-        if (added)
+        if (exists)
             append_to_package(add);
-        else
-            added = start_package(add);
+        done = exists || start_package(add);
         host_unlock(lock);
     }
 }
