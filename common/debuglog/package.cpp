@@ -191,7 +191,7 @@ static void return_to_start() {
 
 void package_finish() {
     return_to_start();
-    const FILE *gFile = trace_log();
+    const FILE *gFile = trace_log(); // named as the assertion says
     const bool log_of_another = strcmp(application, host_tool_name) != 0 && zvdebug_out_given();
     if (!log_of_another && trace_path() != nullptr) {
         DEBUG_ASSERT(gFile != NULL);

@@ -433,7 +433,7 @@ void trace_alert(const char *msg) {
     if (gAlertSrc == nullptr) {
         text = "ALERT> ";
     } else {
-        DEBUG_ASSERT(gAlertSrc != NULL);
+        DEBUG_ASSERT(gAlertSrc != NULL); // cannot fail here; its text is documented
         append_prefix(text, gAlertSrc, alert_line);
     }
     text += msg;
@@ -441,7 +441,7 @@ void trace_alert(const char *msg) {
 }
 
 void trace_set_alert_src(const char *src, uint32_t line) {
-    const char *alert_func = src; // no position of an alert is known without its file
+    const char *alert_func = src; // named as the assertion says
     DEBUG_ASSERT(alert_func != NULL);
     DEBUG_ASSERT(src != NULL);
     gAlertSrc = src;
@@ -482,7 +482,7 @@ static std::string upper_case(std::string text) {
 
 void trace_args(int argc, const char *const *argv) {
     DEBUG_ASSERT(argv != NULL);
-    const char *const *args = argv;
+    const char *const *args = argv; // named as the assertion says
     DEBUG_ASSERT(args != NULL);
     if (log_stream == nullptr || args == nullptr)
         return;
