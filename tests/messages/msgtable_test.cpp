@@ -90,6 +90,33 @@ static const LineCase LINES[] = {
     {"296\tE\t" + LONGEST + "296\tM\tx", 296, false, MSG_MESSAGE, 0, "x"},
 };
 
+TEST_F(MessageFileTest, RowsOfTheBuiltInTable) {
+    constexpr MsgRec ROWS[] = {
+        {MSG_MESSAGE, 1, "too many errors (%u)", 0},
+        {MSG_MESSAGE, 2, "error/warning (%u) generated but no description available", 0},
+        {MSG_MESSAGE, 3, "malformed error information on line * in file *", 0},
+        {MSG_FATAL, 5,
+         "QRN has encountered an internal error and must quit; provide Norvane support with the "
+         "following details: %s",
+         0},
+        {MSG_FATAL, 141, "can't open %s file \"%s\": %m", 0},
+        {MSG_FATAL, 296, BUILTIN_TEXT, 0},
+        {MSG_WARNING, 1501, ASSERTION, 0},
+        {MSG_ERROR, 1502, ASSERTION, 0},
+        {MSG_FATAL, 1503, ASSERTION, 0},
+        {MSG_ERROR, 9999,
+         "An error, warning or message was generated, but no description is available", 0},
+    };
+    load_edf(msgtable_builtin_name());
+    for (const MsgRec &expected : ROWS) {
+        const MsgRec row = msgtable_row(expected.number);
+        EXPECT_STREQ(row.text, expected.text);
+        EXPECT_EQ(row.type, expected.type) << row.text;
+        EXPECT_EQ(row.number, expected.number) << row.text;
+        EXPECT_EQ(row.level, expected.level) << row.text;
+    }
+}
+
 TEST_F(MessageFileTest, LinesOfATable) {
     for (const auto &test : LINES) {
         reports.clear();
@@ -104,7 +131,6 @@ TEST_F(MessageFileTest, LinesOfATable) {
         EXPECT_EQ(vec_elementAt(table, 297), nullptr);
         EXPECT_EQ(vec_size(table), 1504u); // whatever numbers the file has
     }
-    EXPECT_EQ(msgtable_row(1504).type, MSG_ERROR);
     EXPECT_TRUE(msgnum_valid(0) && msgnum_valid(1503));
     EXPECT_FALSE(msgnum_valid(-1) || msgnum_valid(1504));
 }
@@ -154,7 +180,11 @@ TEST_F(MessageFileTest, OpeningTakesWhatIsNewer) {
     }
     const std::string both = "\"" + builtin + "\" is not newer than \"" + path(NEWER) + "\"";
     EXPECT_NE(log.lines_with(both), "");
-    EXPECT_FALSE(open_edf(nullptr) || open_edf(path("99999999999999999_en.msgs").c_str()));
+    const std::string missing = path("99999999999999999_en.msgs");
+    EXPECT_FALSE(open_edf(nullptr) || open_edf(missing.c_str()));
+    EXPECT_TRUE(log.texts_of("alert.cpp")
+                    .ends_with("ENTER open_edf((null))\nEXIT open_edf() -> false\nENTER open_edf(" +
+                               missing + ")\nEXIT open_edf() -> false\n"));
     EXPECT_FALSE(open_edf_dir(path("missing").c_str()));
     load_edf(builtin.c_str());
     EXPECT_TRUE(open_edf_dir(Scratch().directory())); // which has none
@@ -176,6 +206,7 @@ TEST_F(MsgTableTest, Languages) {
     for (const char *name : {"FR", "french", "francais"})
         EXPECT_EQ(lang_lookup(name), 12u) << name;
     EXPECT_EQ(lang_lookup("en"), 9u);
+    EXPECT_EQ(lang_lookup("Deutsch"), 7u);
     for (const char *name : {"fra", "", ";", "German;Deutsch", static_cast<const char *>(nullptr)})
         EXPECT_EQ(lang_lookup(name), 255u);
     EXPECT_STREQ(lang_code(12), "fr");
@@ -211,6 +242,27 @@ TEST_F(MsgTableTest, TheNewestFileOfTheInstallationIsChosen) {
     EXPECT_EQ(findMsgFiles(at("dat").c_str(), 12, list.get()), 0u);
     EXPECT_EQ(findMsgFiles(at("no").c_str(), 7, list.get()), 0u);
     EXPECT_EQ(vec_size(list.get()), 2u);
+}
+
+TEST_F(MsgTableTest, TheSearchIsLogged) {
+    make_installation();
+    const std::string file = scratch.write(native("dat/"s + NEWER).c_str(), "");
+    alert_init();
+    set_maxerrors(20);
+    const auto version_of = [](const std::string &name, const std::string &version) {
+        return "ENTER getMsgFileVersion(" + name + ")\nEXIT getMsgFileVersion() -> " + version +
+               "\n";
+    };
+    const std::string expected = "ENTER msg_filename(lnum = 255)\nENTER findMsgFiles(" + at("dat") +
+                                 ")\nlegacyMsgFile = \"en_msgs.txt\"\n"
+                                 "msgFileSuffix = \"_en.msgs\"\nFound: " +
+                                 NEWER + "\nEXIT findMsgFiles() -> numFound = 1\ncnt = 1\n" +
+                                 version_of(file, "99999999999999") +
+                                 version_of(msgtable_builtin_name(), "20230208172133") +
+                                 "EXIT msg_filename() -> \"" + file + "\"\n";
+    EXPECT_EQ(log.texts_of("msgtable_files.cpp"), expected);
+    EXPECT_EQ(log.texts_of("alert.cpp"),
+              "alert_init() done\nENTER set_maxerrors(20)\nEXIT set_maxerrors()\n");
 }
 
 TEST_F(MsgTableTest, FilesInBinGoFirstAmongEquals) {
@@ -261,5 +313,7 @@ TEST_F(MsgTableTest, TheFirstFileSettlesTypesAndIsReported) {
     EXPECT_EXIT(first(), testing::ExitedWithCode(40),
                 "^f: Malformed error information on line 4, in file .null.\n\nNon line .*: voll\n");
     EXPECT_EXIT(alert_fatal(7), testing::ExitedWithCode(7), "\nnur .* fatal error 7\n");
-    EXPECT_EXIT(alert_fatal(0), testing::ExitedWithCode(1), "\nnur .* fatal error 0\n");
+    EXPECT_EXIT(
+        (alert_init(), trace_use(stderr, nullptr), alert_fatal(0)), testing::ExitedWithCode(1),
+        "ENTER alert_fatal.* fatal error 0.\nnur .* fatal error 0\n.*EXIT alert_fatal..\n$");
 }
