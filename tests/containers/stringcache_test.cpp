@@ -202,6 +202,10 @@ TEST(StringCache, PartsThatAreMissingLeaveTheOtherUntouched) {
         EXPECT_EQ(address(sc_pathJoin(part, missing)), part);
         EXPECT_EQ(address(sc_nativePath(missing)), missing);
     }
+    const bool letters = (host_kind() & HOST_DRIVE_PATHS) != 0;
+    const char drive[] = "C:/not interned", digit[] = "1:/not interned";
+    EXPECT_EQ(address(sc_nativePath(drive)) == drive, !letters);
+    EXPECT_NE(address(sc_nativePath(digit)), digit);
 }
 
 TEST(StringCache, Paths) {
