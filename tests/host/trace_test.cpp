@@ -2,6 +2,7 @@
 
 #include "support/log_capture.h"
 
+#include <cwchar>
 #include <gtest/gtest.h>
 #include <string>
 
@@ -89,6 +90,10 @@ TEST_F(TraceTest, FreeLinesAndAlertCopies) {
                               "f:2                 > a%s\n"
                               "f:2                 > ?b\n"
                               "ALERT> \to?ne\nf.c:3               >     two\n");
+    if (host_kind() == 0) // whose printf refuses half a character, and leaves the format
+        tracef("f", 5, "%lc", static_cast<wint_t>(0xd800));
+    EXPECT_EQ(log.take(), host_kind() == 0 ? "f:5                 >     %lc\n" : "");
+    zvdebug_assert("ignored", "f", 1);
     tracef("d\n/f", 3, "\n");
     trace("d/f", 4, "");
     EXPECT_EQ(reports,

@@ -198,7 +198,8 @@ TEST_F(AlertTest, TheSameLineIsReportedOnce) {
     line = 2;
     EXPECT_EQ(alert(MESSAGE), 1);
     alert_set_position(new_file(), &line, nullptr, nullptr);
-    EXPECT_EQ(alert(MESSAGE), 1);
+    for (line = 10; line < 500; line++) // more than the table has buckets
+        EXPECT_EQ(alert(MESSAGE) + alert(WARNING, "a", "b", 7), 2);
     line = 3; // a hidden message does not count as shown
     set_warnlevel(1);
     EXPECT_EQ(alert(WARNING, "a", "b", 7), 0);
@@ -223,6 +224,8 @@ TEST_F(AlertTest, TheObserverSeesNumberAndArguments) {
     EXPECT_EQ(seen(alert_adhoc("M", "%% %*d %.1f %s", 5, 6, 1.5, a)), "0 5 6 0 ");
     EXPECT_EQ(seen(alert_adhoc("M", "%.1f %lld %.*s", 1.5, 1LL << 31, 1, b)), "0 0 2147483648 1 ");
     EXPECT_EQ(seen(alert_adhoc("M", "%zu %s %c", size_t{2}, a, 'c')), "0 2 " + word(a) + "99 ");
+    EXPECT_EQ(seen(alert_adhoc("M", "%Lf %ju %lu", 1.0L, UINTMAX_MAX, ULONG_MAX)),
+              "0 0 " + std::to_string(UINTMAX_MAX) + " " + std::to_string(ULONG_MAX) + " ");
     EXPECT_EQ(seen(alert_text(7, "M", "%s", a)), "");
 }
 

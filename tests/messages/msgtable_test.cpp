@@ -6,6 +6,7 @@
 #include "messages/alert.h"
 #include "support/log_capture.h"
 
+#include <array>
 #include <gtest/gtest.h>
 #include <string>
 
@@ -186,6 +187,7 @@ TEST_F(MessageFileTest, OpeningTakesWhatIsNewer) {
                     .ends_with("ENTER open_edf((null))\nEXIT open_edf() -> false\nENTER open_edf(" +
                                missing + ")\nEXIT open_edf() -> false\n"));
     EXPECT_FALSE(open_edf_dir(path("missing").c_str()));
+    EXPECT_TRUE(alert_open_lang(12)); // for which there is none
     load_edf(builtin.c_str());
     EXPECT_TRUE(open_edf_dir(Scratch().directory())); // which has none
     EXPECT_EQ(alert_msgfile(), builtin);
@@ -269,12 +271,14 @@ TEST_F(MsgTableTest, FilesInBinGoFirstAmongEquals) {
     make_installation();
     const std::string sorted[] = {at("dat/8_a.msgs"), at("bin/7_a.msgs"), at("dat/7_c.msgs"),
                                   at("dat/7_b.msgs")};
-    const VectorPtr list(vec_new(__FILE__, __LINE__));
-    for (const uint32_t i : {3u, 1u, 2u, 0u})
-        vec_append(list.get(), sorted[i].c_str());
-    msgfile_sort(list.get());
-    for (uint32_t i = 0; i < std::size(sorted); i++)
-        EXPECT_EQ(vec_at<const char>(list.get(), i), sorted[i]);
+    for (const auto &order : {std::array{3u, 1u, 2u, 0u}, std::array{0u, 2u, 1u, 3u}}) {
+        const VectorPtr list(vec_new(__FILE__, __LINE__));
+        for (const uint32_t i : order)
+            vec_append(list.get(), sorted[i].c_str());
+        msgfile_sort(list.get());
+        for (uint32_t i = 0; i < std::size(sorted); i++)
+            EXPECT_EQ(vec_at<const char>(list.get(), i), sorted[i]);
+    }
 }
 
 // A copy of the tool says from where it has the text of a message.
@@ -291,12 +295,22 @@ TEST_F(MsgTableTest, FilesBesideTheProgramAndInTheCurrentDirectoryAreNextInLine)
         EXPECT_EQ(read_all(output), "(141) " + directory + ", debug-out, missing/log\n");
         os_pclose(output);
     }
+    os_mkdir_parents("tools");
+    const std::string elsewhere = native_join("tools", os_basename(copy.c_str()));
+    std::filesystem::copy_file(built, elsewhere);
+    os_pclose(os_popenv(elsewhere.c_str(), "--zvdebug=on,out:log,out:missing/log", nullptr));
+    EXPECT_NE(read_file("log").find("EXIT set_zvinstall_paths() -> ERROR - the application is not "
+                                    "running from a 'bin' directory"),
+              std::string::npos);
 }
 
 TEST_F(MsgTableTest, TheFirstFileSettlesTypesAndIsReported) {
     const std::string file = scratch.write("file", "296\tM\tvoll\n");
     EXPECT_EXIT((open_edf(file.c_str()), exit(msgtable_row(296).type == MSG_FATAL ? 40 : 41)),
                 testing::ExitedWithCode(40), "^$"); // is not the first
+    EXPECT_EXIT((load_edf(scratch.write("file", "#\n\n").c_str()), exit(40)),
+                testing::ExitedWithCode(40), // before there is a hook
+                "^Malformed error information on line 2, in file .null.\n$");
     make_installation();
     // A directory lists like a message file, but cannot be read as one.
     const std::string newer = at("dat/"s + NEWER);

@@ -246,6 +246,19 @@ chmod 333 dir empty
 $nobody $child --rmtree dir && $nobody $child --rmtree empty && chmod 755 dir && ls dir && ls -d empty
 -
 
+# --- Packages
+
+# What a user may not write to: each step fails, and is warned about.
+can $nobody $child --exit 0 && expect 'ZVDEBUG (warning): Unable to add archive "go" (from "go") to package zip (p)
+ZVDEBUG (warning): Unable to covert package zip file (p) reader to a writer to append "go"
+ZVDEBUG (warning): Unable to end package zip (p) after adding "go"
+ZVDEBUG (warning): Unable to finalize package zip (p) after adding "go"
+same' <<'-'
+echo >go && $child --log zip:+p && cp p old && chmod 644 p
+$nobody $child --log zip:+p 2>&1 | LC_ALL=C sort -u
+cmp p old && echo same
+-
+
 # --- The tool
 
 # A name that leads to a correct manifest only while tasks are being started.
