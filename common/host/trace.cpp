@@ -121,11 +121,9 @@ static void append_format(std::string &text, const char *format, ...) {
     va_end(args);
 }
 
-// Writes a text in one piece, so that processes that append to one log mix whole lines only. Leaves
-// errno alone: logging must not change what is logged.
+// Writes a text to the open log in one piece, so that processes that append to it mix whole lines
+// only. Leaves errno alone: logging must not change what is logged.
 static void emit(const std::string &text) {
-    if (log_stream == nullptr)
-        return;
     static bool failed = false; // set before the warning, which may be logged too
     const int saved_errno = errno;
     std::string shown;
