@@ -190,46 +190,21 @@ TEST(StringCacheDeathTest, FormatThatCannotBeMadeAborts) {
 }
 
 TEST(StringCache, NullGivesNull) {
+    for (auto *of_one : {sc_strdup, sc_expandTabs, sc_lower, sc_upper, sc_trim, sc_chomp,
+                         sc_firstLine, sc_stripExt, sc_basename, sc_dirname})
+        EXPECT_EQ(of_one(nullptr), nullptr);
+    for (auto *of_two : {sc_concat, sc_trimChars, sc_addExt, sc_replaceExt, sc_endsWith,
+                         sc_endsWithI, sc_afterPrefix, sc_afterPrefixI})
+        EXPECT_TRUE(of_two(nullptr, "a") == nullptr && of_two("a", nullptr) == nullptr);
+    const char *const none = nullptr;
     const char *(*unchecked)(const char *, ...) = sc_formatExpand;
-    const char *none = nullptr;
-    const void *const results[] = {sc_strdup(none),
-                                   sc_adopt(nullptr),
-                                   sc_concat(none, "a"),
-                                   sc_concat("a", none),
-                                   unchecked(none),
-                                   sc_expandTabs(none),
-                                   sc_ncopy(none, 1),
-                                   sc_lower(none),
-                                   sc_upper(none),
-                                   sc_fromChars(nullptr),
-                                   sc_trim(none),
-                                   sc_trimChars(none, "a"),
-                                   sc_trimChars("a", none),
-                                   sc_chomp(none),
-                                   sc_firstLine(none),
-                                   sc_quote(none, '"'),
-                                   sc_escape(none, "a", 'b'),
-                                   sc_escape("a", none, 'b'),
-                                   sc_split(none, "a"),
-                                   sc_split("a", none),
-                                   sc_translate(none, "a", "b"),
-                                   sc_addExt(none, "a"),
-                                   sc_addExt("a", none),
-                                   sc_translate("a", none, "b"),
-                                   sc_replaceExt(none, "a"),
-                                   sc_replaceExt("a", none),
-                                   sc_translate("a", "a", none),
-                                   sc_stripExt(none),
-                                   sc_basename(none),
-                                   sc_dirname(none),
-                                   sc_endsWith(none, "a"),
-                                   sc_endsWith("a", none),
-                                   sc_readLine(nullptr),
-                                   sc_afterPrefix(none, "a"),
-                                   sc_afterPrefix("a", none),
-                                   sc_between(none, 'a', 'b', nullptr, nullptr)};
-    for (const void *result : results)
-        EXPECT_EQ(result, nullptr) << &result - results;
+    EXPECT_TRUE(sc_translate(none, "a", "b") == none && sc_translate("a", none, "b") == none);
+    EXPECT_TRUE(sc_translate("a", "a", none) == none && unchecked(none) == none);
+    EXPECT_TRUE(sc_escape(none, "a", 'b') == none && sc_escape("a", none, 'b') == none);
+    EXPECT_TRUE(sc_quote(none, '"') == none && sc_ncopy(none, 1) == none);
+    EXPECT_TRUE(sc_split(none, "a") == nullptr && sc_split("a", none) == nullptr);
+    EXPECT_TRUE(sc_adopt(nullptr) == none && sc_fromChars(nullptr) == none);
+    EXPECT_TRUE(sc_readLine(nullptr) == none && sc_between(none, 1, 2, nullptr, nullptr) == none);
 }
 
 TEST(StringCache, PartsThatAreMissingLeaveTheOtherUntouched) {
