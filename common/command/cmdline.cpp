@@ -181,7 +181,7 @@ static void expand_argument(Expansion &expansion, const char *argument, const Op
 
 static void expand_arguments(Expansion &expansion, std::span<const char *const> arguments,
                              const OpenFile *outer) {
-    const Vector *args = expansion.args;
+    const Vector *args = expansion.args; // named as the assertion says
     DEBUG_ASSERT(args != NULL);
     for (const char *argument : arguments) {
         if (argument == nullptr)

@@ -329,7 +329,7 @@ void hash_masterReport() {
     trace_puts("# Hash Table Master List:");
     trace_puts("# ptr    file:line    max_util/capacity    max_usage/capacity    clashes    "
                "voidcmp    voidhash    alive");
-    if (vec_size(master_list) == 0)
+    if (vec_size(master_list) == 0) // never: the list is made for its first record
         trace_puts("# No hash tables were used");
     for (const auto *record : VecEach<const HashMasterRec>(master_list))
         report_record(record);

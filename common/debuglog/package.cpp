@@ -160,15 +160,14 @@ void package_add(const char *file, const char *comment) {
     if (!os_exists(file))
         return;
     const Addition add = {package, file, comment};
-    for (bool added = false; !added;) {
+    for (bool done = false; !done;) {
         HostLock lock = host_lock(package);
-        added = os_exists(package) != 0;
-        if (added && lock == -1)
+        const bool exists = os_exists(package) != 0;
+        if (exists && lock == -1)
             lock = host_lock(package); // it may have been made meanwhile
-        if (added)
+        if (exists)
             append_to_package(add);
-        else
-            added = start_package(add);
+        done = exists || start_package(add);
         host_unlock(lock);
     }
 }
@@ -192,7 +191,7 @@ static void return_to_start() {
 
 void package_finish() {
     return_to_start();
-    const FILE *gFile = trace_log();
+    const FILE *gFile = trace_log(); // named as the assertion says
     const bool log_of_another = strcmp(application, host_tool_name) != 0 && zvdebug_out_given();
     if (!log_of_another && trace_path() != nullptr) {
         DEBUG_ASSERT(gFile != NULL);

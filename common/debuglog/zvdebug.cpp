@@ -149,7 +149,7 @@ static std::string forward_flag(DebugCaller, const char *, const Option &option)
 static std::string forward_out(DebugCaller, const char *, const Option &) {
     if (!out_given)
         return "";
-    const char *gFilePath = trace_path();
+    const char *gFilePath = trace_path(); // named as the assertion says
     DEBUG_ASSERT(gFilePath != NULL);
     return gFilePath == nullptr ? "" : std::string("out:+") + gFilePath;
 }
@@ -277,7 +277,7 @@ const char *zvdebug_forward(DebugCaller caller, const char *callee) {
         return nullptr;
     std::string list;
     for (const Option &option : OPTIONS) {
-        const Option *op = &option;
+        const Option *op = &option; // named as the assertion says
         DEBUG_ASSERT(op->dbo_optGenerator != NULL);
         const std::string text = op->dbo_optGenerator(caller, callee, *op);
         if (!text.empty())

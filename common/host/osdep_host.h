@@ -253,7 +253,8 @@ bool host_wait_process(ProcessHandle process, int *status);
 
 // Runs a program to its end and returns its exit status, or -1 with errno set if it could not be
 // started. The arguments are joined by spaces and split again by the started program as
-// split_command_line() does, on every host.
+// split_command_line() does, on every host; the first one, the program's name, only loses the
+// quotes around it.
 int host_spawn_wait(const char *path, const char *const *argv);
 
 #endif

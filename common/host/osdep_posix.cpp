@@ -573,13 +573,16 @@ bool host_wait_process(ProcessHandle process, int *status) {
 }
 
 int host_spawn_wait(const char *path, const char *const *argv) {
-    // argv[0] is passed as it is, not joined and split: a path may contain quotes here, which a
-    // path of the host that passes one string cannot.
+    // The program's name is not joined and split with the others: a name may contain quotes here,
+    // which one of the host that passes a single string cannot. Only those around it are dropped.
+    std::string name = argv[0] != nullptr ? argv[0] : path;
+    if (name.size() > 1 && name.front() == '"' && name.back() == '"')
+        name = name.substr(1, name.size() - 2);
     std::string command_line;
     for (size_t i = 1; argv[0] != nullptr && argv[i] != nullptr; i++)
         command_line += (i > 1 ? " " : "") + std::string(argv[i]);
     std::vector<std::string> arguments = split_command_line(command_line.c_str());
-    arguments.emplace(arguments.begin(), path);
+    arguments.insert(arguments.begin(), name);
     std::vector<char *> pointers;
     for (std::string &argument : arguments)
         pointers.push_back(argument.data());

@@ -682,12 +682,12 @@ ProcessHandle host_start_process(const char *exe, const char *const *, const cha
     return reinterpret_cast<ProcessHandle>(process.hProcess);
 }
 
-// _cwait closes the handle.
 bool host_await_end(ProcessHandle process, int milliseconds) {
     return WaitForSingleObject(reinterpret_cast<HANDLE>(process),
                                static_cast<DWORD>(milliseconds)) != WAIT_TIMEOUT;
 }
 
+// _cwait closes the handle.
 bool host_wait_process(ProcessHandle process, int *status) {
     return process != 0 && _cwait(status, process, _WAIT_CHILD) != -1;
 }

@@ -121,11 +121,9 @@ static void append_format(std::string &text, const char *format, ...) {
     va_end(args);
 }
 
-// Writes a text in one piece, so that processes that append to one log mix whole lines only. Leaves
-// errno alone: logging must not change what is logged.
+// Writes a text to the open log in one piece, so that processes that append to it mix whole lines
+// only. Leaves errno alone: logging must not change what is logged.
 static void emit(const std::string &text) {
-    if (log_stream == nullptr)
-        return;
     static bool failed = false; // set before the warning, which may be logged too
     const int saved_errno = errno;
     std::string shown;
@@ -433,7 +431,7 @@ void trace_alert(const char *msg) {
     if (gAlertSrc == nullptr) {
         text = "ALERT> ";
     } else {
-        DEBUG_ASSERT(gAlertSrc != NULL);
+        DEBUG_ASSERT(gAlertSrc != NULL); // cannot fail here; its text is documented
         append_prefix(text, gAlertSrc, alert_line);
     }
     text += msg;
@@ -441,7 +439,7 @@ void trace_alert(const char *msg) {
 }
 
 void trace_set_alert_src(const char *src, uint32_t line) {
-    const char *alert_func = src; // no position of an alert is known without its file
+    const char *alert_func = src; // named as the assertion says
     DEBUG_ASSERT(alert_func != NULL);
     DEBUG_ASSERT(src != NULL);
     gAlertSrc = src;
@@ -482,7 +480,7 @@ static std::string upper_case(std::string text) {
 
 void trace_args(int argc, const char *const *argv) {
     DEBUG_ASSERT(argv != NULL);
-    const char *const *args = argv;
+    const char *const *args = argv; // named as the assertion says
     DEBUG_ASSERT(args != NULL);
     if (log_stream == nullptr || args == nullptr)
         return;

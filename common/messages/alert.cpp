@@ -17,13 +17,7 @@ static void exit_plainly(int status) {
 
 void (*alert_exit_hook)(int status) = exit_plainly;
 
-namespace {
-
-enum Progress { NOT_READY, STARTING, READY };
-
-} // namespace
-
-static Progress progress = NOT_READY;
+static bool initialised = false;
 static uint32_t error_limit = 20;
 static uint32_t error_count = 0;
 static uint32_t warning_count = 0;
@@ -44,20 +38,17 @@ static void report_malformed(uint32_t line, const char *file) {
 }
 
 void alert_init() {
-    if (progress == STARTING) // a report on the table being loaded
-        return;
-    progress = STARTING;
+    initialised = true; // at once: reports on the table being loaded are alerts too
     TRACE_IF(trace_flags != 0, trace, "alert_init() done");
     alert_init_formats();
     msgtable_malformed_hook = report_malformed;
     // A file that is listed may still not be readable.
     if (load_edf(msg_filename(LANG_NONE)) == nullptr)
         load_edf(msgtable_builtin_name());
-    progress = READY;
 }
 
 void alert_ensure_init() {
-    if (progress == NOT_READY)
+    if (!initialised)
         alert_init();
 }
 

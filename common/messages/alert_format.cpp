@@ -59,7 +59,7 @@ template <size_t SIZE> class TextBuffer {
 struct Template {
     const char *variable;
     const char *builtin;
-    const char *text;
+    const char *text; // null until the environment was read
 };
 
 enum { ERROR_TEMPLATE, WARNING_TEMPLATE, MESSAGE_TEMPLATE };
@@ -71,9 +71,9 @@ static TextBuffer<512> body;
 static AlertOutputFn output = nullptr;
 static bool use_templates = false;
 static Template templates[] = {
-    {"ZQT_ERR_FORMAT", "%f: %l: (%n) %s (error)", "%f: %l: (%n) %s (error)"},
-    {"ZQT_WARN_FORMAT", "%f: %l: (%n) %s (warning)", "%f: %l: (%n) %s (warning)"},
-    {"ZQT_MSG_FORMAT", "%f: %l: %s", "%f: %l: %s"},
+    {"ZQT_ERR_FORMAT", "%f: %l: (%n) %s (error)", nullptr},
+    {"ZQT_WARN_FORMAT", "%f: %l: (%n) %s (warning)", nullptr},
+    {"ZQT_MSG_FORMAT", "%f: %l: %s", nullptr},
 };
 
 AlertClass alert_class(uint32_t type) {
@@ -127,16 +127,20 @@ void alert_use_formats(bool on) {
     use_templates = on;
 }
 
+static const char *text_of(const Template &which) {
+    return sc_strdup(which.text != nullptr ? which.text : which.builtin);
+}
+
 const char *alert_get_err_format() {
-    return sc_strdup(templates[ERROR_TEMPLATE].text);
+    return text_of(templates[ERROR_TEMPLATE]);
 }
 
 const char *alert_get_warn_format() {
-    return sc_strdup(templates[WARNING_TEMPLATE].text);
+    return text_of(templates[WARNING_TEMPLATE]);
 }
 
 const char *alert_get_msg_format() {
-    return sc_strdup(templates[MESSAGE_TEMPLATE].text);
+    return text_of(templates[MESSAGE_TEMPLATE]);
 }
 
 void alert_set_position(const char *file, const uint32_t *line_counter, const uint32_t *column_base,
@@ -157,12 +161,12 @@ AlertOutputFn alert_get_output() {
 
 static void alert_emit() {
     line.end_line();
-    if ((trace_flags & TRACE_ALERTS) != 0)
-        trace_alert(line.c_str());
+    const auto shown = line; // a warning that the log failed would take its place
+    trace_alert(shown.c_str());
     if (output != nullptr) {
-        output(line.c_str());
+        output(shown.c_str());
     } else {
-        fputs(line.c_str(), stderr);
+        fputs(shown.c_str(), stderr);
         fflush(stderr);
     }
 }

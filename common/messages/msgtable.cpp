@@ -41,7 +41,8 @@ static constexpr std::string_view BUILTIN_TABLE =
 
 static constexpr size_t MAX_LINE = 255;
 
-static Vector *loaded_tables = nullptr; // the first gives types and levels, the last gives texts
+static Vector *primary = nullptr; // the first table loaded: types and levels
+static Vector *texts = nullptr;   // the last one
 static const char *file_in_force = nullptr;
 static uint32_t highest_number = 0;
 
@@ -205,9 +206,10 @@ Vector *load_edf(const char *name) {
     Vector *table = parse_table(BUILTIN_TABLE, nullptr);
     highest_number = vec_size(table) != 0 ? vec_size(table) - 1 : 0;
     take_over(table, parse_table(text, table));
-    if (loaded_tables == nullptr)
-        loaded_tables = vec_new(__FILE__, __LINE__);
-    vec_append(loaded_tables, table);
+    if (primary == nullptr)
+        primary = table;
+    const BlockVectorPtr replaced(texts != primary ? texts : nullptr);
+    texts = table;
     file_in_force = sc_strdup(name);
     return table;
 }
@@ -215,10 +217,8 @@ Vector *load_edf(const char *name) {
 MsgRec msgtable_row(uint32_t number) {
     MsgRec row = {MSG_ERROR, number,
                   "An error, warning or message was generated, but no description is available", 0};
-    if (const auto *primary =
-            msgtable_primary() != nullptr ? vec_at<MsgRec>(msgtable_primary(), number) : nullptr) {
-        row = *primary;
-        auto *texts = static_cast<Vector *>(vec_top(loaded_tables));
+    if (const auto *first = primary != nullptr ? vec_at<MsgRec>(primary, number) : nullptr) {
+        row = *first;
         if (const auto *newest = vec_at<MsgRec>(texts, number))
             row.text = newest->text;
     }
@@ -226,7 +226,7 @@ MsgRec msgtable_row(uint32_t number) {
 }
 
 Vector *msgtable_primary() {
-    return loaded_tables != nullptr ? vec_at<Vector>(loaded_tables, 0) : nullptr;
+    return primary;
 }
 
 const char *msgtable_file() {

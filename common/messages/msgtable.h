@@ -45,7 +45,8 @@ extern void (*msgtable_malformed_hook)(uint32_t line, const char *file);
 // Loads a message file over the built-in rows, or the built-in table alone under its own name, and
 // puts it in force. Rows that the built-in table does not have are dropped, and so are texts whose
 // printf conversions are not those of the built-in text. Returns the table, a vector of MsgRec
-// indexed by number, which is never freed; null, and nothing changes, if the file cannot be opened.
+// indexed by number, which stands until the next load, or for ever if it is the first; null, and
+// nothing changes, if the file cannot be opened.
 Vector *load_edf(const char *name);
 
 // The row of a number; an error with a text that says so where there is none.

@@ -98,7 +98,7 @@ int os_mkdir(const char *path);
 int os_mkdir_parents(const char *path);
 
 // Removes a directory with its contents: -1 if it is not one, else 0 or the result of the first
-// failure. A directory that cannot be listed counts as removed but stays.
+// failure. A directory that cannot be listed counts as removed but stays, even if it is empty.
 int os_rmtree(const char *path);
 
 // Copies a file's bytes, creating or replacing the destination; false, with the reason in errno, if
@@ -122,8 +122,9 @@ bool os_read_all(FILE *file, std::string *text, size_t most = SIZE_MAX);
 
 // --- Temporary names (osdep_temp.cpp), in a directory of the process's own that goes at exit
 
-// A path for a new file ending in "." and `suffix` (its own leading dot will do); null if the
-// directory cannot be made. Nothing is created.
+// A path for a new file that begins with the tool's name (with "_" for white space) and ends in "."
+// and `suffix` (its own leading dot will do); null if the directory cannot be made. Nothing is
+// created.
 OwnedString os_tempname(const char *suffix);
 OwnedString os_tempname_plain();
 OwnedString os_tempdir_new(); // made as a directory; null if that fails

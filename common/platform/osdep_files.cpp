@@ -65,10 +65,8 @@ static int remove_tree(const char *path) {
         return -1; // gone since it was listed
     std::vector<DirectoryEntry> entries;
     const Listing listing = host_list_directory(path, &entries);
-    if (listing == Listing::denied || listing == Listing::unopened) {
-        host_rmdir(path); // which needs no listing if it is empty
+    if (listing == Listing::denied || listing == Listing::unopened)
         return 0;
-    }
     for (const DirectoryEntry &entry : entries)
         if (const int failure = remove_entry(os_join(path, entry.name.c_str()).get()))
             return failure;

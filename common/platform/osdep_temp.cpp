@@ -1,5 +1,7 @@
 #include "platform/osdep.h"
 
+#include <algorithm>
+#include <cctype>
 #include <cstdlib>
 #include <string>
 #include <utility>
@@ -116,6 +118,8 @@ OwnedString os_tempname(const char *suffix) {
     if (temp_dir == nullptr && !make_temp_dir())
         return nullptr;
     std::string name = host_tool_name;
+    std::replace_if(
+        name.begin(), name.end(), [](unsigned char c) { return isspace(c) != 0; }, '_');
     name += "_tmp_" + std::to_string(temp_counter++);
     if (suffix != nullptr) {
         if (suffix[0] != '.')

@@ -215,6 +215,8 @@ TEST(CmdlineTest, FailuresAreErrorsAndStatusOne) {
         {EXEC_COMMAND_FILE, 0, lost_temporaries, "Could not open temporary file"},
         {EXEC_COMMAND_FILE, 0, full_disk, "Could not open temporary file"},
         {EXEC_DIRECT, -1, [] { host_close(1); }, "Could not redirect stdout/stderr"},
+        {EXEC_DIRECT, -1, no_temporaries, "Could not redirect stdout/stderr"},
+        {EXEC_DIRECT, -1, lost_temporaries, "Could not redirect stdout/stderr"},
     };
     for (const auto &c : cases) {
         const auto run = [&c] {
@@ -234,18 +236,19 @@ TEST(CmdlineTest, FailuresAreErrorsAndStatusOne) {
 TEST(CmdlineTest, DriverRunsWhatItsArgumentsBecomeAndPacksTheLog) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const auto run = [] {
-        bool right = cmdline_progname() == nullptr && !cmdline_zvdebug_seen();
+        bool right = cmdline_progname() == nullptr && !cmdline_zvdebug_seen() &&
+                     cmdline_escape(nullptr) == nullptr;
         const Scratch scratch;
         const std::string file = response_file(R"("--zvdebug=on,out:log,zip:p,debug:a\\b")");
         host_chdir(scratch.directory());
-        const char *argv[] = {"dir/driver", file.c_str(), "", "7"};
+        const char *argv[] = {"dir/driver", file.c_str(), "", "7", nullptr, "8"};
         const int32_t silent = 0;
         const auto options_of = [](Vector *arguments) {
             static const VectorPtr options =
                 vector_of({child_program(), "--exit", vec_at<char>(arguments, 1)});
             return options.get();
         };
-        const int status = cmdline_driver(4, argv, options_of, EXEC_AUTOMATIC, &silent);
+        const int status = cmdline_driver(6, argv, options_of, EXEC_AUTOMATIC, &silent);
         trace_use(nullptr, nullptr);
         const std::string log = read_file("log");
         for (const std::string &line :

@@ -55,6 +55,8 @@ TEST(FreeCacheTest, NullAndMisuse) {
     EXPECT_TRUE(freecache_isFull(nullptr) && freecache_isEmpty(nullptr));
     EXPECT_EQ(freecache_numFree(nullptr) + freecache_maxFree(nullptr), 0u);
     EXPECT_EQ(freecache_get(nullptr), nullptr);
+    EXPECT_EQ(freecache_free(nullptr), 0);
+    freecache_dump(nullptr);
     EXPECT_DEATH(freecache_new(0, 1), "obj_size != 0");
     EXPECT_DEATH(freecache_new(8, 0), "max_objs != 0");
     EXPECT_DEATH(freecache_new(4, 1), "obj_size >= sizeof .void...");

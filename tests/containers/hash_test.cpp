@@ -103,6 +103,7 @@ TEST(HashTest, VisitorMayRemoveItsEntryAndStop) {
 
 TEST(HashTest, ReportOfTrackedTables) {
     LogCapture log;
+    hash_free(nullptr);
     hash_trackInit(true);
     HashPtr h(hash_new(4, by_letter, strkeycmp, "table.cpp", 7));
     for (size_t i = 0; i < 5; i++)

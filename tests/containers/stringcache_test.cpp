@@ -189,19 +189,38 @@ TEST(StringCacheDeathTest, FormatThatCannotBeMadeAborts) {
                  "vsnprintf failed in a mysterious way");
 }
 
+TEST(StringCache, NullGivesNull) {
+    for (auto *of_one : {sc_strdup, sc_expandTabs, sc_lower, sc_upper, sc_trim, sc_chomp,
+                         sc_firstLine, sc_stripExt, sc_basename, sc_dirname})
+        EXPECT_EQ(of_one(nullptr), nullptr);
+    for (auto *of_two : {sc_concat, sc_trimChars, sc_addExt, sc_replaceExt, sc_endsWith,
+                         sc_endsWithI, sc_afterPrefix, sc_afterPrefixI})
+        EXPECT_TRUE(of_two(nullptr, "a") == nullptr && of_two("a", nullptr) == nullptr);
+    const char *const none = nullptr;
+    const char *(*unchecked)(const char *, ...) = sc_formatExpand;
+    EXPECT_TRUE(sc_translate(none, "a", "b") == none && sc_translate("a", none, "b") == none);
+    EXPECT_TRUE(sc_translate("a", "a", none) == none && unchecked(none) == none);
+    EXPECT_TRUE(sc_escape(none, "a", 'b') == none && sc_escape("a", none, 'b') == none);
+    EXPECT_TRUE(sc_quote(none, '"') == none && sc_ncopy(none, 1) == none);
+    EXPECT_TRUE(sc_split(none, "a") == nullptr && sc_split("a", none) == nullptr);
+    EXPECT_TRUE(sc_adopt(nullptr) == none && sc_fromChars(nullptr) == none);
+    EXPECT_TRUE(sc_readLine(nullptr) == none && sc_between(none, 1, 2, nullptr, nullptr) == none);
+}
+
 TEST(StringCache, PartsThatAreMissingLeaveTheOtherUntouched) {
     const char part[] = "not interned";
     EXPECT_EQ(address(sc_concatOpt(nullptr, part)), part);
     EXPECT_EQ(address(sc_concatOpt(part, nullptr)), part);
     EXPECT_STREQ(sc_concatOpt("", part), part);
-    EXPECT_EQ(sc_concat(nullptr, part), nullptr);
-    EXPECT_EQ(sc_strdup(nullptr), nullptr);
-    EXPECT_EQ(sc_adopt(nullptr), nullptr);
     for (const char *missing : {static_cast<const char *>(nullptr), ""}) {
         EXPECT_EQ(address(sc_pathJoin(missing, part)), part);
         EXPECT_EQ(address(sc_pathJoin(part, missing)), part);
         EXPECT_EQ(address(sc_nativePath(missing)), missing);
     }
+    const bool letters = (host_kind() & HOST_DRIVE_PATHS) != 0;
+    const char drive[] = "C:/not interned", digit[] = "1:/not interned";
+    EXPECT_EQ(address(sc_nativePath(drive)) == drive, !letters);
+    EXPECT_NE(address(sc_nativePath(digit)), digit);
 }
 
 TEST(StringCache, Paths) {

@@ -156,6 +156,8 @@ TEST(VectorTest, NullAndMisuse) {
     for (auto *element : VecEach<char>(nullptr))
         FAIL() << element;
     EXPECT_EQ(vec_copy(nullptr, "test", 1), nullptr);
+    vec_free(nullptr);
+    vec_masterReport(); // of no vectors
     EXPECT_EQ(vec_iterEnd(nullptr, 0), 0);
     EXPECT_DEATH(vec_iterEnd(nullptr, 1), "more == 0");
     EXPECT_DEATH(vec_append(nullptr, nullptr), "p != NULL");

@@ -1,8 +1,13 @@
 #include "debuglog/zvdebug.h"
 
+#include "command/cmdline.h"
 #include "containers/hash.h"
+#include "debuglog/package.h"
+#include "installation/zvinstdir.h"
+#include "messages/alert.h"
 #include "runtime.h"
 #include "support/scratch.h"
+#include "support/words.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -65,6 +70,32 @@ static std::string passed_names() {
     return text;
 }
 
+static std::string accounts() {
+    settings(); // which makes a table and a vector
+    package_finish();
+    const std::string log = read_file("x");
+    return log.find("# Hash Table Master") < log.find("# Living Vector Master") ? "in order" : log;
+}
+
+// The debug assertions that fail for arguments that nobody should give.
+static std::string failed_assertions() {
+    os_catch_signals();
+    const VectorPtr none(vec_new("f", 1)), seven = vector_of({child_program(), "--exit", "7"});
+    zvdebug_forward(static_cast<DebugCaller>(3), nullptr);
+    cmdline_exe(none.get(), EXEC_DIRECT, 0);
+    cmdline_exe(seven.get(), 3, 0);
+    cmdline_driver(0, nullptr, nullptr, EXEC_DIRECT, nullptr);
+    db_debugger(nullptr, none.get(), false);
+    getMsgFileVersion(nullptr);
+    zvinstdir(-1);
+    package_add(nullptr, nullptr);
+    trace_use(nullptr, nullptr);
+    zvdebug_forward(DBC_QRN, "p");
+    trace_use(nullptr, "no log");
+    package_finish();
+    return warnings;
+}
+
 namespace {
 
 struct Case {
@@ -79,6 +110,9 @@ struct Case {
 // as expected. It has a fresh current directory, with the files that cases count on.
 [[noreturn]] static void run(const Case &c) {
     zvdebug_warn_hook = [](const char *text) { warnings += "; " + std::string(text); };
+    zvdebug_assert_hook = [](uint32_t, const char *condition, const char *, uint32_t) {
+        warnings += "; " + std::string(condition);
+    };
     const Scratch scratch;
     scratch.write("qrn_package.zip", "old\n");
     scratch.write("old.log", "old\n");
@@ -97,6 +131,7 @@ struct Case {
 static const Case CASES[] = {
     {"--zvdebug=,,ADT,,On:x,", "17 0 tracked kestrel-1.out -"},
     {"sdb,dwarf,alerts", "14 0 kestrel-1.out -"},
+    {"adt,out:x", "in order", accounts},
     {"--zvdebug=", "0 0 - -"},
     {"--zvdebug", "0 0 - -; unknown option \"--zvdebug\""},
     {"--zvdebug=o,one,foo", "1 0 kestrel-1.out -; unknown option \"o\"; unknown option \"foo\""},
@@ -115,6 +150,7 @@ static const Case CASES[] = {
     {"--zvdebug=num:4294967296,num",
      "0 0 - -; \"num\" option must be a decimal integer > 0, using \"1\""
      "; option \"num\", must have an argument"},
+    {"--zvdebug=assert:error,assert:ignore", "0 0 - -"},
     {"--zvdebug=assert:warning,assert:abort,assert",
      "0 3 - -; unknown argument (abort) given to assert option"
      "; option \"assert\", must have an argument"},
@@ -138,6 +174,12 @@ static const Case CASES[] = {
     {"--zvdebug=on", "--zvdebug=default,on,num:112", forwarded},
     {"--zvdebug=debug:x,alerts,out:+log.txt,zip:p,assert:error",
      "--zvdebug=out:+log.txt,zip:+p,alerts,assert:error,debug:x,num:112", forwarded},
+    {"--zvdebug=assert:warning,out:x,zip:p",
+     "; caller == DBC_QRNCC || caller == DBC_QRN || caller == DBC_DRIVER; callee != NULL"
+     "; vec_size(options) > 0; 0; options_process != NULL; argv != NULL; argv != NULL"
+     "; app != NULL; m != NULL; (path >= ZVINSTDIR_FIRST) && (path < ZVINSTDIR_LAST)"
+     "; file != NULL; gFilePath != NULL; gFile != NULL",
+     failed_assertions},
 };
 
 TEST(ZvdebugTest, Options) {
@@ -160,11 +202,24 @@ TEST(RuntimeTest, ReportsGoThroughTheAlerts) {
         {"out:no/\xc2\x9b", [] {}, 41, "141. can.t open debug-out file .no/\\?.: No such file"},
         {"assert:fatal", [] { DEBUG_ASSERT(1 == 2); }, 41, "1503. assertion failure: 1 == 2 "},
         {"assert:error", [] { DEBUG_ASSERT(1 == 2); }, 0, "1502. assertion failure: 1 == 2 "},
+        {nullptr, [] {}, 0, "1501. assertion failure: optstr != NULL "},
+        {"",
+         [] {
+             os_setenv("TEMP", child_program().c_str()); // so there are no temporaries
+             db_debugger_path = sc_strdup(child_program().c_str());
+             const VectorPtr args = vector_of({"x", "--exit", "0"});
+             db_debugger(db_debugger_path, args.get(), true);
+         },
+         0, "1501. assertion failure: cmdfile != NULL .*\n.1501. assertion failure: fp != NULL "},
         {"", [] { out_of_memory_hook(); }, 41, "296. out of memory"},
+        {"", // the clean-up runs out of memory too, and again
+         [] { (alert_exit_hook = [](int) { out_of_memory_hook(); }), out_of_memory_hook(); }, 1,
+         "^.296. out of memory\n.296. out of memory\n.296. out of memory\n$"},
     };
     for (const auto &c : cases) {
         const auto run_reported = [&c] {
             runtime_init("kestrel", [](int status) { exit(40 + status); });
+            trace_assert_mode = ASSERT_WARNING;
             zvdebug_parse(c.option);
             c.report();
             exit(0);

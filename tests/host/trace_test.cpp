@@ -2,6 +2,7 @@
 
 #include "support/log_capture.h"
 
+#include <cwchar>
 #include <gtest/gtest.h>
 #include <string>
 
@@ -89,6 +90,10 @@ TEST_F(TraceTest, FreeLinesAndAlertCopies) {
                               "f:2                 > a%s\n"
                               "f:2                 > ?b\n"
                               "ALERT> \to?ne\nf.c:3               >     two\n");
+    if (host_kind() == 0) // whose printf refuses half a character, and leaves the format
+        tracef("f", 5, "%lc", static_cast<wint_t>(0xd800));
+    EXPECT_EQ(log.take(), host_kind() == 0 ? "f:5                 >     %lc\n" : "");
+    zvdebug_assert("ignored", "f", 1);
     tracef("d\n/f", 3, "\n");
     trace("d/f", 4, "");
     EXPECT_EQ(reports,
@@ -129,11 +134,22 @@ TEST_F(TraceTest, NullsAreReportedAndSurvived) {
     trace_set_alert_src(nullptr, 0);
     trace_puts(nullptr);
     trace_args(1, nullptr);
-    EXPECT_EQ(log.take(), "(null):1            > ENTER (null)()\n");
+    void (*unchecked)(const char *, ...) = trace_printf;
+    unchecked(nullptr);
+    void (*unchecked_lines)(const char *, uint32_t, const char *, ...) = tracef;
+    unchecked_lines(nullptr, 4, nullptr);
+    trace(nullptr, 5, nullptr);
+    trace_exit(nullptr, 6, nullptr);
+    EXPECT_EQ(log.take(), "(null):1            > ENTER (null)()\n"
+                          "(null):6            > EXIT (null)()\n");
     EXPECT_EQ(reports, "1501 src != NULL\n1501 func != NULL\n1501 name != NULL\n"
                        "1501 addr != NULL\n1501 msg != NULL\n1501 alert_func != NULL\n"
                        "1501 src != NULL\n1501 str != NULL\n1501 argv != NULL\n"
-                       "1501 args != NULL\n");
+                       "1501 args != NULL\n1501 fmt != NULL\n1501 src != NULL\n"
+                       "1501 fmt != NULL\ntracef (at (null):4) contains no lines\n"
+                       "1501 src != NULL\n1501 txt != NULL\n"
+                       "trace (at (null):5) contains no lines\n"
+                       "1501 src != NULL\n1501 func != NULL\n");
 }
 
 // The header and the warning belong to the process, so these need one of their own.

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <string>
 
 namespace {
@@ -22,6 +21,17 @@ class InstallTest : public LoggedTest {
 
     void set_version(const char *slashed) {
         ASSERT_EQ(zvinstdir_set(sc_strdup(at(slashed).c_str())), 0);
+    }
+
+    // A directory as seen from `base` or, if it is not below that, from the test's own; "-" for
+    // null. With "/" and a blank after it.
+    std::string below(const char *directory, const std::string &base) const {
+        std::string text = text_of(directory);
+        for (const std::string &top : {at(base), at("")})
+            if (directory != nullptr && text.starts_with(top))
+                text.erase(0, top.size());
+        std::replace(text.begin(), text.end(), '\\', '/');
+        return directory != nullptr ? text + " " : "- ";
     }
 };
 
@@ -84,69 +94,58 @@ TEST_F(InstallTest, PointingElsewhere) {
     EXPECT_EQ(set_zvinstall_paths(), 0);
     EXPECT_EQ(zvinstdir(ZVINSTDIR_INSTALL), nullptr);
     EXPECT_EQ(reg_instdir(REG_BASE), nullptr);
+    EXPECT_TRUE(log.texts_of("registry.cpp")
+                    .ends_with("EXIT reg_instdir() -> Could not locate installation directory\n"));
 }
 
 TEST_F(InstallTest, EveryKindOfDirectory) {
     set_version("t/1.0");
-    const char *const kinds[] = {
-        "t",         "t/1.0",     "t/1.0/bin", "t/1.0/docs",   "t/1.0/include",
-        "t/1.0/etc", "t/1.0/lum", "t/1.0/kiv", "t/1.0/velasm", "t/1.0/lum-as"};
-    for (int32_t kind = 0; kind < ZVINSTDIR_LAST; kind++)
-        EXPECT_EQ(text_of(zvinstdir(kind)), at(kinds[kind])) << kind;
-    EXPECT_EQ(zvinstdir(-1), nullptr);
-    EXPECT_EQ(zvinstdir(ZVINSTDIR_LAST), nullptr);
-    EXPECT_NE(log.lines_with("EXIT zvinstdir() -> Returning concat"), "");
+    std::string kinds;
+    for (int32_t kind = -1; kind <= ZVINSTDIR_LAST; kind++)
+        kinds += below(zvinstdir(kind), "t/1.0/");
+    EXPECT_EQ(kinds, "- t t/1.0 bin docs include etc lum kiv velasm lum-as - ");
+    EXPECT_TRUE(
+        log.texts_of("zvinstdir.cpp")
+            .ends_with("ENTER zvinstdir(9)\nEXIT zvinstdir() -> Returning concatenation of \"" +
+                       at("t/1.0") +
+                       "\" and \"lum-as\"\nENTER zvinstdir(10)\n"
+                       "EXIT zvinstdir()\n"));
 }
 
-// In an installation with and without "lum", with and without a variant of the C library, under an
-// override of every type in turn.
+// In an installation with and without "lum", with and without a variant of the C library, and then
+// with an override for every type that can have one.
 TEST_F(InstallTest, EveryTypeOfDirectory) {
-    const struct {
-        int32_t type;
-        const char *subdir;
-        bool has_variants;
-        int32_t override_type; // whose override counts; 0 for none
-    } types[] = {
-        {REG_BASE, "", false, 0},
-        {REG_BIN, "/bin", false, REG_BIN},
-        {REG_LIB, "/lib", true, REG_LIB},
-        {REG_HELP, "/help", false, 0},
-        {REG_INCLUDE, "/include", false, REG_INCLUDE},
-        {REG_DAT, "/dat", false, REG_DAT},
-        {REG_SOURCES, "/sources", true, REG_SOURCES},
-        {REG_RESOURCES, "/resources", false, 0},
-        {REG_DOCS, "/docs", false, 0},
-        {REG_C_INCLUDE, "/include", true, REG_INCLUDE},
+    const auto types = [this](const std::string &base) {
+        std::string text;
+        for (int32_t type = -1; type < 12; type++)
+            text += below(reg_instdir(type), base + "/");
+        return text;
     };
-    os_mkdir_parents(at("o").c_str());
     os_mkdir_parents(at("u/2.0").c_str());
-    for (const std::string version : {"t/1.0", "u/2.0"})
-        for (const char *variant : {static_cast<const char *>(nullptr), "tiny"})
-            for (int32_t overridden = -1; overridden < 12; overridden++) {
-                set_version(version.c_str());
-                reg_set_c_stdlib(variant);
-                const auto with_it = [&](const auto &each) {
-                    return each.override_type != 0 && each.override_type == overridden;
-                };
-                EXPECT_EQ(reg_set_path(overridden, at("o").c_str()),
-                          std::any_of(std::begin(types), std::end(types), with_it));
-                for (const auto &test : types) {
-                    const std::string base = with_it(test)        ? "o"
-                                             : version == "t/1.0" ? "t/1.0/lum"
-                                                                  : version;
-                    const std::string below =
-                        variant != nullptr && test.has_variants ? "/tiny" : "";
-                    EXPECT_EQ(text_of(reg_instdir(test.type)), at(base + test.subdir + below))
-                        << test.type << " under " << overridden;
-                }
-                reg_set_path(overridden, nullptr);
-            }
+    set_version("t/1.0");
+    EXPECT_EQ(types("t/1.0/lum"), "- t/1.0/lum bin lib help include dat sources resources docs "
+                                  "- include - ");
+    set_version("u/2.0");
+    reg_set_c_stdlib("tiny");
+    EXPECT_EQ(types("u/2.0"), "- u/2.0 bin lib/tiny help include dat sources/tiny resources docs "
+                              "- include/tiny - ");
+    std::string can_be_set;
+    for (int32_t type = -1; type < 12; type++) {
+        const std::string directory = at("o/" + std::to_string(type));
+        os_mkdir_parents(directory.c_str());
+        can_be_set += std::to_string(reg_set_path(type, directory.c_str()));
+    }
+    EXPECT_EQ(can_be_set, "0011011100000"); // types 1, 2, 4, 5 and 6
     EXPECT_EQ(reg_set_path(REG_BIN, at("missing").c_str()), 0);
     EXPECT_EQ(reg_set_path(REG_BIN, scratch.write("file", "").c_str()), 0);
-    EXPECT_EQ(text_of(reg_instdir(REG_BIN)), at("u/2.0/bin"));
+    const std::string overridden = "- u/2.0 o/1/bin o/2/lib/tiny help o/4/include o/5/dat "
+                                   "o/6/sources/tiny resources docs - o/4/include/tiny - ";
+    EXPECT_EQ(types("u/2.0"), overridden);
     EXPECT_STREQ(reg_get_c_stdlib(), "tiny");
-    for (const char *none : {reg_instdir(9), reg_instdir(-1), reg_mkpath(9, "x.txt")})
-        EXPECT_EQ(none, nullptr);
+    for (int32_t type = -1; type < 12; type++)
+        reg_set_path(type, nullptr);
+    EXPECT_EQ(text_of(reg_instdir(REG_BIN)), at("u/2.0/bin"));
+    EXPECT_EQ(reg_mkpath(9, "x.txt"), nullptr);
     EXPECT_EQ(text_of(reg_mkpath(REG_HELP, "x.txt")), at("u/2.0/help/x.txt"));
     EXPECT_EQ(text_of(reg_mkpath(REG_HELP, at("no").c_str())), at("no"));
 }

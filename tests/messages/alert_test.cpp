@@ -198,7 +198,8 @@ TEST_F(AlertTest, TheSameLineIsReportedOnce) {
     line = 2;
     EXPECT_EQ(alert(MESSAGE), 1);
     alert_set_position(new_file(), &line, nullptr, nullptr);
-    EXPECT_EQ(alert(MESSAGE), 1);
+    for (line = 10; line < 500; line++) // more than the table has buckets
+        EXPECT_EQ(alert(MESSAGE) + alert(WARNING, "a", "b", 7), 2);
     line = 3; // a hidden message does not count as shown
     set_warnlevel(1);
     EXPECT_EQ(alert(WARNING, "a", "b", 7), 0);
@@ -223,6 +224,8 @@ TEST_F(AlertTest, TheObserverSeesNumberAndArguments) {
     EXPECT_EQ(seen(alert_adhoc("M", "%% %*d %.1f %s", 5, 6, 1.5, a)), "0 5 6 0 ");
     EXPECT_EQ(seen(alert_adhoc("M", "%.1f %lld %.*s", 1.5, 1LL << 31, 1, b)), "0 0 2147483648 1 ");
     EXPECT_EQ(seen(alert_adhoc("M", "%zu %s %c", size_t{2}, a, 'c')), "0 2 " + word(a) + "99 ");
+    EXPECT_EQ(seen(alert_adhoc("M", "%Lf %ju %lu", 1.0L, UINTMAX_MAX, ULONG_MAX)),
+              "0 0 " + std::to_string(UINTMAX_MAX) + " " + std::to_string(ULONG_MAX) + " ");
     EXPECT_EQ(seen(alert_text(7, "M", "%s", a)), "");
 }
 
@@ -337,10 +340,24 @@ TEST(AlertExitTest, CountsEndsAndFirstCalls) {
          },
          1, "b:20. \ntoo many errors .21.\nstatus 1$"},
         {[] { set_maxerrors(0), alert_adhoc("e", "lost"); }, 1, "^too many errors .1.\nstatus 1$"},
-        {[] { alert(FATAL, "a", "b", 7); }, 1, "^.1503. assertion failure: a .b:7. \nstatus 1$"},
+        {[] { set_maxerrors(0), alert(FATAL, "a", "b", 7); }, 1,
+         "^.1503. assertion failure: a .b:7. \nstatus 1$"},
+        {[] {
+             alert_init(); // so that the alert is the first line that the log cannot take
+             trace_use(host_fopen(child_program().c_str(), "r"), nullptr);
+             trace_flags = TRACE_ALERTS;
+             zvdebug_warn_hook = [](const char *text) { rawmsg("%s", text); };
+             alert(FATAL, "a", "b", 7);
+         },
+         1,
+         "^Unable to write to the debug-out file\n.1503. assertion failure: a .b:7. \nstatus 1$"},
         {[] { errno = ENOENT, alert_nl(141, "debug-out", "x"); }, 1,
          "^.141. can't open debug-out file \"x\": No such file or directory\nstatus 1$"},
-        {[] { alert_adhoc("f", "x"); }, 1, "^.0. x\nstatus 1$"},
+        {[] {
+             alert_set_hook([](auto...) { fputs("observed", stderr); });
+             alert_adhoc("f", "x");
+         },
+         1, "^.0. x\nstatus 1$"},
         {[] { alert_fatal(3); }, 1,
          "^.5. QRN has encountered .* following details: common_test fatal error 3\nstatus 1$"},
         {[] { exit(msgnum_valid(1503) ? 40 : 41); }, 40, "^$"},

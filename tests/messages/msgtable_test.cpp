@@ -6,6 +6,7 @@
 #include "messages/alert.h"
 #include "support/log_capture.h"
 
+#include <array>
 #include <gtest/gtest.h>
 #include <string>
 
@@ -90,6 +91,33 @@ static const LineCase LINES[] = {
     {"296\tE\t" + LONGEST + "296\tM\tx", 296, false, MSG_MESSAGE, 0, "x"},
 };
 
+TEST_F(MessageFileTest, RowsOfTheBuiltInTable) {
+    constexpr MsgRec ROWS[] = {
+        {MSG_MESSAGE, 1, "too many errors (%u)", 0},
+        {MSG_MESSAGE, 2, "error/warning (%u) generated but no description available", 0},
+        {MSG_MESSAGE, 3, "malformed error information on line * in file *", 0},
+        {MSG_FATAL, 5,
+         "QRN has encountered an internal error and must quit; provide Norvane support with the "
+         "following details: %s",
+         0},
+        {MSG_FATAL, 141, "can't open %s file \"%s\": %m", 0},
+        {MSG_FATAL, 296, BUILTIN_TEXT, 0},
+        {MSG_WARNING, 1501, ASSERTION, 0},
+        {MSG_ERROR, 1502, ASSERTION, 0},
+        {MSG_FATAL, 1503, ASSERTION, 0},
+        {MSG_ERROR, 9999,
+         "An error, warning or message was generated, but no description is available", 0},
+    };
+    load_edf(msgtable_builtin_name());
+    for (const MsgRec &expected : ROWS) {
+        const MsgRec row = msgtable_row(expected.number);
+        EXPECT_STREQ(row.text, expected.text);
+        EXPECT_EQ(row.type, expected.type) << row.text;
+        EXPECT_EQ(row.number, expected.number) << row.text;
+        EXPECT_EQ(row.level, expected.level) << row.text;
+    }
+}
+
 TEST_F(MessageFileTest, LinesOfATable) {
     for (const auto &test : LINES) {
         reports.clear();
@@ -104,7 +132,6 @@ TEST_F(MessageFileTest, LinesOfATable) {
         EXPECT_EQ(vec_elementAt(table, 297), nullptr);
         EXPECT_EQ(vec_size(table), 1504u); // whatever numbers the file has
     }
-    EXPECT_EQ(msgtable_row(1504).type, MSG_ERROR);
     EXPECT_TRUE(msgnum_valid(0) && msgnum_valid(1503));
     EXPECT_FALSE(msgnum_valid(-1) || msgnum_valid(1504));
 }
@@ -154,8 +181,13 @@ TEST_F(MessageFileTest, OpeningTakesWhatIsNewer) {
     }
     const std::string both = "\"" + builtin + "\" is not newer than \"" + path(NEWER) + "\"";
     EXPECT_NE(log.lines_with(both), "");
-    EXPECT_FALSE(open_edf(nullptr) || open_edf(path("99999999999999999_en.msgs").c_str()));
+    const std::string missing = path("99999999999999999_en.msgs");
+    EXPECT_FALSE(open_edf(nullptr) || open_edf(missing.c_str()));
+    EXPECT_TRUE(log.texts_of("alert.cpp")
+                    .ends_with("ENTER open_edf((null))\nEXIT open_edf() -> false\nENTER open_edf(" +
+                               missing + ")\nEXIT open_edf() -> false\n"));
     EXPECT_FALSE(open_edf_dir(path("missing").c_str()));
+    EXPECT_TRUE(alert_open_lang(12)); // for which there is none
     load_edf(builtin.c_str());
     EXPECT_TRUE(open_edf_dir(Scratch().directory())); // which has none
     EXPECT_EQ(alert_msgfile(), builtin);
@@ -176,6 +208,7 @@ TEST_F(MsgTableTest, Languages) {
     for (const char *name : {"FR", "french", "francais"})
         EXPECT_EQ(lang_lookup(name), 12u) << name;
     EXPECT_EQ(lang_lookup("en"), 9u);
+    EXPECT_EQ(lang_lookup("Deutsch"), 7u);
     for (const char *name : {"fra", "", ";", "German;Deutsch", static_cast<const char *>(nullptr)})
         EXPECT_EQ(lang_lookup(name), 255u);
     EXPECT_STREQ(lang_code(12), "fr");
@@ -213,16 +246,39 @@ TEST_F(MsgTableTest, TheNewestFileOfTheInstallationIsChosen) {
     EXPECT_EQ(vec_size(list.get()), 2u);
 }
 
+TEST_F(MsgTableTest, TheSearchIsLogged) {
+    make_installation();
+    const std::string file = scratch.write(native("dat/"s + NEWER).c_str(), "");
+    alert_init();
+    set_maxerrors(20);
+    const auto version_of = [](const std::string &name, const std::string &version) {
+        return "ENTER getMsgFileVersion(" + name + ")\nEXIT getMsgFileVersion() -> " + version +
+               "\n";
+    };
+    const std::string expected = "ENTER msg_filename(lnum = 255)\nENTER findMsgFiles(" + at("dat") +
+                                 ")\nlegacyMsgFile = \"en_msgs.txt\"\n"
+                                 "msgFileSuffix = \"_en.msgs\"\nFound: " +
+                                 NEWER + "\nEXIT findMsgFiles() -> numFound = 1\ncnt = 1\n" +
+                                 version_of(file, "99999999999999") +
+                                 version_of(msgtable_builtin_name(), "20230208172133") +
+                                 "EXIT msg_filename() -> \"" + file + "\"\n";
+    EXPECT_EQ(log.texts_of("msgtable_files.cpp"), expected);
+    EXPECT_EQ(log.texts_of("alert.cpp"),
+              "alert_init() done\nENTER set_maxerrors(20)\nEXIT set_maxerrors()\n");
+}
+
 TEST_F(MsgTableTest, FilesInBinGoFirstAmongEquals) {
     make_installation();
     const std::string sorted[] = {at("dat/8_a.msgs"), at("bin/7_a.msgs"), at("dat/7_c.msgs"),
                                   at("dat/7_b.msgs")};
-    const VectorPtr list(vec_new(__FILE__, __LINE__));
-    for (const uint32_t i : {3u, 1u, 2u, 0u})
-        vec_append(list.get(), sorted[i].c_str());
-    msgfile_sort(list.get());
-    for (uint32_t i = 0; i < std::size(sorted); i++)
-        EXPECT_EQ(vec_at<const char>(list.get(), i), sorted[i]);
+    for (const auto &order : {std::array{3u, 1u, 2u, 0u}, std::array{0u, 2u, 1u, 3u}}) {
+        const VectorPtr list(vec_new(__FILE__, __LINE__));
+        for (const uint32_t i : order)
+            vec_append(list.get(), sorted[i].c_str());
+        msgfile_sort(list.get());
+        for (uint32_t i = 0; i < std::size(sorted); i++)
+            EXPECT_EQ(vec_at<const char>(list.get(), i), sorted[i]);
+    }
 }
 
 // A copy of the tool says from where it has the text of a message.
@@ -239,12 +295,22 @@ TEST_F(MsgTableTest, FilesBesideTheProgramAndInTheCurrentDirectoryAreNextInLine)
         EXPECT_EQ(read_all(output), "(141) " + directory + ", debug-out, missing/log\n");
         os_pclose(output);
     }
+    os_mkdir_parents("tools");
+    const std::string elsewhere = native_join("tools", os_basename(copy.c_str()));
+    std::filesystem::copy_file(built, elsewhere);
+    os_pclose(os_popenv(elsewhere.c_str(), "--zvdebug=on,out:log,out:missing/log", nullptr));
+    EXPECT_NE(read_file("log").find("EXIT set_zvinstall_paths() -> ERROR - the application is not "
+                                    "running from a 'bin' directory"),
+              std::string::npos);
 }
 
 TEST_F(MsgTableTest, TheFirstFileSettlesTypesAndIsReported) {
     const std::string file = scratch.write("file", "296\tM\tvoll\n");
     EXPECT_EXIT((open_edf(file.c_str()), exit(msgtable_row(296).type == MSG_FATAL ? 40 : 41)),
                 testing::ExitedWithCode(40), "^$"); // is not the first
+    EXPECT_EXIT((load_edf(scratch.write("file", "#\n\n").c_str()), exit(40)),
+                testing::ExitedWithCode(40), // before there is a hook
+                "^Malformed error information on line 2, in file .null.\n$");
     make_installation();
     // A directory lists like a message file, but cannot be read as one.
     const std::string newer = at("dat/"s + NEWER);
@@ -261,5 +327,7 @@ TEST_F(MsgTableTest, TheFirstFileSettlesTypesAndIsReported) {
     EXPECT_EXIT(first(), testing::ExitedWithCode(40),
                 "^f: Malformed error information on line 4, in file .null.\n\nNon line .*: voll\n");
     EXPECT_EXIT(alert_fatal(7), testing::ExitedWithCode(7), "\nnur .* fatal error 7\n");
-    EXPECT_EXIT(alert_fatal(0), testing::ExitedWithCode(1), "\nnur .* fatal error 0\n");
+    EXPECT_EXIT(
+        (alert_init(), trace_use(stderr, nullptr), alert_fatal(0)), testing::ExitedWithCode(1),
+        "ENTER alert_fatal.* fatal error 0.\nnur .* fatal error 0\n.*EXIT alert_fatal..\n$");
 }

@@ -232,16 +232,31 @@ ls -ld dir/zv | cut -c 1-10
 mv dir/zv/* dir; rm dir/to; find dir reg* -type f | sort
 -
 expect '1
+1
 5' <<'-'
-TEMP=$PWD/to $child --temps || echo $?
+for no in "$PWD/to" /proc; do TEMP=$no $child --temps || echo $?; done
 TEMP=$PWD/to $child --temps "$PWD" | grep -c "^$PWD/zvA"
 -
-# The directory cannot be listed, so its contents are unknown.
+# The directories cannot be listed, so their contents are unknown.
 can $nobody $child --exit 0 && expect 'a
-to' <<'-'
-mkdir dir/a
-chmod 333 dir
-$nobody $child --rmtree dir && chmod 755 dir && ls dir
+to
+empty' <<'-'
+mkdir dir/a empty
+chmod 333 dir empty
+$nobody $child --rmtree dir && $nobody $child --rmtree empty && chmod 755 dir && ls dir && ls -d empty
+-
+
+# --- Packages
+
+# What a user may not write to: each step fails, and is warned about.
+can $nobody $child --exit 0 && expect 'ZVDEBUG (warning): Unable to add archive "go" (from "go") to package zip (p)
+ZVDEBUG (warning): Unable to covert package zip file (p) reader to a writer to append "go"
+ZVDEBUG (warning): Unable to end package zip (p) after adding "go"
+ZVDEBUG (warning): Unable to finalize package zip (p) after adding "go"
+same' <<'-'
+echo >go && $child --log zip:+p && cp p old && chmod 644 p
+$nobody $child --log zip:+p 2>&1 | LC_ALL=C sort -u
+cmp p old && echo same
 -
 
 # --- The tool

@@ -40,6 +40,11 @@ TEST(OsTemp, BaseNamesAndRemovalAtExit) {
     }
     for (const auto &[name, value] : before)
         os_setenv(name, value.c_str());
+    os_remove_at_exit(nullptr);
+    os_rmdir_at_exit(nullptr);
+    const char *const tool = std::exchange(host_tool_name, "a new\ttool");
+    EXPECT_TRUE(std::string(os_basename(os_tempname_plain().get())).starts_with("a_new_tool_tmp_"));
+    host_tool_name = tool;
 }
 
 TEST(OsTempDeathTest, ForkedCopiesLeaveThemAlone) {

@@ -84,4 +84,8 @@ TEST(OsTime, EnvironmentAndZone) {
     const time_t summer = 1721044800; // 2024-07-15 12:00 UTC
     EXPECT_EQ(localtime(&winter)->tm_hour, 12);
     EXPECT_EQ(localtime(&summer)->tm_hour, 13);
+    os_setenv("TZ", "UTC0");
+    os_time(nullptr); // sets the zone once only
+    EXPECT_STREQ(getenv("TZ"), "UTC0");
+    os_setenv("TZ", "EST0EDT");
 }

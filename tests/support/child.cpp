@@ -49,11 +49,10 @@ static int debug(const char *script, char **program) {
     return 9;
 }
 
-// Packs a file when it is there, and logs long lines.
+// Packs a file, and logs long lines, when nobody holds the lock of the file.
 static int log_along(const char *zvdebug) {
     zvdebug_parse(zvdebug);
-    while (!os_exists("go")) {
-    }
+    host_unlock(host_lock("go"));
     for (int i = 0; i < 8; i++)
         package_add_file("go");
     for (int i = 0; i < 40; i++)
@@ -160,6 +159,7 @@ int main(int argc, char **argv) {
         {"--inherited", [](char **a) { return host_dup(atoi(a[0])) != -1 ? 1 : 0; }},
         {"--log", [](char **a) { return log_along(a[0]); }},
         {"--mkdir", [](char **a) { return os_mkdir(a[0]); }},
+        {"--name", [](char **a) { return printf("%s\n%s\n", a[-2], a[0]) < 0 ? 1 : 0; }},
         {"--opened", [](char **a) { return next_descriptor(a[0]); }},
         {"--orphan", [](char **a) { return orphan(a[0]); }},
         {"--raise", [](char **a) { return raise(atoi(a[0])); }},

@@ -26,6 +26,16 @@ class LogCapture {
         return found;
     }
 
+    // What the functions of a source file wrote, without locations and indents.
+    static std::string texts_of(const std::string &source) {
+        std::istringstream lines(lines_with(source + ":"));
+        std::string texts;
+        for (std::string line; std::getline(lines, line);)
+            if (line.starts_with(source))
+                texts += line.substr(line.find_first_not_of(' ', line.find("> ") + 1)) + "\n";
+        return texts;
+    }
+
     // What was written since the last call.
     std::string take() {
         fseek(trace_log(), taken, SEEK_SET);
