@@ -5,6 +5,7 @@
 #include "platform/osdep.h"
 
 #include <cstdint>
+#include <string_view>
 
 // The first argument as it came; null without any.
 extern const char *program_name;
@@ -17,6 +18,10 @@ extern int32_t task_limit;
 
 // Whether a check looks for files that the manifest does not list.
 extern bool extra_wanted;
+
+// Writes to standard output, unless that has failed before: what follows a lost piece would seem
+// complete.
+void print(std::string_view text);
 
 // Flushes standard output; false if writing to it has failed now or before, which the first time is
 // reported on standard error.
