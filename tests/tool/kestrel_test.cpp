@@ -133,6 +133,31 @@ TEST(KestrelOptions, HelpAndComplaints) {
         EXPECT_EQ(kestrel(c.arguments), c.outcome) << testing::PrintToString(c.arguments);
     EXPECT_FALSE(os_exists(native_join(inst.tree.c_str(), "manifest").c_str()));
     EXPECT_EQ(inst.run({"-c"}), inst.verdict(false)) << "no manifest";
+
+    const struct {
+        const char *argument, *meant; // "" for one that is ignored
+    } slips[] = {{"--extras", "extra"},
+                 {"-extra", "extra"},
+                 {"---EXTRA", "extra"},
+                 {"--extra=yes", "extra"},
+                 {"--xtra", "extra"},
+                 {"--extra\x1b", "extra"},
+                 {"--repor", "report"},
+                 {"--reprot=x", "report"},
+                 {"--version=1", "version"},
+                 {"--repost=x", "report"},
+                 {"extra", ""},
+                 {"--extract", ""},
+                 {"--reprto", ""},
+                 {"--xetar", ""},
+                 {"--", ""},
+                 {"--zvdebugX=num:2", ""}};
+    for (const auto &[argument, meant] : slips) {
+        const std::string text = std::string("Argument \"") + str_printable(argument).get() +
+                                 "\" is not an option; is --" + meant + " meant?\n";
+        EXPECT_EQ(kestrel({argument, "-h"}),
+                  *meant != '\0' ? (Outcome{1, "", text}) : (Outcome{0, help, ""}));
+    }
 }
 
 TEST(KestrelOptions, ManifestIsWrittenAndChecked) {
@@ -406,6 +431,8 @@ TEST(KestrelLog, EveryRunSaysHowItEnded) {
         {{"-h"}, 0, {}, "main()"},
         {{"-c"}, 1, {"Installation directory was not specified"}, "main()"},
         {{tree}, 1, {"-> No generate/check/range check option was given"}},
+        {{tree, "--Extra"}, 1, {"-> Argument \"--Extra\" is not an option; is --extra meant?"}},
+        {{tree, manifest, "-c", "--report", "-q"}, 1, {"Argument \"-q\" was ignored"}},
         {{tree, "-g", "-c"}, 1, {"-> Both the generate and check options were given"}},
         {{no_tree, "-g"}, 1, {nowhere}},
         {{no_tree, "-c"}, 1, {nowhere}},
