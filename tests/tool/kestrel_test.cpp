@@ -181,6 +181,20 @@ TEST(KestrelOptions, ManifestIsWrittenAndChecked) {
     host_chdir(before.get());
 }
 
+// Pipes can be opened once only. That the writer has ended must not matter for standard input.
+TEST(KestrelOptions, WordsMayComeFromPipes) {
+    if (os_kind() != 0)
+        GTEST_SKIP() << "there is no shell here";
+    const Installation inst("dir", 5);
+    inst.generate();
+    for (const auto &[script, argument] :
+         {std::pair("mkfifo p; echo -c --tasks=@no >p &", "@p"),
+          {"echo -c >p & exec <p; wait", "@/dev/stdin"},
+          {"echo -c >r; exec <r", "@/dev/stdin"},
+          {"echo @p >r; echo -c >p &", "@r"}})
+        EXPECT_EQ(inst.run({argument, "--tasks=2"}, script), inst.verdict(true)) << script;
+}
+
 // --- Checking
 
 // The manifest does not depend on them, nor on whether they can be started: a program that is gone
