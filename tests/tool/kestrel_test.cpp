@@ -1,6 +1,7 @@
 // The tool seen from outside, and the division of its work.
 #include "kestrel/tasks.h"
 #include "manifest/shahash.h"
+#include "support/files.h"
 #include "support/log_capture.h"
 #include "tool/tool.h"
 
@@ -187,12 +188,37 @@ TEST(KestrelOptions, WordsMayComeFromPipes) {
         GTEST_SKIP() << "there is no shell here";
     const Installation inst("dir", 5);
     inst.generate();
-    for (const auto &[script, argument] :
-         {std::pair("mkfifo p; echo -c --tasks=@no >p &", "@p"),
-          {"echo -c >p & exec <p; wait", "@/dev/stdin"},
-          {"echo -c >r; exec <r", "@/dev/stdin"},
-          {"echo @p >r; echo -c >p &", "@r"}})
+    for (const auto &[script, argument] : {std::pair("mkfifo p; echo -c --tasks=@no >p &", "@p"),
+                                           {"echo -c >p & exec <p; wait", "@/dev/stdin"},
+                                           {"echo -c >r; exec <r", "@/dev/stdin"},
+                                           {"echo @p >r; echo -c >p &", "@r"}})
         EXPECT_EQ(inst.run({argument, "--tasks=2"}, script), inst.verdict(true)) << script;
+}
+
+TEST(KestrelOptions, ComplaintsShowPathsOfAnyLength) {
+    const Installation inst("dir", 0);
+    const std::string name(200, 'n');
+    std::string far = inst.top, deep = ".";
+    for (int i = 0; i < 30; i++)
+        far = native_join(far.c_str(), name.c_str());
+    const Outcome outcome = kestrel({"-g", "--instdir=" + inst.tree, "--manifest=" + far});
+    EXPECT_TRUE(outcome.err.starts_with("Cannot write file \"" + far + "\": ")) << outcome;
+    if (os_kind() != 0)
+        return;
+    // Deeper than a full path can be, so it is made and removed from within.
+    const Inside tree(inst.tree);
+    for (int i = 0; i < 20; i++, deep += "/" + name)
+        EXPECT_TRUE(host_mkdir(name.c_str()) && host_chdir(name.c_str()));
+    const std::string link(60, 'l'), odd(40, '\\');
+    make_link("gone", link, false);
+    EXPECT_EQ(inst.run({"-g"}), (Outcome{1, inst.announced("Generating"),
+                                         "!! Cannot open file \"" + deep + "/" + link + "\"\n"}));
+    EXPECT_TRUE(host_rename_new(link.c_str(), odd.c_str()));
+    EXPECT_EQ(inst.run({"-g"}), inst.not_generated("The name of file \"" + deep + "/" + odd +
+                                                   "\" cannot be written to a manifest\n"));
+    host_remove(odd.c_str());
+    while (host_chdir("..") && host_rmdir(name.c_str())) {
+    }
 }
 
 // --- Checking
