@@ -1,8 +1,10 @@
 #include "kestrel/progress.h"
 
+#include "manifest/filedigests.h"
 #include "tool/tool.h"
 
 #include <new>
+#include <utility>
 
 TEST(KestrelProgress, LinesSayHowFarARunIs) {
     const struct {
@@ -24,6 +26,11 @@ TEST(KestrelProgress, LinesSayHowFarARunIs) {
 }
 
 // Memory as a parent shares it with its tasks.
+static ProgressTally *new_tally(std::string *name) {
+    void *memory = host_make_shared(sizeof(ProgressTally), name);
+    return memory != nullptr ? new (memory) ProgressTally{} : nullptr;
+}
+
 TEST(KestrelProgress, TasksCountAndTakeTheLineAwayIfThereIsOne) {
     const Installation inst("dir", 3);
     inst.add("f2", std::string(100000, 'x'));
@@ -31,7 +38,7 @@ TEST(KestrelProgress, TasksCountAndTakeTheLineAwayIfThereIsOne) {
     Installation::write(inst.manifest, joined(lines, "\n") + lines[0].substr(0, 68) + "d\n");
     host_mkdir(native_join(inst.tree.c_str(), "d").c_str());
     std::string name;
-    auto *tally = new (host_make_shared(sizeof(ProgressTally), &name)) ProgressTally{};
+    ProgressTally *tally = new_tally(&name);
     ASSERT_NE(tally, nullptr);
     EXPECT_EQ(inst.run({"--progress=" + name, "--check=0,0,2"}), (Outcome{0, "", ""}));
     EXPECT_EQ(tally->files, 3u);
@@ -52,6 +59,26 @@ TEST(KestrelProgress, TasksCountAndTakeTheLineAwayIfThereIsOne) {
     }
     for (const char *other : {"gone", "1", "", "-1"}) // none of memory
         EXPECT_EQ(inst.run({std::string("--progress=") + other, "--check=0,0,2"}).status, 0);
+}
+
+static uint64_t hooked;
+
+TEST(KestrelProgress, LeavesTheHookAsItWas) {
+    std::string name;
+    const ProgressTally *tally = new_tally(&name);
+    ASSERT_NE(tally, nullptr);
+    const auto before = std::exchange(hashing_hook, [](uint64_t bytes) { hooked += bytes; });
+    const auto own = hashing_hook;
+    progress_begin_task(name.c_str());
+    hashing_hook(5);
+    EXPECT_EQ(tally->bytes, 5u);
+    progress_end();
+    progress_end();
+    EXPECT_EQ(hashing_hook, own);
+    hashing_hook(2);
+    EXPECT_EQ(hooked, 7u);
+    EXPECT_EQ(tally->bytes, 5u);
+    hashing_hook = before;
 }
 
 // Runs a copy of the program that draws all the time, on a terminal of its own; what that gets.
@@ -103,6 +130,10 @@ TEST(KestrelProgress, IsShownInTheForegroundAndTakenAway) {
         {"$K -c --tasks=2", good, passed, '3'},
         {"TERM=dumb $K -c --tasks=2", good, passed, 0},
         {"$K -c --tasks=1", good + directory, checking + "!! Cannot open file \"./d\"\n", '5'},
+        {"$K -c --tasks=1 --report", good + directory,
+         checking + "unreadable\t6\t.\\d\tIs a directory\nend\t6\t5 good, 0 different, 0 missing, "
+                    "1 unreadable, 0 malformed, 0 outside, 0 unchecked\nVerification failed\n",
+         '5'},
         {"stty tostop; set -m; $K -c --tasks=2 >out & wait $!; cat out", good, passed, 0},
     };
     for (const auto &c : cases) {
