@@ -104,7 +104,9 @@ TEST(CmdlineTest, WhatCannotBeReadOrNeverEndsIsKept) {
         EXPECT_NE(host_fileno(next.get()), 0) << odd;
     }
 
+    host_freopen(scratch.write("input", "x").c_str(), "r", stdin);
     EXPECT_EQ(expand({os_kind() == 0 ? "@/dev/null" : "@NUL", "b"}), Words{"b"});
+    EXPECT_EQ(getc(stdin), EOF);
 
     const std::string self = "@" + scratch.path("self");
     const std::string other = response_file("b " + self);

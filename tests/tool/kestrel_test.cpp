@@ -149,7 +149,7 @@ TEST(KestrelOptions, HelpAndComplaints) {
                  {"--repost=x", "report"},
                  {"extra", ""},
                  {"--extract", ""},
-                 {"--reprto", ""},
+                 {"--rexxrt", ""},
                  {"--xetar", ""},
                  {"--", ""},
                  {"--zvdebugX=num:2", ""}};
@@ -243,9 +243,10 @@ TEST(KestrelTasks, AnyNumberOfThemWritesTheSameManifest) {
     // What a task does.
     const std::string list = native_join(inst.top.c_str(), "list"), digests = list + "d";
     Installation::write(list, "f1\nlong\ngone\nf2\nf3\n");
-    EXPECT_EQ(kestrel({"--instdir=" + inst.tree, "--manifest=" + list, "--check=0,1,3",
-                       "--digests=" + digests}),
-              (Outcome{0, "", ""}));
+    const Inside top(inst.top);
+    EXPECT_EQ(
+        kestrel({"--instdir=" + inst.tree, "--manifest=list", "--check=0,1,3", "--digests=listd"}),
+        (Outcome{0, "", ""}));
     const std::string results = read_file(digests);
     ASSERT_EQ(results.size(), 3 * sizeof(FileDigest));
     FileDigest got[3];
