@@ -12,10 +12,17 @@
 #include <string_view>
 #include <unordered_set>
 
-// The form in which paths of a manifest compare: normalised, and without regard to case where the
-// host has none.
-static std::string comparable(const char *path) {
-    std::string text = os_normalise(shahash_native_path(path).c_str()).get();
+// A path with the separator that the host writes.
+static std::string separated(std::string path) {
+    const PathStyle &style = host_path_style();
+    for (char &c : path)
+        c = path_is_separator(style, c) ? style.separator : c;
+    return path;
+}
+
+// The form in which paths compare: normalised, and without regard to case where the host has none.
+static std::string comparable(const std::string &path) {
+    std::string text = os_normalise(separated(path).c_str()).get();
     const PathStyle &style = host_path_style();
     if (text.size() > 2 && text[0] == '.' && text[1] == style.separator)
         text.erase(0, 2);
@@ -28,9 +35,8 @@ namespace {
 
 class ExtraVisitor : public TreeVisitor {
   public:
-    std::unordered_set<std::string> listed; // by the manifest, comparable
+    std::unordered_set<std::string> listed; // by the manifest, or not extra; comparable
     std::unordered_set<std::string> places; // where paths with ".." lead
-    FileIdentity manifest = {};             // which is not extra
     bool passed = true;
 
     bool entry(const char *, const char *) override { return true; }
@@ -38,7 +44,7 @@ class ExtraVisitor : public TreeVisitor {
     bool file(const char *path, OwnedString name, const HostStat *found) override {
         if (found == nullptr && errno == EACCES)
             return denied(path, name.get());
-        if (!is_listed(path, name.get()) && !is_manifest(path) && !report_is_in(path))
+        if (!is_listed(path, name.get()))
             add(name.get());
         return true;
     }
@@ -65,15 +71,10 @@ class ExtraVisitor : public TreeVisitor {
 
   private:
     bool is_listed(const char *path, const char *name) const {
-        if (listed.contains(comparable(name)))
+        if (listed.contains(comparable(shahash_native_path(name))))
             return true;
         const OwnedString place = places.empty() ? nullptr : host_real_path(path);
         return place != nullptr && places.contains(place.get());
-    }
-
-    bool is_manifest(const char *path) const {
-        FileIdentity found;
-        return host_file_identity(path, &found) && found == manifest;
     }
 
     void add(const char *name) {
@@ -85,15 +86,48 @@ class ExtraVisitor : public TreeVisitor {
 
 } // namespace
 
-// Behind a link ".." leads elsewhere than the text says.
+// Whether ".." is one of the components of a path: behind a link it leads elsewhere than the text
+// says.
+static bool climbs(const std::string &path) {
+    const char separator = host_path_style().separator;
+    const std::string text = separator + separated(path) + separator;
+    return text.find(std::string{separator, '.', '.', separator}) != text.npos;
+}
+
 static void add_line(ExtraVisitor &visitor, std::string_view line) {
     ManifestLine fields;
     if (!shahash_parse_line(line, &fields))
         return;
-    if (fields.path.find("..") == fields.path.npos)
-        visitor.listed.insert(comparable(fields.path.c_str()));
-    else if (const OwnedString place = host_real_path(shahash_native_path(fields.path).c_str()))
+    const std::string path = shahash_native_path(fields.path);
+    if (!climbs(path))
+        visitor.listed.insert(comparable(path));
+    else if (const OwnedString place = host_real_path(path.c_str()))
         visitor.places.insert(place.get());
+}
+
+// What is not extra: a path below the directory `top`, which the walk finds by the rest of it.
+static void add_below(ExtraVisitor &visitor, const std::string &path, const char *top) {
+    const PathStyle &style = host_path_style();
+    std::string start(top, path_trimmed_length(style, top));
+    if (!path_is_separator(style, start.back()))
+        start += style.separator;
+    if (path.starts_with(start) && !climbs(path.substr(start.size())))
+        visitor.listed.insert(comparable(path.substr(start.size())));
+}
+
+// A file of this run is not extra as it is given, at its place without the directory's links, and
+// where it leads in the end. All other names of it are.
+static void add_own(ExtraVisitor &visitor, const char *given, const char *instdir) {
+    add_below(visitor, given, instdir);
+    const OwnedString top = host_real_path(".");
+    const std::string path = separated(given);
+    const std::string name = os_basename(path.c_str());
+    const OwnedString directory = host_real_path(path.substr(0, path.size() - name.size()).c_str());
+    const OwnedString target = host_real_path(given);
+    if (top != nullptr && directory != nullptr)
+        add_below(visitor, os_join(directory.get(), name.c_str()).get(), top.get());
+    if (top != nullptr && target != nullptr)
+        add_below(visitor, target.get(), top.get());
 }
 
 bool find_extra_files(const char *manifest, const char *instdir) {
@@ -105,7 +139,9 @@ bool find_extra_files(const char *manifest, const char *instdir) {
     if (file == nullptr)
         return TRACE_RESULT(false, "%s", failure);
     ExtraVisitor visitor;
-    visitor.manifest = subject.manifest.identity;
+    add_own(visitor, manifest, instdir);
+    if (report_path() != nullptr)
+        add_own(visitor, report_path(), instdir);
     for (std::string_view line; !(line = shahash_next_line(file.get())).empty();)
         add_line(visitor, line);
     if (ferror(file.get()) != 0) {

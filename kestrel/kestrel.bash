@@ -10,7 +10,7 @@ _kestrel() {
     case $before in
     # Left to bash's own completion of files, which knows about quotes.
     =--instdir) compopt -o dirnames +o default ;;
-    =--digests | =--manifest | =--progress | =--report | =--zvdebug) ;;
+    =--digests | =--manifest | =--report | =--zvdebug) ;;
     =*) compopt +o default ;;
     @*)
         compopt -o filenames

@@ -43,23 +43,33 @@ static bool begin_report(const Options &options) {
                                                  : options.manifest);
 }
 
-static void report_ignored(const Options &options) {
+// What is not done although it was asked for; false if a run with a report fails for it.
+static bool is_heeded(const Options &options) {
+    if (!options.report)
+        return true;
+    bool heeded = true;
+    const auto ignored = [&heeded](const char *text) {
+        TRACE_MESSAGE("%s", text);
+        heeded = false;
+    };
     if (extra_wanted && !options.check)
-        report_error("--extra is for -c, and was ignored");
+        ignored(report_error("--extra is for -c, and was ignored"));
     for (const char *argument : options.ignored)
-        report_error("Argument \"%s\" was ignored", argument);
+        ignored(report_error("Argument \"%s\" was ignored", argument));
+    return heeded;
 }
 
-// The whole report of a run that does nothing.
+// The whole report of a run that does nothing; no `reason` if it is not one.
 static void report_refusal(const Options &options, const char *reason) {
-    report_error("%s", reason);
-    report_ignored(options);
+    if (reason != nullptr)
+        report_error("%s", reason);
+    is_heeded(options);
     report_end_check();
 }
 
 static void print_verdict(bool passed) {
     if (verbose != 0)
-        printf("Verification %s\n", passed ? "passed" : "failed");
+        print(passed ? "Verification passed\n" : "Verification failed\n");
 }
 
 static Ending generate(const Options &options) {
@@ -69,15 +79,15 @@ static Ending generate(const Options &options) {
               stderr);
         return {1, "Both the generate and check options were given"};
     }
-    const bool generated = generate_manifest(options.manifest, options.instdir);
-    report_ignored(options);
+    const bool generated =
+        is_heeded(options) && generate_manifest(options.manifest, options.instdir);
     const bool written = report_end_generate();
     if (!generated) {
         fputs("There was a problem generating the manifest file\n", stderr);
         return {1, "Could not create manifest"};
     }
     if (verbose != 0)
-        puts("Manifest file successfully created");
+        print("Manifest file successfully created\n");
     return {written ? 0 : 1, "Manifest was successfully created"};
 }
 
@@ -100,7 +110,7 @@ static Ending check(const Options &options) {
         TRACE_MESSAGE("Verification %s", passed ? "passed" : "failed");
     }
     progress_end();
-    report_ignored(options);
+    passed = is_heeded(options) && passed;
     const bool written = report_end_check();
     print_verdict(passed);
     return {passed && written ? 0 : 1};
@@ -114,9 +124,7 @@ static Ending hash(const Options &options) {
         hash_list_range(options.manifest, options.position, static_cast<uint32_t>(options.start),
                         static_cast<uint32_t>(options.end), options.digests);
     progress_end();
-    report_ignored(options);
-    const bool written = report_end_check();
-    return {hashed && written ? 0 : 1};
+    return {hashed ? 0 : 1};
 }
 
 static Ending run(const Options &options) {
@@ -135,9 +143,11 @@ int main(int argc, char **argv) {
 
     Options options;
     bool sound = true;
-    for (const char *argument : VecEach<const char>(arguments))
-        if (sound)
-            sound = read_option(argument, options);
+    for (const char *argument : VecEach<const char>(arguments)) {
+        sound = read_option(argument, options);
+        if (!sound)
+            break;
+    }
     vec_free(arguments);
     if (sound && options.instdir == nullptr) {
         print_usage();
@@ -149,7 +159,7 @@ int main(int argc, char **argv) {
             report_refusal(options, "Installation directory was not specified");
         cleanup(1);
     }
-    Ending ending = {1, "Invalid syntax for --check option"};
+    Ending ending = {1, options.refusal};
     if (options.report && !begin_report(options))
         ending.result = "Could not write the report";
     else if (sound)

@@ -7,6 +7,7 @@
 #include "kestrel/steps.h"
 #include "platform/osdep.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -42,7 +43,7 @@ static bool read_help(const char *, Options &) {
 }
 
 static bool read_version(const char *, Options &) {
-    puts("kestrel " KESTREL_VERSION);
+    print("kestrel " KESTREL_VERSION "\n");
     cleanup(0);
 }
 
@@ -71,6 +72,7 @@ static bool read_range(const char *value, Options &options) {
     const char *second = first != nullptr ? strchr(first + 1, ',') : nullptr;
     if (second == nullptr) {
         fputs("Invalid syntax for option: --check\n", stderr);
+        options.refusal = "Invalid syntax for --check option";
         return false;
     }
     options.position = str_to_int32(value);
@@ -83,7 +85,7 @@ static bool read_range(const char *value, Options &options) {
 }
 
 static bool read_digests(const char *value, Options &options) {
-    options.digests = value;
+    options.digests = absolute_path(value);
     TRACE_MESSAGE("Digests file set to \"%s\"", options.digests);
     return true;
 }
@@ -127,6 +129,7 @@ struct Option {
     std::string_view name; // a value follows a name that ends in "="
     const char *help;      // null for one that the help text leaves out
     bool (*read)(const char *value, Options &options);
+    bool is_guarded = false; // a slip in it is refused: without it the check would say less
 };
 
 } // namespace
@@ -150,15 +153,62 @@ static constexpr Option OPTIONS[] = {
      "automatically",
      read_tasks},
     {"--help", "Display this help text", read_help},
-    {"--version", nullptr, read_version},
-    {"--report", nullptr, read_report},
-    {"--report=", nullptr, read_report_file},
-    {"--extra", nullptr, read_extra},
+    {"--version", nullptr, read_version, true},
+    {"--report", nullptr, read_report, true},
+    {"--report=", nullptr, read_report_file, true},
+    {"--extra", nullptr, read_extra, true},
     {"--check=", nullptr, read_range},
     {"--digests=", nullptr, read_digests},
     {"--progress=", nullptr, read_progress},
     {"--zvdebug=", nullptr, pass_over},
 };
+
+// Whether the texts are equal, or one letter more, less or other, or two neighbours exchanged, make
+// them so.
+static bool is_near(std::string_view a, std::string_view b) {
+    while (!a.empty() && !b.empty() && a.front() == b.front()) {
+        a.remove_prefix(1);
+        b.remove_prefix(1);
+    }
+    while (!a.empty() && !b.empty() && a.back() == b.back()) {
+        a.remove_suffix(1);
+        b.remove_suffix(1);
+    }
+    return (a.size() <= 1 && b.size() <= 1) ||
+           (a.size() == 2 && b.size() == 2 && a[0] == b[1] && a[1] == b[0]);
+}
+
+// The letters of an argument's name: without hyphens before it, "=" and a value, and case.
+static std::string letters_of(std::string_view argument) {
+    argument = argument.substr(0, argument.find('='));
+    argument.remove_prefix(std::min(argument.find_first_not_of('-'), argument.size()));
+    std::string letters(argument);
+    os_strlwr(letters.data());
+    return letters;
+}
+
+// The guarded option that an argument is a slip in; null if it is in none.
+static const Option *slip_in(std::string_view argument) {
+    if (argument.starts_with('-'))
+        for (const Option &option : OPTIONS)
+            if (option.is_guarded && is_near(letters_of(argument), letters_of(option.name)))
+                return &option;
+    return nullptr;
+}
+
+// Arguments that are not options are ignored, but the debug log takes any that begins like its own.
+static bool read_unknown(const char *argument, Options &options) {
+    const Option *const meant = slip_in(argument);
+    if (meant == nullptr) {
+        if (!std::string_view(argument).starts_with("--zvdebug"))
+            options.ignored.push_back(argument);
+        return true;
+    }
+    options.refusal = sc_format("Argument \"%s\" is not an option; is --%s meant?",
+                                str_printable(argument).get(), letters_of(meant->name).c_str());
+    fprintf(stderr, "%s\n", options.refusal);
+    return false;
+}
 
 bool read_option(const char *argument, Options &options) {
     const std::string_view text = argument;
@@ -167,27 +217,26 @@ bool read_option(const char *argument, Options &options) {
         if (with_value ? text.starts_with(option.name) : text == option.name)
             return option.read(argument + option.name.size(), options);
     }
-    options.ignored.push_back(argument);
-    return true;
+    return read_unknown(argument, options);
 }
 
 void print_usage() {
-    puts("Norvane Kestrel V" KESTREL_VERSION);
-    puts("Copyright (c) 2023 Norvane\n");
-    puts("Options:");
+    print("Norvane Kestrel V" KESTREL_VERSION "\n"
+          "Copyright (c) 2023 Norvane\n\n"
+          "Options:\n");
     for (const Option &option : OPTIONS) {
         const std::string name =
             std::string(option.name) + (option.name.ends_with('=') ? "<argument>" : "");
         if (option.help != nullptr)
-            printf("  %-25s    %s\n", name.c_str(), option.help);
+            print(sc_format("  %-25s    %s\n", name.c_str(), option.help));
     }
-    puts("\n\n"
-         "Example usage:\n"
-         "  To generate a new manifest file named \"foo\" for the files under the directory "
-         "\"bar\", use;\n"
-         "    kestrel -v -g --manifest=foo --instdir=bar\n"
-         "\n"
-         "  To check hashes in manifest file \"foo\" against the files under the directory "
-         "\"bar\", use;\n"
-         "    kestrel -v -c --manifest=foo --instdir=bar\n");
+    print("\n\n"
+          "Example usage:\n"
+          "  To generate a new manifest file named \"foo\" for the files under the directory "
+          "\"bar\", use;\n"
+          "    kestrel -v -g --manifest=foo --instdir=bar\n"
+          "\n"
+          "  To check hashes in manifest file \"foo\" against the files under the directory "
+          "\"bar\", use;\n"
+          "    kestrel -v -c --manifest=foo --instdir=bar\n\n");
 }

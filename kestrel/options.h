@@ -20,10 +20,11 @@ struct Options {
     bool report = false;
     const char *report_file = nullptr; // null: standard output
     std::vector<const char *> ignored; // arguments that are not options
+    const char *refusal = nullptr;     // why the run cannot be begun, for the log and the report
 };
 
-// Reads one argument; false, after a message, if it is malformed. Help and version are printed at
-// once, and end the run.
+// Reads one argument; false, after a message and with the `refusal`, if it is malformed or a slip.
+// Help and version are printed at once, and end the run.
 bool read_option(const char *argument, Options &options);
 
 void print_usage();

@@ -1,6 +1,5 @@
 #include "kestrel/progress.h"
 
-#include "containers/stringcache.h"
 #include "manifest/filedigests.h"
 #include "manifest/shahash.h"
 #include "platform/osdep.h"
@@ -10,24 +9,25 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <string>
-#include <vector>
 
-using Clock = std::chrono::steady_clock;
-using Seconds = std::chrono::duration<double>;
+ProgressPace progress_pace = {1, 0.2};
 
-static constexpr Seconds SILENCE(1);    // that a run begins with
-static constexpr Seconds INTERVAL(0.2); // between two drawings
-
-static bool is_on = false;        // the line is shown, sooner or later
-static FILE *task_file = nullptr; // where a task counts
-static std::vector<const char *> task_paths;
-static Clock::time_point began;
-static Clock::time_point next;
-static ProgressCounts own;
-static uint64_t total_lines;
-static bool is_drawn = false;
+static bool is_on = false;             // this process shows the line, sooner or later
+static ProgressTally own;              // as long as there are no tasks
+static ProgressTally *tally = nullptr; // null while nothing is counted
+static std::string shared_name;        // of the one that tasks share
+static double began = 0;               // in seconds, as now()
+static double next = 0;                // drawing
+static uint64_t total_lines = 0;
 static size_t width = 79; // of the line, in columns
+static void (*previous_hook)(uint64_t) = nullptr;
+
+static double now() {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
 
 // --- The line
 
@@ -46,68 +46,63 @@ static std::string time_left(double seconds) {
         .get();
 }
 
+// Files can be counted twice: what a task has not finished is done again.
 std::string progress_line(const ProgressCounts &counts, uint64_t total, double seconds) {
-    const auto files = static_cast<double>(counts.files);
-    std::string text = std::to_string(counts.files);
+    const uint64_t done = total != 0 ? std::min(counts.files, total) : counts.files;
+    const auto files = static_cast<double>(done);
+    seconds = std::max(seconds, 0.001);
+    std::string text = std::to_string(done);
     if (total != 0)
-        text = std::to_string(counts.files * 100 / total) + " %, " + text + " of " +
-               std::to_string(total);
+        text = std::to_string(done * 100 / total) + " %, " + text + " of " + std::to_string(total);
     text += " files, " + std::to_string(static_cast<uint64_t>(files / seconds)) + " a second, " +
             in_units(counts.bytes);
-    if (total != 0 && counts.files != 0)
-        text += ", " + time_left(seconds / files * static_cast<double>(total - counts.files));
+    if (total != 0 && done != 0)
+        text += ", " + time_left(seconds / files * static_cast<double>(total - done));
     return text;
 }
 
-static void draw(const ProgressCounts &counts) {
-    std::string line = progress_line(counts, total_lines, Seconds(Clock::now() - began).count());
+static void show(std::string line) {
     line.resize(width, ' ');
     fprintf(stderr, "\r%s\r", line.c_str());
     fflush(stderr);
-    is_drawn = true;
+}
+
+// Tasks take away what their parent draws, so it says so before.
+void progress_poll() {
+    const double time = now();
+    if (!is_on || time < next)
+        return;
+    next = time + progress_pace.interval;
+    if (!host_is_foreground(STDERR_DESCRIPTOR))
+        return;
+    tally->is_drawn = true;
+    show(progress_line({tally->files, tally->bytes}, total_lines, time - began));
 }
 
 void progress_wipe() {
-    if (!is_drawn)
+    if (tally == nullptr || !tally->is_drawn)
         return;
-    is_drawn = task_file != nullptr;
-    fprintf(stderr, "\r%*s\r", static_cast<int>(width), "");
-    fflush(stderr);
+    if (is_on)
+        tally->is_drawn = false;
+    if (host_is_foreground(STDERR_DESCRIPTOR))
+        show("");
 }
 
 // --- Counting
 
-static bool is_time() {
-    const Clock::time_point now = Clock::now();
-    if (now < next)
-        return false;
-    next = now + std::chrono::duration_cast<Clock::duration>(INTERVAL);
-    return true;
-}
-
-static void write_counts() {
-    rewind(task_file);
-    fwrite(&own, sizeof own, 1, task_file);
-    fflush(task_file);
-}
-
 static void count(uint64_t bytes) {
-    own.bytes += bytes;
-    own.files += bytes == 0 ? 1 : 0;
-    if (!is_time())
-        return;
-    if (task_file != nullptr)
-        write_counts();
-    else
-        draw(own);
+    tally->bytes += bytes;
+    tally->files += bytes == 0 ? 1 : 0;
+    progress_poll();
+    if (previous_hook != nullptr)
+        previous_hook(bytes);
 }
 
 // The last column stays free: some terminals begin a new line after it.
-static void start_counting(Seconds silence) {
+static void start_counting(ProgressTally *counts) {
+    tally = counts;
     width = static_cast<size_t>(std::clamp(host_terminal_width(STDERR_DESCRIPTOR) - 1, 1, 79));
-    own = {};
-    began = Clock::now();
-    next = began + std::chrono::duration_cast<Clock::duration>(silence);
+    previous_hook = hashing_hook;
     hashing_hook = count;
     before_complaint_hook = progress_wipe;
     os_signal_hook = progress_wipe;
@@ -115,13 +110,15 @@ static void start_counting(Seconds silence) {
 
 void progress_begin(uint64_t total) {
     const char *terminal = getenv("TERM");
-    if (task_file != nullptr || host_terminal_width(STDERR_DESCRIPTOR) == 0 ||
+    if (tally != nullptr || host_terminal_width(STDERR_DESCRIPTOR) == 0 ||
         (terminal != nullptr && strcmp(terminal, "dumb") == 0))
         return;
-    static const bool wiped_at_exit = atexit(progress_end) == 0;
-    is_on = wiped_at_exit;
+    is_on = true;
     total_lines = total;
-    start_counting(SILENCE);
+    began = now();
+    next = began + progress_pace.silence;
+    start_counting(&own);
+    atexit(progress_end);
 }
 
 bool progress_is_on() {
@@ -129,47 +126,32 @@ bool progress_is_on() {
 }
 
 void progress_end() {
-    if (task_file != nullptr) {
-        write_counts();
+    if (tally == nullptr)
         return;
-    }
-    progress_wipe();
-    hashing_hook = nullptr;
+    if (is_on)
+        progress_wipe();
+    hashing_hook = previous_hook;
     before_complaint_hook = nullptr;
     os_signal_hook = nullptr;
     is_on = false;
+    tally = nullptr;
 }
 
 // --- Tasks
 
-void progress_begin_task(const char *path) {
-    task_file = host_fopen(path, "wb");
-    if (task_file == nullptr)
-        return;
-    start_counting(Seconds(0));
-    is_drawn = true; // by the parent, for all that is known here
+void progress_begin_task(const char *name) {
+    void *shared = tally == nullptr ? host_open_shared(name, sizeof(ProgressTally)) : nullptr;
+    if (shared != nullptr)
+        start_counting(static_cast<ProgressTally *>(shared));
 }
 
-const char *progress_add_task() {
-    const OwnedString path = is_on ? os_tempname_plain() : nullptr;
-    if (path == nullptr)
-        return nullptr;
-    os_remove_at_exit(path.get());
-    task_paths.push_back(sc_strdup(path.get()));
-    return task_paths.back();
-}
-
-void progress_poll() {
-    if (!is_on || !is_time())
-        return;
-    ProgressCounts sum = {};
-    for (const char *path : task_paths) {
-        ProgressCounts counts;
-        const FilePtr file(host_fopen(path, "rb"));
-        if (file == nullptr || fread(&counts, sizeof counts, 1, file.get()) != 1)
-            continue;
-        sum.files += counts.files;
-        sum.bytes += counts.bytes;
+const char *progress_name() {
+    if (is_on && tally == &own) {
+        void *shared = host_make_shared(sizeof(ProgressTally), &shared_name);
+        if (shared != nullptr)
+            tally = new (shared) ProgressTally{};
+        else
+            progress_end(); // nobody would know how far the tasks are
     }
-    draw(sum);
+    return is_on ? shared_name.c_str() : nullptr;
 }

@@ -1,25 +1,34 @@
-// How far a long run is: one line on standard error, if that is a terminal, drawn a few times a
-// second from the first second on.
+// How far a long run is: one line on standard error, if that is a terminal and this run is in its
+// foreground, drawn a few times a second from the first second on.
 #ifndef KESTREL_PROGRESS_H
 #define KESTREL_PROGRESS_H
 
+#include <atomic>
 #include <cstdint>
 #include <string>
+
+// The seconds that a run is silent in the beginning, and those between two drawings. Tests have a
+// copy of the program with 0 for both.
+struct ProgressPace {
+    double silence;
+    double interval;
+};
+extern ProgressPace progress_pace;
 
 // Counts the files that this process hashes from now on, and shows them if there is a terminal.
 // `total` is the number of lines to check, 0 if it is unknown.
 void progress_begin(uint64_t total);
 
-// Whether that is so.
+// Whether the line is shown, sooner or later.
 bool progress_is_on();
 
-// Counts them for the parent instead, which reads them from this file, if it can be written.
-void progress_begin_task(const char *path);
+// In a task: counts for its parent, which has given its counts this name.
+void progress_begin_task(const char *name);
 
-// The parent's side: a file for one more task to count into, interned; null if nothing is shown.
-const char *progress_add_task();
+// The name by which tasks find the counts of this process; null if nothing is shown.
+const char *progress_name();
 
-// Shows the sum of what the tasks have counted.
+// Shows what this process and its tasks have counted, if it is time.
 void progress_poll();
 
 // Takes the line away, before anything else is printed.
@@ -27,6 +36,14 @@ void progress_wipe();
 
 // Takes it away for good.
 void progress_end();
+
+// What a process and its tasks have counted together, and whether the line shows anything: the
+// memory that they share.
+struct ProgressTally {
+    std::atomic<uint64_t> files;
+    std::atomic<uint64_t> bytes;
+    std::atomic<bool> is_drawn;
+};
 
 // What is counted, and the line that shows it after so many seconds.
 struct ProgressCounts {

@@ -2,6 +2,7 @@
 
 #include "containers/stringcache.h"
 #include "kestrel/progress.h"
+#include "kestrel/steps.h"
 #include "platform/osdep.h"
 
 #include <cerrno>
@@ -22,9 +23,7 @@ static constexpr size_t MALFORMED_LIMIT = 1000;
 
 static FILE *stream = nullptr;
 static const char *file_path = nullptr; // null for standard output
-static bool has_identity = false;       // whether it is in a file
-static FileIdentity identity;
-static int first_error = 0; // of writing it
+static int first_error = 0;             // of writing it there
 static uint64_t line_count = 0;
 static uint64_t unchecked_count = 0;
 static uint64_t fault_counts[std::size(FAULTS)];
@@ -63,7 +62,6 @@ bool report_begin(const char *path, const char *manifest) {
         host_remove(host_resolve_links(path).get());
         return refuse();
     }
-    has_identity = host_file_identity(path, &identity);
     return true;
 }
 
@@ -71,30 +69,37 @@ bool report_is_on() {
     return stream != nullptr;
 }
 
+const char *report_path() {
+    return stream != nullptr ? file_path : nullptr;
+}
+
 bool report_is_in(const char *path) {
-    FileIdentity found;
-    return has_identity && host_file_identity(path, &found) && found == identity;
+    return report_path() != nullptr && host_same_file(path, file_path);
 }
 
 // --- Records
 
-static void remember_error() {
-    if (first_error == 0 && ferror(stream) != 0)
-        first_error = errno;
+// Once a write has failed nothing more is written: a later one may succeed, and its record would
+// stand behind a gap.
+static void write_text(std::string_view text) {
+    if (stream == stdout) {
+        progress_wipe();
+        print(text);
+    } else if (first_error == 0) {
+        fwrite(text.data(), 1, text.size(), stream);
+        first_error = ferror(stream) != 0 ? errno : 0;
+    }
 }
 
 static void write_record(std::string_view kind, uint64_t line, const char *text,
                          const char *reason) {
     if (stream == nullptr)
         return;
-    if (stream == stdout)
-        progress_wipe();
-    fprintf(stream, "%.*s\t%" PRIu64 "\t%s", static_cast<int>(kind.size()), kind.data(), line,
-            str_printable(text).get());
+    std::string record =
+        std::string(kind) + '\t' + std::to_string(line) + '\t' + str_printable(text).get();
     if (reason != nullptr)
-        fprintf(stream, "\t%s", str_printable(reason).get());
-    putc('\n', stream);
-    remember_error();
+        record += std::string("\t") + str_printable(reason).get();
+    write_text(record + '\n');
 }
 
 void report_record(const char *kind, const char *text, const char *reason) {
@@ -153,10 +158,7 @@ static bool take_record(std::string_view record, uint64_t *faults) {
             fault_counts[fault]++;
             ++*faults;
         }
-    if (stream == stdout)
-        progress_wipe();
-    fwrite(record.data(), 1, record.size(), stream);
-    remember_error();
+    write_text(record);
     return true;
 }
 
@@ -193,7 +195,7 @@ static bool end_with(uint64_t number, const std::string &text, const char *addit
     write_record("end", number, text.c_str(), addition);
     FILE *const written = stream;
     stream = nullptr;
-    if (written != stdout && !os_close_written(written)) {
+    if (written != stdout && !os_close_written(written, first_error == 0)) {
         errno = first_error != 0 ? first_error : errno;
         return report_unwritten();
     }

@@ -18,7 +18,10 @@ bool report_begin(const char *path, const char *manifest);
 // Whether there is one. Nothing below does anything without.
 bool report_is_on();
 
-// Whether a path leads to the report's own file.
+// The file that it is in, as it was given; null for none.
+const char *report_path();
+
+// Whether a path leads to that file.
 bool report_is_in(const char *path);
 
 // A line that does not verify; the first line of the manifest is number 1.

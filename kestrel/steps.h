@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 // The first argument as it came; null without any.
 extern const char *program_name;
@@ -18,6 +19,10 @@ extern int32_t task_limit;
 
 // Whether a check looks for files that the manifest does not list.
 extern bool extra_wanted;
+
+// Writes to standard output, unless that has failed before: what follows a lost piece would seem
+// complete.
+void print(std::string_view text);
 
 // Flushes standard output; false if writing to it has failed now or before, which the first time is
 // reported on standard error.

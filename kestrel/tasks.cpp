@@ -130,8 +130,8 @@ static ProcessHandle start_task(const TaskSetting &setting, uint32_t position, c
     if (task.part != nullptr)
         vec_append(args.get(),
                    sc_format("%s%s", setting.part_option, cmdline_escape(task.part.get())));
-    if (const char *counts = progress_add_task(); counts != nullptr)
-        vec_append(args.get(), sc_format("--progress=%s", cmdline_escape(counts)));
+    if (const char *counts = progress_name(); counts != nullptr)
+        vec_append(args.get(), sc_format("--progress=%s", counts));
     const char *log = sc_format("%s_%u-%u.out", host_tool_name, start, end);
     if (const char *debug = zvdebug_beside(log))
         vec_append(args.get(), debug);
@@ -142,8 +142,11 @@ static ProcessHandle start_task(const TaskSetting &setting, uint32_t position, c
 // --- All tasks of a run
 
 bool await_task(ProcessHandle process, int *status) {
-    while (process != 0 && progress_is_on() && !host_await_end(process, 200))
+    while (process != 0 && progress_is_on()) {
         progress_poll();
+        if (host_await_end(process, 200))
+            break;
+    }
     if (!host_wait_process(process, status))
         *status = 1;
     return *status == 0;

@@ -5,6 +5,7 @@
 #include "host/trace.h"
 #include "platform/osdep.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <span>
@@ -16,6 +17,9 @@
 // name the next one twice would double their words with every level.
 static constexpr uint32_t MAX_NESTING = 32;
 static constexpr uint32_t MAX_FILES = 2000;
+
+// How much is read of a response file that may have no end, in bytes.
+static constexpr size_t MAX_SPECIAL = 64 << 20;
 
 static const char *progname = nullptr;
 static bool zvdebug_seen = false;
@@ -112,14 +116,15 @@ struct Expansion {
 struct OpenFile {
     const OpenFile *outer;
     uint32_t depth;
-    bool known; // whether `identity` is
+    bool is_special; // neither a regular file nor a directory
+    bool known;      // whether `identity` is
     FileIdentity identity;
 };
 
 } // namespace
 
-static OpenFile enter_file(const char *path, const OpenFile *outer) {
-    OpenFile file = {outer, outer == nullptr ? 1 : outer->depth + 1, false, {}};
+static OpenFile enter_file(const char *path, bool is_special, const OpenFile *outer) {
+    OpenFile file = {outer, outer == nullptr ? 1 : outer->depth + 1, is_special, false, {}};
     file.known = host_file_identity(path, &file.identity);
     return file;
 }
@@ -132,12 +137,33 @@ static bool is_endless(const Expansion &expansion, const OpenFile &file) {
     return file.depth > MAX_NESTING || expansion.files_read >= MAX_FILES;
 }
 
-// Reads all words of a file through standard input, which is at its end afterwards, before any of
-// them is examined: they may name further files. Editors put a byte order mark first.
-static bool read_response_file(const char *path, Arguments &words) {
+// Reads a file through standard input, which is at its end afterwards. The file is opened once
+// before: a failure to reopen standard input would leave that closed.
+static bool read_regular(const char *path, std::string *text) {
+    return FilePtr(host_fopen_regular(path)) != nullptr &&
+           host_freopen(path, "r", stdin) != nullptr && os_read_all(stdin, text);
+}
+
+// Reads a pipe or a device, which can be opened only once: as standard input it is open already.
+// Standard input is at its end afterwards too.
+static bool read_special(const char *path, const OpenFile &special, std::string *text) {
+    FileState input;
+    const bool is_input =
+        special.known && host_opened_state(stdin, &input) && input.identity == special.identity;
+    const FilePtr file(is_input ? nullptr : host_fopen(path, "r"));
+    if (!is_input && file == nullptr)
+        return false;
+    errno = EFBIG; // unless reading fails
+    return os_read_all(is_input ? stdin : file.get(), text, MAX_SPECIAL) &&
+           (is_input || host_dup2(host_fileno(file.get()), host_fileno(stdin)) != -1);
+}
+
+// Reads all words of a file before any of them is examined: they may name further files. Editors
+// put a byte order mark first.
+static bool read_response_file(const char *path, const OpenFile &file, Arguments &words) {
     constexpr std::string_view MARK = "\xef\xbb\xbf";
     std::string text;
-    if (host_freopen(path, "r", stdin) == nullptr || !os_read_all(stdin, &text))
+    if (file.is_special ? !read_special(path, file, &text) : !read_regular(path, &text))
         return false;
     words = split_words(std::string_view(text).substr(text.starts_with(MARK) ? MARK.size() : 0));
     return true;
@@ -148,18 +174,24 @@ static bool read_response_file(const char *path, Arguments &words) {
 static void expand_arguments(Expansion &expansion, std::span<const char *const> arguments,
                              const OpenFile *outer);
 
-// False if the file cannot be used; the argument is then kept as it is. The file is opened once
-// before: a failure to reopen standard input would leave that closed.
+static bool cannot_read(const char *path) {
+    const char *reason = strerror(errno);
+    fprintf(stderr, "Cannot read response file \"%s\": %s\n", str_printable(path).get(), reason);
+    return false;
+}
+
+// False if there is no such file, or it cannot be used; the argument is then kept as it is.
 static bool expand_file(Expansion &expansion, const char *path, const OpenFile *outer) {
-    if (*path == '\0' || FilePtr(host_fopen_regular(path)) == nullptr)
-        return false;
-    const OpenFile file = enter_file(path, outer);
+    HostStat found;
+    if (!host_stat(path, &found))
+        return errno == EACCES && cannot_read(path); // there may be one
+    const OpenFile file = enter_file(path, found.kind == FileKind::other, outer);
     Arguments words;
     if (is_endless(expansion, file))
         return false;
     expansion.files_read++;
-    if (!read_response_file(path, words))
-        return false;
+    if (!read_response_file(path, file, words))
+        return cannot_read(path);
     expand_arguments(expansion, words, &file);
     return true;
 }

@@ -227,12 +227,21 @@ void host_open_standard_streams();
 // In columns; 0 for what is not a terminal.
 int host_terminal_width(int descriptor);
 
+// Whether this process may write to the terminal without disturbing the one that its user works
+// with, or being stopped: it is of the terminal's foreground, or there are no such groups.
+bool host_is_foreground(int descriptor);
+
 int host_fileno(FILE *stream);
 int host_dup(int descriptor); // the duplicate is not inherited by started programs
 int host_dup2(int from, int to);
 int host_close(int descriptor);
 
 // --- Processes
+
+// Memory of so many bytes, all 0, that this process shares with those that it starts, which open it
+// by the name that it gets. It is never given back. Null if it cannot be had.
+void *host_make_shared(size_t size, std::string *name);
+void *host_open_shared(const char *name, size_t size);
 
 // A started program, to be waited for once; 0 if there is none.
 using ProcessHandle = intptr_t;

@@ -15,6 +15,7 @@
 #include <sched.h>
 #include <sys/auxv.h>
 #include <sys/ioctl.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/random.h>
 #include <sys/stat.h>
@@ -473,6 +474,11 @@ int host_terminal_width(int descriptor) {
     return ioctl(descriptor, TIOCGWINSZ, &size) == 0 && size.ws_col != 0 ? size.ws_col : 80;
 }
 
+bool host_is_foreground(int descriptor) {
+    const pid_t group = tcgetpgrp(descriptor);
+    return group == -1 || group == getpgrp();
+}
+
 int host_fileno(FILE *stream) {
     return fileno(stream);
 }
@@ -544,6 +550,37 @@ static pid_t start_program(const char *path, char *const *argv, bool tied) {
     sigprocmask(SIG_SETMASK, &start.signals, nullptr);
     errno = failure;
     return failure == 0 ? child : 0;
+}
+
+static void *map_shared(int descriptor, size_t size) {
+    void *memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
+    return memory != MAP_FAILED ? memory : nullptr;
+}
+
+// Its name is the number of a descriptor, which started programs inherit. All of its pages are
+// there: one that the system lacked later would be a fault.
+void *host_make_shared(size_t size, std::string *name) {
+    const int descriptor = memfd_create(host_tool_name, 0);
+    if (descriptor == -1)
+        return nullptr;
+    errno = posix_fallocate(descriptor, 0, static_cast<off_t>(size));
+    void *memory = errno == 0 ? map_shared(descriptor, size) : nullptr;
+    if (memory == nullptr)
+        close(descriptor);
+    *name = std::to_string(descriptor);
+    return memory;
+}
+
+// Other files than those of memory have no seals.
+void *host_open_shared(const char *name, size_t size) {
+    const int descriptor = str_to_int32(name);
+    struct stat found = {};
+    if (fcntl(descriptor, F_GET_SEALS) == -1 || fstat(descriptor, &found) != 0)
+        return nullptr;
+    if (static_cast<uint64_t>(found.st_size) >= size)
+        return map_shared(descriptor, size);
+    errno = EINVAL;
+    return nullptr;
 }
 
 ProcessHandle host_start_process(const char *exe, const char *const *argv, const char *) {

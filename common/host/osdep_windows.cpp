@@ -602,6 +602,10 @@ int host_terminal_width(int descriptor) {
     return GetConsoleScreenBufferInfo(console, &info) != 0 ? info.dwSize.X : 80;
 }
 
+bool host_is_foreground(int) {
+    return true;
+}
+
 int host_fileno(FILE *stream) {
     return _fileno(stream);
 }
@@ -662,6 +666,26 @@ class JobAttribute {
 };
 
 } // namespace
+
+// Null for the section null. Its handle is kept: without one it would lose its name.
+static void *map_section(HANDLE section, size_t size) {
+    void *memory =
+        section != nullptr ? MapViewOfFile(section, FILE_MAP_WRITE, 0, 0, size) : nullptr;
+    if (memory == nullptr)
+        fail();
+    return memory;
+}
+
+void *host_make_shared(size_t size, std::string *name) {
+    *name = std::string("Local\\") + host_tool_name + "-" + host_unique_seed().get();
+    return map_section(CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
+                                          static_cast<DWORD>(size), to_wide(name->c_str()).c_str()),
+                       size);
+}
+
+void *host_open_shared(const char *name, size_t size) {
+    return map_section(OpenFileMappingW(FILE_MAP_WRITE, FALSE, to_wide(name).c_str()), size);
+}
 
 ProcessHandle host_start_process(const char *exe, const char *const *, const char *command_line) {
     static JobAttribute job;

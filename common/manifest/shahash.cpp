@@ -34,14 +34,13 @@ static bool write_entries(Vector *entries, const char *path) {
 // Reports why the manifest could not be written or, for null, its temporary file; always false.
 static bool report_unwritten(const char *manifest, WalkReport *report) {
     const char *reason = strerror(errno);
-    const OwnedString text =
-        manifest == nullptr
-            ? str_format("Cannot write temporary file: %s", reason)
-            : str_format("Cannot write file \"%s\": %s", str_printable(manifest).get(), reason);
-    shahash_complain("%s", text.get());
-    TRACE_MESSAGE("%s", text.get());
+    const char *text = manifest == nullptr ? sc_format("Cannot write temporary file: %s", reason)
+                                           : sc_format("Cannot write file \"%s\": %s",
+                                                       str_printable(manifest).get(), reason);
+    shahash_complain("%s", text);
+    TRACE_MESSAGE("%s", text);
     if (report != nullptr)
-        report->unwritten(text.get());
+        report->unwritten(text);
     return false;
 }
 

@@ -108,11 +108,11 @@ void (*before_complaint_hook)() = nullptr;
 void shahash_complain(const char *format, ...) {
     va_list args;
     va_start(args, format);
-    const OwnedString text = str_vformat(format, args);
+    const char *text = sc_vformat(format, args);
     va_end(args);
     if (before_complaint_hook != nullptr)
         before_complaint_hook();
-    fprintf(stderr, "%s\n", text.get());
+    fprintf(stderr, "%s\n", text);
 }
 
 void shahash_fatal_cannot_open(const char *path) {

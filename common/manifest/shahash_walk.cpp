@@ -1,6 +1,7 @@
 // The walk of a tree for its manifest.
 #include "manifest/shahash.h"
 
+#include "containers/stringcache.h"
 #include "host/trace.h"
 #include "manifest/treewalk.h"
 #include "platform/osdep.h"
@@ -8,7 +9,6 @@
 #include <cassert>
 #include <cerrno>
 #include <cstring>
-#include <utility>
 
 namespace {
 
@@ -20,7 +20,7 @@ class Lister : public TreeVisitor {
           top(report != nullptr ? host_real_path(dir) : nullptr) {}
 
     bool complete = true;
-    OwnedString complaint; // about the problem that has ended the walk; null if none has
+    const char *complaint = nullptr; // about the problem that has ended the walk, if one has
 
     bool entry(const char *path, const char *listed) override {
         if (report != nullptr && host_is_link(path))
@@ -42,8 +42,8 @@ class Lister : public TreeVisitor {
     bool bad_name(const char *path, const char *listed) override {
         if (report != nullptr)
             report->unlisted(listed);
-        return goes_on(str_format("The name of file \"%s\" cannot be written to a manifest",
-                                  str_printable(path).get()));
+        return goes_on(sc_format("The name of file \"%s\" cannot be written to a manifest",
+                                 str_printable(path).get()));
     }
 
     bool denied(const char *, const char *listed) override {
@@ -57,11 +57,11 @@ class Lister : public TreeVisitor {
         TRACE_MESSAGE("Cannot read directory \"%s\": %s", path, file_reason(reason));
         if (report != nullptr)
             report->unreadable(listed, file_reason(reason));
-        return goes_on(str_format("Cannot read directory \"%s\"", str_printable(path).get()));
+        return goes_on(sc_format("Cannot read directory \"%s\"", str_printable(path).get()));
     }
 
   private:
-    bool goes_on(OwnedString problem);
+    bool goes_on(const char *problem);
     void report_link(const char *path, const char *listed) const;
 
     Vector *files;
@@ -72,10 +72,10 @@ class Lister : public TreeVisitor {
 } // namespace
 
 // Whether the walk goes on after a problem.
-bool Lister::goes_on(OwnedString problem) {
+bool Lister::goes_on(const char *problem) {
     complete = false;
     if (report == nullptr)
-        complaint = std::move(problem);
+        complaint = problem;
     return report != nullptr;
 }
 
@@ -135,6 +135,6 @@ bool shahash_walk(uint32_t, Vector *files, const char *dir, const char *relative
     };
     const bool hashed = hash_entries(files, first, path_of, report, hash);
     if (lister.complaint != nullptr)
-        shahash_complain("%s", lister.complaint.get());
+        shahash_complain("%s", lister.complaint);
     return hashed && lister.complete;
 }

@@ -86,13 +86,27 @@ TEST(CmdlineTest, ResponseFilesNestAndTheOuterOneGoesOn) {
 
 TEST(CmdlineTest, WhatCannotBeReadOrNeverEndsIsKept) {
     const Scratch scratch;
-    // Arguments that are not files, or cannot be opened or read, where the host has such.
-    for (const std::string &odd : {scratch.directory() + ""s, "/dev/null"s, "/proc/self/mem"s,
-                                   "/proc/sys/vm/compact_memory"s}) {
+    // Arguments that are not files, cannot be opened or read, or never end, where the host has
+    // such.
+    for (const std::string &odd : {scratch.directory() + ""s, "/dev/zero"s, "/proc/self/mem"s,
+                                   "/proc/sys/vm/compact_memory"s, scratch.path("gone")}) {
+        testing::internal::CaptureStderr();
         EXPECT_EQ(expand({"@" + odd, "b"}), (Words{"@" + odd, "b"}));
+        const std::string told = testing::internal::GetCapturedStderr();
+        const char *reason = odd == scratch.directory() ? strerror(EISDIR)
+                             : odd == "/dev/zero"       ? strerror(EFBIG)
+                                                        : "";
+        EXPECT_TRUE(os_exists(odd.c_str()) == 0
+                        ? told.empty()
+                        : told.starts_with("Cannot read response file \"" + odd + "\": " + reason))
+            << told;
         const FilePtr next(host_fopen(scratch.write("next", "").c_str(), "r"));
         EXPECT_NE(host_fileno(next.get()), 0) << odd;
     }
+
+    host_freopen(scratch.write("input", "x").c_str(), "r", stdin);
+    EXPECT_EQ(expand({os_kind() == 0 ? "@/dev/null" : "@NUL", "b"}), Words{"b"});
+    EXPECT_EQ(getc(stdin), EOF);
 
     const std::string self = "@" + scratch.path("self");
     const std::string other = response_file("b " + self);

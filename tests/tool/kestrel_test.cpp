@@ -134,6 +134,31 @@ TEST(KestrelOptions, HelpAndComplaints) {
         EXPECT_EQ(kestrel(c.arguments), c.outcome) << testing::PrintToString(c.arguments);
     EXPECT_FALSE(os_exists(native_join(inst.tree.c_str(), "manifest").c_str()));
     EXPECT_EQ(inst.run({"-c"}), inst.verdict(false)) << "no manifest";
+
+    const struct {
+        const char *argument, *meant; // "" for one that is ignored
+    } slips[] = {{"--extras", "extra"},
+                 {"-extra", "extra"},
+                 {"---EXTRA", "extra"},
+                 {"--extra=yes", "extra"},
+                 {"--xtra", "extra"},
+                 {"--extra\x1b", "extra"},
+                 {"--repor", "report"},
+                 {"--reprot=x", "report"},
+                 {"--version=1", "version"},
+                 {"--repost=x", "report"},
+                 {"extra", ""},
+                 {"--extract", ""},
+                 {"--rexxrt", ""},
+                 {"--xetar", ""},
+                 {"--", ""},
+                 {"--zvdebugX=num:2", ""}};
+    for (const auto &[argument, meant] : slips) {
+        const std::string text = std::string("Argument \"") + str_printable(argument).get() +
+                                 "\" is not an option; is --" + meant + " meant?\n";
+        EXPECT_EQ(kestrel({argument, "-h"}),
+                  *meant != '\0' ? (Outcome{1, "", text}) : (Outcome{0, help, ""}));
+    }
 }
 
 TEST(KestrelOptions, ManifestIsWrittenAndChecked) {
@@ -155,6 +180,45 @@ TEST(KestrelOptions, ManifestIsWrittenAndChecked) {
     for (const char *manifest : {"m", "tree/manifest"})
         EXPECT_EQ(read_file(manifest), text);
     host_chdir(before.get());
+}
+
+// Pipes can be opened once only. That the writer has ended must not matter for standard input.
+TEST(KestrelOptions, WordsMayComeFromPipes) {
+    if (os_kind() != 0)
+        GTEST_SKIP() << "there is no shell here";
+    const Installation inst("dir", 5);
+    inst.generate();
+    for (const auto &[script, argument] : {std::pair("mkfifo p; echo -c --tasks=@no >p &", "@p"),
+                                           {"echo -c >p & exec <p; wait", "@/dev/stdin"},
+                                           {"echo -c >r; exec <r", "@/dev/stdin"},
+                                           {"echo @p >r; echo -c >p &", "@r"}})
+        EXPECT_EQ(inst.run({argument, "--tasks=2"}, script), inst.verdict(true)) << script;
+}
+
+TEST(KestrelOptions, ComplaintsShowPathsOfAnyLength) {
+    const Installation inst("dir", 0);
+    const std::string name(200, 'n');
+    std::string far = inst.top, deep = ".";
+    for (int i = 0; i < 30; i++)
+        far = native_join(far.c_str(), name.c_str());
+    const Outcome outcome = kestrel({"-g", "--instdir=" + inst.tree, "--manifest=" + far});
+    EXPECT_TRUE(outcome.err.starts_with("Cannot write file \"" + far + "\": ")) << outcome;
+    if (os_kind() != 0)
+        return;
+    // Deeper than a full path can be, so it is made and removed from within.
+    const Inside tree(inst.tree);
+    for (int i = 0; i < 20; i++, deep += "/" + name)
+        EXPECT_TRUE(host_mkdir(name.c_str()) && host_chdir(name.c_str()));
+    const std::string link(60, 'l'), odd(40, '\\');
+    make_link("gone", link, false);
+    EXPECT_EQ(inst.run({"-g"}), (Outcome{1, inst.announced("Generating"),
+                                         "!! Cannot open file \"" + deep + "/" + link + "\"\n"}));
+    EXPECT_TRUE(host_rename_new(link.c_str(), odd.c_str()));
+    EXPECT_EQ(inst.run({"-g"}), inst.not_generated("The name of file \"" + deep + "/" + odd +
+                                                   "\" cannot be written to a manifest\n"));
+    host_remove(odd.c_str());
+    while (host_chdir("..") && host_rmdir(name.c_str())) {
+    }
 }
 
 // --- Checking
@@ -179,12 +243,10 @@ TEST(KestrelTasks, AnyNumberOfThemWritesTheSameManifest) {
     // What a task does, in the directory that it is started in.
     const std::string list = native_join(inst.top.c_str(), "list"), digests = list + "d";
     Installation::write(list, "f1\nlong\ngone\nf2\nf3\n");
-    {
-        const Inside inside(inst.tree);
-        EXPECT_EQ(kestrel({"--instdir=" + inst.top, "--manifest=" + list, "--check=0,1,3",
-                           "--digests=" + digests}),
-                  (Outcome{0, "", ""}));
-    }
+    const Inside inside(inst.tree);
+    EXPECT_EQ(kestrel({"--instdir=" + inst.top, "--manifest=../list", "--check=0,1,3",
+                       "--digests=../listd"}),
+              (Outcome{0, "", ""}));
     const std::string results = read_file(digests);
     ASSERT_EQ(results.size(), 3 * sizeof(FileDigest));
     FileDigest got[3];
@@ -410,6 +472,8 @@ TEST(KestrelLog, EveryRunSaysHowItEnded) {
         {{"-h"}, 0, {}, "main()"},
         {{"-c"}, 1, {"Installation directory was not specified"}, "main()"},
         {{tree}, 1, {"-> No generate/check/range check option was given"}},
+        {{tree, "--Extra"}, 1, {"-> Argument \"--Extra\" is not an option; is --extra meant?"}},
+        {{tree, manifest, "-c", "--report", "-q"}, 1, {"Argument \"-q\" was ignored"}},
         {{tree, "-g", "-c"}, 1, {"-> Both the generate and check options were given"}},
         {{no_tree, "-g"}, 1, {nowhere}},
         {{no_tree, "-c"}, 1, {nowhere}},

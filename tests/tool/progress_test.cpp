@@ -1,8 +1,12 @@
 #include "kestrel/progress.h"
 
-#include <gtest/gtest.h>
+#include "manifest/filedigests.h"
+#include "tool/tool.h"
 
-TEST(KestrelProgress, LinesFitATerminal) {
+#include <new>
+#include <utility>
+
+TEST(KestrelProgress, LinesSayHowFarARunIs) {
     const struct {
         ProgressCounts counts;
         uint64_t total;
@@ -13,8 +17,131 @@ TEST(KestrelProgress, LinesFitATerminal) {
         {{50, 9949}, 200, 2, "25 %, 50 of 200 files, 25 a second, 9.9 kB, 6 s left"},
         {{7, 2852000000}, 0, 2, "7 files, 3 a second, 2.9 GB"},
         {{100, 12345678}, 100, 4, "100 %, 100 of 100 files, 25 a second, 12 MB, 0 s left"},
+        {{101, 0}, 100, 4, "100 %, 100 of 100 files, 25 a second, 0.0 kB, 0 s left"},
         {{1, 5000000000000000}, 1000, 1, "0 %, 1 of 1000 files, 1 a second, 5000 TB, 17 min left"},
+        {{1, 1000}, 2, 0, "50 %, 1 of 2 files, 1000 a second, 1.0 kB, 0 s left"},
     };
     for (const auto &c : cases)
         EXPECT_EQ(progress_line(c.counts, c.total, c.seconds), c.line);
+}
+
+// Memory as a parent shares it with its tasks.
+static ProgressTally *new_tally(std::string *name) {
+    void *memory = host_make_shared(sizeof(ProgressTally), name);
+    return memory != nullptr ? new (memory) ProgressTally{} : nullptr;
+}
+
+TEST(KestrelProgress, TasksCountAndTakeTheLineAwayIfThereIsOne) {
+    const Installation inst("dir", 3);
+    inst.add("f2", std::string(100000, 'x'));
+    const Lines lines = inst.generate();
+    Installation::write(inst.manifest, joined(lines, "\n") + lines[0].substr(0, 68) + "d\n");
+    host_mkdir(native_join(inst.tree.c_str(), "d").c_str());
+    std::string name;
+    ProgressTally *tally = new_tally(&name);
+    ASSERT_NE(tally, nullptr);
+    EXPECT_EQ(inst.run({"--progress=" + name, "--check=0,0,2"}), (Outcome{0, "", ""}));
+    EXPECT_EQ(tally->files, 3u);
+    EXPECT_EQ(tally->bytes, 100002u);
+    const std::string complaint =
+        "!! Cannot open file \"." + std::string(1, host_path_style().separator) + "d\"\n";
+    const struct {
+        bool drawn;
+        const char *range;
+        std::string err; // less carriage returns, and the line is one column wide
+    } cases[] = {{true, "--check=0,3,3", " " + complaint},
+                 {false, "--check=0,3,3", complaint},
+                 {true, "--check=0,0,2", ""}};
+    for (const auto &c : cases) {
+        tally->is_drawn = c.drawn;
+        EXPECT_EQ(inst.run({"--progress=" + name, c.range}).err, c.err);
+        EXPECT_EQ(tally->is_drawn, c.drawn) << "which is for the parent to change";
+    }
+    for (const char *other : {"gone", "1", "", "-1"}) // none of memory
+        EXPECT_EQ(inst.run({std::string("--progress=") + other, "--check=0,0,2"}).status, 0);
+}
+
+static uint64_t hooked;
+
+TEST(KestrelProgress, LeavesTheHookAsItWas) {
+    std::string name;
+    const ProgressTally *tally = new_tally(&name);
+    ASSERT_NE(tally, nullptr);
+    const auto before = std::exchange(hashing_hook, [](uint64_t bytes) { hooked += bytes; });
+    const auto own = hashing_hook;
+    progress_begin_task(name.c_str());
+    hashing_hook(5);
+    EXPECT_EQ(tally->bytes, 5u);
+    progress_end();
+    progress_end();
+    EXPECT_EQ(hashing_hook, own);
+    hashing_hook(2);
+    EXPECT_EQ(hooked, 7u);
+    EXPECT_EQ(tally->bytes, 5u);
+    hashing_hook = before;
+}
+
+// Runs a copy of the program that draws all the time, on a terminal of its own; what that gets.
+static std::string on_terminal(const Installation &inst, const std::string &command) {
+    inst.run({"-h"}, "export SHELL=/bin/sh TERM=xterm K=\"$(dirname \"$1\")/kestrel_eager "
+                     "--instdir=tree --manifest=manifest\"\nset -- script -qec '" +
+                         command + "' /dev/null\nexec </dev/null >terminal");
+    return read_file(native_join(inst.top.c_str(), "terminal"));
+}
+
+// What is left on a terminal, without the blanks at the ends of lines.
+static std::string screen_of(const std::string &output) {
+    std::string screen, line;
+    size_t column = 0;
+    for (const char c : output + '\n') {
+        if (c == '\r' || c == '\n')
+            column = 0;
+        if (c == '\n') {
+            screen += line.substr(0, line.find_last_not_of(' ') + 1) + '\n';
+            line.clear();
+        } else if (c != '\r') {
+            line.resize(std::max(line.size(), column + 1), ' ');
+            line[column++] = c;
+        }
+    }
+    screen.pop_back();
+    return screen;
+}
+
+TEST(KestrelProgress, IsShownInTheForegroundAndTakenAway) {
+    if (os_kind() != 0 || kestrel({}, "exec script -qec true /dev/null </dev/null").status != 0)
+        GTEST_SKIP() << "no terminal can be had here";
+    const Installation inst("dir", 5);
+    const Lines lines = inst.generate();
+    const std::string good = read_file(inst.manifest);
+    const std::string directory = lines[0].substr(0, 68) + "d\n";
+    host_mkdir(native_join(inst.tree.c_str(), "d").c_str());
+    const std::string checking = inst.announced("Checking"), passed = inst.verdict(true).out;
+    const struct {
+        const char *command;
+        std::string manifest;
+        std::string screen;
+        char done; // at least, when the line is drawn for the last time; 0 if it is not
+    } cases[] = {
+        {"$K -g --tasks=1", good, inst.generated().out, '5'},
+        {"$K -c --tasks=1", good, passed, '5'},
+        // When the second task is waited for, the first has done its lines.
+        {"$K -g --tasks=2", good, inst.generated().out, '3'},
+        {"$K -c --tasks=2", good, passed, '3'},
+        {"TERM=dumb $K -c --tasks=2", good, passed, 0},
+        {"$K -c --tasks=1", good + directory, checking + "!! Cannot open file \"./d\"\n", '5'},
+        {"$K -c --tasks=1 --report", good + directory,
+         checking + "unreadable\t6\t.\\d\tIs a directory\nend\t6\t5 good, 0 different, 0 missing, "
+                    "1 unreadable, 0 malformed, 0 outside, 0 unchecked\nVerification failed\n",
+         '5'},
+        {"stty tostop; set -m; $K -c --tasks=2 >out & wait $!; cat out", good, passed, 0},
+    };
+    for (const auto &c : cases) {
+        Installation::write(inst.manifest, c.manifest);
+        const std::string output = on_terminal(inst, c.command);
+        EXPECT_EQ(screen_of(output), c.screen) << c.command;
+        const size_t last = output.rfind(" of ");
+        EXPECT_EQ(last == output.npos, c.done == 0) << output;
+        EXPECT_TRUE(last == output.npos || output[last - 1] >= c.done) << output;
+    }
 }

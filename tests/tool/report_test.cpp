@@ -1,5 +1,6 @@
 // What --report says of a run.
 #include "kestrel/report.h"
+#include "kestrel/steps.h"
 #include "support/files.h"
 #include "tool/tool.h"
 
@@ -106,12 +107,12 @@ TEST(KestrelReport, SaysWhyNothingWasChecked) {
     for (const auto &c : cases) {
         Lines arguments = c.arguments;
         arguments.insert(arguments.end(), {"-c", "--report"});
-        const std::string out = inst.run(arguments).out;
-        const Lines expected = {"error\t0\t" + c.error, check_end(c.counts)};
-        const Lines got = split(out.substr(std::min(out.find("error"), out.size())));
-        EXPECT_EQ(Lines(got.begin(), got.end() - std::min<ptrdiff_t>(1, got.end() - got.begin())),
-                  expected);
+        const auto [status, out, err] = inst.run(arguments);
+        EXPECT_EQ(status, 1);
+        EXPECT_EQ(split(out.substr(std::min(out.find("error"), out.size()))),
+                  (Lines{"error\t0\t" + c.error, check_end(c.counts), "Verification failed"}));
     }
+    EXPECT_EQ(inst.run({"-c", "--tasks=3", "--report", "--zvdebugX=num:2"}).status, 0);
     const Outcome unwritten = inst.run({"-c", "--report=" + inst.tree});
     EXPECT_EQ(unwritten.status, 1);
     EXPECT_TRUE(unwritten.err.starts_with("Cannot write report \"")) << unwritten;
@@ -124,6 +125,12 @@ TEST(KestrelReport, SaysWhyNothingWasChecked) {
     const std::string link = native_join(inst.top.c_str(), "link");
     if (make_link(inst.manifest, link, false)) {
         EXPECT_EQ(inst.run({"-c", "--report=" + link}).status, 1);
+    }
+    const std::string ignored = "was ignored\nend\t0\t0 files, 0 bytes\n";
+    for (const char *option : {"--extra", "--quiet"}) {
+        const Outcome refused = inst.run({"-g", "--report", option});
+        EXPECT_TRUE(refused.status == 1 && refused.out.ends_with(ignored)) << refused;
+        EXPECT_EQ(refused.err, "There was a problem generating the manifest file\n");
     }
     EXPECT_EQ(read_file(inst.manifest), manifest);
     host_remove(inst.manifest.c_str());
@@ -156,7 +163,7 @@ TEST(KestrelReport, ExtraFilesFail) {
     inst.add(native("sub/own"), text);
     expect(false, {"extra\t0\t.\\sub\\own", end + "\t1 extra"});
     EXPECT_EQ(inst.run({"--check=0,0,2", "--extra"}),
-              (Outcome{0, "error\t0\t--extra is for -c, and was ignored\n" + end + "\n", ""}));
+              (Outcome{1, "error\t0\t--extra is for -c, and was ignored\n" + end + "\n", ""}));
     if (host_path_style().drives)
         return;
     // Behind a link ".." leads elsewhere: the first line is for sub/own, the second for own.
@@ -167,6 +174,47 @@ TEST(KestrelReport, ExtraFilesFail) {
     expect(true, {check_end({"4", "0", "0", "0", "0", "0", "0"}) + "\t0 extra"});
     inst.add("y ", "y");
     EXPECT_EQ(kestrel({"-c", "--extra", "--instdir=" + inst.tree, "--manifest=" + own}).status, 1);
+}
+
+// What is listed, and the run's own files, are extra by all names but their own.
+TEST(KestrelReport, OtherNamesOfTheSameFilesAreExtra) {
+    if (os_kind() != 0)
+        GTEST_SKIP() << "there is no shell here";
+    const struct {
+        const char *script, *manifest;
+        Lines extra;
+    } cases[] = {
+        {"", "own", {}},
+        {"ln -s a..b l; ln -s d..x k", "own", {"k\\z", "l"}},
+        {"ln -s own l; ln own k; ln -s rep n; ln rep m", "own", {"k", "l", "m", "n"}},
+        {"ln -s own l", "l", {}},
+        {"ln -s own l; ln -s tree ../t", "../t/l", {}},
+        {"mkdir r; mv own r; ln -s r d", "d/own", {}},
+        {"mkdir r; mv own r; ln -s r d", "r/own", {"d\\own"}},
+        {"mkdir -p r/s; cp own r; ln -s r/s d", "d/../own", {"own"}},
+    };
+    for (const auto &c : cases) {
+        const Installation inst("dir", 1);
+        host_mkdir(native_join(inst.tree.c_str(), "d..x").c_str());
+        inst.add("a..b", "b");
+        inst.add("d..x/z", "z");
+        inst.generate();
+        inst.run({"-h"}, "cp manifest tree/own; cd tree; : >rep\n" + std::string(c.script));
+        EXPECT_EQ(kestrel({"-c", "--extra", "--tasks=1", "--instdir=" + inst.tree,
+                           "--manifest=" + inst.tree + "/" + c.manifest,
+                           "--report=" + inst.tree + "/rep"})
+                      .status,
+                  c.extra.empty() ? 0 : 1)
+            << c.script;
+        Lines records, expected;
+        for (const std::string &record : split(read_file(native_join(inst.tree.c_str(), "rep"))))
+            if (record.starts_with("extra"))
+                records.push_back(record);
+        for (const std::string &name : c.extra)
+            expected.push_back("extra\t0\t.\\" + name);
+        std::sort(records.begin(), records.end());
+        EXPECT_EQ(records, expected) << c.script;
+    }
 }
 
 // Everything that keeps a manifest from being written, and what is remarkable.
@@ -249,5 +297,33 @@ TEST(KestrelReport, PartsThatAreIncompleteAreNotPassedOver) {
                      : 1);
         };
         EXPECT_EXIT(run(), testing::ExitedWithCode(0), "") << c.part << expected;
+    }
+}
+
+// A descriptor that cannot be written to for a while, and then leads to a file again.
+TEST(KestrelReport, NothingFollowsALostRecord) {
+    for (const bool to_file : {true, false}) {
+        const auto run = [&] { // in a process of its own, as above
+            const Scratch scratch;
+            const std::string path = scratch.path("report"), rest = scratch.path("rest");
+            const std::string other = scratch.write("other", "");
+            int descriptor = host_fileno(FilePtr(host_fopen(other.c_str(), "r")).get());
+            report_begin(to_file ? path.c_str() : nullptr, nullptr);
+            descriptor = to_file ? descriptor : STDOUT_DESCRIPTOR;
+            const FilePtr unwritable(host_fopen(other.c_str(), "r"));
+            const FilePtr writable(host_fopen(rest.c_str(), "w"));
+            for (FILE *const target : {unwritable.get(), writable.get()}) {
+                host_dup2(host_fileno(target), descriptor);
+                for (int i = 0; i < 1000; i++)
+                    report_extra("a record");
+            }
+            errno = ENOENT;
+            const bool ended = report_end_check();
+            print(to_file ? "" : "the verdict");
+            const bool flushed = flush_output();
+            exit(read_file(rest).empty() && ended == !to_file && flushed == to_file ? 0 : 1);
+        };
+        EXPECT_EXIT(run(), testing::ExitedWithCode(0),
+                    std::string("Cannot write .*: ") + strerror(EBADF));
     }
 }
