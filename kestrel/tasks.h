@@ -80,4 +80,7 @@ using FinishTask = std::function<bool(const Task &task)>;
 bool run_tasks(const TaskSetting &setting, uint32_t lines, uint32_t tasks,
                const uint32_t *positions, const FinishTask &finish);
 
+// In a task: has it end with the process that started it. Nothing in other runs.
+void end_with_parent();
+
 #endif

@@ -112,22 +112,22 @@ struct Expansion {
 struct OpenFile {
     const OpenFile *outer;
     uint32_t depth;
-    bool known; // whether `identity` is
-    FileIdentity identity;
+    bool known; // whether `state` is
+    FileState state;
 };
 
 } // namespace
 
 static OpenFile enter_file(const char *path, const OpenFile *outer) {
     OpenFile file = {outer, outer == nullptr ? 1 : outer->depth + 1, false, {}};
-    file.known = host_file_identity(path, &file.identity);
+    file.known = host_file_state(path, &file.state);
     return file;
 }
 
 // Whether the file includes itself, directly or through others, or is one too many.
 static bool is_endless(const Expansion &expansion, const OpenFile &file) {
     for (const OpenFile *outer = file.outer; outer != nullptr; outer = outer->outer)
-        if (file.known && outer->known && file.identity == outer->identity)
+        if (file.known && outer->known && file.state == outer->state)
             return true;
     return file.depth > MAX_NESTING || expansion.files_read >= MAX_FILES;
 }
