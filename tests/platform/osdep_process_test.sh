@@ -236,6 +236,13 @@ old' <<'-'
 $fail inject=fsync:error=EROFS:when=1 $child --copy from to
 cat to
 -
+    # Where the system cannot rename to a free name in one step.
+    for error in EINVAL ENOSYS EACCES; do
+        export error
+        expect "$([ $error = EACCES ] && echo 13 'dir from to' || echo 0 'dir from there')" <<'-'
+$fail inject=renameat2:error=$error $child --rename to there; echo $? *
+-
+    done
     # The state of the root directory cannot be read.
     expect 1 <<'-'
 $fail 'inject=/stat:error=EIO' -P / -P /gone $child --mkdir /gone || echo $?
