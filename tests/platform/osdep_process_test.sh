@@ -6,8 +6,9 @@
 #
 #   osdep_process_test.sh <directory of the programs>
 #
-# The programs' paths are without spaces, and some variables hold several words:
-# shellcheck disable=SC2086
+# The programs' paths are without spaces, some variables hold several words, and the lines of
+# `expect` call functions and use variables:
+# shellcheck disable=SC2086,SC2317,SC2034
 child=$1/child kestrel=$1/kestrel
 nobody=
 [ "$(id -u)" != 0 ] || nobody='setpriv --reuid=65534 --regid=65534 --clear-groups'
@@ -43,16 +44,16 @@ expect() {
 }
 
 # follow <options of strace, program...>: runs the program under strace and calls `at` for each line
-# of the trace, which sees its process in $pid, that of the program in $first, and the rest in $line.
-# So that it may act while processes are held: "inject=<call>:signal=STOP" stops each after the call.
-# It has ended when all processes have.
+# of the trace, with its process in $pid, that of the program in $first, and the rest in $line. With
+# "inject=<call>:signal=STOP" processes are held after the call until `at` sends CONT. Ends when all
+# processes have ended.
 follow() {
     mkfifo trace
     timeout -k 1 60 strace -f -o trace "$@" >out 2>&1 &
     first=
     while read -r pid line; do
         first=${first:-$pid}
-        at "$line"
+        at
     done <trace
     wait
 }
@@ -129,7 +130,10 @@ can setpriv --reuid=1 --clear-groups true && expect '7:8 640
 1:1 604' <<'-'
 chmod 777 .
 # copied <user> <groups>: the owner and the rights of a file in whose place that user has written
-copied() { setpriv --reuid=$1 --regid=$1 $2 $child --copy from to >/dev/null; stat -c '%u:%g %a' to; }
+copied() {
+    setpriv --reuid=$1 --regid=$1 $2 $child --copy from to >out
+    stat -c '%u:%g %a' to
+}
 chown 7:8 to; chmod 640 to; copied 0 --keep-groups
 rm to; echo >to; chown 1:8 to; chmod 640 to; copied 1 --groups=8
 rm to; echo >to; chown 1:8 to; chmod 604 to; copied 1 --clear-groups
@@ -265,7 +269,8 @@ Verification failed" <<'-'
 mkdir -p tree/sub && : >tree/sub/unseen && echo >tree/1
 $kestrel -g --manifest=m --instdir=tree >out && rm tree/sub/unseen && sed -i /unseen/d m
 $fail inject=$call -P ./sub -P "$PWD/tree/sub" \
-    $kestrel -c --extra --report --tasks=1 --manifest=m --instdir=tree | sed -n '/dir/s/: .*//p; /Ver/p' | grep -v Checking
+    $kestrel -c --extra --report --tasks=1 --manifest=m --instdir=tree |
+    sed -n '/Cannot/s/: .*//p; /Ver/p'
 -
 done
 
@@ -378,6 +383,7 @@ echo $ran
 -
 # A task ends with its parent, also where that is forgotten when it begins to run.
 for how in '-e inject=prctl:error=EPERM:when=1' capable; do
+    export how
     can $fail trace=none $nobody true && can setcap cap_dac_read_search+ep to && expect 3 <<'-'
 mkdir tree && for i in 1 2 3; do echo $i >tree/$i; done
 chmod 755 . && $kestrel -g --manifest=m --instdir=tree >out && cp $kestrel .
