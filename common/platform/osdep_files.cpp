@@ -240,8 +240,7 @@ static bool copy_to_file(FILE *source, const char *to, bool exists) {
     const Replacement outcome = replace_with_copy(source, to, exists);
     if (outcome != Replacement::forbidden)
         return outcome == Replacement::done;
-    rewind(source);
-    return write_in_place(source, to, exists);
+    return host_seek(source, 0) && write_in_place(source, to, exists);
 }
 
 static bool copy_to(FILE *source, const char *to) {

@@ -199,13 +199,17 @@ newdir from to' <<'-'
 $fail 'inject=/^rename:error=EBUSY' $child --copy from to
 cat to; echo *
 -
-    # Without the lock nothing is written over the old file; nothing at all is an empty file.
+    # Without the lock, or the source's beginning, nothing is written over the old file; nothing at all
+    # is an empty file.
     expect '0 37
+old
+0 29
 old
 0 0
 0' <<'-'
 in_place='inject=/^rename:error=EBUSY'
 $fail $in_place -e inject=fcntl:error=ENOLCK $child --copy from to; cat to; echo
+$fail $in_place -e inject=lseek:error=ESPIPE:when=1 $child --copy from to; cat to; echo
 : >from; $fail $in_place $child --copy from to; stat -c %s to
 -
     # What was written over is looked at before the first character.
