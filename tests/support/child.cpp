@@ -93,7 +93,10 @@ static int die(const char *directory, int number, std::string_view how) {
     if (how.empty())
         signal(number, SIG_DFL); // until a program has been run
     os_setenv("TEMP", directory);
-    fclose(host_fopen(os_tempname_plain().get(), "w"));
+    static const OwnedString temporary = os_tempname_plain();
+    fclose(host_fopen(temporary.get(), "w"));
+    os_remove_at_exit(temporary.get());
+    os_signal_hook = [] { fputs(os_exists(temporary.get()) ? "too early" : "", stderr); };
     if (how == "again") // before the temporary is removed
         atexit([] { raise(SIGTERM); });
     FILE *f = host_fopen(os_join(directory, "caught").get(), "w");
