@@ -8,6 +8,7 @@
 #include "kestrel/progress.h"
 #include "kestrel/report.h"
 #include "kestrel/steps.h"
+#include "kestrel/tasks.h"
 #include "runtime.h"
 
 #include <csignal>
@@ -149,6 +150,8 @@ int main(int argc, char **argv) {
             break;
     }
     vec_free(arguments);
+    if (options.range_check)
+        end_with_parent();
     if (sound && options.instdir == nullptr) {
         print_usage();
         TRACE_MESSAGE("Installation directory was not specified");

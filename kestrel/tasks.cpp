@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <deque>
 #include <string>
@@ -175,6 +176,15 @@ const char *task_name(const Task &task) {
                      task.range.start + static_cast<unsigned long long>(task.lines));
 }
 
+// The environment variable that tells a task which process it belongs to.
+static constexpr const char *PARENT = "kestrel_parent";
+
+void end_with_parent() {
+    const char *parent = getenv(PARENT);
+    if (parent != nullptr && *parent != '\0')
+        host_end_with(static_cast<uint32_t>(strtoul(parent, nullptr, 10)));
+}
+
 // A file for what a task writes; null if there can be none.
 static OwnedString new_part() {
     static bool reported = false;
@@ -189,6 +199,7 @@ std::deque<Task> start_tasks(const TaskSetting &setting, uint32_t lines, uint32_
                              const uint32_t *positions) {
     TRACE_MESSAGE("Each core will do %d hashes", lines / tasks);
     std::deque<Task> started;
+    os_setenv(PARENT, std::to_string(host_process_id()).c_str());
     for (uint32_t i = 0; i < tasks; i = next_task(i, lines, tasks)) {
         const TaskRange range = task_range(lines, tasks, i);
         TRACE_MESSAGE("Starting process %d", i);
@@ -201,6 +212,7 @@ std::deque<Task> start_tasks(const TaskSetting &setting, uint32_t lines, uint32_
         }
         TRACE_MESSAGE("got proc id %lld\n", static_cast<long long>(process));
     }
+    os_setenv(PARENT, "");
     return started;
 }
 

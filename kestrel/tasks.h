@@ -85,4 +85,7 @@ using FinishTask = std::function<bool(const Task &task)>;
 bool finish_tasks(std::deque<Task> started, uint32_t lines, uint32_t tasks,
                   const FinishTask &finish);
 
+// In a task: has it end with the process that started it. Nothing in other runs.
+void end_with_parent();
+
 #endif

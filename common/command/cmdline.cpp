@@ -117,22 +117,28 @@ struct OpenFile {
     const OpenFile *outer;
     uint32_t depth;
     bool is_special; // neither a regular file nor a directory
-    bool known;      // whether `identity` is
-    FileIdentity identity;
+    bool known;      // whether `state` is
+    FileState state;
 };
 
 } // namespace
 
 static OpenFile enter_file(const char *path, bool is_special, const OpenFile *outer) {
     OpenFile file = {outer, outer == nullptr ? 1 : outer->depth + 1, is_special, false, {}};
-    file.known = host_file_identity(path, &file.identity);
+    file.known = host_file_state(path, &file.state);
     return file;
+}
+
+// A pipe changes whenever it is written to.
+static bool is_same(const OpenFile &a, const OpenFile &b) {
+    return a.known && b.known &&
+           (a.is_special ? a.state.identity == b.state.identity : a.state == b.state);
 }
 
 // Whether the file includes itself, directly or through others, or is one too many.
 static bool is_endless(const Expansion &expansion, const OpenFile &file) {
     for (const OpenFile *outer = file.outer; outer != nullptr; outer = outer->outer)
-        if (file.known && outer->known && file.identity == outer->identity)
+        if (is_same(file, *outer))
             return true;
     return file.depth > MAX_NESTING || expansion.files_read >= MAX_FILES;
 }
@@ -148,8 +154,8 @@ static bool read_regular(const char *path, std::string *text) {
 // Standard input is at its end afterwards too.
 static bool read_special(const char *path, const OpenFile &special, std::string *text) {
     FileState input;
-    const bool is_input =
-        special.known && host_opened_state(stdin, &input) && input.identity == special.identity;
+    const bool is_input = special.known && host_opened_state(stdin, &input) &&
+                          input.identity == special.state.identity;
     const FilePtr file(is_input ? nullptr : host_fopen(path, "r"));
     if (!is_input && file == nullptr)
         return false;

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <utility>
 #include <vector>
 
 static constexpr uint32_t DEFAULT_CAPACITY = 10;
@@ -60,8 +61,7 @@ static void grow(Vector *p, uint32_t target) {
             void **data = allocate_slots(capacity);
             if (p->capacity != 0)
                 std::copy_n(p->data, p->count, data);
-            free(p->data);
-            p->data = data;
+            free(std::exchange(p->data, data)); // whoever interrupts reads one or the other
             p->capacity = static_cast<uint32_t>(capacity);
         }
         if (p->master != nullptr) {

@@ -130,6 +130,7 @@ static bool read_comment(mz_zip_archive *zip, std::string &comment) {
 // Appending overwrites the archive's directory before it is whole again, so it happens to a copy.
 static void append_to_package(const Addition &add) {
     const OwnedString copy = os_is_regular(add.package) ? os_tempname("zip") : nullptr;
+    os_remove_at_exit(copy.get());
     mz_zip_archive zip = {};
     std::string comment;
     if (copy == nullptr || !copyfile_helper(add.package, copy.get()) ||

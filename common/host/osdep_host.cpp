@@ -37,8 +37,17 @@ bool host_file_identity(const char *path, FileIdentity *result) {
     return true;
 }
 
+// A file that is being written to may change between the two looks at it, so it is looked at again.
 bool host_same_file(const char *a, const char *b) {
-    FileIdentity first;
-    FileIdentity second;
-    return host_file_identity(a, &first) && host_file_identity(b, &second) && first == second;
+    constexpr int MOST_TRIES = 100;
+    FileState first, second, again;
+    for (int i = 0; i < MOST_TRIES && host_file_state(a, &first) && host_file_state(b, &second) &&
+                    first.identity == second.identity;
+         i++) {
+        if (first == second)
+            return true;
+        if (host_file_state(a, &again) && again == first)
+            return false;
+    }
+    return false;
 }

@@ -84,7 +84,6 @@ struct FileIdentity {
     bool operator==(const FileIdentity &) const = default;
 };
 bool host_file_identity(const char *path, FileIdentity *result);
-bool host_same_file(const char *a, const char *b); // false if either is missing
 
 // A file's state: it differs when the file has been written to, or another file has taken its name.
 struct FileState {
@@ -95,6 +94,10 @@ struct FileState {
 };
 bool host_file_state(const char *path, FileState *result);
 bool host_opened_state(FILE *stream, FileState *result);
+
+// Whether two paths lead to the same file; false if either is missing. Their states are compared:
+// some file systems give all files the same identity.
+bool host_same_file(const char *a, const char *b);
 
 struct FileCloser {
     void operator()(FILE *stream) const { fclose(stream); }
@@ -159,7 +162,7 @@ struct DirectoryEntry {
 };
 
 // Appends the entries of the directory except "." and "..", in the system's order. If reading
-// breaks off, those read so far are there.
+// breaks off, those read so far are there. A directory that is removed meanwhile is broken.
 enum class Listing {
     complete,
     broken,
@@ -186,8 +189,9 @@ bool host_replace(const char *from, const char *to);
 // Renames a file to a name that is free: errno is EEXIST if it is not.
 bool host_rename_new(const char *from, const char *to);
 
-// Gives `to` the access rights of `from`, as far as the host has any.
-void host_copy_mode(const char *from, const char *to);
+// Gives `to` the owner, the group and the access rights of `from`, as far as the host has them and
+// the user may.
+void host_copy_rights(const char *from, const char *to);
 
 // The file a link leads to in the end; a copy of `path` if it is not a link.
 OwnedString host_resolve_links(const char *path);
@@ -214,6 +218,13 @@ OwnedString host_stored_name(const char *path);
 using HostLock = intptr_t;
 HostLock host_lock(const char *path);
 void host_unlock(HostLock lock); // -1 is ignored
+
+// Waits for the lock of processes that write to the same file in place, until the file is closed.
+// The stream must be open for writing. False if the lock cannot be had.
+bool host_lock_opened(FILE *stream);
+
+// Cuts the file to so many bytes. Nothing that was written may be left in the stream.
+bool host_truncate(FILE *stream, int64_t size);
 
 // --- Descriptors
 
@@ -259,6 +270,16 @@ bool host_await_end(ProcessHandle process, int milliseconds);
 // Waits for a started program and gives its exit status: false if the status cannot be had. A
 // program that died of a signal has a nonzero status.
 bool host_wait_process(ProcessHandle process, int *status);
+
+// Ends all programs of host_start_process that have not been waited for. The first neither waits
+// nor allocates, so that a signal's handler may call it; the second waits until they have ended.
+void host_end_started();
+void host_await_started();
+
+// Has this process end when the one that started it does, whose number this is; ends it at once if
+// that has happened. For a started program, where the system has undone what host_start_process has
+// done, as for one with rights of its own.
+void host_end_with(uint32_t parent);
 
 // Runs a program to its end and returns its exit status, or -1 with errno set if it could not be
 // started. The arguments are joined by spaces and split again by the started program as

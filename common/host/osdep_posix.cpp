@@ -11,6 +11,7 @@
 #include <ctime>
 #include <dirent.h>
 #include <fcntl.h>
+#include <list>
 #include <poll.h>
 #include <sched.h>
 #include <sys/auxv.h>
@@ -299,20 +300,28 @@ size_t host_read_cached(int descriptor, void *buffer, size_t size) {
     return 0;
 }
 
+// By the system call: readdir() takes a directory that was removed meanwhile for one that is at its
+// end.
 Listing host_list_directory(const char *path, std::vector<DirectoryEntry> *entries) {
-    DIR *directory = opendir(path);
-    if (directory == nullptr)
+    alignas(dirent64) std::array<char, 32768> block;
+    const int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK;
+    const int directory = uninterrupted([&] { return open(path, flags); });
+    if (directory == -1)
         return errno == EACCES || errno == EPERM ? Listing::denied : Listing::unopened;
-    errno = 0;
-    while (const dirent *found = readdir(directory)) {
-        if (strcmp(found->d_name, ".") != 0 && strcmp(found->d_name, "..") != 0)
-            entries->push_back({found->d_name, true});
-        errno = 0;
-    }
+    long size;
+    while ((size = uninterrupted([&] {
+                return syscall(SYS_getdents64, directory, block.data(), block.size());
+            })) > 0)
+        for (long at = 0; at < size;) {
+            const auto *found = reinterpret_cast<const dirent64 *>(block.data() + at);
+            if (strcmp(found->d_name, ".") != 0 && strcmp(found->d_name, "..") != 0)
+                entries->push_back({found->d_name, true});
+            at += found->d_reclen;
+        }
     const int failure = errno;
-    closedir(directory);
+    close(directory);
     errno = failure;
-    return failure == 0 ? Listing::complete : Listing::broken;
+    return size == 0 ? Listing::complete : Listing::broken;
 }
 
 bool host_make_file(const char *path) {
@@ -370,10 +379,15 @@ bool host_rename_new(const char *from, const char *to) {
     return link(from, to) == 0 && unlink(from) == 0;
 }
 
-void host_copy_mode(const char *from, const char *to) {
-    struct stat status = {};
-    if (stat(from, &status) == 0)
-        chmod(to, status.st_mode & 0777);
+// Whoever may not give a file away may still give it to another group of his.
+void host_copy_rights(const char *from, const char *to) {
+    struct stat wanted = {}, made = {};
+    if (stat(from, &wanted) != 0 || stat(to, &made) != 0)
+        return;
+    const bool owned = wanted.st_uid == made.st_uid && wanted.st_gid == made.st_gid;
+    [[maybe_unused]] const bool given = owned || chown(to, wanted.st_uid, wanted.st_gid) == 0 ||
+                                        chown(to, static_cast<uid_t>(-1), wanted.st_gid) == 0;
+    chmod(to, wanted.st_mode & 0777);
 }
 
 OwnedString host_resolve_links(const char *path) {
@@ -430,9 +444,24 @@ OwnedString host_stored_name(const char *path) {
     return found ? xstrdup(name.c_str()) : nullptr;
 }
 
+// The lock belongs to the open file description (F_OFD_SETLKW), not to the process, which may close
+// other descriptors of the file. A lock of flock() would block those who already run us under
+// flock(1).
+static bool lock_whole(int descriptor) {
+    struct flock whole = {};
+    whole.l_type = F_WRLCK;
+    return uninterrupted([&] { return fcntl(descriptor, F_OFD_SETLKW, &whole); }) == 0;
+}
+
+bool host_lock_opened(FILE *stream) {
+    return lock_whole(fileno(stream));
+}
+
+bool host_truncate(FILE *stream, int64_t size) {
+    return uninterrupted([&] { return ftruncate(fileno(stream), size); }) == 0;
+}
+
 // The lock is on the file itself, and is taken again if another file has taken its name meanwhile.
-// It belongs to the open file description (F_OFD_SETLKW), not to the process, which may close other
-// descriptors of the file. A lock of flock() would block those who already run us under flock(1).
 HostLock host_lock(const char *path) {
     for (;;) {
         struct stat named = {}, held = {};
@@ -441,10 +470,7 @@ HostLock host_lock(const char *path) {
         const int descriptor = open_at_once(path, O_RDWR);
         if (descriptor == -1)
             return -1;
-        struct flock whole = {};
-        whole.l_type = F_WRLCK;
-        const bool locked =
-            uninterrupted([&] { return fcntl(descriptor, F_OFD_SETLKW, &whole); }) == 0;
+        const bool locked = lock_whole(descriptor);
         if (locked && fstat(descriptor, &held) == 0 && stat(path, &named) == 0 &&
             held.st_dev == named.st_dev && held.st_ino == named.st_ino)
             return descriptor;
@@ -510,6 +536,16 @@ struct Start {
 
 } // namespace
 
+// The programs of host_start_process that have not been waited for, the oldest first. A signal's
+// handler reads it, so it changes only while signals are blocked; and it is never destroyed.
+static std::list<pid_t> &started = *new std::list<pid_t>;
+
+static void block_signals(sigset_t *before) {
+    sigset_t all;
+    sigfillset(&all);
+    sigprocmask(SIG_SETMASK, &all, before);
+}
+
 // Runs in the memory of the parent, which waits, so only system calls are made. The parent's signal
 // handlers must not run here: signals stay blocked until all handlers are reset.
 [[noreturn, gnu::noinline]] static void become_program(Start *start) {
@@ -521,11 +557,8 @@ struct Start {
         action.sa_handler = SIG_DFL;
         sigaction(number, &action, nullptr);
     }
-    if (start->parent != 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        if (getppid() != start->parent) // which has ended before it could be tied to
-            _exit(1);
-    }
+    if (start->parent != 0)
+        host_end_with(static_cast<uint32_t>(start->parent));
     sigprocmask(SIG_SETMASK, &start->signals, nullptr);
     execve(start->path, start->argv, environ);
     start->failure = errno;
@@ -538,15 +571,18 @@ static pid_t start_program(const char *path, char *const *argv, bool tied) {
     // A parent that ignored SIGCHLD has us ignore it too, and statuses would be lost.
     signal(SIGCHLD, SIG_DFL);
     Start start = {path, argv, tied ? getpid() : 0, {}, 0};
-    sigset_t all;
-    sigfillset(&all);
-    sigprocmask(SIG_SETMASK, &all, &start.signals);
+    std::list<pid_t> entry(1); // made while signals may come
+    block_signals(&start.signals);
     const pid_t child = vfork();
     if (child == 0)
         become_program(&start);
     const int failure = child == -1 ? errno : start.failure;
     if (child != -1 && failure != 0)
         uninterrupted([&] { return waitpid(child, nullptr, 0); });
+    if (tied && failure == 0) {
+        entry.front() = child;
+        started.splice(started.end(), entry);
+    }
     sigprocmask(SIG_SETMASK, &start.signals, nullptr);
     errno = failure;
     return failure == 0 ? child : 0;
@@ -600,13 +636,47 @@ bool host_await_end(ProcessHandle process, int milliseconds) {
            state.si_pid == child;
 }
 
+// Waits without taking the status, which keeps the number from being given to another process.
+static bool await_end(pid_t child) {
+    siginfo_t ended = {};
+    const auto id = static_cast<id_t>(child);
+    return uninterrupted([&] { return waitid(P_PID, id, &ended, WEXITED | WNOWAIT); }) == 0;
+}
+
+// The number is forgotten before it is free. Programs are mostly waited for in order, so it is
+// found at once.
 bool host_wait_process(ProcessHandle process, int *status) {
     int state = 0;
     const pid_t child = static_cast<pid_t>(process);
-    if (child <= 0 || uninterrupted([&] { return waitpid(child, &state, 0); }) != child)
+    if (child <= 0)
         return false;
-    *status = WIFEXITED(state) ? WEXITSTATUS(state) : 128 + WTERMSIG(state);
-    return true;
+    const bool ended = await_end(child);
+    std::list<pid_t> forgotten; // freed when signals may come again
+    sigset_t signals;
+    block_signals(&signals);
+    if (const auto entry = std::find(started.begin(), started.end(), child); entry != started.end())
+        forgotten.splice(forgotten.end(), started, entry);
+    const bool got = ended && uninterrupted([&] { return waitpid(child, &state, 0); }) == child;
+    sigprocmask(SIG_SETMASK, &signals, nullptr);
+    if (got)
+        *status = WIFEXITED(state) ? WEXITSTATUS(state) : 128 + WTERMSIG(state);
+    return got;
+}
+
+void host_end_started() {
+    for (const pid_t child : started)
+        kill(child, SIGKILL);
+}
+
+void host_await_started() {
+    for (const pid_t child : started)
+        await_end(child);
+}
+
+void host_end_with(uint32_t parent) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (static_cast<uint32_t>(getppid()) != parent)
+        _exit(1);
 }
 
 int host_spawn_wait(const char *path, const char *const *argv) {

@@ -365,14 +365,25 @@ FILE *host_open_log(const char *path, bool append) {
     return host_fopen(path, append ? "a" : "w");
 }
 
-// Going to the end and writing are two steps, whatever mode the file was opened in, so both are
-// done under a lock. The lock is on a byte beyond the end of any file, because nobody else can
-// write to locked bytes. A stream without an end or locks is simply written to.
-bool host_append(FILE *log, const std::string &text) {
-    const auto file = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(log)));
+// The lock is on a byte beyond the end of any file, because nobody else can write to locked bytes.
+static OVERLAPPED beyond_end() {
     OVERLAPPED beyond = {};
     beyond.OffsetHigh = 0x40000000;
-    const bool locked = LockFileEx(file, LOCKFILE_EXCLUSIVE_LOCK, 0, 1, 0, &beyond);
+    return beyond;
+}
+
+bool host_lock_opened(FILE *stream) {
+    const auto file = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stream)));
+    OVERLAPPED beyond = beyond_end();
+    return succeed_or_fail(LockFileEx(file, LOCKFILE_EXCLUSIVE_LOCK, 0, 1, 0, &beyond));
+}
+
+// Going to the end and writing are two steps, whatever mode the file was opened in, so both are
+// done under a lock. A stream without an end or locks is simply written to.
+bool host_append(FILE *log, const std::string &text) {
+    const auto file = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(log)));
+    OVERLAPPED beyond = beyond_end();
+    const bool locked = host_lock_opened(log);
     fseek(log, 0, SEEK_END);
     const bool taken = fwrite(text.data(), 1, text.size(), log) == text.size();
     const bool written = fflush(log) == 0 && taken;
@@ -389,6 +400,10 @@ FILE *host_freopen(const char *path, const char *mode, FILE *stream) {
 
 bool host_seek(FILE *stream, int64_t offset) {
     return _fseeki64(stream, offset, SEEK_SET) == 0;
+}
+
+bool host_truncate(FILE *stream, int64_t size) {
+    return _chsize_s(_fileno(stream), size) == 0;
 }
 
 int64_t host_read(int descriptor, void *buffer, size_t size) {
@@ -495,7 +510,7 @@ bool host_rename_new(const char *from, const char *to) {
 
 // The access list is inherited from the directory, which is the same for both; hidden files stay
 // hidden.
-void host_copy_mode(const char *from, const char *to) {
+void host_copy_rights(const char *from, const char *to) {
     const DWORD attributes = GetFileAttributesW(SystemPath(from).get());
     if (attributes != INVALID_FILE_ATTRIBUTES)
         SetFileAttributesW(SystemPath(to).get(), attributes);
@@ -628,14 +643,18 @@ int host_close(int descriptor) {
 
 // --- Processes
 
+// The job of started programs, which ends with the last handle to it. That handle is ours, and the
+// system closes it when this process ends. Null until there is one.
+static HANDLE job = nullptr;
+
 namespace {
 
-// The attribute that puts a started process into a job, which ends with the last handle to it. That
-// handle is ours, and the system closes it when this process ends. Before Windows 10 there is no
-// such attribute, and programs outlive this one.
+// The attribute that puts a started process into the job. Before Windows 10 there is no such
+// attribute, and programs outlive this one.
 class JobAttribute {
   public:
     JobAttribute() {
+        job = make_job();
         SIZE_T size = 0;
         InitializeProcThreadAttributeList(nullptr, 1, 0, &size);
         memory.resize(size);
@@ -660,7 +679,6 @@ class JobAttribute {
         return reinterpret_cast<LPPROC_THREAD_ATTRIBUTE_LIST>(memory.data());
     }
 
-    HANDLE job = make_job();
     std::vector<char> memory;
     bool usable = false;
 };
@@ -688,12 +706,12 @@ void *host_open_shared(const char *name, size_t size) {
 }
 
 ProcessHandle host_start_process(const char *exe, const char *const *, const char *command_line) {
-    static JobAttribute job;
+    static JobAttribute attribute;
     STARTUPINFOEXA startup = {};
     startup.StartupInfo.cb = sizeof startup;
     startup.StartupInfo.dwFlags = STARTF_USESHOWWINDOW;
     startup.StartupInfo.wShowWindow = SW_SHOWMAXIMIZED;
-    startup.lpAttributeList = job.get();
+    startup.lpAttributeList = attribute.get();
     PROCESS_INFORMATION process = {};
     std::string line = command_line != nullptr ? command_line : ""; // the call may write into it
     if (!CreateProcessA(exe, line.data(), nullptr, nullptr, FALSE,
@@ -715,6 +733,24 @@ bool host_await_end(ProcessHandle process, int milliseconds) {
 bool host_wait_process(ProcessHandle process, int *status) {
     return process != 0 && _cwait(status, process, _WAIT_CHILD) != -1;
 }
+
+void host_end_started() {
+    if (job != nullptr)
+        TerminateJobObject(job, 1);
+}
+
+// The job has no signal that its last process has ended.
+void host_await_started() {
+    JOBOBJECT_BASIC_ACCOUNTING_INFORMATION account = {};
+    while (job != nullptr &&
+           QueryInformationJobObject(job, JobObjectBasicAccountingInformation, &account,
+                                     sizeof account, nullptr) &&
+           account.ActiveProcesses != 0)
+        Sleep(1);
+}
+
+// The job does that.
+void host_end_with(uint32_t) {}
 
 int host_spawn_wait(const char *path, const char *const *argv) {
     return static_cast<int>(_spawnv(_P_WAIT, path, argv));

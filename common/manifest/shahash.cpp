@@ -52,11 +52,12 @@ bool shahash_write_manifest(uint32_t flags, const char *dir, const char *manifes
     const OwnedString temporary = os_tempname_plain();
     if (temporary == nullptr)
         return report_unwritten(nullptr, report);
+    os_remove_at_exit(temporary.get());
     Vector *entries = vec_new(__FILE__, __LINE__);
     bool done = shahash_walk(flags, entries, dir, dir, report, hash);
     if (done && !write_entries(entries, temporary.get()))
         done = report_unwritten(nullptr, report);
-    if (done && !copyfile_helper(temporary.get(), manifest))
+    if (done && !os_copy_to_other(temporary.get(), manifest))
         done = report_unwritten(manifest, report);
     shahash_free_entries(entries);
     return done;

@@ -20,11 +20,12 @@ struct Walk {
 
 } // namespace
 
-// A link to a directory that is being walked would lead in circles. Without a link identities are
-// not compared: some file systems have none that can be trusted.
+// A link to a directory that is being walked would lead in circles. Identities alone do not tell:
+// some file systems have none that can be trusted.
 static bool is_loop(const Walk &walk) {
     for (const Walk *outer = walk.parent; walk.linked && outer != nullptr; outer = outer->parent)
-        if (outer->known && walk.known && outer->identity == walk.identity)
+        if (outer->known && walk.known && outer->identity == walk.identity &&
+            host_same_file(outer->dir, walk.dir))
             return true;
     return false;
 }

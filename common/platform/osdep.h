@@ -107,6 +107,10 @@ int os_rmtree(const char *path);
 // where it is not a regular file (a device, a pipe), it is written in place.
 bool copyfile_helper(const char *from, const char *to);
 
+// The same for two paths that the caller knows to be two files: copyfile_helper copies nothing if
+// they look like one, as all files may on a file system without identities.
+bool os_copy_to_other(const char *from, const char *to);
+
 // Whether copyfile_helper could write there, as far as rights go; false with the reason in errno.
 // For a missing file this is tried by making one beside it for a moment. A path that is neither
 // file nor directory is taken to be writable and is not opened.
@@ -133,7 +137,10 @@ OwnedString os_tempdir_new(); // made as a directory; null if that fails
 void os_remove_at_exit(const char *path);
 void os_rmdir_at_exit(const char *path);
 void os_keep_temps(bool flag); // nothing is removed at exit
-void os_remove_temps();        // now; what could not be removed is tried again at exit
+
+// For a signal's handler: ends the programs of host_start_process, which may write temporaries, and
+// removes all temporaries. What could not be removed is tried again at exit.
+void os_remove_temps();
 
 // --- Environment and time (osdep_time.cpp)
 

@@ -98,36 +98,57 @@ bool os_read_all(FILE *file, std::string *text, size_t most) {
 
 // --- Copying files
 
-static bool copy_bytes(FILE *source, FILE *target) {
+// Adds the number of bytes to `copied`.
+static bool copy_bytes(FILE *source, FILE *target, uint64_t *copied) {
     static std::array<char, 65536> buffer;
     size_t size = 0;
-    while ((size = fread(buffer.data(), 1, buffer.size(), source)) > 0)
+    while ((size = fread(buffer.data(), 1, buffer.size(), source)) > 0) {
         if (fwrite(buffer.data(), 1, size, target) != size)
             return false;
+        *copied += size;
+    }
     return ferror(source) == 0 && fflush(target) == 0;
+}
+
+static bool flush(FILE *target) {
+    return fflush(target) == 0 && host_flush_to_disk(host_fileno(target));
 }
 
 // Writes a copy to `target`, which may be null, and closes it. False unless every byte was read and
 // has been handed to the system or, if `durable`, to the disk.
 static bool write_copy(FILE *source, FILE *target, bool durable) {
-    return target != nullptr &&
-           os_close_written(target, copy_bytes(source, target) &&
-                                        (!durable || host_flush_to_disk(host_fileno(target))));
+    uint64_t copied = 0;
+    return target != nullptr && os_close_written(target, copy_bytes(source, target, &copied) &&
+                                                             (!durable || flush(target)));
+}
+
+// Whether the file still begins with a NUL and has the size of what was written to it.
+static bool is_ours(FILE *target, uint64_t size) {
+    FileState state;
+    errno = EBUSY;
+    return host_seek(target, 0) && getc(target) == '\0' && host_opened_state(target, &state) &&
+           state.size == size;
 }
 
 // The old file is lost with the first byte, and an incomplete new one could be taken for a complete
 // one. So it begins with a NUL, which no text contains, until everything else is on the disk.
-static bool write_in_place(FILE *source, const char *to) {
-    FILE *target = host_fopen(to, "wb");
+static bool overwrite(FILE *source, FILE *target) {
     const int first = getc(source);
-    if (target == nullptr || first == EOF)
-        return write_copy(source, target, true);
-    const auto flush = [&] {
-        return fflush(target) == 0 && host_flush_to_disk(host_fileno(target));
-    };
-    return os_close_written(target, putc('\0', target) != EOF && copy_bytes(source, target) &&
-                                        flush() && host_seek(target, 0) &&
-                                        putc(first, target) != EOF && flush());
+    if (first == EOF)
+        return ferror(source) == 0 && host_truncate(target, 0) && flush(target);
+    uint64_t size = 1;
+    return putc('\0', target) != EOF && fflush(target) == 0 && host_truncate(target, 1) &&
+           copy_bytes(source, target, &size) && flush(target) && is_ours(target, size) &&
+           host_seek(target, 0) && putc(first, target) != EOF && flush(target);
+}
+
+// Those who write to the same file at the same time wait for each other.
+static bool write_in_place(FILE *source, const char *to, bool exists) {
+    if (!exists && !host_make_file(to) && errno != EEXIST)
+        return false;
+    FILE *target = host_fopen(to, "r+b");
+    return target != nullptr &&
+           os_close_written(target, host_lock_opened(target) && overwrite(source, target));
 }
 
 // A new name in the directory of `path`: what precedes its last component by position. (The
@@ -147,6 +168,17 @@ static FILE *make_sibling(const std::string &sibling) {
     return host_fopen(sibling.c_str(), "wb");
 }
 
+// Some directories take new files and release none.
+static bool remove_sibling(const std::string &sibling) {
+    if (host_remove(sibling.c_str()) || errno == ENOENT)
+        return true;
+    const int reason = errno;
+    fprintf(stderr, "Cannot remove file \"%s\": %s\n", str_printable(sibling.c_str()).get(),
+            strerror(reason));
+    errno = reason;
+    return false;
+}
+
 bool os_is_writable(const char *path) {
     return FilePtr(host_fopen(path, "r+b")) != nullptr;
 }
@@ -162,7 +194,7 @@ bool os_can_write(const char *path) {
             return false;
         const std::string sibling = sibling_of(host_resolve_links(path).get());
         const bool made = FilePtr(make_sibling(sibling)) != nullptr; // and closed
-        return made && host_remove(sibling.c_str());
+        return made && remove_sibling(sibling);
     }
     if (status.kind == FileKind::directory)
         errno = EISDIR;
@@ -188,11 +220,11 @@ static Replacement replace_with_copy(FILE *source, const char *to, bool exists) 
     }
     const bool written = write_copy(source, target, true);
     if (written && exists)
-        host_copy_mode(to, sibling.c_str());
+        host_copy_rights(to, sibling.c_str());
     if (written && host_replace(sibling.c_str(), to))
         return Replacement::done;
     const int reason = errno;
-    host_remove(sibling.c_str());
+    remove_sibling(sibling);
     errno = reason;
     const bool forbidden = written && (reason == EACCES || reason == EPERM || reason == EBUSY ||
                                        reason == EROFS || reason == EXDEV);
@@ -206,8 +238,7 @@ static bool copy_to_file(FILE *source, const char *to, bool exists) {
     const Replacement outcome = replace_with_copy(source, to, exists);
     if (outcome != Replacement::forbidden)
         return outcome == Replacement::done;
-    rewind(source);
-    return write_in_place(source, to);
+    return host_seek(source, 0) && write_in_place(source, to, exists);
 }
 
 static bool copy_to(FILE *source, const char *to) {
@@ -221,19 +252,28 @@ static bool copy_to(FILE *source, const char *to) {
     }
     // The name of a link need not lead back to the open file behind it (/dev/stdout).
     const OwnedString target = host_resolve_links(to);
-    if (exists && (old.kind != FileKind::regular || !host_same_file(to, target.get())))
+    const bool leads_back = strcmp(to, target.get()) == 0 || host_same_file(to, target.get());
+    if (exists && (old.kind != FileKind::regular || !leads_back))
         return write_copy(source, host_fopen(to, "wb"), false);
     return copy_to_file(source, target.get(), exists);
 }
 
-bool copyfile_helper(const char *from, const char *to) {
+// A file that is copied to itself is complete already, and need not be writable.
+static bool copy_file(const char *from, const char *to, bool may_be_same) {
     FILE *source = from != nullptr && to != nullptr ? host_fopen(from, "rb") : nullptr;
     if (source == nullptr)
         return false;
-    // A file that is copied to itself is complete already, and need not be writable.
-    const bool done = host_same_file(from, to) || copy_to(source, to);
+    const bool done = (may_be_same && host_same_file(from, to)) || copy_to(source, to);
     const int reason = errno;
     fclose(source);
     errno = reason;
     return done;
+}
+
+bool copyfile_helper(const char *from, const char *to) {
+    return copy_file(from, to, true);
+}
+
+bool os_copy_to_other(const char *from, const char *to) {
+    return copy_file(from, to, false);
 }

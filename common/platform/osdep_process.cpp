@@ -80,9 +80,9 @@ static void fatal_signal(int number) {
     const std::span<const int> caught = host_caught_signals();
     dying = std::find(caught.begin(), caught.end(), number) != caught.end() ? number : 1;
     host_limit_exit(give_up);
+    os_remove_temps(); // before anything that may have to wait
     if (os_signal_hook != nullptr)
         os_signal_hook();
-    os_remove_temps(); // before anything that may have to wait
     restore_stream(&saved_stdout_fd, STDOUT_DESCRIPTOR, stdout, "\n");
     restore_stream(&saved_stderr_fd, STDERR_DESCRIPTOR, stderr, "");
     if (is_fault(number))

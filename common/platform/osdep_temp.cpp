@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <cstdlib>
 #include <string>
 #include <utility>
@@ -17,6 +18,7 @@ static Vector *temp_files_to_remove = nullptr;
 static uint32_t owner = 0; // the process that registered them
 static bool exit_cleanup_registered = false;
 static bool keep_temps = false;
+static bool struck = false; // by a fatal signal
 
 // --- At exit
 
@@ -27,23 +29,44 @@ static void forget(Vector **paths) {
     vec_free(forgotten);
 }
 
+// Removes the registered files, and the directories that are empty then; false if some stay. Calls
+// nothing that allocates: a signal may have struck inside the heap.
+static bool remove_registered() {
+    for (uint32_t i = 0; i < vec_size(temp_files_to_remove); i++)
+        if (const char *path = vec_at<char>(temp_files_to_remove, i))
+            host_remove(path);
+    bool removed = true;
+    for (uint32_t i = 0; i < vec_size(temp_dirs_to_remove); i++)
+        if (const char *path = vec_at<char>(temp_dirs_to_remove, i))
+            removed = (host_rmdir(path) || errno == ENOENT) && removed;
+    return removed;
+}
+
 // Failures are ignored: nobody is left to report them to. A forked copy of the process leaves its
-// parent's temporaries alone.
-void os_remove_temps() {
+// parent's temporaries alone. Programs that were started may make files until they have ended.
+static void remove_temps() {
     if (temp_files_to_remove == nullptr || temp_dirs_to_remove == nullptr || keep_temps ||
         host_process_id() != owner)
         return;
-    for (uint32_t i = 0; i < vec_size(temp_files_to_remove); i++)
-        if (const char *path = vec_at<char>(temp_files_to_remove, i); os_exists(path))
-            host_remove(path);
+    host_end_started();
+    if (remove_registered())
+        return;
+    host_await_started();
     for (uint32_t i = 0; i < vec_size(temp_dirs_to_remove); i++)
         os_rmtree(vec_at<char>(temp_dirs_to_remove, i));
 }
 
+void os_remove_temps() {
+    struck = true;
+    remove_temps();
+}
+
 // A signal may strike in here, and its handler comes back to what is not removed yet: so nothing is
-// forgotten before the end.
+// forgotten before the end. After a signal the heap is left alone.
 static void exit_cleanup() {
-    os_remove_temps();
+    remove_temps();
+    if (struck)
+        return;
     forget(&temp_files_to_remove);
     forget(&temp_dirs_to_remove);
     temp_dir.reset();

@@ -158,6 +158,12 @@ TEST(OsCopyFile, MakesOrReplacesTheDestination) {
     const std::string empty = scratch.write("empty", "");
     ASSERT_EQ(os_mkdir(scratch.path("dir").c_str()), 0);
     const std::string to = scratch.path(native("dir/to").c_str());
+    const auto next_descriptor = [] {
+        const int next = host_dup(1);
+        host_close(next);
+        return next;
+    };
+    const int next = next_descriptor();
     for (const std::string &source : {from, empty, from}) {
         EXPECT_TRUE(copyfile_helper(source.c_str(), to.c_str()));
         EXPECT_EQ(read_file(to), read_file(source));
@@ -168,6 +174,7 @@ TEST(OsCopyFile, MakesOrReplacesTheDestination) {
     EXPECT_EQ(host_fopen_regular(device), nullptr) << "it was replaced";
     EXPECT_TRUE(copyfile_helper(from.c_str(), from.c_str()));
     EXPECT_EQ(read_file(from), bytes);
+    EXPECT_EQ(next_descriptor(), next) << "a descriptor stayed open";
     EXPECT_EQ(listing(scratch.path("dir").c_str()).size(), 1u) << "something was left behind";
 }
 

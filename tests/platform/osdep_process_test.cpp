@@ -2,11 +2,9 @@
 #include "support/scratch.h"
 
 #include <cerrno>
-#include <chrono>
 #include <csignal>
 #include <gtest/gtest.h>
 #include <iostream>
-#include <thread>
 #include <vector>
 
 // What the helper prints when it is started with these arguments.
@@ -150,6 +148,11 @@ TEST(OsProcess, StartedProgramsAreWaitedFor) {
     EXPECT_TRUE(host_wait_process(second, &status));
     EXPECT_EQ(status, 7);
     EXPECT_FALSE(host_wait_process(0, &status));
+    const ProcessHandle held = start("--hold", Scratch().write("lock", "").c_str());
+    host_end_started();
+    host_await_started();
+    EXPECT_TRUE(host_await_end(held, 0));
+    EXPECT_TRUE(host_wait_process(held, &status) && status != 0);
     const char *argv[] = {"missing", nullptr};
     EXPECT_EQ(host_start_process("./missing", argv, "missing"), 0);
     EXPECT_EQ(errno, ENOENT);
@@ -177,15 +180,13 @@ TEST(OsProcess, FatalSignalsEndTidily) {
     }
 }
 
+// The lock is free when its holder has ended.
 TEST(OsProcess, StartedProgramsEndWithTheirParent) {
     const Scratch scratch;
-    const std::string file = scratch.path("ticks");
+    const std::string file = scratch.write("lock", "");
     output_of({"--orphan", file.c_str()});
-    std::this_thread::sleep_for(std::chrono::milliseconds(200));
-    const uint32_t size = os_filesize(file.c_str());
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    EXPECT_GT(size, 0u);
-    EXPECT_EQ(os_filesize(file.c_str()), size) << "it still runs";
+    host_unlock(host_lock(file.c_str()));
+    EXPECT_EQ(read_file(file), "held");
 }
 
 TEST(OsProcess, FromAShell) {

@@ -6,8 +6,9 @@
 #
 #   osdep_process_test.sh <directory of the programs>
 #
-# The programs' paths are without spaces, and some variables hold several words:
-# shellcheck disable=SC2086
+# The programs' paths are without spaces, some variables hold several words, and the lines of
+# `expect` call functions and use variables:
+# shellcheck disable=SC2086,SC2317,SC2034
 child=$1/child kestrel=$1/kestrel
 nobody=
 [ "$(id -u)" != 0 ] || nobody='setpriv --reuid=65534 --regid=65534 --clear-groups'
@@ -40,6 +41,21 @@ expect() {
         status=1
     fi
     cd "$place" && chmod -R u+rwx work && rm -rf work
+}
+
+# follow <options of strace, program...>: runs the program under strace and calls `at` for each line
+# of the trace, with its process in $pid, that of the program in $first, and the rest in $line. With
+# "inject=<call>:signal=STOP" processes are held after the call until `at` sends CONT. Ends when all
+# processes have ended.
+follow() {
+    mkfifo trace
+    timeout -k 1 60 strace -f -o trace "$@" >out 2>&1 &
+    first=
+    while read -r pid line; do
+        first=${first:-$pid}
+        at
+    done <trace
+    wait
 }
 
 # --- Programs that are started
@@ -109,6 +125,19 @@ chmod 605 to
 $child --copy from to; ls -l to | cut -c 1-10
 cd dir; cp ../from .; $child --copy from from; echo *
 -
+can setpriv --reuid=1 --clear-groups true && expect '7:8 640
+1:8 640
+1:1 604' <<'-'
+chmod 777 .
+# copied <user> <groups>: the owner and the rights of a file in whose place that user has written
+copied() {
+    setpriv --reuid=$1 --regid=$1 $2 $child --copy from to >out
+    stat -c '%u:%g %a' to
+}
+chown 7:8 to; chmod 640 to; copied 0 --keep-groups
+rm to; echo >to; chown 1:8 to; chmod 640 to; copied 1 --groups=8
+rm to; echo >to; chown 1:8 to; chmod 604 to; copied 1 --clear-groups
+-
 if can $nobody $child --exit 0; then
     # A new file is possible neither beside it nor in its place.
     expect '0 0
@@ -170,6 +199,37 @@ newdir from to' <<'-'
 $fail 'inject=/^rename:error=EBUSY' $child --copy from to
 cat to; echo *
 -
+    # Without the lock, or the source's beginning, nothing is written over the old file; nothing at all
+    # is an empty file.
+    expect '0 37
+old
+0 29
+old
+0 0
+0' <<'-'
+in_place='inject=/^rename:error=EBUSY'
+$fail $in_place -e inject=fcntl:error=ENOLCK $child --copy from to; cat to; echo
+$fail $in_place -e inject=lseek:error=ESPIPE:when=1 $child --copy from to; cat to; echo
+: >from; $fail $in_place $child --copy from to; stat -c %s to
+-
+    # What was written over is looked at before the first character.
+    expect '0 16
+0' <<'-'
+at() {
+    case $line in
+    '--- stopped'*) [ "$held" ] && : >to; held=1; kill -CONT $pid ;;
+    esac
+}
+follow -e 'inject=/^rename:error=EBUSY' -e inject=fsync:signal=STOP $child --copy from to
+cat out; stat -c %s to
+-
+    # A file that cannot be removed is named.
+    expect 'Cannot remove file "zv.tmp": Operation not permitted
+0 0
+new' <<'-'
+$fail 'inject=/^(rename|unlink):error=EPERM' $child --copy from to 2>&1 | sed 's/zv.*tmp/zv.tmp/'
+cat to
+-
     # What is written over the old file is not text until it is complete.
     for flush in 2 3; do
         export flush
@@ -184,6 +244,13 @@ old' <<'-'
 $fail inject=fsync:error=EROFS:when=1 $child --copy from to
 cat to
 -
+    # Where the system cannot rename to a free name in one step.
+    for error in EINVAL ENOSYS EACCES; do
+        export error
+        expect "$([ $error = EACCES ] && echo 13 'dir from to' || echo 0 'dir from there')" <<'-'
+$fail inject=renameat2:error=$error $child --rename to there; echo $? *
+-
+    done
     # The state of the root directory cannot be read.
     expect 1 <<'-'
 $fail 'inject=/stat:error=EIO' -P / -P /gone $child --mkdir /gone || echo $?
@@ -191,7 +258,8 @@ $fail 'inject=/stat:error=EIO' -P / -P /gone $child --mkdir /gone || echo $?
 fi
 
 # A directory below the top cannot be read, for a reason other than rights.
-for call in openat:error=EIO openat:error=EMFILE openat:error=ENOENT getdents64:error=EIO; do
+for call in openat:error=EIO openat:error=EMFILE openat:error=ENOENT getdents64:error=EIO \
+    getdents64:error=ENOENT getdents64:error=ESTALE; do
     export call
     can $fail trace=none true && expect "Cannot read directory \"./sub\"
 There was a problem generating the manifest file
@@ -200,7 +268,35 @@ mkdir -p tree/sub && printf old >m
 $fail inject=$call -P ./sub -P "$PWD/tree/sub" $kestrel -g --manifest=m --instdir=tree 2>&1 >out
 cat m
 -
+    can $fail trace=none true && expect "$(printf 'error\t0\tCannot read directory "./sub"')
+Verification failed" <<'-'
+mkdir -p tree/sub && : >tree/sub/unseen && echo >tree/1
+$kestrel -g --manifest=m --instdir=tree >out && rm tree/sub/unseen && sed -i /unseen/d m
+$fail inject=$call -P ./sub -P "$PWD/tree/sub" \
+    $kestrel -c --extra --report --tasks=1 --manifest=m --instdir=tree |
+    sed -n '/Cannot/s/: .*//p; /Ver/p'
+-
 done
+
+# All files look alike to who compares their identities.
+alike="$fail inject=newfstatat:poke_exit=@arg3=00000000000000000000000000000000"
+can $alike $kestrel -h && expect 'Manifest file successfully created
+4
+Manifest file successfully created
+4' <<'-'
+mkdir -p tree/sub/in temp && echo >tree/sub/1 && echo >tree/sub/in/2 && ln -s sub tree/link
+for dir in tree/sub/in tree/sub tree; do
+    until touch $dir && now=$(stat -c %z $dir) && [ "$now" != "$last" ]; do :; done
+    last=$now
+done
+export TEMP="$PWD/temp"
+for old in old ''; do
+    printf "$old" >m
+    printf '%s\n' -g --manifest=m >inner && echo @inner >outer
+    $alike $kestrel @outer --tasks=1 --instdir=tree | grep -v '"'
+    echo $(grep -c . m)
+done
+-
 
 # --- Temporaries
 
@@ -266,14 +362,18 @@ can $fail trace=none true && expect 'Verification failed' <<'-'
 mkdir tree && for i in 1 2 3 4 5 6; do echo $i >tree/$i; done
 $kestrel -g --manifest=bad --instdir=tree >out && echo changed >tree/6
 $kestrel -g --manifest=sound --instdir=tree >out && ln -s bad m
-# flip <to> <text in the log>
-flip() {
-    until grep -qs "$2" log || [ $((tries += 1)) = 2000 ]; do sleep .01; done
-    ln -s "$1" n && mv -T n m
+flip() { ln -s $1 n && mv -T n m; }
+# A task is held when it is about to run, and the parent when each task has ended.
+at() {
+    case $line in
+    '--- stopped'*)
+        [ $pid = $first ] || { [ "$started" ] || flip sound; started=1; }
+        [ $pid != $first ] || [ $((stops += 1)) != 3 ] || flip bad
+        kill -CONT $pid ;;
+    esac
 }
-(flip sound 'Starting process 0' && flip bad 'Waiting for process 1') &
-$fail inject=vfork:delay_enter=300000 -e inject=wait4:delay_exit=300000 \
-    $kestrel -c --manifest=m --instdir=tree --tasks=2 --zvdebug=on,out:log | grep -v '"'
+follow -e inject=execve,waitid:signal=STOP $kestrel -c --manifest=m --instdir=tree --tasks=2
+grep -v '"' out
 -
 # A file system may report only on closing that there is no room, or report an error only once.
 can $fail trace=none true && expect 'Cannot write to standard output: Disk quota exceeded
@@ -287,13 +387,54 @@ for call in close:error=EDQUOT write:error=EIO; do
 done
 -
 # A task whose parent has ended before it could be tied to it does nothing.
-can $fail trace=none true && expect '' <<'-'
+can $fail trace=none true && expect 1 <<'-'
 mkdir tree && for i in 1 2 3; do echo $i >tree/$i; done
 $kestrel -g --manifest=m --instdir=tree >out
-$fail inject=prctl:delay_enter=500000 sh -c 'echo $$ >pid; exec "$@"' sh \
-    $kestrel -c --manifest=m --instdir=tree --tasks=2 --zvdebug=on,out:log >out 2>&1 &
-until [ -e kestrel_0-1.out ] || [ $((tries += 1)) = 2000 ]; do sleep .01; done
-sleep .1; kill -9 $(cat pid); wait; cat kestrel_0-1.out
+at() {
+    case $line in
+    '--- stopped'*) [ $pid = $first ] && kill -CONT $pid || { task=$pid; kill -9 $first; } ;;
+    '+++ killed'*) [ $pid != $first ] || kill -CONT $task ;;
+    execve*) ran=$((ran + 1)) ;;
+    esac
+}
+follow -e inject=rt_sigaction:signal=STOP:when=1 $kestrel -c --manifest=m --instdir=tree --tasks=2
+echo $ran
+-
+# A task ends with its parent, also where that is forgotten when it begins to run.
+for how in '-e inject=prctl:error=EPERM:when=1' capable; do
+    export how
+    can $fail trace=none $nobody true && can setcap cap_dac_read_search+ep to && expect 3 <<'-'
+mkdir tree && for i in 1 2 3; do echo $i >tree/$i; done
+chmod 755 . && $kestrel -g --manifest=m --instdir=tree >out && cp $kestrel .
+at() {
+    case $line in
+    '--- stopped'*) [ $pid = $first ] && kill -CONT $pid || tasks="$tasks $pid"
+                    [ "$tasks" = "${tasks#* * }" ] || kill -9 $first ;;
+    '+++ killed'*) ended=$((ended + 1)); [ $pid != $first ] || kill -CONT $tasks ;;
+    esac
+}
+[ "$how" != capable ] || { setcap cap_dac_read_search+ep kestrel; how=; }
+follow $how -e inject=chdir:signal=STOP $nobody ./kestrel -c --manifest=m --instdir=tree --tasks=2
+echo $ended
+-
+done
+# A signal to the parent ends a task that is starting, which here would go on while the parent
+# removes its temporaries.
+can $fail trace=none true && expect 'killed by SIGKILL +++
+exited with 15 +++' <<'-'
+mkdir tree temp && for i in 1 2 3; do echo $i >tree/$i; done
+$kestrel -g --manifest=m --instdir=tree >out
+at() {
+    case $line in
+    '--- stopped'*) [ $pid = $first ] && kill -CONT ${task:-$pid} || task=$pid ;;
+    '+++'*) echo ${line#+++ }; task=; [ $pid = $first ] || kill -CONT $first ;;
+    esac
+}
+TEMP=$PWD/temp
+export TEMP
+follow -e inject=vfork:signal=TERM:when=1 -e inject=execve,unlink,getdents64:signal=STOP \
+    $kestrel -c --report --manifest=m --instdir=tree --tasks=2
+ls temp
 -
 
 # --- Without /proc

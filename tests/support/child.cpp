@@ -93,7 +93,10 @@ static int die(const char *directory, int number, std::string_view how) {
     if (how.empty())
         signal(number, SIG_DFL); // until a program has been run
     os_setenv("TEMP", directory);
-    fclose(host_fopen(os_tempname_plain().get(), "w"));
+    static const OwnedString temporary = os_tempname_plain();
+    fclose(host_fopen(temporary.get(), "w"));
+    os_remove_at_exit(temporary.get());
+    os_signal_hook = [] { fputs(os_exists(temporary.get()) ? "too early" : "", stderr); };
     if (how == "again") // before the temporary is removed
         atexit([] { raise(SIGTERM); });
     FILE *f = host_fopen(os_join(directory, "caught").get(), "w");
@@ -104,21 +107,24 @@ static int die(const char *directory, int number, std::string_view how) {
     return how == "overflow" ? overflow(directory) : raise(number);
 }
 
-// Writes to a file for some seconds.
-static int tick(const char *file) {
-    for (int i = 0; i < 500; i++, pause_for(10))
-        fputc('.', FilePtr(host_fopen(file, "a")).get());
+// Locks the file, says so in it, and says later that it still runs.
+static int hold(const char *file) {
+    const HostLock lock = host_lock(file);
+    fputs("held", FilePtr(host_fopen(file, "a")).get());
+    pause_for(20'000);
+    fputs(" still", FilePtr(host_fopen(file, "a")).get());
+    host_unlock(lock);
     return 0;
 }
 
-// Starts a copy that ticks, and leaves it running.
+// Starts a copy that holds the lock, and leaves it running.
 static int orphan(const char *file) {
     const OwnedString program = os_progpath();
-    const char *argv[] = {program.get(), "--tick", file, nullptr};
-    const std::string line = std::string(program.get()) + " --tick \"" + file + '"';
+    const char *argv[] = {program.get(), "--hold", file, nullptr};
+    const std::string line = std::string(program.get()) + " --hold \"" + file + '"';
     host_start_process(program.get(), argv, line.c_str());
     while (os_filesize(file) == 0)
-        pause_for(10);
+        pause_for(1);
     raise(9); // SIGKILL, where there is one
     _Exit(0);
 }
@@ -156,6 +162,7 @@ int main(int argc, char **argv) {
         {"--copy", [](char **a) { return copy(a[0], a[1]); }},
         {"--die", [](char **a) { return die(a[0], atoi(a[1]), a[2] != nullptr ? a[2] : ""); }},
         {"--exit", [](char **a) { return atoi(a[0]); }},
+        {"--hold", [](char **a) { return hold(a[0]); }},
         {"--inherited", [](char **a) { return host_dup(atoi(a[0])) != -1 ? 1 : 0; }},
         {"--log", [](char **a) { return log_along(a[0]); }},
         {"--mkdir", [](char **a) { return os_mkdir(a[0]); }},
@@ -163,11 +170,11 @@ int main(int argc, char **argv) {
         {"--opened", [](char **a) { return next_descriptor(a[0]); }},
         {"--orphan", [](char **a) { return orphan(a[0]); }},
         {"--raise", [](char **a) { return raise(atoi(a[0])); }},
+        {"--rename", [](char **a) { return host_rename_new(a[0], a[1]) ? 0 : errno; }},
         {"--rmtree", [](char **a) { return os_rmtree(a[0]); }},
         {"--spawn", [](char **a) { return spawn(a[0], a[1]); }},
         {"--stderr", [](char **a) { return fputs(a[0], stderr) < 0 ? 1 : 0; }},
         {"--temps", [](char **a) { return temporaries(a[0]); }},
-        {"--tick", [](char **a) { return tick(a[0]); }},
         {"--where", [](char **) { return host_chdir("/") ? puts(os_progpath().get()) : 1; }},
         {"--write", [](char **) { return write_until_that_fails(); }},
         {"-s", [](char **a) { return debug(a[0], a + 1); }}};
