@@ -36,6 +36,7 @@ TEST(OsPath, FullAndRelativePaths) {
     EXPECT_EQ(text_of(path_join("a", "b")) + os_extension("a/b.c"), native("a/b.c"));
     EXPECT_EQ(text_of(os_normalise("a/./..\\b")), os_kind() != 0 ? "\\b" : "a/..\\b");
     EXPECT_EQ(os_fullpath(nullptr), nullptr);
+    EXPECT_EQ(os_normalise(nullptr), nullptr);
     EXPECT_EQ(os_relpath(nullptr), nullptr);
 }
 

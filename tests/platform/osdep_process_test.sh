@@ -339,13 +339,15 @@ to
 empty' <<'-'
 mkdir dir/a empty
 chmod 333 dir empty
-$nobody $child --rmtree dir && $nobody $child --rmtree empty && chmod 755 dir && ls dir && ls -d empty
+$nobody $child --rmtree dir && $nobody $child --rmtree empty && chmod 755 dir
+ls dir && ls -d empty
 -
 
 # --- Packages
 
 # What a user may not write to: each step fails, and is warned about.
-can $nobody $child --exit 0 && expect 'ZVDEBUG (warning): Unable to add archive "go" (from "go") to package zip (p)
+can $nobody $child --exit 0 &&
+    expect 'ZVDEBUG (warning): Unable to add archive "go" (from "go") to package zip (p)
 ZVDEBUG (warning): Unable to covert package zip file (p) reader to a writer to append "go"
 ZVDEBUG (warning): Unable to end package zip (p) after adding "go"
 ZVDEBUG (warning): Unable to finalize package zip (p) after adding "go"
