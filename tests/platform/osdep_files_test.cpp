@@ -158,8 +158,9 @@ TEST(OsCopyFile, MakesOrReplacesTheDestination) {
     const std::string empty = scratch.write("empty", "");
     ASSERT_EQ(os_mkdir(scratch.path("dir").c_str()), 0);
     const std::string to = scratch.path(native("dir/to").c_str());
-    const auto next_descriptor = [] {
-        const int next = host_dup(1);
+    const auto next_descriptor = [] { // but one
+        const int first = host_dup(1), next = host_dup(1);
+        host_close(first);
         host_close(next);
         return next;
     };
