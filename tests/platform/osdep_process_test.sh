@@ -199,8 +199,8 @@ newdir from to' <<'-'
 $fail 'inject=/^rename:error=EBUSY' $child --copy from to
 cat to; echo *
 -
-    # Without the lock, or the source's beginning, nothing is written over the old file; nothing at all
-    # is an empty file.
+    # Without the lock, or the source's beginning, nothing is written over the old file; nothing at
+    # all is an empty file.
     expect '0 37
 old
 0 29

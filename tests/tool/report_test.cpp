@@ -301,9 +301,9 @@ TEST(KestrelReport, NothingFollowsALostRecord) {
     for (const bool to_file : {true, false}) {
         const auto run = [&] { // in a process of its own, as above
             const Scratch scratch;
-            const std::string rest = scratch.write("rest", "");
+            const std::string rest = scratch.write("rest", ""), path = scratch.path("report");
             const int next = host_fileno(FilePtr(host_fopen(rest.c_str(), "r")).get());
-            report_begin(to_file ? scratch.path("report").c_str() : nullptr, nullptr);
+            report_begin(to_file ? path.c_str() : nullptr, nullptr);
             for (const char *mode : {"r", "w"}) {
                 const FilePtr target(host_fopen(rest.c_str(), mode));
                 host_dup2(host_fileno(target.get()), to_file ? next : STDOUT_DESCRIPTOR);
