@@ -45,8 +45,8 @@ expect() {
 
 # follow <options of strace, program...>: runs the program under strace and calls `at` for each line
 # of the trace, with its process in $pid, that of the program in $first, and the rest in $line. With
-# "inject=<call>:signal=STOP" processes are held after the call until `at` sends CONT. Ends when all
-# processes have ended.
+# "inject=<call>:signal=STOP" processes are held after the call until `at` resumes them. Ends when
+# all processes have ended.
 follow() {
     mkfifo trace
     timeout -k 1 60 strace -f -o trace "$@" >out 2>&1 &
@@ -57,6 +57,9 @@ follow() {
     done <trace
     wait
 }
+
+# resume <process...>: they may have ended.
+resume() { kill -CONT "$@" 2>/dev/null || :; }
 
 # --- Programs that are started
 
@@ -217,7 +220,7 @@ $fail $in_place -e inject=lseek:error=ESPIPE:when=1 $child --copy from to; cat t
 0' <<'-'
 at() {
     case $line in
-    '--- stopped'*) [ "$held" ] && : >to; held=1; kill -CONT $pid ;;
+    '--- stopped'*) [ "$held" ] && : >to; held=1; resume $pid ;;
     esac
 }
 follow -e 'inject=/^rename:error=EBUSY' -e inject=fsync:signal=STOP $child --copy from to
@@ -371,7 +374,7 @@ at() {
     '--- stopped'*)
         [ $pid = $first ] || { [ "$started" ] || flip sound; started=1; }
         [ $pid != $first ] || [ $((stops += 1)) != 3 ] || flip bad
-        kill -CONT $pid ;;
+        resume $pid ;;
     esac
 }
 follow -e inject=execve,waitid:signal=STOP $kestrel -c --manifest=m --instdir=tree --tasks=2
@@ -394,8 +397,8 @@ mkdir tree && for i in 1 2 3; do echo $i >tree/$i; done
 $kestrel -g --manifest=m --instdir=tree >out
 at() {
     case $line in
-    '--- stopped'*) [ $pid = $first ] && kill -CONT $pid || { task=$pid; kill -9 $first; } ;;
-    '+++ killed'*) [ $pid != $first ] || kill -CONT $task ;;
+    '--- stopped'*) [ $pid = $first ] && resume $pid || { task=$pid; kill -9 $first; } ;;
+    '+++ killed'*) [ $pid != $first ] || resume $task ;;
     execve*) ran=$((ran + 1)) ;;
     esac
 }
@@ -410,9 +413,9 @@ mkdir tree && for i in 1 2 3; do echo $i >tree/$i; done
 chmod 755 . && $kestrel -g --manifest=m --instdir=tree >out && cp $kestrel .
 at() {
     case $line in
-    '--- stopped'*) [ $pid = $first ] && kill -CONT $pid || tasks="$tasks $pid"
+    '--- stopped'*) [ $pid = $first ] && resume $pid || tasks="$tasks $pid"
                     [ "$tasks" = "${tasks#* * }" ] || kill -9 $first ;;
-    '+++ killed'*) ended=$((ended + 1)); [ $pid != $first ] || kill -CONT $tasks ;;
+    '+++ killed'*) ended=$((ended + 1)); [ $pid != $first ] || resume $tasks ;;
     esac
 }
 [ "$how" != capable ] || { setcap cap_dac_read_search+ep kestrel; how=; }
@@ -428,8 +431,8 @@ mkdir tree temp && for i in 1 2 3; do echo $i >tree/$i; done
 $kestrel -g --manifest=m --instdir=tree >out
 at() {
     case $line in
-    '--- stopped'*) [ $pid = $first ] && kill -CONT ${task:-$pid} || task=$pid ;;
-    '+++'*) echo ${line#+++ }; task=; [ $pid = $first ] || kill -CONT $first ;;
+    '--- stopped'*) [ $pid = $first ] && resume ${task:-$pid} || task=$pid ;;
+    '+++'*) echo ${line#+++ }; task=; [ $pid = $first ] || resume $first ;;
     esac
 }
 TEMP=$PWD/temp
