@@ -8,7 +8,9 @@
 #include "manifest/shahash.h"
 #include "platform/osdep.h"
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <deque>
 #include <string>
 #include <utility>
@@ -158,7 +160,7 @@ bool generate_manifest(const char *manifest, const char *instdir) {
     announce("Generating", manifest, instdir);
     const OwnedString before = os_getcwd();
     if (before == nullptr || !enter_directory(instdir)) {
-        report_error("Could not change to directory: \"%s\"", instdir);
+        report_error("Could not change to directory: \"%s\": %s", instdir, strerror(errno));
         return TRACE_RESULT(false, "Could not change to directory: \"%s\"\n", instdir);
     }
     const std::string directory = directory_identity(".");

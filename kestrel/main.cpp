@@ -84,6 +84,7 @@ static Ending generate(const Options &options) {
         is_heeded(options) && generate_manifest(options.manifest, options.instdir);
     const bool written = report_end_generate();
     if (!generated) {
+        flush_output(); // records come first where both streams are one
         fputs("There was a problem generating the manifest file\n", stderr);
         return {1, "Could not create manifest"};
     }

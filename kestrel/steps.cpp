@@ -3,6 +3,7 @@
 #include "containers/stringcache.h"
 #include "host/trace.h"
 #include "kestrel/report.h"
+#include "manifest/filedigests.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -135,7 +136,7 @@ FilePtr open_manifest(const char *manifest, const char *instdir, const char *bef
         return fail(failure, moved_text(instdir));
     FilePtr file(host_fopen_regular(manifest));
     if (file == nullptr || !host_opened_state(file.get(), &subject->manifest)) {
-        const char *reason = strerror(errno);
+        const char *reason = file_reason(errno == EINVAL ? 0 : errno); // of a special file
         return fail(failure, sc_format("Could not open manifest file \"%s\"", manifest), reason);
     }
     if (subject->manifest.size >= MANIFEST_LIMIT)

@@ -380,6 +380,13 @@ at() {
 follow -e inject=execve,waitid:signal=STOP $kestrel -c --manifest=m --instdir=tree --tasks=2
 grep -v '"' out
 -
+# It gets shorter while its lines are looked for.
+can $fail trace=none true && expect 'error	0	Could not read manifest file' <<'-'
+mkdir tree && for i in 1 2 3 4 5 6; do echo $i >tree/$i; done
+$kestrel -g --manifest=m --instdir=tree >out
+$fail inject=read:retval=0:when=4 -P "$PWD/m" \
+    $kestrel -c --report --manifest=m --instdir=tree --tasks=2 | grep error
+-
 # A file system may report only on closing that there is no room, or report an error only once.
 can $fail trace=none true && expect 'Cannot write to standard output: Disk quota exceeded
 1

@@ -442,9 +442,11 @@ static void expect_logged(LoggedRun run, const std::string &log) {
 TEST(KestrelLog, EveryRunSaysHowItEnded) {
     const Installation inst("dir", 4);
     const std::string entry = inst.generate()[0] + "\n";
-    const std::string log = native_join(inst.top.c_str(), "log"), odd = log + "o", many = log + "m";
+    const std::string log = native_join(inst.top.c_str(), "log"), odd = log + "o", many = log + "m",
+                      nuls = log + "n";
     Installation::write(odd, entry + "0 *.\\f1\nmalformed\n");
     Installation::write(many, joined(Lines(500, entry), ""));
+    Installation::write(nuls, std::string("\0\n\0\n", 4));
     os_setenv("bamboo_capability_Cores", "3");
     const std::string tree = "--instdir=" + inst.tree, no_tree = "--instdir=" + log + "x";
     const std::string m = "--manifest=", manifest = m + inst.manifest;
@@ -471,6 +473,7 @@ TEST(KestrelLog, EveryRunSaysHowItEnded) {
          {back, "All hashes in the range verified correctly"}},
         {{tree, m + odd, "--check=0,0,2"}, 1, {"\".\\f1\" did not verify against manifest hash."}},
         {{tree, m + odd, "--check=0,2,2"}, 1, {"-> Manifest data was malformed"}},
+        {{tree, m + nuls, "--check=0,0,3"}, 1, {" of the manifest is malformed"}},
         {{tree, manifest, "-c", "--tasks=1"}, 0, {"doing manifest directly..."}},
         {{tree, manifest, "-c", "--tasks=2"}, 0, {back, "-> Hash verification passed"}},
         {{tree, manifest, "-c", "--tasks=0"}, 1, {"cores is: 12", "for process 11 to finish"}},

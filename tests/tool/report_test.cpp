@@ -69,6 +69,14 @@ TEST(KestrelReport, NamesEveryBadLine) {
         expected.out.insert(expected.out.find("Verification"), joined(records, "\n"));
         EXPECT_EQ(inst.run({"-c", "--report", tasks}), expected) << tasks;
     }
+    // What precedes a range, and a last line without an end.
+    const std::string good = lines[7] + "\n";
+    Installation::write(inst.manifest, std::string("\0\n", 2) + good + std::string(1 << 21, 'b'));
+    EXPECT_EQ(inst.run({"--check=-1,1,5", "--report"}).out,
+              "malformed\t3\t" + std::string(1000, 'b') +
+                  "...\nerror\t0\tManifest data was malformed\n" +
+                  check_end({"1", "0", "0", "0", "1", "0", "0"}) + "\n");
+    Installation::write(inst.manifest, joined(lines, "\n"));
     const Outcome range = inst.run({"--check=-1,7,10", "--report"});
     EXPECT_EQ(
         range,
