@@ -132,7 +132,7 @@ static bool finish_check(const char *manifest, const char *instdir, uint32_t lin
     report_cover(lines);
     progress_end();
     const bool complete = !extra_wanted || find_extra_files(manifest, instdir);
-    expect(nullptr);
+    expect_subject(nullptr);
     const bool unchanged = is_unchanged(opened, subject.manifest);
     return moved_installation(instdir, subject.directory) == nullptr && unchanged && complete;
 }
@@ -143,7 +143,7 @@ bool check_manifest(const char *manifest, const char *instdir) {
         return TRACE_RESULT(false, "%s", missing);
     manifest = manifest_path(manifest, instdir);
     announce("Checking", manifest, instdir);
-    expect(nullptr);
+    expect_subject(nullptr);
     const OwnedString before = os_getcwd();
     const char *failure = nullptr;
     Subject subject;
@@ -163,7 +163,7 @@ bool check_manifest(const char *manifest, const char *instdir) {
 
     progress_begin(lines);
     const uint32_t tasks = choose_task_count(lines);
-    expect(&subject);
+    expect_subject(&subject);
     if (tasks == 1) {
         TRACE_EXIT("Only 1 core available, doing manifest directly...");
         const bool passed = check_manifest_range(manifest, instdir, 0, 0, lines);
@@ -171,7 +171,7 @@ bool check_manifest(const char *manifest, const char *instdir) {
     }
     bool passed = check_by_tasks(manifest, instdir, file.get(), lines, tasks, &failure);
     if (failure != nullptr) {
-        expect(nullptr);
+        expect_subject(nullptr);
         report_error("%s", failure);
         report_cover(lines);
         return TRACE_RESULT(false, "%s", failure);

@@ -61,10 +61,10 @@ static std::deque<Task> start_hashing(uint32_t count, const PathOf &path_of, uin
     Subject subject = {{}, directory_identity(".")};
     if (list == nullptr || !host_file_state(list.get(), &subject.manifest))
         return {};
-    expect(&subject);
+    expect_subject(&subject);
     std::deque<Task> started =
         start_tasks(task_setting(list.get(), ".", "--digests="), count, tasks, places.data());
-    expect(nullptr);
+    expect_subject(nullptr);
     return started;
 }
 
@@ -84,8 +84,8 @@ static bool finish_task(const Task &task, const PathOf &path_of,
 }
 
 // Tasks refuse another list than the one written here, and another directory than this process's.
-// The log is about what was hashed, not about who did it, unless a task has failed; and no task
-// has a log: those beside this one's are of a check.
+// The log is about what was hashed, not about who did it, unless a task has failed. No task has a
+// log: logs of tasks that stand beside this run's belong to a check.
 static bool hash_by_tasks(uint32_t count, const PathOf &path_of,
                           const FileHasher::Receiver &receive) {
     progress_begin(count);
@@ -128,7 +128,7 @@ class Records : public WalkReport {
 } // namespace
 
 // Whether the path still leads to the directory; a line on standard error says if not.
-static bool stays(const char *instdir, const std::string &directory) {
+static bool is_still_there(const char *instdir, const std::string &directory) {
     const char *moved = moved_installation(instdir, directory);
     if (moved != nullptr)
         shahash_complain("%s", str_printable(moved).get());
@@ -144,7 +144,7 @@ static bool write_manifest(const char *manifest, const char *instdir,
     WalkReport *const report = report_is_on() ? &records : nullptr;
     const auto hash = [&](uint32_t count, const PathOf &path_of,
                           const FileHasher::Receiver &receive) {
-        return hash_by_tasks(count, path_of, receive) && stays(instdir, directory);
+        return hash_by_tasks(count, path_of, receive) && is_still_there(instdir, directory);
     };
     return (os_kind() & HOST_DRIVE_PATHS) != 0
                ? shahash_write_manifest(HOST_DRIVE_PATHS, ".", manifest, report, hash)
@@ -166,7 +166,7 @@ bool generate_manifest(const char *manifest, const char *instdir) {
     const std::string directory = directory_identity(".");
     bool written = write_manifest(manifest, instdir, directory);
     progress_end();
-    written = written && stays(instdir, directory);
+    written = written && is_still_there(instdir, directory);
     if (!written)
         TRACE_MESSAGE("Could not generate manifest");
     if (!enter_directory(before.get())) {

@@ -44,8 +44,8 @@ static bool begin_report(const Options &options) {
                                                  : options.manifest);
 }
 
-// What is not done although it was asked for; false if a run with a report fails for it.
-static bool is_heeded(const Options &options) {
+// Reports what is not done although it was asked for; false if the run fails for it.
+static bool report_ignored(const Options &options) {
     if (!options.report)
         return true;
     bool heeded = true;
@@ -64,7 +64,7 @@ static bool is_heeded(const Options &options) {
 static void report_refusal(const Options &options, const char *reason) {
     if (reason != nullptr)
         report_error("%s", reason);
-    is_heeded(options);
+    report_ignored(options);
     report_end_check();
 }
 
@@ -81,7 +81,7 @@ static Ending generate(const Options &options) {
         return {1, "Both the generate and check options were given"};
     }
     const bool generated =
-        is_heeded(options) && generate_manifest(options.manifest, options.instdir);
+        report_ignored(options) && generate_manifest(options.manifest, options.instdir);
     const bool written = report_end_generate();
     if (!generated) {
         flush_output(); // records come first where both streams are one
@@ -112,7 +112,7 @@ static Ending check(const Options &options) {
         TRACE_MESSAGE("Verification %s", passed ? "passed" : "failed");
     }
     progress_end();
-    passed = is_heeded(options) && passed;
+    passed = report_ignored(options) && passed;
     const bool written = report_end_check();
     print_verdict(passed);
     return {passed && written ? 0 : 1};

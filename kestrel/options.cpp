@@ -178,18 +178,29 @@ static bool is_near(std::string_view a, std::string_view b) {
            (a.size() == 2 && b.size() == 2 && a[0] == b[1] && a[1] == b[0]);
 }
 
-// The letters of an argument's name: without hyphens before it, "=" and a value, and case.
+// Without the hyphens before it, or the dashes that word processors make of these.
+static std::string_view without_hyphens(std::string_view argument) {
+    for (;;) {
+        if (argument.starts_with('-'))
+            argument.remove_prefix(1);
+        else if (argument.size() > 2 && argument.starts_with("\xe2\x80") && argument[2] >= '\x90' &&
+                 argument[2] <= '\x95')
+            argument.remove_prefix(3);
+        else
+            return argument;
+    }
+}
+
+// The letters of an argument's name: without hyphens, "=" and a value, and case.
 static std::string letters_of(std::string_view argument) {
-    argument = argument.substr(0, argument.find('='));
-    argument.remove_prefix(std::min(argument.find_first_not_of('-'), argument.size()));
-    std::string letters(argument);
+    std::string letters(without_hyphens(argument.substr(0, argument.find('='))));
     os_strlwr(letters.data());
     return letters;
 }
 
 // The guarded option that an argument is a slip in; null if it is in none.
 static const Option *slip_in(std::string_view argument) {
-    if (argument.starts_with('-'))
+    if (without_hyphens(argument) != argument)
         for (const Option &option : OPTIONS)
             if (option.is_guarded && is_near(letters_of(argument), letters_of(option.name)))
                 return &option;

@@ -175,6 +175,7 @@ bool report_part(const char *path, uint64_t lines) {
     for (size_t end; (end = text.find('\n', at)) != text.npos; at = end + 1)
         if (!take_record(std::string_view(text).substr(at, end + 1 - at), &faults))
             break;
+    // The sentence of report_end_check().
     complete = complete && sscanf(text.c_str() + at, "end\t%*u\t%" SCNu64 " good,", &good) == 1;
     is_incomplete = is_incomplete || !complete;
     const uint64_t known = faults + (complete ? good : 0);

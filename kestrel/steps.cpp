@@ -84,16 +84,15 @@ static std::string state_text(const FileState &state) {
                .get();
 }
 
-// Where the file system does not number its files, the place has to do.
+// The place too: some file systems give all files one number, or none.
 std::string directory_identity(const char *path) {
-    FileIdentity identity;
-    if (host_file_identity(path, &identity) && identity.file != 0)
-        return identity_text(identity);
+    FileIdentity identity = {};
+    host_file_identity(path, &identity);
     const OwnedString place = host_real_path(path);
-    return place != nullptr ? place.get() : "";
+    return identity_text(identity) + " " + (place != nullptr ? place.get() : "");
 }
 
-void expect(const Subject *subject) {
+void expect_subject(const Subject *subject) {
     os_setenv(EXPECTED_MANIFEST, subject != nullptr ? state_text(subject->manifest).c_str() : "");
     os_setenv(EXPECTED_DIRECTORY, subject != nullptr ? subject->directory.c_str() : "");
 }
@@ -136,7 +135,7 @@ FilePtr open_manifest(const char *manifest, const char *instdir, const char *bef
         return fail(failure, moved_text(instdir));
     FilePtr file(host_fopen_regular(manifest));
     if (file == nullptr || !host_opened_state(file.get(), &subject->manifest)) {
-        const char *reason = file_reason(errno == EINVAL ? 0 : errno); // of a special file
+        const char *reason = file_reason(errno);
         return fail(failure, sc_format("Could not open manifest file \"%s\"", manifest), reason);
     }
     if (subject->manifest.size >= MANIFEST_LIMIT)

@@ -47,7 +47,7 @@ constexpr uint64_t MANIFEST_LIMIT = uint64_t{1} << 31;
 constexpr const char *MANIFEST_TOO_LARGE = "Manifest is too large";
 constexpr const char *CANNOT_READ_MANIFEST = "Could not read manifest file";
 
-// What makes a directory the same one under another name, as text.
+// What tells a directory from others, as text; that of none if nothing is there.
 std::string directory_identity(const char *path);
 
 // What a run is about. Names may lead elsewhere while it lasts.
@@ -64,7 +64,7 @@ FilePtr open_manifest(const char *manifest, const char *instdir, const char *bef
 
 // From now on open_manifest fails on anything else, in this process and in those that it starts;
 // null lifts that. So all tasks are about the same, whatever happens to the names in between.
-void expect(const Subject *subject);
+void expect_subject(const Subject *subject);
 
 // Why a run fails: the installation's path leads to another directory than the one that was
 // entered, so what was found there is not what is there now. Interned, and in the report and the

@@ -104,12 +104,13 @@ static Arguments split_words(std::string_view text) {
 
 namespace {
 
-// One expansion: the resulting words, the function that is called with each argument, and the
-// number of response files read so far.
+// One expansion: the resulting words, the function that is called with each argument, the number of
+// response files read so far, and the last of them, at its end.
 struct Expansion {
     Vector *args;
     ArgumentFn callback;
     uint32_t files_read;
+    FilePtr last_read;
 };
 
 // A response file whose words are being expanded, and the one that named it.
@@ -143,33 +144,30 @@ static bool is_endless(const Expansion &expansion, const OpenFile &file) {
     return file.depth > MAX_NESTING || expansion.files_read >= MAX_FILES;
 }
 
-// Reads a file through standard input, which is at its end afterwards. The file is opened once
-// before: a failure to reopen standard input would leave that closed.
-static bool read_regular(const char *path, std::string *text) {
-    return FilePtr(host_fopen_regular(path)) != nullptr &&
-           host_freopen(path, "r", stdin) != nullptr && os_read_all(stdin, text);
-}
-
-// Reads a pipe or a device, which can be opened only once: as standard input it is open already.
-// Standard input is at its end afterwards too.
-static bool read_special(const char *path, const OpenFile &special, std::string *text) {
+// Reads a whole file. A pipe or a device can be opened only once: as standard input it is open
+// already.
+static bool read_file(Expansion &expansion, const char *path, const OpenFile &file,
+                      std::string *text) {
     FileState input;
-    const bool is_input = special.known && host_opened_state(stdin, &input) &&
-                          input.identity == special.state.identity;
-    const FilePtr file(is_input ? nullptr : host_fopen(path, "r"));
-    if (!is_input && file == nullptr)
+    const bool is_input = file.is_special && file.known && host_opened_state(stdin, &input) &&
+                          input.identity == file.state.identity;
+    FilePtr opened(is_input ? nullptr : host_fopen(path, "r"));
+    FILE *const stream = is_input ? stdin : opened.get();
+    errno = stream != nullptr ? EFBIG : errno; // unless reading fails
+    if (stream == nullptr || !os_read_all(stream, text, file.is_special ? MAX_SPECIAL : SIZE_MAX))
         return false;
-    errno = EFBIG; // unless reading fails
-    return os_read_all(is_input ? stdin : file.get(), text, MAX_SPECIAL) &&
-           (is_input || host_dup2(host_fileno(file.get()), host_fileno(stdin)) != -1);
+    if (opened != nullptr)
+        expansion.last_read = std::move(opened);
+    return true;
 }
 
 // Reads all words of a file before any of them is examined: they may name further files. Editors
 // put a byte order mark first.
-static bool read_response_file(const char *path, const OpenFile &file, Arguments &words) {
+static bool read_response_file(Expansion &expansion, const char *path, const OpenFile &file,
+                               Arguments &words) {
     constexpr std::string_view MARK = "\xef\xbb\xbf";
     std::string text;
-    if (file.is_special ? !read_special(path, file, &text) : !read_regular(path, &text))
+    if (!read_file(expansion, path, file, &text))
         return false;
     words = split_words(std::string_view(text).substr(text.starts_with(MARK) ? MARK.size() : 0));
     return true;
@@ -196,7 +194,7 @@ static bool expand_file(Expansion &expansion, const char *path, const OpenFile *
     if (is_endless(expansion, file))
         return false;
     expansion.files_read++;
-    if (!read_response_file(path, file, words))
+    if (!read_response_file(expansion, path, file, words))
         return cannot_read(path);
     expand_arguments(expansion, words, &file);
     return true;
@@ -232,12 +230,15 @@ static void expand_arguments(Expansion &expansion, std::span<const char *const> 
 
 Vector *cmdline_expand(int argc, const char *const *argv, ArgumentFn callback) {
     DEBUG_ASSERT(argv != NULL);
-    Expansion expansion = {vec_new(__FILE__, __LINE__), callback, 0};
+    Expansion expansion = {vec_new(__FILE__, __LINE__), callback, 0, nullptr};
     if (argv == nullptr || argc <= 0)
         return expansion.args;
     if (progname == nullptr && argv[0] != nullptr)
         progname = sc_strdup(os_basename(argv[0]));
     expand_arguments(expansion, {argv + 1, static_cast<size_t>(argc) - 1}, nullptr);
+    // Not before: any of the files may be read from standard input.
+    if (expansion.last_read != nullptr)
+        host_dup2(host_fileno(expansion.last_read.get()), host_fileno(stdin));
     return expansion.args;
 }
 

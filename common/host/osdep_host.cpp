@@ -10,7 +10,7 @@ OpenOutcome host_open_regular(const char *path, const HostStat *found, int *desc
         return OpenOutcome::missing;
     if (found->kind != FileKind::regular) {
         const bool directory = found->kind == FileKind::directory;
-        errno = directory ? EISDIR : EINVAL;
+        errno = directory ? EISDIR : 0;
         return directory ? OpenOutcome::refused : OpenOutcome::special;
     }
     *descriptor = host_open(path);
@@ -23,9 +23,12 @@ FILE *host_fopen_regular(const char *path) {
     const HostStat *found = host_stat(path, &status) ? &status : nullptr;
     if (host_open_regular(path, found, &descriptor) != OpenOutcome::opened)
         return nullptr;
-    FILE *stream = host_is_regular(descriptor) ? host_fdopen(descriptor) : nullptr;
+    const bool regular = host_is_regular(descriptor);
+    FILE *stream = regular ? host_fdopen(descriptor) : nullptr;
     if (stream == nullptr)
         host_close(descriptor);
+    if (!regular)
+        errno = 0;
     return stream;
 }
 

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 // --- Facts
@@ -108,7 +109,7 @@ using FilePtr = std::unique_ptr<FILE, FileCloser>;
 FILE *host_fopen(const char *path, const char *mode);
 
 // Opens a regular file for reading in binary. Anything else fails without being opened, so that a
-// FIFO or a device can neither block nor answer.
+// FIFO or a device can neither block nor answer; errno is then 0, or EISDIR for a directory.
 FILE *host_fopen_regular(const char *path);
 
 // The same, as a descriptor, or the reason why not. `found` is the result of host_stat for the
@@ -150,6 +151,9 @@ bool host_seek(FILE *stream, int64_t offset);
 // Up to `size` bytes straight from the descriptor; 0 at the end, -1 on error. Interrupted calls are
 // repeated.
 int64_t host_read(int descriptor, void *buffer, size_t size);
+
+// Writes a short text straight to the descriptor; false if not all of it was taken.
+bool host_write(int descriptor, std::string_view text);
 
 // The first bytes of a file just opened, up to `size`, that are in memory. If there are none, or
 // the system cannot tell, 0; Linux then begins to read the file. The end and errors are left to
@@ -219,8 +223,9 @@ using HostLock = intptr_t;
 HostLock host_lock(const char *path);
 void host_unlock(HostLock lock); // -1 is ignored
 
-// Waits for the lock of processes that write to the same file in place, until the file is closed.
-// The stream must be open for writing. False if the lock cannot be had.
+// Takes the lock of processes that write to the same file in place, until the file is closed. Waits
+// for it, but not longer than some seconds: who may only read the file can hold it too. The stream
+// must be open for writing. False if the lock cannot be had.
 bool host_lock_opened(FILE *stream);
 
 // Cuts the file to so many bytes. Nothing that was written may be left in the stream.

@@ -288,6 +288,11 @@ int64_t host_read(int descriptor, void *buffer, size_t size) {
     return uninterrupted([&] { return read(descriptor, buffer, size); });
 }
 
+bool host_write(int descriptor, std::string_view text) {
+    return uninterrupted([&] { return write(descriptor, text.data(), text.size()); }) ==
+           static_cast<ssize_t>(text.size());
+}
+
 // Not every file system knows RWF_NOWAIT.
 size_t host_read_cached(int descriptor, void *buffer, size_t size) {
     static bool known = true;
@@ -444,17 +449,23 @@ OwnedString host_stored_name(const char *path) {
     return found ? xstrdup(name.c_str()) : nullptr;
 }
 
-// The lock belongs to the open file description (F_OFD_SETLKW), not to the process, which may close
-// other descriptors of the file. A lock of flock() would block those who already run us under
-// flock(1).
-static bool lock_whole(int descriptor) {
+// The lock belongs to the open file description, not to the process, which may close other
+// descriptors of the file. A lock of flock() would block those who already run us under flock(1).
+static bool lock_whole(int descriptor, int command) {
     struct flock whole = {};
     whole.l_type = F_WRLCK;
-    return uninterrupted([&] { return fcntl(descriptor, F_OFD_SETLKW, &whole); }) == 0;
+    return uninterrupted([&] { return fcntl(descriptor, command, &whole); }) == 0;
 }
 
 bool host_lock_opened(FILE *stream) {
-    return lock_whole(fileno(stream));
+    constexpr int MOST_TRIES = 500;
+    for (int i = 1; !lock_whole(fileno(stream), F_OFD_SETLK); i++) {
+        if ((errno != EAGAIN && errno != EACCES) || i == MOST_TRIES)
+            return false;
+        constexpr timespec PAUSE = {0, 10'000'000};
+        nanosleep(&PAUSE, nullptr);
+    }
+    return true;
 }
 
 bool host_truncate(FILE *stream, int64_t size) {
@@ -470,7 +481,7 @@ HostLock host_lock(const char *path) {
         const int descriptor = open_at_once(path, O_RDWR);
         if (descriptor == -1)
             return -1;
-        const bool locked = lock_whole(descriptor);
+        const bool locked = lock_whole(descriptor, F_OFD_SETLKW);
         if (locked && fstat(descriptor, &held) == 0 && stat(path, &named) == 0 &&
             held.st_dev == named.st_dev && held.st_ino == named.st_ino)
             return descriptor;
@@ -596,24 +607,26 @@ static void *map_shared(int descriptor, size_t size) {
 // Its name is the number of a descriptor, which started programs inherit. All of its pages are
 // there: one that the system lacked later would be a fault.
 void *host_make_shared(size_t size, std::string *name) {
-    const int descriptor = memfd_create(host_tool_name, 0);
+    const int descriptor = memfd_create(host_tool_name, MFD_ALLOW_SEALING);
     if (descriptor == -1)
         return nullptr;
     errno = posix_fallocate(descriptor, 0, static_cast<off_t>(size));
-    void *memory = errno == 0 ? map_shared(descriptor, size) : nullptr;
+    const bool sealed = errno == 0 && fcntl(descriptor, F_ADD_SEALS, F_SEAL_SHRINK) == 0;
+    void *memory = sealed ? map_shared(descriptor, size) : nullptr;
     if (memory == nullptr)
         close(descriptor);
     *name = std::to_string(descriptor);
     return memory;
 }
 
-// Other files than those of memory have no seals.
+// The seal tells it from whatever else has the number.
 void *host_open_shared(const char *name, size_t size) {
     const int descriptor = str_to_int32(name);
     struct stat found = {};
-    if (fcntl(descriptor, F_GET_SEALS) == -1 || fstat(descriptor, &found) != 0)
+    const int seals = fcntl(descriptor, F_GET_SEALS);
+    if (seals == -1 || fstat(descriptor, &found) != 0)
         return nullptr;
-    if (static_cast<uint64_t>(found.st_size) >= size)
+    if ((seals & F_SEAL_SHRINK) != 0 && static_cast<uint64_t>(found.st_size) >= size)
         return map_shared(descriptor, size);
     errno = EINVAL;
     return nullptr;

@@ -372,10 +372,20 @@ static OVERLAPPED beyond_end() {
     return beyond;
 }
 
-bool host_lock_opened(FILE *stream) {
+static bool lock_beyond(FILE *stream, DWORD flags) {
     const auto file = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stream)));
     OVERLAPPED beyond = beyond_end();
-    return succeed_or_fail(LockFileEx(file, LOCKFILE_EXCLUSIVE_LOCK, 0, 1, 0, &beyond));
+    return succeed_or_fail(LockFileEx(file, LOCKFILE_EXCLUSIVE_LOCK | flags, 0, 1, 0, &beyond));
+}
+
+bool host_lock_opened(FILE *stream) {
+    constexpr int MOST_TRIES = 500;
+    for (int i = 1; !lock_beyond(stream, LOCKFILE_FAIL_IMMEDIATELY); i++) {
+        if (GetLastError() != ERROR_LOCK_VIOLATION || i == MOST_TRIES)
+            return false;
+        Sleep(10);
+    }
+    return true;
 }
 
 // Going to the end and writing are two steps, whatever mode the file was opened in, so both are
@@ -383,7 +393,7 @@ bool host_lock_opened(FILE *stream) {
 bool host_append(FILE *log, const std::string &text) {
     const auto file = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(log)));
     OVERLAPPED beyond = beyond_end();
-    const bool locked = host_lock_opened(log);
+    const bool locked = lock_beyond(log, 0);
     fseek(log, 0, SEEK_END);
     const bool taken = fwrite(text.data(), 1, text.size(), log) == text.size();
     const bool written = fflush(log) == 0 && taken;
@@ -409,6 +419,11 @@ bool host_truncate(FILE *stream, int64_t size) {
 int64_t host_read(int descriptor, void *buffer, size_t size) {
     const size_t most = INT_MAX;
     return _read(descriptor, buffer, static_cast<unsigned>(std::min(size, most)));
+}
+
+bool host_write(int descriptor, std::string_view text) {
+    const auto size = static_cast<unsigned>(text.size());
+    return _write(descriptor, text.data(), size) == static_cast<int>(size);
 }
 
 size_t host_read_cached(int, void *, size_t) {

@@ -93,7 +93,7 @@ bool FileHasher::start(Lane &lane) {
         return false;
     Job &job = *waiting.back();
     job.result.outcome = host_open_regular(job.path.c_str(), &job.found, &lane.descriptor);
-    job.result.reason = job.result.outcome == OpenOutcome::special ? 0 : errno;
+    job.result.reason = errno;
     if ((errno == EMFILE || errno == ENFILE) && job.result.outcome == OpenOutcome::refused &&
         busy != 0)
         return false;

@@ -54,7 +54,8 @@ void shahash_complain(const char *format, ...) PRINTF_LIKE(1, 2);
 
 struct ManifestEntry {
     const char *path;   // as in the manifest; the entry's own
-    const char *digest; // 64 hexadecimal digits, interned; null for a file that could not be read
+    const char *digest; // interned: the digits, or what a line that was read has in their place;
+                        // null for a file that could not be read
 };
 
 // Frees a vector of entries with them and their paths.

@@ -8,6 +8,7 @@
 #include <csignal>
 #include <cstdarg>
 #include <cstdlib>
+#include <string_view>
 
 // --- Host facts
 
@@ -44,15 +45,14 @@ static int saved_stderr_fd = -1;
 static bool signals_installed = false;
 
 // Text that the stream still holds goes where the stream was redirected to.
-static void restore_stream(int *saved, int descriptor, FILE *stream, const char *farewell) {
+static void restore_stream(int *saved, int descriptor, FILE *stream, std::string_view farewell) {
     if (*saved == -1)
         return;
     fflush(stream);
     host_dup2(*saved, descriptor);
     host_close(*saved);
     *saved = -1;
-    fputs(farewell, stream);
-    fflush(stream);
+    host_write(descriptor, farewell); // the stream might need memory for a buffer
 }
 
 // The status that the program ends with after a signal; 0 before one.

@@ -215,17 +215,26 @@ $fail $in_place -e inject=fcntl:error=ENOLCK $child --copy from to; cat to; echo
 $fail $in_place -e inject=lseek:error=ESPIPE:when=1 $child --copy from to; cat to; echo
 : >from; $fail $in_place $child --copy from to; stat -c %s to
 -
+    # A longer old file leaves nothing.
+    expect '0 0
+new' <<'-'
+printf older >to
+$fail 'inject=/^rename:error=EBUSY' $child --copy from to; cat to
+-
     # What was written over is looked at before the first character.
-    expect '0 16
-0' <<'-'
+    for spoil in ': >to' 'truncate -s 2 to' 'printf x | dd of=to conv=notrunc status=none'; do
+        export spoil
+        expect '0 16
+spoilt' <<'-'
 at() {
     case $line in
-    '--- stopped'*) [ "$held" ] && : >to; held=1; resume $pid ;;
+    '--- stopped'*) [ "$held" ] && eval "$spoil"; held=1; resume $pid ;;
     esac
 }
 follow -e 'inject=/^rename:error=EBUSY' -e inject=fsync:signal=STOP $child --copy from to
-cat out; stat -c %s to
+cat out; grep -q new to || echo spoilt
 -
+    done
     # A file that cannot be removed is named.
     expect 'Cannot remove file "zv.tmp": Operation not permitted
 0 0
@@ -281,7 +290,27 @@ $fail inject=$call -P ./sub -P "$PWD/tree/sub" \
 -
 done
 
-# All files look alike to who compares their identities.
+# A link is set anew while a file is hashed, or while the manifest is on its way to the disk. All
+# files may look alike to who compares their identities.
+for run in 'preadv2 -c' 'preadv2 -g' 'fsync -g'; do
+    for number in '' 00 07; do
+        export run number
+        can $fail trace=none true && can $fail inject=newfstatat:poke_exit=@arg3=00 $kestrel -h &&
+            expect 1 <<'-'
+mkdir A B && for i in 1 2 3; do echo $i >A/$i && echo $i >B/$i; done
+$kestrel -g --manifest=m --instdir=A >out && ln -s A cur && ln -s B next
+at() {
+    case $line in
+    '--- stopped'*) [ "$held" ] || mv -T next cur; held=1; resume $pid ;;
+    '+++'*) [ "${line##* with 1 *}" ] || echo 1 ;;
+    esac
+}
+zeros=000000000000
+follow ${number:+-e inject=newfstatat:poke_exit=@arg3=$number$zeros$number$number$zeros$number} \
+    -e inject=${run% *}:signal=STOP $kestrel ${run#* } --tasks=1 --manifest=m --instdir="$PWD/cur"
+-
+    done
+done
 alike="$fail inject=newfstatat:poke_exit=@arg3=00000000000000000000000000000000"
 can $alike $kestrel -h && expect 'Manifest file successfully created
 4

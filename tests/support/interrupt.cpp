@@ -22,18 +22,20 @@ static void rewrite(const char *path) {
 // Words are separated by "|", and paths are absolute: tasks have directories of their own.
 static void act(const std::vector<std::string> &words) {
     const std::string &verb = words.at(0);
-    if (verb == "raise")
+    if (verb == "raise") {
         for (size_t i = 1; i < words.size(); i++)
             raise(std::stoi(words[i]));
-    else if (verb == "rewrite")
+    } else if (verb == "rewrite") {
         rewrite(words.at(1).c_str());
-    else if (verb == "remove")
+    } else if (verb == "remove") {
         host_remove(words.at(1).c_str());
-    else if (verb == "rename") // pairs of names
+    } else if (verb == "rename") { // pairs of names
         for (size_t i = 1; i < words.size(); i += 2)
-            host_replace(words[i].c_str(), words.at(i + 1).c_str());
-    else
+            if (!host_replace(words[i].c_str(), words.at(i + 1).c_str()))
+                abort();
+    } else {
         abort();
+    }
 }
 
 static void interrupt(uint64_t) {

@@ -100,7 +100,7 @@ TEST(KestrelInterruption, TasksCheckWhatTheirParentHasFound) {
     inst.generate();
     Subject subject = {{}, directory_identity(inst.tree.c_str())};
     ASSERT_TRUE(host_file_state(inst.manifest.c_str(), &subject.manifest));
-    expect(&subject);
+    expect_subject(&subject);
     const auto report_of = [&](const std::string &tree) {
         return inst.run({"--check=0,0,7", "--report", "--instdir=" + tree}).out;
     };
@@ -109,10 +109,10 @@ TEST(KestrelInterruption, TasksCheckWhatTheirParentHasFound) {
                     .starts_with("error\t0\tInstallation path \"" + inst.other +
                                  "\" does not lead to the same directory any more\n"));
     subject.manifest.changed++;
-    expect(&subject);
+    expect_subject(&subject);
     EXPECT_TRUE(report_of(inst.tree).starts_with("error\t0\tManifest \"" + inst.manifest +
                                                  "\" changed during the check\n"));
-    expect(nullptr);
+    expect_subject(nullptr);
 }
 
 // It says nothing but in the log, and its files are hashed all the same.

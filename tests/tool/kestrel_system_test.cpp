@@ -219,4 +219,6 @@ TEST_F(KestrelSystem, WhatIsDoneIsAnnouncedFirst) {
     const Installation inst("dir", 0);
     EXPECT_EQ(inst.run({"-g"}, "exec 2>&1; ln -s gone tree/f"),
               (Outcome{1, inst.announced("Generating") + "!! Cannot open file \"./f\"\n", ""}));
+    EXPECT_TRUE(inst.run({"-g", "--report"}, "exec 2>&1")
+                    .out.ends_with("0 bytes\nThere was a problem generating the manifest file\n"));
 }

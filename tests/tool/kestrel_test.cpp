@@ -141,6 +141,10 @@ TEST(KestrelOptions, HelpAndComplaints) {
                  {"-extra", "extra"},
                  {"---EXTRA", "extra"},
                  {"--extra=yes", "extra"},
+                 {"\xe2\x80\x94"
+                  "extra",
+                  "extra"},
+                 {"\xe2\x80\x93-extra", "extra"},
                  {"--xtra", "extra"},
                  {"--extra\x1b", "extra"},
                  {"--repor", "report"},
@@ -191,7 +195,9 @@ TEST(KestrelOptions, WordsMayComeFromPipes) {
     for (const auto &[script, argument] : {std::pair("mkfifo p; echo -c --tasks=@no >p &", "@p"),
                                            {"echo -c >p & exec <p; wait", "@/dev/stdin"},
                                            {"echo -c >r; exec <r", "@/dev/stdin"},
-                                           {"echo @p >r; echo -c >p &", "@r"}})
+                                           {"echo @p >r; echo -c >p &", "@r"},
+                                           {"echo @/dev/stdin >r; echo -c >p & exec <p", "@r"},
+                                           {"echo -c @p >p &", "@p"}})
         EXPECT_EQ(inst.run({argument, "--tasks=2"}, script), inst.verdict(true)) << script;
 }
 

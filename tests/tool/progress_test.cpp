@@ -57,6 +57,7 @@ TEST(KestrelProgress, TasksCountAndTakeTheLineAwayIfThereIsOne) {
     for (const char *other : {"gone", "1", "", "-1"}) // none of memory
         EXPECT_EQ(inst.run({std::string("--progress=") + other, "--check=0,0,2"}).status, 0);
     // The hook may be a test's.
+    hooked = 0;
     const auto own = hashing_hook = [](uint64_t bytes) { hooked += bytes; };
     progress_begin_task(name.c_str());
     hashing_hook(5);
