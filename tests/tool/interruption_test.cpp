@@ -64,34 +64,28 @@ struct TwoTrees : Installation {
 
 } // namespace
 
+static void expect_failure(const TwoTrees &inst, const std::string &mode, const char *tasks) {
+    inst.generate();
+    if (mode == "-g")
+        Installation::write(inst.manifest, "old");
+    const std::string manifest = read_file(inst.manifest);
+    const std::string moved =
+        "Installation path \"" + inst.name + "\" does not lead to the same directory any more\n";
+    const Outcome outcome =
+        inst.interrupted(inst.change, {mode, tasks, "--report", "--instdir=" + inst.name});
+    EXPECT_EQ(outcome.status, 1) << outcome;
+    EXPECT_NE(outcome.out.find("error\t0\t" + moved), std::string::npos) << outcome;
+    EXPECT_EQ(outcome.err,
+              mode == "-g" ? moved + "There was a problem generating the manifest file\n" : "");
+    EXPECT_EQ(read_file(inst.manifest), manifest) << mode << tasks;
+}
+
 TEST(KestrelInterruption, ARunIsAboutOneDirectory) {
     for (const bool by_link : {true, false})
-        for (const char *tasks : {"--tasks=1", "--tasks=3"}) {
-            const TwoTrees inst(by_link);
-            if (!inst.possible)
-                continue;
-            inst.generate();
-            const std::string moved = "Installation path \"" + inst.name +
-                                      "\" does not lead to the same directory any more\n";
-            const Outcome outcome =
-                inst.interrupted(inst.change, {"-c", tasks, "--report", "--instdir=" + inst.name});
-            EXPECT_EQ(outcome.status, 1) << outcome;
-            EXPECT_NE(outcome.out.find("error\t0\t" + moved), std::string::npos) << outcome;
-        }
-    for (const bool by_link : {true, false})
-        for (const char *tasks : {"--tasks=1", "--tasks=3"}) {
-            const TwoTrees inst(by_link);
-            if (!inst.possible)
-                continue;
-            Installation::write(inst.manifest, "old");
-            const std::string moved = "Installation path \"" + inst.name +
-                                      "\" does not lead to the same directory any more\n";
-            const Outcome outcome =
-                inst.interrupted(inst.change, {"-g", tasks, "--instdir=" + inst.name});
-            EXPECT_EQ(outcome.status, 1) << outcome;
-            EXPECT_EQ(outcome.err, moved + "There was a problem generating the manifest file\n");
-            EXPECT_EQ(read_file(inst.manifest), "old") << tasks;
-        }
+        for (const char *mode : {"-c", "-g"})
+            for (const char *tasks : {"--tasks=1", "--tasks=3"})
+                if (const TwoTrees inst(by_link); inst.possible)
+                    expect_failure(inst, mode, tasks);
 }
 
 // A task enters the directory by its name, like the manifest, when both may have changed.
