@@ -189,6 +189,10 @@ static bool expand_file(Expansion &expansion, const char *path, const OpenFile *
     HostStat found;
     if (!host_stat(path, &found))
         return errno == EACCES && cannot_read(path); // there may be one
+    if (found.kind == FileKind::directory) {
+        errno = EISDIR;
+        return cannot_read(path);
+    }
     const OpenFile file = enter_file(path, found.kind == FileKind::other, outer);
     Arguments words;
     if (is_endless(expansion, file))
