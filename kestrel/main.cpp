@@ -60,7 +60,7 @@ static bool report_ignored(const Options &options) {
     return heeded;
 }
 
-// The whole report of a run that does nothing; no `reason` if it is not one.
+// The whole report of a run that does nothing; `reason` may be null.
 static void report_refusal(const Options &options, const char *reason) {
     if (reason != nullptr)
         report_error("%s", reason);

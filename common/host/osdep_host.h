@@ -143,8 +143,6 @@ FILE *host_open_log(const char *path, bool append);
 // or after it, and nothing is lost.
 bool host_append(FILE *log, const std::string &text);
 
-FILE *host_freopen(const char *path, const char *mode, FILE *stream);
-
 // fseek over 64-bit offsets from the start of the file.
 bool host_seek(FILE *stream, int64_t offset);
 

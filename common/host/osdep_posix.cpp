@@ -270,16 +270,6 @@ bool host_append(FILE *log, const std::string &text) {
     return written;
 }
 
-// The new stream is inherited: it takes the place of a standard one.
-FILE *host_freopen(const char *path, const char *mode, FILE *stream) {
-    HostStat status;
-    if (host_stat(path, &status) && status.kind == FileKind::directory) {
-        errno = EISDIR;
-        return nullptr;
-    }
-    return freopen(path, mode, stream);
-}
-
 bool host_seek(FILE *stream, int64_t offset) {
     return fseeko(stream, offset, SEEK_SET) == 0;
 }

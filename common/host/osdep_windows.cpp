@@ -404,10 +404,6 @@ bool host_append(FILE *log, const std::string &text) {
     return written;
 }
 
-FILE *host_freopen(const char *path, const char *mode, FILE *stream) {
-    return _wfreopen(SystemPath(path).get(), to_wide(mode).c_str(), stream);
-}
-
 bool host_seek(FILE *stream, int64_t offset) {
     return _fseeki64(stream, offset, SEEK_SET) == 0;
 }

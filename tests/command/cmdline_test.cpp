@@ -105,7 +105,7 @@ TEST(CmdlineTest, WhatCannotBeReadOrNeverEndsIsKept) {
         EXPECT_NE(host_fileno(next.get()), 0) << odd;
     }
 
-    host_freopen(scratch.write("input", "x").c_str(), "r", stdin);
+    ASSERT_NE(freopen(scratch.write("input", "x").c_str(), "r", stdin), nullptr);
     EXPECT_EQ(expand({os_kind() == 0 ? "@/dev/null" : "@NUL", "b"}), Words{"b"});
     EXPECT_EQ(getc(stdin), EOF);
 
