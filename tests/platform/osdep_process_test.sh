@@ -101,8 +101,8 @@ can env --default-signal=PIPE true && expect 141 <<'-'
 -
 expect '0 27
 olddir from to' <<'-'
-head -c 100000 /dev/zero >from
-(ulimit -f 8; $child --catch --copy from to)
+head -c 2000000 /dev/zero >from
+(ulimit -f 2000; $child --catch --copy from to)
 cat to; echo *
 -
 

@@ -138,6 +138,11 @@ TEST_F(KestrelSystem, ReportsSayWhatTheUserMayNotDo) {
          {"-g", "--report"},
          1,
          "error\t0\tCannot write file \"" + inst.manifest + "\": " + denied},
+        {"mkdir tree/dim; chmod 555 tree/dim; export TEMP=\"$PWD/tree/dim\"",
+         {"-g", "--report"},
+         1,
+         "error\t0\tCannot write temporary file: " + denied},
+        {"echo >>manifest; >tree/f4", {"-c", "--extra"}, 1, "malformed\t4\t\nextra\t0\t.\\f4\n"},
     };
     for (const auto &c : cases) {
         const Outcome outcome = inst.run(c.arguments, UNPRIVILEGED + c.script);

@@ -114,6 +114,7 @@ TEST(KestrelOptions, HelpAndComplaints) {
         Outcome outcome;
     } cases[] = {
         {{"--help", "--check=1"}, {0, help, ""}},
+        {{"-g", "--version", "--check=1"}, {0, "kestrel 2.41\n", ""}},
         {{"-g", "-c", here, "-h"}, {0, help, ""}},
         {{}, {1, help, nowhere}},
         {{"-g", "-c"}, {1, help, nowhere}},
