@@ -1,9 +1,6 @@
-// The primitives of osdep_host.h on Windows. Paths come in the process's narrow code page, which
-// the application manifest makes UTF-8, and go to the system as UTF-16.
-#define WIN32_LEAN_AND_MEAN
-#define NOMINMAX
+// The primitives of osdep_host.h on Windows: facts, files and directories.
 #define _CRT_RAND_S
-#include "host/osdep_host.h"
+#include "host/osdep_windows.h"
 
 #include <algorithm>
 #include <array>
@@ -18,123 +15,11 @@
 #include <process.h>
 #include <sys/stat.h>
 #include <vector>
-#include <windows.h>
 
 // Read by the start-up code: wildcards in arguments are left as they are.
 extern "C" {
 int _dowildcard = 0;
 }
-
-// Sets errno to the nearest equivalent of a system error; always false.
-static bool fail(DWORD error = GetLastError()) {
-    switch (error) {
-    case ERROR_FILE_NOT_FOUND:
-    case ERROR_PATH_NOT_FOUND:
-    case ERROR_INVALID_NAME:
-    case ERROR_BAD_NETPATH:
-    case ERROR_BAD_NET_NAME:
-    case ERROR_INVALID_DRIVE:
-        errno = ENOENT;
-        break;
-    case ERROR_ACCESS_DENIED:
-    case ERROR_SHARING_VIOLATION:
-    case ERROR_LOCK_VIOLATION:
-    case ERROR_WRITE_PROTECT:
-        errno = EACCES;
-        break;
-    case ERROR_FILE_EXISTS:
-    case ERROR_ALREADY_EXISTS:
-        errno = EEXIST;
-        break;
-    case ERROR_DIR_NOT_EMPTY:
-        errno = ENOTEMPTY;
-        break;
-    case ERROR_NO_UNICODE_TRANSLATION:
-        errno = EILSEQ;
-        break;
-    case ERROR_DISK_FULL:
-        errno = ENOSPC;
-        break;
-    default:
-        errno = EINVAL;
-    }
-    return false;
-}
-
-static bool succeed_or_fail(BOOL done) {
-    return done ? true : fail();
-}
-
-// --- Text
-
-static OwnedString to_narrow(const wchar_t *wide) {
-    const int size = WideCharToMultiByte(CP_ACP, 0, wide, -1, nullptr, 0, nullptr, nullptr);
-    OwnedString narrow(static_cast<char *>(xalloc(static_cast<size_t>(size) + 1)));
-    WideCharToMultiByte(CP_ACP, 0, wide, -1, narrow.get(), size, nullptr, nullptr);
-    return narrow;
-}
-
-// Empty if the text is not valid in the narrow code page.
-static std::wstring to_wide(const char *narrow) {
-    const int size = MultiByteToWideChar(CP_ACP, MB_ERR_INVALID_CHARS, narrow, -1, nullptr, 0);
-    if (size <= 0)
-        return {};
-    std::wstring wide(static_cast<size_t>(size), L'\0');
-    MultiByteToWideChar(CP_ACP, 0, narrow, -1, wide.data(), size);
-    wide.pop_back(); // the terminator that was counted
-    return wide;
-}
-
-// Repeats a system call that fills a buffer and returns the length it needs, until the text fits.
-// Empty on failure.
-template <class Call> static std::wstring filled(Call call) {
-    std::wstring text(MAX_PATH, L'\0');
-    for (;;) {
-        const DWORD length = call(text.data(), static_cast<DWORD>(text.size()));
-        if (length < text.size()) {
-            text.resize(length);
-            return text;
-        }
-        text.resize(static_cast<size_t>(length) * 2);
-    }
-}
-
-static std::wstring full_path(const wchar_t *path) {
-    return filled(
-        [&](wchar_t *buffer, DWORD size) { return GetFullPathNameW(path, size, buffer, nullptr); });
-}
-
-static bool is_verbatim(const std::wstring &path) {
-    return path.starts_with(L"\\\\?\\") || path.starts_with(L"\\\\.\\");
-}
-
-namespace {
-
-// A path as the system calls take it. If it is long when made absolute it gets the prefix that
-// lifts the limit of 260 characters (248 for a directory), so that it works whatever the machine's
-// settings are.
-class SystemPath {
-  public:
-    explicit SystemPath(const char *path) : text(to_wide(path)) {
-        constexpr DWORD LONGEST_PLAIN = 247;
-        if (is_verbatim(text) ||
-            GetFullPathNameW(text.c_str(), 0, nullptr, nullptr) <= LONGEST_PLAIN)
-            return;
-        const std::wstring full = full_path(text.c_str());
-        if (is_verbatim(full))
-            text = full;
-        else if (full.starts_with(L"\\\\"))
-            text = L"\\\\?\\UNC" + full.substr(1);
-        else
-            text = L"\\\\?\\" + full;
-    }
-    const wchar_t *get() const { return text.c_str(); }
-
-  private:
-    std::wstring text; // empty, which names nothing, if it could not be converted
-};
-
-} // namespace
 
 // --- Facts
 
@@ -216,26 +101,6 @@ void host_tzset() {
 
 // --- Files and directories
 
-namespace {
-
-class SystemHandle {
-  public:
-    explicit SystemHandle(HANDLE opened) : handle(opened) {}
-    ~SystemHandle() {
-        if (*this)
-            CloseHandle(handle);
-    }
-    SystemHandle(const SystemHandle &) = delete;
-    SystemHandle &operator=(const SystemHandle &) = delete;
-    explicit operator bool() const { return handle != INVALID_HANDLE_VALUE; }
-    HANDLE get() const { return handle; }
-
-  private:
-    HANDLE handle;
-};
-
-} // namespace
-
 // Opens a file, directory or device for questions about it, following links.
 static SystemHandle open_for_query(const SystemPath &path) {
     const DWORD share = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
@@ -257,14 +122,14 @@ template <class Information> static HostStat stat_of(const Information &informat
 static bool stat_opened(const SystemPath &path, HostStat *result) {
     const SystemHandle file = open_for_query(path);
     if (!file)
-        return fail();
+        return system_failure();
     if (GetFileType(file.get()) != FILE_TYPE_DISK) {
         *result = {FileKind::other, 0};
         return true;
     }
     BY_HANDLE_FILE_INFORMATION information;
     if (!GetFileInformationByHandle(file.get(), &information))
-        return fail();
+        return system_failure();
     *result = stat_of(information);
     return true;
 }
@@ -277,7 +142,7 @@ bool host_stat(const char *path, HostStat *result) {
     if (!GetFileAttributesExW(system_path.get(), GetFileExInfoStandard, &data)) {
         const DWORD error = GetLastError();
         const bool missing = error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
-        return missing ? fail(error) : stat_opened(system_path, result);
+        return missing ? system_failure(error) : stat_opened(system_path, result);
     }
     if ((data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 ||
         joined(data.ftLastWriteTime.dwHighDateTime, data.ftLastWriteTime.dwLowDateTime) == 0)
@@ -303,7 +168,7 @@ bool host_is_link(const char *path) {
 static bool state_of(HANDLE file, FileState *result) {
     BY_HANDLE_FILE_INFORMATION information;
     if (!GetFileInformationByHandle(file, &information))
-        return fail();
+        return system_failure();
     *result = {{information.dwVolumeSerialNumber,
                 joined(information.nFileIndexHigh, information.nFileIndexLow)},
                joined(information.nFileSizeHigh, information.nFileSizeLow),
@@ -314,7 +179,7 @@ static bool state_of(HANDLE file, FileState *result) {
 
 bool host_file_state(const char *path, FileState *result) {
     const SystemHandle file = open_for_query(SystemPath(path));
-    return file ? state_of(file.get(), result) : fail();
+    return file ? state_of(file.get(), result) : system_failure();
 }
 
 bool host_opened_state(FILE *stream, FileState *result) {
@@ -444,7 +309,7 @@ Listing host_list_directory(const char *path, std::vector<DirectoryEntry> *entri
     // A drive's top directory has no "." and can be empty.
     if (search == INVALID_HANDLE_VALUE) {
         const DWORD error = GetLastError();
-        fail(error);
+        system_failure(error);
         return error == ERROR_FILE_NOT_FOUND  ? Listing::complete
                : error == ERROR_ACCESS_DENIED ? Listing::denied
                                               : Listing::unopened;
@@ -457,14 +322,14 @@ Listing host_list_directory(const char *path, std::vector<DirectoryEntry> *entri
     } while (FindNextFileW(search, &data));
     const DWORD error = GetLastError();
     FindClose(search);
-    fail(error);
+    system_failure(error);
     return error == ERROR_NO_MORE_FILES ? Listing::complete : Listing::broken;
 }
 
 bool host_make_file(const char *path) {
     const SystemHandle file(CreateFileW(SystemPath(path).get(), GENERIC_WRITE, 0, nullptr,
                                         CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
-    return file ? true : fail();
+    return file ? true : system_failure();
 }
 
 bool host_mkdir(const char *path) {
@@ -505,7 +370,7 @@ bool host_replace(const char *from, const char *to) {
         const DWORD error = GetLastError();
         const bool opened = error == ERROR_ACCESS_DENIED || error == ERROR_SHARING_VIOLATION;
         if (!opened)
-            return fail(error);
+            return system_failure(error);
         if (attempt == MOST_ATTEMPTS) {
             errno = EAGAIN;
             return false;
@@ -578,7 +443,7 @@ OwnedString host_stored_name(const char *path) {
     WIN32_FIND_DATAW data;
     const HANDLE search = FindFirstFileW(SystemPath(path).get(), &data);
     if (search == INVALID_HANDLE_VALUE) {
-        fail();
+        system_failure();
         return nullptr;
     }
     FindClose(search);
@@ -609,160 +474,4 @@ void host_unlock(HostLock lock) {
         return;
     ReleaseMutex(reinterpret_cast<HANDLE>(lock));
     CloseHandle(reinterpret_cast<HANDLE>(lock));
-}
-
-// --- Descriptors
-
-// A process without a console may have none of them.
-void host_open_standard_streams() {
-    for (FILE *stream : {stdin, stdout, stderr})
-        if (_fileno(stream) < 0 || _get_osfhandle(_fileno(stream)) < 0)
-            _wfreopen(L"NUL", stream == stdin ? L"r" : L"w", stream);
-}
-
-int host_terminal_width(int descriptor) {
-    CONSOLE_SCREEN_BUFFER_INFO info = {};
-    if (_isatty(descriptor) == 0)
-        return 0;
-    const auto console = reinterpret_cast<HANDLE>(_get_osfhandle(descriptor));
-    return GetConsoleScreenBufferInfo(console, &info) != 0 ? info.dwSize.X : 80;
-}
-
-bool host_is_foreground(int) {
-    return true;
-}
-
-int host_fileno(FILE *stream) {
-    return _fileno(stream);
-}
-
-int host_dup(int descriptor) {
-    const int duplicate = _dup(descriptor);
-    if (duplicate != -1)
-        SetHandleInformation(reinterpret_cast<HANDLE>(_get_osfhandle(duplicate)),
-                             HANDLE_FLAG_INHERIT, 0);
-    return duplicate;
-}
-
-int host_dup2(int from, int to) {
-    return _dup2(from, to);
-}
-
-int host_close(int descriptor) {
-    return _close(descriptor);
-}
-
-// --- Processes
-
-// The job of started programs, which ends with the last handle to it. That handle is ours, and the
-// system closes it when this process ends. Null until there is one.
-static HANDLE job = nullptr;
-
-namespace {
-
-// The attribute that puts a started process into the job. Before Windows 10 there is no such
-// attribute, and programs outlive this one.
-class JobAttribute {
-  public:
-    JobAttribute() {
-        job = make_job();
-        SIZE_T size = 0;
-        InitializeProcThreadAttributeList(nullptr, 1, 0, &size);
-        memory.resize(size);
-        usable = job != nullptr &&
-                 InitializeProcThreadAttributeList(list(), 1, 0, &size) != FALSE &&
-                 UpdateProcThreadAttribute(list(), 0, PROC_THREAD_ATTRIBUTE_JOB_LIST, &job,
-                                           sizeof job, nullptr, nullptr) != FALSE;
-    }
-    JobAttribute(const JobAttribute &) = delete;
-    JobAttribute &operator=(const JobAttribute &) = delete;
-    LPPROC_THREAD_ATTRIBUTE_LIST get() { return usable ? list() : nullptr; }
-
-  private:
-    static HANDLE make_job() {
-        const HANDLE made = CreateJobObjectW(nullptr, nullptr);
-        JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits = {};
-        limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
-        SetInformationJobObject(made, JobObjectExtendedLimitInformation, &limits, sizeof limits);
-        return made;
-    }
-    LPPROC_THREAD_ATTRIBUTE_LIST list() {
-        return reinterpret_cast<LPPROC_THREAD_ATTRIBUTE_LIST>(memory.data());
-    }
-
-    std::vector<char> memory;
-    bool usable = false;
-};
-
-} // namespace
-
-// Null for the section null. Its handle is kept: without one it would lose its name.
-static void *map_section(HANDLE section, size_t size) {
-    void *memory =
-        section != nullptr ? MapViewOfFile(section, FILE_MAP_WRITE, 0, 0, size) : nullptr;
-    if (memory == nullptr)
-        fail();
-    return memory;
-}
-
-void *host_make_shared(size_t size, std::string *name) {
-    *name = std::string("Local\\") + host_tool_name + "-" + host_unique_seed().get();
-    return map_section(CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
-                                          static_cast<DWORD>(size), to_wide(name->c_str()).c_str()),
-                       size);
-}
-
-void *host_open_shared(const char *name, size_t size) {
-    return map_section(OpenFileMappingW(FILE_MAP_WRITE, FALSE, to_wide(name).c_str()), size);
-}
-
-ProcessHandle host_start_process(const char *exe, const char *const *, const char *command_line) {
-    static JobAttribute attribute;
-    STARTUPINFOEXA startup = {};
-    startup.StartupInfo.cb = sizeof startup;
-    startup.StartupInfo.dwFlags = STARTF_USESHOWWINDOW;
-    startup.StartupInfo.wShowWindow = SW_SHOWMAXIMIZED;
-    startup.lpAttributeList = attribute.get();
-    PROCESS_INFORMATION process = {};
-    std::string line = command_line != nullptr ? command_line : ""; // the call may write into it
-    if (!CreateProcessA(exe, line.data(), nullptr, nullptr, FALSE,
-                        CREATE_NO_WINDOW | EXTENDED_STARTUPINFO_PRESENT, nullptr, nullptr,
-                        &startup.StartupInfo, &process)) {
-        fail();
-        return 0;
-    }
-    CloseHandle(process.hThread);
-    return reinterpret_cast<ProcessHandle>(process.hProcess);
-}
-
-bool host_await_end(ProcessHandle process, int milliseconds) {
-    return WaitForSingleObject(reinterpret_cast<HANDLE>(process),
-                               static_cast<DWORD>(milliseconds)) != WAIT_TIMEOUT;
-}
-
-// _cwait closes the handle.
-bool host_wait_process(ProcessHandle process, int *status) {
-    return process != 0 && _cwait(status, process, _WAIT_CHILD) != -1;
-}
-
-void host_end_started() {
-    if (job != nullptr)
-        TerminateJobObject(job, 1);
-}
-
-// The job has no signal that its last process has ended.
-void host_await_started() {
-    JOBOBJECT_BASIC_ACCOUNTING_INFORMATION account = {};
-    while (job != nullptr &&
-           QueryInformationJobObject(job, JobObjectBasicAccountingInformation, &account,
-                                     sizeof account, nullptr) &&
-           account.ActiveProcesses != 0)
-        Sleep(1);
-}
-
-// The job does that.
-void host_end_with(uint32_t) {}
-
-int host_spawn_wait(const char *path, const char *const *argv) {
-    return static_cast<int>(_spawnv(_P_WAIT, path, argv));
 }
