@@ -89,10 +89,13 @@ static bool finish_task(const Task &task) {
     int status;
     const bool passed = wait_for_task(task.process, task.number, &status);
     const bool complete = report_part(task.part.get(), task.lines);
-    // The programs' own statuses are 0 and 1; a signal that is caught leaves its number.
+    // The programs' own statuses are 0 and 1; a signal that is caught leaves its number. On Windows
+    // those of a crash are negative.
     constexpr int KILLED = 128;
     if (task.process == 0)
-        report_error("%s could not be started: %s", task_name(task), strerror(task.reason));
+        report_error("%s could not be started: %s", task_name(task), host_strerror(task.reason));
+    else if (status < 0)
+        report_error("%s crashed with status 0x%X", task_name(task), static_cast<unsigned>(status));
     else if (status > 1)
         report_error("%s ended by signal %d", task_name(task),
                      status > KILLED ? status - KILLED : status);

@@ -6,6 +6,7 @@
 #include "manifest/shahash.h"
 #include "manifest/treewalk.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <string>
@@ -20,22 +21,39 @@ static std::string separated(std::string path) {
     return path;
 }
 
-// The form in which paths compare: normalised, and without regard to case where the host has none.
+// The form in which paths compare: normalised.
 static std::string comparable(const std::string &path) {
     std::string text = os_normalise(separated(path).c_str()).get();
-    const PathStyle &style = host_path_style();
-    if (text.size() > 2 && text[0] == '.' && text[1] == style.separator)
+    if (text.size() > 2 && text[0] == '.' && text[1] == host_path_style().separator)
         text.erase(0, 2);
-    if (style.drives)
-        os_strlwr(text.data());
     return text;
+}
+
+// Without regard to case where the host has none.
+static std::string folded(std::string path) {
+    if (host_path_style().drives)
+        os_strlwr(path.data());
+    return path;
 }
 
 namespace {
 
+struct FoldedHash {
+    size_t operator()(const std::string &path) const {
+        return std::hash<std::string>()(folded(path));
+    }
+};
+
+struct FoldedEqual {
+    bool operator()(const std::string &a, const std::string &b) const {
+        return folded(a) == folded(b);
+    }
+};
+
 class ExtraVisitor : public TreeVisitor {
   public:
-    std::unordered_set<std::string> listed; // by the manifest, or not extra; comparable
+    // By the manifest, or not extra; comparable.
+    std::unordered_multiset<std::string, FoldedHash, FoldedEqual> listed;
     std::unordered_set<std::string> places; // where paths with ".." lead
     bool passed = true;
 
@@ -64,14 +82,20 @@ class ExtraVisitor : public TreeVisitor {
     bool unlisted(const char *path, const char *) override {
         const int reason = errno;
         passed = false;
-        const char *text = report_error("Cannot read directory \"%s\": %s", path, strerror(reason));
+        const char *text =
+            report_error("Cannot read directory \"%s\": %s", path, host_strerror(reason));
         TRACE_MESSAGE("%s", text);
         return true;
     }
 
   private:
     bool is_listed(const char *path, const char *name) const {
-        if (listed.contains(comparable(shahash_native_path(name))))
+        const std::string found = comparable(shahash_native_path(name));
+        const auto [begin, end] = listed.equal_range(found);
+        // Some directories of Windows tell upper from lower case.
+        if (std::any_of(begin, end, [&](const std::string &spelt) {
+                return spelt == found || host_same_file(spelt.c_str(), path);
+            }))
             return true;
         const OwnedString place = places.empty() ? nullptr : host_real_path(path);
         return place != nullptr && places.contains(place.get());

@@ -58,7 +58,8 @@ static std::vector<FileDigest> results_of(const Task &task) {
 static std::deque<Task> start_hashing(uint32_t count, const PathOf &path_of, uint32_t tasks) {
     std::vector<uint32_t> places = first_lines(count, tasks);
     const OwnedString list = write_list(count, path_of, places);
-    Subject subject = {{}, directory_identity(".")};
+    Subject subject;
+    subject.directory = directory_identity(".");
     if (list == nullptr || !host_file_state(list.get(), &subject.manifest))
         return {};
     expect_subject(&subject);
@@ -160,7 +161,7 @@ bool generate_manifest(const char *manifest, const char *instdir) {
     announce("Generating", manifest, instdir);
     const OwnedString before = os_getcwd();
     if (before == nullptr || !enter_directory(instdir)) {
-        report_error("Could not change to directory: \"%s\": %s", instdir, strerror(errno));
+        report_error("Could not change to directory: \"%s\": %s", instdir, host_strerror(errno));
         return TRACE_RESULT(false, "Could not change to directory: \"%s\"\n", instdir);
     }
     const std::string directory = directory_identity(".");

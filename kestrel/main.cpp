@@ -139,6 +139,7 @@ static Ending run(const Options &options) {
 int main(int argc, char **argv) {
     runtime_init("kestrel", cleanup);
     os_catch_signals();
+    host_arguments(&argc, &argv);
     program_name = sc_strdup(argc > 0 ? argv[0] : nullptr);
     Vector *arguments = cmdline_args(argc, argv);
     TRACE_ENTER();

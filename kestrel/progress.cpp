@@ -109,7 +109,7 @@ static void start_counting(ProgressTally *counts) {
 }
 
 void progress_begin(uint64_t total) {
-    const char *terminal = getenv("TERM");
+    const char *terminal = host_getenv("TERM");
     if (tally != nullptr || host_terminal_width(STDERR_DESCRIPTOR) == 0 ||
         (terminal != nullptr && strcmp(terminal, "dumb") == 0))
         return;

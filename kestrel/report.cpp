@@ -35,7 +35,7 @@ static bool is_incomplete = false;
 
 static bool report_unwritten() {
     fprintf(stderr, "Cannot write report \"%s\": %s\n", str_printable(file_path).get(),
-            strerror(errno));
+            host_strerror(errno));
     return false;
 }
 

@@ -42,7 +42,7 @@ bool flush_output() {
     if (output_error == 0 && !reaches_output())
         output_error = errno;
     if (output_error != 0 && !std::exchange(reported, true))
-        fprintf(stderr, "Cannot write to standard output: %s\n", strerror(output_error));
+        fprintf(stderr, "Cannot write to standard output: %s\n", host_strerror(output_error));
     return output_error == 0;
 }
 
@@ -71,9 +71,13 @@ bool enter_directory(const char *directory) {
 static constexpr const char *EXPECTED_MANIFEST = "kestrel_expected_manifest";
 static constexpr const char *EXPECTED_DIRECTORY = "kestrel_expected_directory";
 
+// A text of its own for what is unknown.
 static std::string identity_text(const FileIdentity &identity) {
-    return str_format("%llx:%llx", static_cast<unsigned long long>(identity.volume),
-                      static_cast<unsigned long long>(identity.file))
+    if (!identity.known)
+        return host_unique_seed().get();
+    return str_format("%llx:%llx:%llx:%s", static_cast<unsigned long long>(identity.volume),
+                      static_cast<unsigned long long>(identity.high),
+                      static_cast<unsigned long long>(identity.low), identity.place.c_str())
         .get();
 }
 
@@ -98,7 +102,7 @@ void expect_subject(const Subject *subject) {
 }
 
 static bool is_expected(const char *variable, const std::string &found) {
-    const char *expected = getenv(variable);
+    const char *expected = host_getenv(variable);
     return expected == nullptr || *expected == '\0' || expected == found;
 }
 
@@ -127,7 +131,7 @@ FilePtr open_manifest(const char *manifest, const char *instdir, const char *bef
     // Without a current directory a relative path has stayed one, and would lead elsewhere.
     errno = ENOENT;
     if ((before == nullptr && os_is_absolute(manifest) == 0) || !enter_directory(instdir)) {
-        const char *reason = strerror(errno);
+        const char *reason = host_strerror(errno);
         return fail(failure, sc_format("Could not change to directory: \"%s\"", instdir), reason);
     }
     subject->directory = directory_identity(".");

@@ -101,7 +101,7 @@ ProcessHandle runProgram(const char *exe, Vector *args) {
     argv.push_back(nullptr);
     const ProcessHandle process = host_start_process(exe, argv.data(), vecString(args));
     if (process == 0) {
-        TRACE_MESSAGE("The system's reason: %s", strerror(errno));
+        TRACE_MESSAGE("The system's reason: %s", host_strerror(errno));
         return TRACE_RESULT(process, "Could not create process for \"%s\"", exe);
     }
     return TRACE_RESULT(process, "Successfully created process with id %lld",
@@ -180,7 +180,7 @@ const char *task_name(const Task &task) {
 static constexpr const char *PARENT = "kestrel_parent";
 
 void end_with_parent() {
-    const char *parent = getenv(PARENT);
+    const char *parent = host_getenv(PARENT);
     if (parent != nullptr && *parent != '\0')
         host_end_with(static_cast<uint32_t>(strtoul(parent, nullptr, 10)));
 }
@@ -190,7 +190,7 @@ static OwnedString new_part() {
     static bool reported = false;
     OwnedString part = os_tempname_plain();
     if (part == nullptr && !std::exchange(reported, true))
-        report_error("Cannot write temporary file: %s", strerror(errno));
+        report_error("Cannot write temporary file: %s", host_strerror(errno));
     os_remove_at_exit(part.get());
     return part;
 }

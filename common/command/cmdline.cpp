@@ -179,7 +179,7 @@ static void expand_arguments(Expansion &expansion, std::span<const char *const> 
                              const OpenFile *outer);
 
 static bool cannot_read(const char *path) {
-    const char *reason = strerror(errno);
+    const char *reason = host_strerror(errno);
     fprintf(stderr, "Cannot read response file \"%s\": %s\n", str_printable(path).get(), reason);
     return false;
 }

@@ -40,11 +40,24 @@ bool host_file_identity(const char *path, FileIdentity *result) {
     return true;
 }
 
+static bool is_number(const FileNumber &number) {
+    const auto is_none = [](uint64_t half) { return half == 0 || half == UINT64_MAX; };
+    return !is_none(number.high) || !is_none(number.low);
+}
+
+FileIdentity identity_of(const FileNumber &wide, const FileNumber &narrow,
+                         const std::string &place) {
+    for (const FileNumber &number : {wide, narrow})
+        if (is_number(number))
+            return {true, number.volume, number.high, number.low};
+    return {!place.empty(), 0, 0, 0, place};
+}
+
 // A file that is being written to may change between the two looks at it, so it is looked at again.
 bool host_same_file(const char *a, const char *b) {
     constexpr int MOST_TRIES = 100;
     FileState first, second, again;
-    for (int i = 0; i < MOST_TRIES && host_file_state(a, &first) && host_file_state(b, &second) &&
+    for (int i = 0; i < MOST_TRIES && host_file_states(a, b, &first, &second) &&
                     first.identity == second.identity;
          i++) {
         if (first == second)

@@ -1,5 +1,5 @@
 // The seam between the hosts: what each of them does in its own way, as small primitives. The two
-// implementations are osdep_posix.cpp and osdep_windows.cpp; no other source asks the preprocessor
+// implementations are osdep_posix.cpp and osdep_windows*.cpp; no other source asks the preprocessor
 // which host it is on. Paths are in the narrow code page (UTF-8 on both hosts). Unless it says
 // otherwise, a primitive that fails leaves its reason in errno.
 #ifndef COMMON_OSDEP_HOST_H
@@ -59,9 +59,18 @@ void host_on_signal(int number, void (*handler)(int));
 // struck at a place for which exit() would wait for ever.
 void host_limit_exit(void (*give_up)(int));
 
+// Replaces main()'s arguments by those that the system gives, in UTF-8. They stay valid.
+void host_arguments(int *count, char ***arguments);
+
+// The value of an environment variable, until it is asked for again; null if there is none.
+const char *host_getenv(const char *name);
+
 // Enters a variable into the environment, which keeps a copy; 0 on success.
 int host_setenv(const char *name, const char *value);
 void host_tzset();
+
+// The text of a reason that a primitive has left in errno.
+const char *host_strerror(int number);
 
 // --- Files and directories
 
@@ -78,13 +87,30 @@ bool host_stat(const char *path, HostStat *result);
 // Whether `path` itself is a link to a file or directory.
 bool host_is_link(const char *path);
 
-// What makes a file the same file under another name.
+// What makes a file the same file under another name. What is unknown is like nothing, not even
+// itself.
 struct FileIdentity {
-    uint64_t volume;
-    uint64_t file;
-    bool operator==(const FileIdentity &) const = default;
+    bool known = false;
+    uint64_t volume = 0;
+    uint64_t high = 0, low = 0; // the file's number on the volume
+    std::string place = {};     // the file's path, where it has no number
+    bool operator==(const FileIdentity &other) const {
+        return known && other.known && volume == other.volume && high == other.high &&
+               low == other.low && place == other.place;
+    }
 };
 bool host_file_identity(const char *path, FileIdentity *result);
+
+// A file's numbers as a file system gives them: all bits 0 or all 1 say that it has none.
+struct FileNumber {
+    uint64_t volume;
+    uint64_t high, low;
+};
+
+// The identity that the first usable one of two numbers makes, else the path; unknown if that is
+// empty too.
+FileIdentity identity_of(const FileNumber &wide, const FileNumber &narrow,
+                         const std::string &place);
 
 // A file's state: it differs when the file has been written to, or another file has taken its name.
 struct FileState {
@@ -95,6 +121,9 @@ struct FileState {
 };
 bool host_file_state(const char *path, FileState *result);
 bool host_opened_state(FILE *stream, FileState *result);
+
+// The states of two files, which are both held open meanwhile where numbers may be given again.
+bool host_file_states(const char *a, const char *b, FileState *first, FileState *second);
 
 // Whether two paths lead to the same file; false if either is missing. Their states are compared:
 // some file systems give all files the same identity.
@@ -177,7 +206,7 @@ Listing host_list_directory(const char *path, std::vector<DirectoryEntry> *entri
 bool host_make_file(const char *path);
 
 bool host_mkdir(const char *path);
-bool host_mkdir_private(const char *path); // for this user alone, where the host has modes
+bool host_mkdir_private(const char *path); // for this user alone, where files have rights
 bool host_rmdir(const char *path);
 bool host_remove(const char *path); // a file, or a link whatever it leads to
 

@@ -153,12 +153,22 @@ void host_limit_exit(void (*give_up)(int)) {
     alarm(2);
 }
 
+void host_arguments(int *, char ***) {}
+
+const char *host_getenv(const char *name) {
+    return getenv(name);
+}
+
 int host_setenv(const char *name, const char *value) {
     return setenv(name, value, 1);
 }
 
 void host_tzset() {
     tzset();
+}
+
+const char *host_strerror(int number) {
+    return strerror(number);
 }
 
 // --- Files and directories
@@ -185,7 +195,7 @@ bool host_is_link(const char *path) {
 // The time of the status is the one that no program can set back.
 static FileState state_of(const struct stat &status) {
     const timespec &time = status.st_ctim;
-    return {{status.st_dev, status.st_ino},
+    return {{true, status.st_dev, 0, status.st_ino, {}},
             static_cast<uint64_t>(status.st_size),
             static_cast<uint64_t>(time.tv_sec) * 1000000000 + static_cast<uint64_t>(time.tv_nsec)};
 }
@@ -204,6 +214,10 @@ bool host_opened_state(FILE *stream, FileState *result) {
         return false;
     *result = state_of(status);
     return true;
+}
+
+bool host_file_states(const char *a, const char *b, FileState *first, FileState *second) {
+    return host_file_state(a, first) && host_file_state(b, second);
 }
 
 // Unlike the other host's, fopen opens directories here, which then read as empty.

@@ -2,6 +2,7 @@
 #define _CRT_RAND_S
 #include "host/osdep_windows.h"
 
+#include <aclapi.h>
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -12,7 +13,7 @@
 #include <direct.h>
 #include <fcntl.h>
 #include <io.h>
-#include <process.h>
+#include <sddl.h>
 #include <sys/stat.h>
 #include <vector>
 
@@ -36,9 +37,7 @@ const char *host_osname() {
 }
 
 int host_processor_count() {
-    SYSTEM_INFO info = {};
-    GetSystemInfo(&info);
-    return static_cast<int>(info.dwNumberOfProcessors);
+    return static_cast<int>(GetActiveProcessorCount(ALL_PROCESSOR_GROUPS));
 }
 
 // What _pgmptr holds, without its limit of 260 bytes.
@@ -90,10 +89,6 @@ void host_on_signal(int number, void (*handler)(int)) {
 
 // Interruptions arrive in a thread of their own here, so exit() does not wait for itself.
 void host_limit_exit(void (*)(int)) {}
-
-int host_setenv(const char *name, const char *value) {
-    return _putenv((std::string(name) + '=' + value).c_str());
-}
 
 void host_tzset() {
     _tzset();
@@ -165,15 +160,50 @@ bool host_is_link(const char *path) {
     return IsReparseTagNameSurrogate(data.dwReserved0);
 }
 
+// Where an opened file leads. Not every volume has a letter, and not every directory above may be
+// read. Empty on failure.
+static std::wstring final_path(HANDLE file) {
+    for (const DWORD form :
+         {FILE_NAME_NORMALIZED | VOLUME_NAME_DOS, FILE_NAME_OPENED | VOLUME_NAME_DOS,
+          FILE_NAME_NORMALIZED | VOLUME_NAME_GUID, FILE_NAME_OPENED | VOLUME_NAME_NT}) {
+        std::wstring path = filled([&](wchar_t *buffer, DWORD size) {
+            return GetFinalPathNameByHandleW(file, buffer, size, form);
+        });
+        if (!path.empty())
+            return path;
+    }
+    return {};
+}
+
+// The number of 128 bits first: not every file system has files with one of 64.
+static FileIdentity identity_of_opened(HANDLE file, const BY_HANDLE_FILE_INFORMATION &information) {
+    FILE_ID_INFO id = {};
+    FileNumber wide = {};
+    if (GetFileInformationByHandleEx(file, FileIdInfo, &id, sizeof id)) {
+        memcpy(&wide.low, id.FileId.Identifier, sizeof wide.low);
+        memcpy(&wide.high, id.FileId.Identifier + sizeof wide.low, sizeof wide.high);
+        wide.volume = id.VolumeSerialNumber;
+    }
+    const FileNumber narrow = {information.dwVolumeSerialNumber, 0,
+                               joined(information.nFileIndexHigh, information.nFileIndexLow)};
+    const FileIdentity identity = identity_of(wide, narrow, "");
+    return identity.known ? identity
+                          : identity_of({}, {}, to_narrow(final_path(file).c_str()).get());
+}
+
+// Some file systems keep no time of change but that of writing.
 static bool state_of(HANDLE file, FileState *result) {
     BY_HANDLE_FILE_INFORMATION information;
     if (!GetFileInformationByHandle(file, &information))
         return system_failure();
-    *result = {{information.dwVolumeSerialNumber,
-                joined(information.nFileIndexHigh, information.nFileIndexLow)},
+    FILE_BASIC_INFO times = {};
+    GetFileInformationByHandleEx(file, FileBasicInfo, &times, sizeof times);
+    const uint64_t written = joined(information.ftLastWriteTime.dwHighDateTime,
+                                    information.ftLastWriteTime.dwLowDateTime);
+    const auto changed = static_cast<uint64_t>(times.ChangeTime.QuadPart);
+    *result = {identity_of_opened(file, information),
                joined(information.nFileSizeHigh, information.nFileSizeLow),
-               joined(information.ftLastWriteTime.dwHighDateTime,
-                      information.ftLastWriteTime.dwLowDateTime)};
+               changed != 0 ? changed : written};
     return true;
 }
 
@@ -186,33 +216,67 @@ bool host_opened_state(FILE *stream, FileState *result) {
     return state_of(reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stream))), result);
 }
 
-// The flags of _wopen for a mode of fopen.
-static int open_flags(const char *mode) {
-    const bool update = strchr(mode, '+') != nullptr;
-    const int access = update ? _O_RDWR : mode[0] == 'r' ? _O_RDONLY : _O_WRONLY;
-    const int creation = mode[0] == 'w'   ? _O_CREAT | _O_TRUNC
-                         : mode[0] == 'a' ? _O_CREAT | _O_APPEND
-                                          : 0;
-    const int translation = strchr(mode, 'b') != nullptr ? _O_BINARY : _O_TEXT;
-    return access | creation | translation | _O_NOINHERIT;
+// Some file systems number files only while they are open.
+bool host_file_states(const char *a, const char *b, FileState *first, FileState *second) {
+    const SystemHandle file = open_for_query(SystemPath(a));
+    const SystemHandle other = open_for_query(SystemPath(b));
+    return file && other ? state_of(file.get(), first) && state_of(other.get(), second)
+                         : system_failure();
+}
+
+// Repeats a call that fails while somebody has the file open, as scanners and indexers do, until it
+// succeeds or the time is over.
+template <class Call> static bool while_in_use(DWORD milliseconds, Call call) {
+    constexpr DWORD PAUSE = 10;
+    for (DWORD waited = 0; !call(); waited += PAUSE) {
+        if (GetLastError() != ERROR_SHARING_VIOLATION || waited >= milliseconds)
+            return false;
+        Sleep(PAUSE);
+    }
+    return true;
+}
+
+constexpr DWORD FOR_OPENING = 50;
+constexpr DWORD FOR_REMOVING = 2000;
+
+// A descriptor with all sharing, so that others may rename and remove the file meanwhile; -1 on
+// failure. The C runtime's own call would share less, and give fewer reasons.
+static int open_shared(const char *path, DWORD access, DWORD creation, int flags) {
+    const SystemPath system_path(path);
+    const DWORD share = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    HANDLE file = INVALID_HANDLE_VALUE;
+    if (!while_in_use(FOR_OPENING, [&] {
+            file = CreateFileW(system_path.get(), access, share, nullptr, creation,
+                               FILE_ATTRIBUTE_NORMAL | FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
+            return file != INVALID_HANDLE_VALUE;
+        })) {
+        system_failure();
+        return -1;
+    }
+    const int descriptor = _open_osfhandle(reinterpret_cast<intptr_t>(file), flags | _O_NOINHERIT);
+    if (descriptor == -1)
+        CloseHandle(file);
+    return descriptor;
 }
 
 // Opened as a descriptor first: only there can inheritance be switched off in every version of the
 // runtime.
 FILE *host_fopen(const char *path, const char *mode) {
-    const SystemPath system_path(path);
-    const int descriptor = _wopen(system_path.get(), open_flags(mode), _S_IREAD | _S_IWRITE);
-    if (descriptor == -1)
-        return nullptr;
-    FILE *stream = _fdopen(descriptor, mode);
-    if (stream == nullptr)
+    const bool reads = mode[0] == 'r', update = strchr(mode, '+') != nullptr;
+    const DWORD access =
+        (reads || update ? GENERIC_READ : 0) | (reads && !update ? 0 : GENERIC_WRITE);
+    const DWORD creation = reads ? OPEN_EXISTING : mode[0] == 'w' ? CREATE_ALWAYS : OPEN_ALWAYS;
+    const int flags = (access == GENERIC_READ ? _O_RDONLY : 0) | (mode[0] == 'a' ? _O_APPEND : 0) |
+                      (strchr(mode, 'b') != nullptr ? _O_BINARY : _O_TEXT);
+    const int descriptor = open_shared(path, access, creation, flags);
+    FILE *stream = descriptor != -1 ? _fdopen(descriptor, mode) : nullptr;
+    if (stream == nullptr && descriptor != -1)
         _close(descriptor);
     return stream;
 }
 
 int host_open(const char *path) {
-    const int flags = _O_RDONLY | _O_BINARY | _O_NOINHERIT | _O_SEQUENTIAL;
-    return _wopen(SystemPath(path).get(), flags);
+    return open_shared(path, GENERIC_READ, OPEN_EXISTING, _O_RDONLY | _O_BINARY);
 }
 
 // It was opened so.
@@ -336,13 +400,55 @@ bool host_mkdir(const char *path) {
     return succeed_or_fail(CreateDirectoryW(SystemPath(path).get(), nullptr));
 }
 
-// The directory for temporaries is the user's own already.
+// An access list for this user alone, which new files in the directory get too. Empty on failure.
+static std::wstring own_rights() {
+    HANDLE token = nullptr;
+    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token))
+        return {};
+    const SystemHandle opened(token);
+    alignas(TOKEN_USER) std::array<char, sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE> user;
+    DWORD size = user.size();
+    wchar_t *sid = nullptr;
+    if (!GetTokenInformation(token, TokenUser, user.data(), size, &size) ||
+        !ConvertSidToStringSidW(reinterpret_cast<TOKEN_USER *>(user.data())->User.Sid, &sid))
+        return {};
+    const std::wstring rights = std::wstring(L"D:P(A;OICI;FA;;;") + sid + L")";
+    LocalFree(sid);
+    return rights;
+}
+
 bool host_mkdir_private(const char *path) {
-    return host_mkdir(path);
+    SECURITY_ATTRIBUTES attributes = {sizeof attributes, nullptr, FALSE};
+    if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(
+            own_rights().c_str(), SDDL_REVISION_1, &attributes.lpSecurityDescriptor, nullptr))
+        return system_failure();
+    const bool made = succeed_or_fail(CreateDirectoryW(SystemPath(path).get(), &attributes));
+    LocalFree(attributes.lpSecurityDescriptor);
+    return made;
+}
+
+// A file that is removed while somebody has it open stays in its directory until that ends, and
+// cannot be asked for its attributes.
+static bool holds_removed_files_only(const char *path) {
+    std::vector<DirectoryEntry> entries;
+    host_list_directory(path, &entries);
+    return std::all_of(entries.begin(), entries.end(), [&](const DirectoryEntry &entry) {
+        const OwnedString inner = path_join_style(drive_path_style, path, entry.name.c_str());
+        return GetFileAttributesW(SystemPath(inner.get()).get()) == INVALID_FILE_ATTRIBUTES;
+    });
 }
 
 bool host_rmdir(const char *path) {
-    return succeed_or_fail(RemoveDirectoryW(SystemPath(path).get()));
+    const SystemPath system_path(path);
+    const bool removed = while_in_use(FOR_REMOVING, [&] {
+        if (RemoveDirectoryW(system_path.get()))
+            return true;
+        const DWORD error = GetLastError();
+        const bool in_use = error == ERROR_DIR_NOT_EMPTY && holds_removed_files_only(path);
+        SetLastError(in_use ? ERROR_SHARING_VIOLATION : error);
+        return false;
+    });
+    return succeed_or_fail(removed);
 }
 
 bool host_remove(const char *path) {
@@ -352,54 +458,78 @@ bool host_remove(const char *path) {
         attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
     if (directory && host_is_link(path))
         return succeed_or_fail(RemoveDirectoryW(system_path.get()));
-    return succeed_or_fail(DeleteFileW(system_path.get()));
+    return succeed_or_fail(
+        while_in_use(FOR_REMOVING, [&] { return DeleteFileW(system_path.get()) != FALSE; }));
 }
 
+// Some file systems cannot say when that is done.
 bool host_flush_to_disk(int descriptor) {
-    return _commit(descriptor) == 0;
+    const auto file = reinterpret_cast<HANDLE>(_get_osfhandle(descriptor));
+    if (FlushFileBuffers(file))
+        return true;
+    const DWORD error = GetLastError();
+    return error == ERROR_INVALID_FUNCTION || error == ERROR_NOT_SUPPORTED || system_failure(error);
 }
 
-// A file that somebody has open, if only to look at it, cannot be replaced at that moment. If that
-// does not end it must not count as a lack of permission, because then the file would be
-// overwritten while it is being read.
+// Whether this user may remove a file, which replacing it takes.
+static bool may_be_removed(const SystemPath &path) {
+    const DWORD share = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    return SystemHandle(CreateFileW(path.get(), DELETE, share, nullptr, OPEN_EXISTING,
+                                    FILE_FLAG_BACKUP_SEMANTICS, nullptr)) ||
+           GetLastError() != ERROR_ACCESS_DENIED;
+}
+
+// A file that somebody has open, if only to look at it, cannot be replaced at that moment: access
+// is denied then too. If that does not end it must not count as a lack of permission, because then
+// the file would be overwritten while it is being read.
 bool host_replace(const char *from, const char *to) {
-    constexpr int MOST_ATTEMPTS = 20;
-    constexpr DWORD FLAGS = MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH;
     const SystemPath source(from), target(to);
-    for (int attempt = 1; !MoveFileExW(source.get(), target.get(), FLAGS); attempt++) {
+    const bool replaced = while_in_use(FOR_REMOVING, [&] {
+        if (MoveFileExW(source.get(), target.get(),
+                        MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
+            return true;
         const DWORD error = GetLastError();
-        const bool opened = error == ERROR_ACCESS_DENIED || error == ERROR_SHARING_VIOLATION;
-        if (!opened)
-            return system_failure(error);
-        if (attempt == MOST_ATTEMPTS) {
-            errno = EAGAIN;
-            return false;
-        }
-        Sleep(10);
-    }
-    return true;
+        const bool in_use = error == ERROR_ACCESS_DENIED && may_be_removed(target);
+        SetLastError(in_use ? ERROR_SHARING_VIOLATION : error);
+        return false;
+    });
+    if (replaced || GetLastError() != ERROR_SHARING_VIOLATION)
+        return succeed_or_fail(replaced);
+    errno = EAGAIN;
+    return false;
 }
 
 bool host_rename_new(const char *from, const char *to) {
     return succeed_or_fail(MoveFileExW(SystemPath(from).get(), SystemPath(to).get(), 0));
 }
 
-// The access list is inherited from the directory, which is the same for both; hidden files stay
-// hidden.
+// What the access list inherits from the directory is the same for both. Hidden files stay hidden.
 void host_copy_rights(const char *from, const char *to) {
-    const DWORD attributes = GetFileAttributesW(SystemPath(from).get());
+    const SystemPath source(from), target(to);
+    PACL list = nullptr;
+    PSECURITY_DESCRIPTOR rights = nullptr;
+    SECURITY_DESCRIPTOR_CONTROL control = 0;
+    DWORD revision = 0;
+    if (GetNamedSecurityInfoW(source.get(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr,
+                              nullptr, &list, nullptr, &rights) == ERROR_SUCCESS &&
+        GetSecurityDescriptorControl(rights, &control, &revision)) {
+        const DWORD inherited = (control & SE_DACL_PROTECTED) != 0
+                                    ? PROTECTED_DACL_SECURITY_INFORMATION
+                                    : UNPROTECTED_DACL_SECURITY_INFORMATION;
+        SetNamedSecurityInfoW(const_cast<wchar_t *>(target.get()), SE_FILE_OBJECT,
+                              DACL_SECURITY_INFORMATION | inherited, nullptr, nullptr, list,
+                              nullptr);
+    }
+    LocalFree(rights);
+    const DWORD attributes = GetFileAttributesW(source.get());
     if (attributes != INVALID_FILE_ATTRIBUTES)
-        SetFileAttributesW(SystemPath(to).get(), attributes);
+        SetFileAttributesW(target.get(), attributes);
 }
 
-// Empty on failure. It begins with "\\?\", in front of a drive or of "UNC\" and a server's name.
+// It begins with "\\?\", in front of a drive, of "UNC\" and a server's name, or of a volume's name.
 static std::wstring final_path(const char *path) {
     const SystemHandle file = open_for_query(SystemPath(path));
-    if (!file)
-        return {};
-    return filled([&](wchar_t *buffer, DWORD size) {
-        return GetFinalPathNameByHandleW(file.get(), buffer, size, FILE_NAME_NORMALIZED);
-    });
+    return file ? final_path(file.get()) : L"";
 }
 
 OwnedString host_resolve_links(const char *path) {
@@ -411,7 +541,7 @@ OwnedString host_real_path(const char *path) {
     std::wstring target = final_path(path);
     if (target.starts_with(L"\\\\?\\UNC\\"))
         target.replace(0, 8, L"\\\\");
-    else if (target.starts_with(L"\\\\?\\"))
+    else if (target.size() > 5 && target.starts_with(L"\\\\?\\") && target[5] == L':')
         target.erase(0, 4);
     return target.empty() ? nullptr : to_narrow(target.c_str());
 }
@@ -428,7 +558,7 @@ OwnedString host_getcwd() {
 }
 
 bool host_chdir(const char *path) {
-    return _wchdir(to_wide(path).c_str()) == 0;
+    return succeed_or_fail(SetCurrentDirectoryW(to_wide(path).c_str()));
 }
 
 OwnedString host_shortpath(const char *path) {
@@ -457,12 +587,14 @@ HostLock host_lock(const char *path) {
     const OwnedString directory = path_dirname(drive_path_style, full.get());
     FileIdentity identity;
     if (directory == nullptr ||
-        !host_file_identity(str_concat(directory.get(), "\\").get(), &identity))
+        !host_file_identity(str_concat(directory.get(), "\\").get(), &identity) || !identity.known)
         return -1;
-    const OwnedString name = str_format("Global\\%s-%llx-%llx", host_tool_name,
+    const OwnedString name = str_format("Global\\%s-%llx-%llx-%llx-%zx", host_tool_name,
                                         static_cast<unsigned long long>(identity.volume),
-                                        static_cast<unsigned long long>(identity.file));
-    const HANDLE mutex = CreateMutexA(nullptr, FALSE, name.get());
+                                        static_cast<unsigned long long>(identity.high),
+                                        static_cast<unsigned long long>(identity.low),
+                                        std::hash<std::string>()(identity.place));
+    const HANDLE mutex = CreateMutexW(nullptr, FALSE, to_wide(name.get()).c_str());
     if (mutex == nullptr)
         return -1;
     WaitForSingleObject(mutex, INFINITE); // a holder that died has given it up too

@@ -3,7 +3,6 @@
 #define COMMON_OSDEP_WINDOWS_H
 
 #define WIN32_LEAN_AND_MEAN
-#define NOMINMAX
 #include "host/osdep_host.h"
 
 #include <string>

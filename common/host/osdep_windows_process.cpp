@@ -1,7 +1,9 @@
 // The primitives of osdep_host.h on Windows: descriptors and processes.
 #include "host/osdep_windows.h"
 
+#include <atomic>
 #include <cstdint>
+#include <cstdlib>
 #include <io.h>
 #include <process.h>
 #include <string>
@@ -9,19 +11,32 @@
 
 // --- Descriptors
 
-// A process without a console may have none of them.
+static UINT old_code_page = 0; // of the console; 0 if it was not changed
+
+static bool is_console(FILE *stream) {
+    DWORD mode = 0;
+    return GetConsoleMode(reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stream))), &mode) != 0;
+}
+
+// A process without a console may have none of the streams. What is printed is UTF-8. Nobody is
+// there to answer a box that the system shows for a crash or an empty drive.
 void host_open_standard_streams() {
+    SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
     for (FILE *stream : {stdin, stdout, stderr})
         if (_fileno(stream) < 0 || _get_osfhandle(_fileno(stream)) < 0)
             _wfreopen(L"NUL", stream == stdin ? L"r" : L"w", stream);
+    if ((!is_console(stdout) && !is_console(stderr)) || GetConsoleOutputCP() == CP_UTF8)
+        return;
+    old_code_page = GetConsoleOutputCP();
+    SetConsoleOutputCP(CP_UTF8);
+    atexit([] { SetConsoleOutputCP(old_code_page); });
 }
 
+// The null device is a terminal to the C runtime.
 int host_terminal_width(int descriptor) {
-    CONSOLE_SCREEN_BUFFER_INFO info = {};
-    if (_isatty(descriptor) == 0)
-        return 0;
     const auto console = reinterpret_cast<HANDLE>(_get_osfhandle(descriptor));
-    return GetConsoleScreenBufferInfo(console, &info) != 0 ? info.dwSize.X : 80;
+    CONSOLE_SCREEN_BUFFER_INFO info = {};
+    return GetConsoleScreenBufferInfo(console, &info) != 0 ? info.dwSize.X : 0;
 }
 
 bool host_is_foreground(int) {
@@ -51,42 +66,70 @@ int host_close(int descriptor) {
 // --- Processes
 
 // The job of started programs, which ends with the last handle to it. That handle is ours, and the
-// system closes it when this process ends. Null until there is one.
+// system closes it when this process ends. Null until there is one, and where there are no jobs.
 static HANDLE job = nullptr;
+
+// Programs that the system did not let into the job, until they are waited for.
+static std::vector<HANDLE> jobless;
+
+// Set when all started programs are ended, by a thread of its own if an interruption does it.
+static std::atomic<bool> ending = false;
+
+static HANDLE make_job() {
+    const HANDLE made = CreateJobObjectW(nullptr, nullptr);
+    JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits = {};
+    limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
+    SetInformationJobObject(made, JobObjectExtendedLimitInformation, &limits, sizeof limits);
+    return made;
+}
+
+// A duplicate of the handle of standard error that can be inherited; null if there is none.
+static HANDLE inheritable_error() {
+    const auto error = reinterpret_cast<HANDLE>(_get_osfhandle(STDERR_DESCRIPTOR));
+    HANDLE duplicate = nullptr;
+    DuplicateHandle(GetCurrentProcess(), error, GetCurrentProcess(), &duplicate, 0, TRUE,
+                    DUPLICATE_SAME_ACCESS);
+    return duplicate;
+}
 
 namespace {
 
-// The attribute that puts a started process into the job. Before Windows 10 there is no such
-// attribute, and programs outlive this one.
-class JobAttribute {
+// What a started program gets beyond its command line: the job, and standard error as the only
+// handle. Before Windows 10 there is no such attribute for jobs, and programs outlive this one.
+class StartAttributes {
   public:
-    JobAttribute() {
-        job = make_job();
+    explicit StartAttributes(HANDLE inherited) : error(inherited) {
+        if (job == nullptr)
+            job = make_job();
+        constexpr DWORD COUNT = 2;
         SIZE_T size = 0;
-        InitializeProcThreadAttributeList(nullptr, 1, 0, &size);
+        InitializeProcThreadAttributeList(nullptr, COUNT, 0, &size);
         memory.resize(size);
-        usable = job != nullptr &&
-                 InitializeProcThreadAttributeList(list(), 1, 0, &size) != FALSE &&
-                 UpdateProcThreadAttribute(list(), 0, PROC_THREAD_ATTRIBUTE_JOB_LIST, &job,
-                                           sizeof job, nullptr, nullptr) != FALSE;
+        usable = InitializeProcThreadAttributeList(list(), COUNT, 0, &size) &&
+                 add(PROC_THREAD_ATTRIBUTE_JOB_LIST, &job) &&
+                 (error == nullptr || add(PROC_THREAD_ATTRIBUTE_HANDLE_LIST, &error));
     }
-    JobAttribute(const JobAttribute &) = delete;
-    JobAttribute &operator=(const JobAttribute &) = delete;
+    StartAttributes(const StartAttributes &) = delete;
+    StartAttributes &operator=(const StartAttributes &) = delete;
+    ~StartAttributes() {
+        if (usable)
+            DeleteProcThreadAttributeList(list());
+        if (error != nullptr)
+            CloseHandle(error);
+    }
     LPPROC_THREAD_ATTRIBUTE_LIST get() { return usable ? list() : nullptr; }
 
   private:
-    static HANDLE make_job() {
-        const HANDLE made = CreateJobObjectW(nullptr, nullptr);
-        JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits = {};
-        limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
-        SetInformationJobObject(made, JobObjectExtendedLimitInformation, &limits, sizeof limits);
-        return made;
-    }
     LPPROC_THREAD_ATTRIBUTE_LIST list() {
         return reinterpret_cast<LPPROC_THREAD_ATTRIBUTE_LIST>(memory.data());
     }
+    bool add(DWORD_PTR attribute, HANDLE *value) {
+        return *value != nullptr && UpdateProcThreadAttribute(list(), 0, attribute, value,
+                                                              sizeof *value, nullptr, nullptr);
+    }
 
     std::vector<char> memory;
+    HANDLE error;
     bool usable = false;
 };
 
@@ -112,23 +155,45 @@ void *host_open_shared(const char *name, size_t size) {
     return map_section(OpenFileMappingW(FILE_MAP_WRITE, FALSE, to_wide(name).c_str()), size);
 }
 
-ProcessHandle host_start_process(const char *exe, const char *const *, const char *command_line) {
-    static JobAttribute attribute;
-    STARTUPINFOEXA startup = {};
+// It shares our console if we have one, so that no other is made for it, and keeps out of what is
+// typed there.
+static HANDLE create_process(const char *exe, const char *command_line, HANDLE error,
+                             LPPROC_THREAD_ATTRIBUTE_LIST attributes) {
+    STARTUPINFOEXW startup = {};
     startup.StartupInfo.cb = sizeof startup;
-    startup.StartupInfo.dwFlags = STARTF_USESHOWWINDOW;
-    startup.StartupInfo.wShowWindow = SW_SHOWMAXIMIZED;
-    startup.lpAttributeList = attribute.get();
+    startup.StartupInfo.dwFlags = STARTF_USESTDHANDLES;
+    startup.StartupInfo.hStdError = error;
+    startup.lpAttributeList = attributes;
     PROCESS_INFORMATION process = {};
-    std::string line = command_line != nullptr ? command_line : ""; // the call may write into it
-    if (!CreateProcessA(exe, line.data(), nullptr, nullptr, FALSE,
-                        CREATE_NO_WINDOW | EXTENDED_STARTUPINFO_PRESENT, nullptr, nullptr,
-                        &startup.StartupInfo, &process)) {
-        system_failure();
-        return 0;
-    }
+    std::wstring line = to_wide(command_line != nullptr ? command_line : ""); // may be written into
+    const DWORD console = GetConsoleCP() != 0 ? CREATE_NEW_PROCESS_GROUP : DETACHED_PROCESS;
+    if (!CreateProcessW(to_wide(exe).c_str(), line.data(), nullptr, nullptr, error != nullptr,
+                        console | EXTENDED_STARTUPINFO_PRESENT, nullptr, nullptr,
+                        &startup.StartupInfo, &process))
+        return nullptr;
     CloseHandle(process.hThread);
-    return reinterpret_cast<ProcessHandle>(process.hProcess);
+    return process.hProcess;
+}
+
+ProcessHandle host_start_process(const char *exe, const char *const *, const char *command_line) {
+    const HANDLE error = inheritable_error();
+    StartAttributes attributes(error);
+    HANDLE process = nullptr;
+    if (attributes.get() != nullptr && !ending)
+        process = create_process(exe, command_line, error, attributes.get());
+    const DWORD refused = GetLastError();
+    const bool alone = attributes.get() == nullptr || refused == ERROR_ACCESS_DENIED ||
+                       refused == ERROR_INVALID_PARAMETER;
+    if (process == nullptr && alone && !ending) {
+        process = create_process(exe, command_line, nullptr, nullptr);
+        if (process != nullptr)
+            jobless.push_back(process);
+    }
+    if (process == nullptr)
+        system_failure();
+    else if (ending)
+        TerminateProcess(process, 1); // which began meanwhile
+    return reinterpret_cast<ProcessHandle>(process);
 }
 
 bool host_await_end(ProcessHandle process, int milliseconds) {
@@ -136,14 +201,24 @@ bool host_await_end(ProcessHandle process, int milliseconds) {
                                static_cast<DWORD>(milliseconds)) != WAIT_TIMEOUT;
 }
 
-// _cwait closes the handle.
 bool host_wait_process(ProcessHandle process, int *status) {
-    return process != 0 && _cwait(status, process, _WAIT_CHILD) != -1;
+    const auto ended = reinterpret_cast<HANDLE>(process);
+    DWORD code = 0;
+    const bool known = process != 0 && WaitForSingleObject(ended, INFINITE) == WAIT_OBJECT_0 &&
+                       GetExitCodeProcess(ended, &code);
+    *status = static_cast<int>(code);
+    std::erase(jobless, ended);
+    if (process != 0)
+        CloseHandle(ended);
+    return known;
 }
 
 void host_end_started() {
+    ending = true;
     if (job != nullptr)
         TerminateJobObject(job, 1);
+    for (const HANDLE process : jobless)
+        TerminateProcess(process, 1);
 }
 
 // The job has no signal that its last process has ended.
@@ -154,11 +229,20 @@ void host_await_started() {
                                      sizeof account, nullptr) &&
            account.ActiveProcesses != 0)
         Sleep(1);
+    for (const HANDLE process : jobless)
+        WaitForSingleObject(process, INFINITE);
 }
 
 // The job does that.
 void host_end_with(uint32_t) {}
 
 int host_spawn_wait(const char *path, const char *const *argv) {
-    return static_cast<int>(_spawnv(_P_WAIT, path, argv));
+    std::vector<std::wstring> words;
+    for (; *argv != nullptr; argv++)
+        words.push_back(to_wide(*argv));
+    std::vector<const wchar_t *> pointers;
+    for (const std::wstring &word : words)
+        pointers.push_back(word.c_str());
+    pointers.push_back(nullptr);
+    return static_cast<int>(_wspawnv(_P_WAIT, to_wide(path).c_str(), pointers.data()));
 }

@@ -1,62 +1,135 @@
-// Reasons, text and paths as Windows takes them. Paths come in the process's narrow code page,
-// which the application manifest makes UTF-8, and go to the system as UTF-16.
+// Reasons, text and paths as Windows takes them. Text is UTF-8 inside the program and UTF-16 at the
+// system's calls, so that the machine's code page does not matter.
+#include "host/argsplit.h"
 #include "host/osdep_windows.h"
 
+#include <array>
 #include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <vector>
+
+// --- Reasons
+
+namespace {
+
+// Reasons that the C runtime has no number for.
+enum OwnReason { SERVER_LOST = 1000, INFECTED, ELSEWHERE, OVER_QUOTA };
+
+struct Reason {
+    DWORD error;
+    int number;
+};
+
+} // namespace
+
+static constexpr std::array<const char *, 4> OWN_REASONS = {
+    "The server cannot be reached", "A virus scanner forbids it",
+    "The file is kept elsewhere and could not be fetched", "The quota is used up"};
+
+// Newer than some headers.
+constexpr DWORD VIRUS_INFECTED = 225, VIRUS_DELETED = 226, DISK_QUOTA_EXCEEDED = 1295;
+
+// System errors and their nearest equivalents.
+static constexpr Reason REASONS[] = {
+    {ERROR_FILE_NOT_FOUND, ENOENT},
+    {ERROR_PATH_NOT_FOUND, ENOENT},
+    {ERROR_INVALID_NAME, ENOENT},
+    {ERROR_INVALID_DRIVE, ENOENT},
+    {ERROR_ACCESS_DENIED, EACCES},
+    {ERROR_SHARING_VIOLATION, EACCES},
+    {ERROR_LOCK_VIOLATION, EACCES},
+    {ERROR_WRITE_PROTECT, EACCES},
+    {ERROR_FILE_EXISTS, EEXIST},
+    {ERROR_ALREADY_EXISTS, EEXIST},
+    {ERROR_DIR_NOT_EMPTY, ENOTEMPTY},
+    {ERROR_DIRECTORY, ENOTDIR},
+    {ERROR_FILENAME_EXCED_RANGE, ENAMETOOLONG},
+    {ERROR_TOO_MANY_OPEN_FILES, EMFILE},
+    {ERROR_NO_UNICODE_TRANSLATION, EILSEQ},
+    {ERROR_DISK_FULL, ENOSPC},
+    {ERROR_HANDLE_DISK_FULL, ENOSPC},
+    {ERROR_NOT_ENOUGH_MEMORY, ENOMEM},
+    {ERROR_OUTOFMEMORY, ENOMEM},
+    {ERROR_COMMITMENT_LIMIT, ENOMEM},
+    {ERROR_NO_SYSTEM_RESOURCES, ENOMEM},
+    {ERROR_CRC, EIO},
+    {ERROR_SECTOR_NOT_FOUND, EIO},
+    {ERROR_GEN_FAILURE, EIO},
+    {ERROR_IO_DEVICE, EIO},
+    {ERROR_NOT_ENOUGH_QUOTA, OVER_QUOTA},
+    {DISK_QUOTA_EXCEEDED, OVER_QUOTA},
+    {VIRUS_INFECTED, INFECTED},
+    {VIRUS_DELETED, INFECTED},
+    {ERROR_REM_NOT_LIST, SERVER_LOST},
+    {ERROR_BAD_NETPATH, SERVER_LOST},
+    {ERROR_DEV_NOT_EXIST, SERVER_LOST},
+    {ERROR_UNEXP_NET_ERR, SERVER_LOST},
+    {ERROR_NETNAME_DELETED, SERVER_LOST},
+    {ERROR_BAD_NET_NAME, SERVER_LOST},
+    {ERROR_SEM_TIMEOUT, SERVER_LOST},
+    {ERROR_NETWORK_UNREACHABLE, SERVER_LOST},
+    {ERROR_HOST_UNREACHABLE, SERVER_LOST},
+    {ERROR_CONNECTION_ABORTED, SERVER_LOST},
+    {ERROR_CANT_ACCESS_FILE, ELSEWHERE},
+};
 
 bool system_failure(DWORD error) {
-    switch (error) {
-    case ERROR_FILE_NOT_FOUND:
-    case ERROR_PATH_NOT_FOUND:
-    case ERROR_INVALID_NAME:
-    case ERROR_BAD_NETPATH:
-    case ERROR_BAD_NET_NAME:
-    case ERROR_INVALID_DRIVE:
-        errno = ENOENT;
-        break;
-    case ERROR_ACCESS_DENIED:
-    case ERROR_SHARING_VIOLATION:
-    case ERROR_LOCK_VIOLATION:
-    case ERROR_WRITE_PROTECT:
-        errno = EACCES;
-        break;
-    case ERROR_FILE_EXISTS:
-    case ERROR_ALREADY_EXISTS:
-        errno = EEXIST;
-        break;
-    case ERROR_DIR_NOT_EMPTY:
-        errno = ENOTEMPTY;
-        break;
-    case ERROR_NO_UNICODE_TRANSLATION:
-        errno = EILSEQ;
-        break;
-    case ERROR_DISK_FULL:
-        errno = ENOSPC;
-        break;
-    default:
-        errno = EINVAL;
-    }
+    constexpr DWORD FIRST_OF_CLOUD = 358, LAST_OF_CLOUD = 404; // ERROR_CLOUD_FILE_...
+    errno = error >= FIRST_OF_CLOUD && error <= LAST_OF_CLOUD ? ELSEWHERE : EINVAL;
+    for (const Reason &reason : REASONS)
+        if (reason.error == error)
+            errno = reason.number;
     return false;
+}
+
+const char *host_strerror(int number) {
+    const auto own = static_cast<size_t>(number - SERVER_LOST);
+    return own < OWN_REASONS.size() ? OWN_REASONS[own] : strerror(number);
 }
 
 // --- Text
 
 OwnedString to_narrow(const wchar_t *wide) {
-    const int size = WideCharToMultiByte(CP_ACP, 0, wide, -1, nullptr, 0, nullptr, nullptr);
+    const int size = WideCharToMultiByte(CP_UTF8, 0, wide, -1, nullptr, 0, nullptr, nullptr);
     OwnedString narrow(static_cast<char *>(xalloc(static_cast<size_t>(size) + 1)));
-    WideCharToMultiByte(CP_ACP, 0, wide, -1, narrow.get(), size, nullptr, nullptr);
+    WideCharToMultiByte(CP_UTF8, 0, wide, -1, narrow.get(), size, nullptr, nullptr);
     return narrow;
 }
 
 std::wstring to_wide(const char *narrow) {
-    const int size = MultiByteToWideChar(CP_ACP, MB_ERR_INVALID_CHARS, narrow, -1, nullptr, 0);
+    const int size = MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, narrow, -1, nullptr, 0);
     if (size <= 0)
         return {};
     std::wstring wide(static_cast<size_t>(size), L'\0');
-    MultiByteToWideChar(CP_ACP, 0, narrow, -1, wide.data(), size);
+    MultiByteToWideChar(CP_UTF8, 0, narrow, -1, wide.data(), size);
     wide.pop_back(); // the terminator that was counted
     return wide;
 }
+
+// The program's name is read by rules of its own, but no file's name has a quote.
+void host_arguments(int *count, char ***arguments) {
+    static std::vector<std::string> words = split_command_line(to_narrow(GetCommandLineW()).get());
+    static std::vector<char *> pointers;
+    for (std::string &word : words)
+        pointers.push_back(word.data());
+    *count = static_cast<int>(pointers.size());
+    pointers.push_back(nullptr);
+    *arguments = pointers.data();
+}
+
+const char *host_getenv(const char *name) {
+    static std::map<std::string, std::string> values;
+    const wchar_t *value = _wgetenv(to_wide(name).c_str());
+    return value != nullptr ? (values[name] = to_narrow(value).get()).c_str() : nullptr;
+}
+
+int host_setenv(const char *name, const char *value) {
+    return _wputenv(to_wide((std::string(name) + '=' + value).c_str()).c_str());
+}
+
+// --- Paths
 
 std::wstring full_path(const wchar_t *path) {
     return filled(

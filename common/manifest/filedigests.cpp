@@ -12,7 +12,7 @@ static void show_progress(uint64_t bytes) {
 }
 
 const char *file_reason(int reason) {
-    return reason != 0 ? strerror(reason) : "Not a regular file";
+    return reason != 0 ? host_strerror(reason) : "Not a regular file";
 }
 
 FileHasher::~FileHasher() {

@@ -33,7 +33,7 @@ static bool write_entries(Vector *entries, const char *path) {
 
 // Reports why the manifest could not be written or, for null, its temporary file; always false.
 static bool report_unwritten(const char *manifest, WalkReport *report) {
-    const char *reason = strerror(errno);
+    const char *reason = host_strerror(errno);
     const char *text = manifest == nullptr ? sc_format("Cannot write temporary file: %s", reason)
                                            : sc_format("Cannot write file \"%s\": %s",
                                                        str_printable(manifest).get(), reason);

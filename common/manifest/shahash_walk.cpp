@@ -79,17 +79,19 @@ bool Lister::goes_on(const char *problem) {
     return report != nullptr;
 }
 
-// Links that stay inside the tree go with it.
+// Links that stay inside the tree go with it. Not everything that can be opened has a name from the
+// root.
 void Lister::report_link(const char *path, const char *listed) const {
     const OwnedString target = host_real_path(path);
-    if (target == nullptr || top == nullptr)
+    HostStat status;
+    if (target == nullptr && !host_stat(path, &status))
         return;
-    std::string inside = top.get();
-    if (!path_is_separator(host_path_style(), inside.back()))
+    std::string inside = top != nullptr ? top.get() : "";
+    if (inside.empty() || !path_is_separator(host_path_style(), inside.back()))
         inside += host_path_style().separator;
-    const std::string_view place = target.get();
-    if (place != top.get() && !place.starts_with(inside))
-        report->link(listed, target.get());
+    const std::string_view place = target != nullptr ? target.get() : "?";
+    if (top == nullptr || (place != top.get() && !place.starts_with(inside)))
+        report->link(listed, place.data());
 }
 
 // What stands before the names of the files in a directory.

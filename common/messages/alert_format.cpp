@@ -97,7 +97,7 @@ AlertClass alert_class(uint32_t type) {
 // --- Templates and position
 
 static void set_template(Template &which, const char *given, bool given_wins) {
-    const char *from_environment = getenv(which.variable);
+    const char *from_environment = host_getenv(which.variable);
     const char *first = given_wins ? given : from_environment;
     const char *second = given_wins ? from_environment : given;
     which.text = sc_strdup(first != nullptr ? first : second != nullptr ? second : which.builtin);
@@ -215,7 +215,7 @@ static void make_format(TextBuffer<512> &format, std::string_view text) {
             text.remove_prefix(piece.size());
         }
         if (piece == "%m") {
-            error = alert_call.error != 0 ? strerror(alert_call.error) : "";
+            error = alert_call.error != 0 ? host_strerror(alert_call.error) : "";
             continue;
         }
         if (piece.size() > format.room())
@@ -279,7 +279,7 @@ static bool append_field(char letter, uint32_t number) {
             line.print("%u", *at.line);
         return !alert_call.no_position;
     case 'm':
-        line.append(strerror(alert_call.error));
+        line.append(host_strerror(alert_call.error));
         return true;
     case 'n':
         line.print("%u", number);

@@ -174,7 +174,7 @@ static bool remove_sibling(const std::string &sibling) {
         return true;
     const int reason = errno;
     fprintf(stderr, "Cannot remove file \"%s\": %s\n", str_printable(sibling.c_str()).get(),
-            strerror(reason));
+            host_strerror(reason));
     errno = reason;
     return false;
 }

@@ -13,7 +13,7 @@
 // --- Host facts
 
 int32_t os_ncores(bool use_env) {
-    const char *announced = use_env ? getenv("bamboo_capability_Cores") : nullptr;
+    const char *announced = use_env ? host_getenv("bamboo_capability_Cores") : nullptr;
     const int cores = announced != nullptr ? str_to_int32(announced) : 0;
     return std::max(cores != 0 ? cores : host_processor_count(), 1);
 }

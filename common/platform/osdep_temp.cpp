@@ -107,7 +107,7 @@ void os_keep_temps(bool flag) {
 static std::string temp_base() {
     std::string base;
     for (const char *variable : host_temp_variables())
-        if (const char *value = getenv(variable); base.empty() && value != nullptr)
+        if (const char *value = host_getenv(variable); base.empty() && value != nullptr)
             if (host_path_style().drives || os_is_absolute(value))
                 base = value;
     if (base.empty())

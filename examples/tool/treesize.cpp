@@ -43,6 +43,7 @@ struct Count : TreeVisitor {
 
 int main(int argc, char **argv) {
     runtime_init("treesize", cleanup);
+    host_arguments(&argc, &argv);
     const VectorPtr arguments(cmdline_args(argc, argv));
     for (const char *directory : VecEach<const char>(arguments.get())) {
         if (*directory == '-') // the option of the debug log

@@ -150,6 +150,7 @@ static int next_descriptor(const char *file) {
 }
 
 int main(int argc, char **argv) {
+    host_arguments(&argc, &argv);
     if (argc > 1 && std::string_view(argv[1]) == "--catch") {
         os_catch_signals();
         argc--;

@@ -92,7 +92,8 @@ TEST(KestrelInterruption, ARunIsAboutOneDirectory) {
 TEST(KestrelInterruption, TasksCheckWhatTheirParentHasFound) {
     const TwoTrees inst(false);
     inst.generate();
-    Subject subject = {{}, directory_identity(inst.tree.c_str())};
+    Subject subject;
+    subject.directory = directory_identity(inst.tree.c_str());
     ASSERT_TRUE(host_file_state(inst.manifest.c_str(), &subject.manifest));
     expect_subject(&subject);
     const auto report_of = [&](const std::string &tree) {
