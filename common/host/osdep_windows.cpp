@@ -224,6 +224,8 @@ bool host_file_states(const char *a, const char *b, FileState *first, FileState 
                          : system_failure();
 }
 
+void (*in_use_pause)(unsigned) = [](unsigned milliseconds) { Sleep(milliseconds); };
+
 // Repeats a call that fails while somebody has the file open, as scanners and indexers do, until it
 // succeeds or the time is over.
 template <class Call> static bool while_in_use(DWORD milliseconds, Call call) {
@@ -231,7 +233,7 @@ template <class Call> static bool while_in_use(DWORD milliseconds, Call call) {
     for (DWORD waited = 0; !call(); waited += PAUSE) {
         if (GetLastError() != ERROR_SHARING_VIOLATION || waited >= milliseconds)
             return false;
-        Sleep(PAUSE);
+        in_use_pause(PAUSE);
     }
     return true;
 }

@@ -49,6 +49,10 @@ class SystemPath {
     std::wstring text; // empty, which names nothing, if it could not be converted
 };
 
+// Called between two tries of a call that somebody's use of the file has kept from succeeding. Sleep,
+// unless a test does something else meanwhile.
+extern void (*in_use_pause)(unsigned milliseconds);
+
 class SystemHandle {
   public:
     explicit SystemHandle(HANDLE opened) : handle(opened) {}

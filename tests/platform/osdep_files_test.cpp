@@ -148,6 +148,27 @@ TEST(OsFiles, StatesDifferWhenAFileHasChanged) {
     EXPECT_FALSE(host_file_state(file.c_str(), &after));
 }
 
+// The first number that is one, else the place. What is unknown is like nothing.
+TEST(OsFiles, IdentitiesAreWhatTheSystemCanTell) {
+    const FileNumber none = {7, 0, 0}, all = {7, UINT64_MAX, UINT64_MAX}, half = {7, 0, UINT64_MAX};
+    const FileNumber wide = {1, 2, 0}, narrow = {3, 0, 4};
+    const struct {
+        FileNumber wide, narrow;
+        const char *place;
+        FileIdentity identity;
+    } cases[] = {
+        {wide, narrow, "p", {true, 1, 2, 0, ""}}, {none, narrow, "p", {true, 3, 0, 4, ""}},
+        {half, narrow, "", {true, 3, 0, 4, ""}},  {all, half, "p", {true, 0, 0, 0, "p"}},
+        {none, none, "q", {true, 0, 0, 0, "q"}},
+    };
+    for (const auto &c : cases)
+        for (const auto &d : cases)
+            EXPECT_EQ(identity_of(c.wide, c.narrow, c.place) == d.identity,
+                      &c == &d || c.identity == d.identity);
+    const FileIdentity unknown = identity_of(none, half, "");
+    EXPECT_FALSE(unknown == unknown);
+}
+
 // --- Copying
 
 TEST(OsCopyFile, MakesOrReplacesTheDestination) {

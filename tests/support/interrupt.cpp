@@ -25,6 +25,8 @@ static void act(const std::vector<std::string> &words) {
     if (verb == "raise") {
         for (size_t i = 1; i < words.size(); i++)
             raise(std::stoi(words[i]));
+    } else if (verb == "exit") {
+        _Exit(std::stoi(words.at(1)));
     } else if (verb == "rewrite") {
         rewrite(words.at(1).c_str());
     } else if (verb == "remove") {

@@ -23,11 +23,12 @@ TEST(KestrelInterruption, WhatHappensToTheManifestOrATaskFailsACheck) {
         {"rewrite|" + inst.manifest, "1", changed},
         {"rewrite|" + inst.manifest, "2", changed},
         {"raise|15", "2", ended + "15", false, windows ? "" : "\n"},
+        {"exit|-1073741819", "2", windows ? " crashed with status 0xC0000005" : ended + "5", false},
         {"raise|9", "2", ended + "9", false},
         {"rename|" + same + "|" + inst.manifest, "2", changed},
         {"remove|" + inst.manifest, "2", changed},
     };
-    for (const auto &c : std::span(cases, windows ? 3 : std::size(cases))) {
+    for (const auto &c : std::span(cases, windows ? 4 : std::size(cases))) {
         for (const std::string &file : {same, inst.manifest})
             Installation::write(file, text);
         EXPECT_EQ(inst.interrupted(c.what, {"-c", "--tasks=" + c.tasks, "--zvdebug=on,out:" + log,
