@@ -7,6 +7,7 @@
 
 #include <aclapi.h>
 #include <cerrno>
+#include <deque>
 #include <gtest/gtest.h>
 #include <sddl.h>
 
@@ -138,6 +139,24 @@ TEST(HostWindows, OnlyStandardErrorOfAStartedProgramIsOurs) {
         ASSERT_TRUE(host_wait_process(process, &status));
     }
     EXPECT_EQ(read_file(caught), "\xc3\xa4 b");
+}
+
+// The files of the first task cannot be read. The second has its own open until it is ended.
+TEST(HostWindows, AFailedRunLeavesNothingOfItsTasks) {
+    const Installation inst("dir", 7);
+    const std::string temp = native_join(inst.top.c_str(), "temp");
+    const std::string before = host_getenv("TEMP");
+    std::deque<SystemHandle> closed;
+    for (const char *name : {"f0", "f1", "f2", "f3"})
+        closed.emplace_back(
+            CreateFileW(to_wide(native_join(inst.tree.c_str(), name).c_str()).c_str(), GENERIC_READ,
+                        0, nullptr, OPEN_EXISTING, 0, nullptr));
+    host_mkdir(temp.c_str());
+    os_setenv("TEMP", temp.c_str());
+    const Outcome outcome = inst.interrupted("wait", {"-g", "--tasks=2"});
+    EXPECT_EQ(outcome.status, 1) << outcome;
+    EXPECT_EQ(listing(temp.c_str()), Lines{});
+    os_setenv("TEMP", before.c_str());
 }
 
 // Where a directory tells upper from lower case, what is listed has exactly its name.

@@ -3,9 +3,11 @@
 #include "manifest/filedigests.h"
 #include "support/scratch.h"
 
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <sstream>
+#include <thread>
 #include <vector>
 
 // The same bytes again, until the system's clock tells the new file from the old one.
@@ -27,6 +29,9 @@ static void act(const std::vector<std::string> &words) {
             raise(std::stoi(words[i]));
     } else if (verb == "exit") {
         _Exit(std::stoi(words.at(1)));
+    } else if (verb == "wait") {
+        for (;;) // until it is ended
+            std::this_thread::sleep_for(std::chrono::hours(1));
     } else if (verb == "rewrite") {
         rewrite(words.at(1).c_str());
     } else if (verb == "remove") {
