@@ -8,6 +8,9 @@ if(PROJECT_IS_TOP_LEVEL)
 endif()
 
 install(TARGETS kestrel RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT program)
+if(WIN32)
+  install(PROGRAMS scripts/windows-check.cmd DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT program)
+endif()
 install(FILES docs/kestrel.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT program)
 install(FILES kestrel/kestrel.bash RENAME kestrel COMPONENT program
   DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
