@@ -3,7 +3,7 @@
 #include "containers/stringcache.h"
 #include "digest/sha256.h"
 #include "digest/sha256_kernel.h"
-#include "host/osdep_host.h"
+#include "host/host.h"
 
 #include <algorithm>
 #include <benchmark/benchmark.h>

@@ -1,7 +1,7 @@
 #include "runtime.h"
 
 #include "base/xalloc.h"
-#include "host/osdep_host.h"
+#include "host/host.h"
 #include "host/trace.h"
 #include "messages/alert.h"
 

@@ -1,6 +1,6 @@
 // Puts the runtime together.
-#ifndef COMMON_RUNTIME_H
-#define COMMON_RUNTIME_H
+#ifndef KESTREL_RUNTIME_H
+#define KESTREL_RUNTIME_H
 
 // Names the tool and connects the floors: reports of low ones (memory, debug assertions, debug
 // warnings) go to the alerts, and every end of the program goes through `cleanup`, which must not

@@ -1,6 +1,6 @@
 // The tool: writes a manifest of an installation, or checks one.
-#ifndef KESTREL_KESTREL_H
-#define KESTREL_KESTREL_H
+#ifndef KESTREL_KESTREL_KESTREL_H
+#define KESTREL_KESTREL_KESTREL_H
 
 #include "platform/osdep.h"
 

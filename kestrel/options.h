@@ -1,6 +1,6 @@
 // The tool's command line.
-#ifndef KESTREL_OPTIONS_H
-#define KESTREL_OPTIONS_H
+#ifndef KESTREL_KESTREL_OPTIONS_H
+#define KESTREL_KESTREL_OPTIONS_H
 
 #include <cstdint>
 #include <vector>

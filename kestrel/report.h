@@ -4,8 +4,8 @@
 // A record is a line of fields separated by tabs: its kind; the number of the manifest's line, from
 // 1, or 0; a path as the manifest has it, or a text; and, where there is one, the reason. Control
 // characters are shown as "?".
-#ifndef KESTREL_REPORT_H
-#define KESTREL_REPORT_H
+#ifndef KESTREL_KESTREL_REPORT_H
+#define KESTREL_KESTREL_REPORT_H
 
 #include "manifest/linecheck.h"
 

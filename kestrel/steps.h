@@ -1,6 +1,6 @@
 // The settings of a run, and the steps that its modes share.
-#ifndef KESTREL_STEPS_H
-#define KESTREL_STEPS_H
+#ifndef KESTREL_KESTREL_STEPS_H
+#define KESTREL_KESTREL_STEPS_H
 
 #include "platform/osdep.h"
 

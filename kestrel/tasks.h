@@ -1,6 +1,6 @@
 // Copies of the program that run side by side, each on a range of the lines of one file.
-#ifndef KESTREL_TASKS_H
-#define KESTREL_TASKS_H
+#ifndef KESTREL_KESTREL_TASKS_H
+#define KESTREL_KESTREL_TASKS_H
 
 #include "containers/vector.h"
 #include "platform/osdep.h"

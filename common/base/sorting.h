@@ -1,6 +1,6 @@
 // Sorting and searching with one behaviour on every host.
-#ifndef COMMON_SORTING_H
-#define COMMON_SORTING_H
+#ifndef KESTREL_BASE_SORTING_H
+#define KESTREL_BASE_SORTING_H
 
 #include <cstddef>
 

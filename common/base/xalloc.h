@@ -1,6 +1,6 @@
 // Memory and small strings that never come back null: running out of memory ends the program.
-#ifndef COMMON_XALLOC_H
-#define COMMON_XALLOC_H
+#ifndef KESTREL_BASE_XALLOC_H
+#define KESTREL_BASE_XALLOC_H
 
 #include <cstdarg>
 #include <cstddef>

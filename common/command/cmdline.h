@@ -1,7 +1,7 @@
 // Expansion of the program's own command line, and the running of other programs, with command
 // files where a command line would be too long for the host.
-#ifndef COMMON_CMDLINE_H
-#define COMMON_CMDLINE_H
+#ifndef KESTREL_COMMAND_CMDLINE_H
+#define KESTREL_COMMAND_CMDLINE_H
 
 #include "containers/vector.h"
 

@@ -1,6 +1,6 @@
 // A recycler of small fixed-size objects: what is given back is handed out again, zero-filled.
-#ifndef COMMON_FREECACHE_H
-#define COMMON_FREECACHE_H
+#ifndef KESTREL_CONTAINERS_FREECACHE_H
+#define KESTREL_CONTAINERS_FREECACHE_H
 
 #include <cstdint>
 

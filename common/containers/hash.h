@@ -1,8 +1,8 @@
 // A chained hash table from untyped keys to untyped values, with the caller's hash and comparison.
 // The number of buckets is fixed unless the owner rebuilds the table; keys and values stay the
 // caller's.
-#ifndef COMMON_HASH_H
-#define COMMON_HASH_H
+#ifndef KESTREL_CONTAINERS_HASH_H
+#define KESTREL_CONTAINERS_HASH_H
 
 #include "containers/vector.h"
 

@@ -1,7 +1,7 @@
 #include "containers/stringcache.h"
 
 #include "containers/hash.h"
-#include "host/osdep_host.h"
+#include "host/host.h"
 
 #include <algorithm>
 #include <array>

@@ -4,8 +4,8 @@
 //
 // A null input gives null unless a comment says otherwise. Building happens in one scratch buffer;
 // nothing here is reentrant.
-#ifndef COMMON_STRINGCACHE_H
-#define COMMON_STRINGCACHE_H
+#ifndef KESTREL_CONTAINERS_STRINGCACHE_H
+#define KESTREL_CONTAINERS_STRINGCACHE_H
 
 #include "base/xalloc.h"
 #include "containers/vector.h"

@@ -4,8 +4,8 @@
 // Creators pass their source position, which the accounting (vec_trackInit) reports. vec_size,
 // vec_first, vec_next, vec_peek, vec_iterStart, vec_hasMore and vec_free accept a null vector, as
 // do vec_copy and the end of a loop in vec_iterEnd; everything else asserts "p != NULL".
-#ifndef COMMON_VECTOR_H
-#define COMMON_VECTOR_H
+#ifndef KESTREL_CONTAINERS_VECTOR_H
+#define KESTREL_CONTAINERS_VECTOR_H
 
 #include "base/sorting.h"
 

@@ -1,8 +1,8 @@
 // The debug package: a zip archive that collects files of a run, above all the debug log. Every
 // process of a run adds its files to the same archive. Failures are warnings and change nothing
 // else.
-#ifndef COMMON_PACKAGE_H
-#define COMMON_PACKAGE_H
+#ifndef KESTREL_DEBUGLOG_PACKAGE_H
+#define KESTREL_DEBUGLOG_PACKAGE_H
 
 #include "containers/vector.h"
 

@@ -1,6 +1,6 @@
 // The debug option --zvdebug=<item>[,<item>...], which switches the debug log on.
-#ifndef COMMON_ZVDEBUG_H
-#define COMMON_ZVDEBUG_H
+#ifndef KESTREL_DEBUGLOG_ZVDEBUG_H
+#define KESTREL_DEBUGLOG_ZVDEBUG_H
 
 #include "host/trace.h"
 

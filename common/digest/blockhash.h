@@ -1,8 +1,8 @@
 // What SHA-1 and SHA-256 share (FIPS 180-4, section 5): filling 64-byte blocks, and the padding.
 // A context has the fields data, datalen, bitlen and state; `compress` takes the context, a run of
 // blocks and their number.
-#ifndef COMMON_BLOCKHASH_H
-#define COMMON_BLOCKHASH_H
+#ifndef KESTREL_DIGEST_BLOCKHASH_H
+#define KESTREL_DIGEST_BLOCKHASH_H
 
 #include <algorithm>
 #include <cstddef>

@@ -1,7 +1,7 @@
 // SHA-1 (FIPS 180-4), incrementally over bytes. For identification only: it is no longer safe
 // against forgery.
-#ifndef COMMON_SHA1_H
-#define COMMON_SHA1_H
+#ifndef KESTREL_DIGEST_SHA1_H
+#define KESTREL_DIGEST_SHA1_H
 
 #include <cstddef>
 #include <cstdint>

@@ -1,6 +1,6 @@
 // SHA-256 (FIPS 180-4), incrementally over bytes.
-#ifndef COMMON_SHA256_H
-#define COMMON_SHA256_H
+#ifndef KESTREL_DIGEST_SHA256_H
+#define KESTREL_DIGEST_SHA256_H
 
 #include <cstddef>
 #include <cstdint>

@@ -1,6 +1,6 @@
 // The kernels behind sha256.cpp: ways to compress blocks, one for each set of instructions.
-#ifndef COMMON_SHA256_KERNEL_H
-#define COMMON_SHA256_KERNEL_H
+#ifndef KESTREL_DIGEST_SHA256_KERNEL_H
+#define KESTREL_DIGEST_SHA256_KERNEL_H
 
 #include "digest/sha256.h"
 

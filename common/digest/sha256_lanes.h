@@ -1,8 +1,8 @@
 // SHA-256 of one message, or of several at the same time, each in its own 32 bits of vector
 // registers. The sources that include this are compiled for different instructions, so that nothing
 // here may be shared between them: Vector is a type of an anonymous namespace.
-#ifndef COMMON_SHA256_LANES_H
-#define COMMON_SHA256_LANES_H
+#ifndef KESTREL_DIGEST_SHA256_LANES_H
+#define KESTREL_DIGEST_SHA256_LANES_H
 
 #include "digest/sha256_kernel.h"
 

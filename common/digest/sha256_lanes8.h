@@ -1,6 +1,6 @@
 // Vectors of eight messages, in 256-bit registers, for sha256_compress_lanes.
-#ifndef COMMON_SHA256_LANES8_H
-#define COMMON_SHA256_LANES8_H
+#ifndef KESTREL_DIGEST_SHA256_LANES8_H
+#define KESTREL_DIGEST_SHA256_LANES8_H
 
 #include "digest/sha256_lanes.h"
 

@@ -1,6 +1,6 @@
 // How a program of the drive-letter host splits its one command-line string into arguments.
-#ifndef COMMON_ARGSPLIT_H
-#define COMMON_ARGSPLIT_H
+#ifndef KESTREL_HOST_ARGSPLIT_H
+#define KESTREL_HOST_ARGSPLIT_H
 
 #include <string>
 #include <vector>

@@ -1,7 +1,7 @@
 // The string rules for paths, as pure functions over a path family. Both families exist on every
 // host; osdep.h applies the host's own.
-#ifndef COMMON_PATHSTYLE_H
-#define COMMON_PATHSTYLE_H
+#ifndef KESTREL_HOST_PATHSTYLE_H
+#define KESTREL_HOST_PATHSTYLE_H
 
 #include "base/xalloc.h"
 

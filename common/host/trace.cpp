@@ -1,6 +1,6 @@
 #include "host/trace.h"
 
-#include "host/osdep_host.h"
+#include "host/host.h"
 
 #include <algorithm>
 #include <cctype>

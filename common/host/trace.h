@@ -2,8 +2,8 @@
 // written while no stream is open; every line is flushed at once, so that the log is complete even
 // if the process dies. Control characters are shown as "?", except the line feeds of a format, and
 // line feeds and tabs in text without one.
-#ifndef COMMON_TRACE_H
-#define COMMON_TRACE_H
+#ifndef KESTREL_HOST_TRACE_H
+#define KESTREL_HOST_TRACE_H
 
 #include "base/xalloc.h"
 

@@ -2,8 +2,8 @@
 //
 // Paths are interned and need not exist. "Installation" here is the version's "lum" directory if it
 // exists, else the version directory.
-#ifndef COMMON_REGISTRY_H
-#define COMMON_REGISTRY_H
+#ifndef KESTREL_INSTALLATION_REGISTRY_H
+#define KESTREL_INSTALLATION_REGISTRY_H
 
 #include <cstdint>
 

@@ -6,8 +6,8 @@
 //
 // where the version directory holds a directory "lum". Failures are results; only the debug log
 // says why. Strings returned are interned, or the caller's own from zvinstdir_set().
-#ifndef COMMON_ZVINSTDIR_H
-#define COMMON_ZVINSTDIR_H
+#ifndef KESTREL_INSTALLATION_ZVINSTDIR_H
+#define KESTREL_INSTALLATION_ZVINSTDIR_H
 
 #include <cstdint>
 

@@ -1,10 +1,10 @@
 // SHA-256 of many files, as many at a time as the processor can: one stream leaves most of a core
 // idle.
-#ifndef COMMON_FILEDIGESTS_H
-#define COMMON_FILEDIGESTS_H
+#ifndef KESTREL_MANIFEST_FILEDIGESTS_H
+#define KESTREL_MANIFEST_FILEDIGESTS_H
 
 #include "digest/sha256.h"
-#include "host/osdep_host.h"
+#include "host/host.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,6 +1,6 @@
 // The check of files against the lines of a manifest.
-#ifndef COMMON_LINECHECK_H
-#define COMMON_LINECHECK_H
+#ifndef KESTREL_MANIFEST_LINECHECK_H
+#define KESTREL_MANIFEST_LINECHECK_H
 
 #include "manifest/filedigests.h"
 #include "manifest/shahash.h"

@@ -3,8 +3,8 @@
 // A manifest is text without header or trailer, one line per file: 64 lower-case hexadecimal digits
 // of the file's SHA-256, a space, an asterisk and the path relative to the installation directory,
 // which begins with ".\" and joins its components with single backslashes on every host.
-#ifndef COMMON_SHAHASH_H
-#define COMMON_SHAHASH_H
+#ifndef KESTREL_MANIFEST_SHAHASH_H
+#define KESTREL_MANIFEST_SHAHASH_H
 
 #include "base/xalloc.h"
 #include "containers/vector.h"

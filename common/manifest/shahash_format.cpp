@@ -13,7 +13,7 @@
 
 #include "containers/stringcache.h"
 #include "digest/sha256.h"
-#include "host/osdep_host.h"
+#include "host/host.h"
 
 #include <algorithm>
 

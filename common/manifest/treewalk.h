@@ -1,6 +1,6 @@
 // The walk of a tree, depth first and in the order of the system's listings.
-#ifndef COMMON_TREEWALK_H
-#define COMMON_TREEWALK_H
+#ifndef KESTREL_MANIFEST_TREEWALK_H
+#define KESTREL_MANIFEST_TREEWALK_H
 
 #include "platform/osdep.h"
 

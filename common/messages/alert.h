@@ -1,7 +1,7 @@
 // Numbered messages: shown, counted, and ending the program when they are fatal. Each goes to
 // standard error as one line. All state is the process's own; nothing here is reentrant.
-#ifndef COMMON_ALERT_H
-#define COMMON_ALERT_H
+#ifndef KESTREL_MESSAGES_ALERT_H
+#define KESTREL_MESSAGES_ALERT_H
 
 #include "base/xalloc.h"
 #include "messages/msgtable.h"

@@ -1,7 +1,7 @@
 #include "messages/alert_internal.h"
 
 #include "containers/stringcache.h"
-#include "host/osdep_host.h"
+#include "host/host.h"
 #include "host/trace.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 // What the sources of the alert module share.
-#ifndef COMMON_ALERT_INTERNAL_H
-#define COMMON_ALERT_INTERNAL_H
+#ifndef KESTREL_MESSAGES_ALERT_INTERNAL_H
+#define KESTREL_MESSAGES_ALERT_INTERNAL_H
 
 #include "messages/alert.h"
 

@@ -3,8 +3,8 @@
 //
 // The first table loaded settles type and level of every row for the life of the process; tables
 // loaded later change texts only.
-#ifndef COMMON_MSGTABLE_H
-#define COMMON_MSGTABLE_H
+#ifndef KESTREL_MESSAGES_MSGTABLE_H
+#define KESTREL_MESSAGES_MSGTABLE_H
 
 #include "base/xalloc.h"
 #include "containers/vector.h"

@@ -1,12 +1,12 @@
 // The platform layer: host facts, programs, paths by the host's rules, files, temporaries, time,
 // text and binary helpers. Nothing here reports to the user; failures are return values.
-#ifndef COMMON_OSDEP_H
-#define COMMON_OSDEP_H
+#ifndef KESTREL_PLATFORM_OSDEP_H
+#define KESTREL_PLATFORM_OSDEP_H
 
 #include "base/sorting.h"
 #include "base/xalloc.h"
 #include "containers/vector.h"
-#include "host/osdep_host.h"
+#include "host/host.h"
 
 #include <cstdint>
 #include <cstdio>

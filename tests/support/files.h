@@ -1,6 +1,6 @@
 // Paths, links and listings, for tests that look at what lies in a directory.
-#ifndef TESTS_FILES_H
-#define TESTS_FILES_H
+#ifndef KESTREL_TESTS_SUPPORT_FILES_H
+#define KESTREL_TESTS_SUPPORT_FILES_H
 
 #include "platform/osdep.h"
 

@@ -1,6 +1,6 @@
 // The debug log, written to a temporary file for as long as a test looks at it.
-#ifndef TESTS_LOG_CAPTURE_H
-#define TESTS_LOG_CAPTURE_H
+#ifndef KESTREL_TESTS_SUPPORT_LOG_CAPTURE_H
+#define KESTREL_TESTS_SUPPORT_LOG_CAPTURE_H
 
 #include "host/trace.h"
 #include "support/files.h"

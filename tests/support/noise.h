@@ -1,6 +1,6 @@
 // Noise that is the same in every run and on every host.
-#ifndef TESTS_NOISE_H
-#define TESTS_NOISE_H
+#ifndef KESTREL_TESTS_SUPPORT_NOISE_H
+#define KESTREL_TESTS_SUPPORT_NOISE_H
 
 #include <cstdint>
 #include <random>

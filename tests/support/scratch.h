@@ -1,6 +1,6 @@
 // A small world of files for one test: a directory of its own, removed when the process ends.
-#ifndef TESTS_SCRATCH_H
-#define TESTS_SCRATCH_H
+#ifndef KESTREL_TESTS_SUPPORT_SCRATCH_H
+#define KESTREL_TESTS_SUPPORT_SCRATCH_H
 
 #include "platform/osdep.h"
 

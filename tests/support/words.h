@@ -1,6 +1,6 @@
 // Vectors of strings, and the strings in them.
-#ifndef TESTS_WORDS_H
-#define TESTS_WORDS_H
+#ifndef KESTREL_TESTS_SUPPORT_WORDS_H
+#define KESTREL_TESTS_SUPPORT_WORDS_H
 
 #include "containers/stringcache.h"
 

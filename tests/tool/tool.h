@@ -1,6 +1,6 @@
 // Running the tool as its users do, and an installation for it to work on.
-#ifndef TESTS_TOOL_H
-#define TESTS_TOOL_H
+#ifndef KESTREL_TESTS_TOOL_TOOL_H
+#define KESTREL_TESTS_TOOL_TOOL_H
 
 #include "command/cmdline.h"
 #include "support/scratch.h"

@@ -1,6 +1,6 @@
-// The primitives of osdep_host.h on Windows: facts, files and directories.
+// The primitives of host.h on Windows: facts, files and directories.
 #define _CRT_RAND_S
-#include "host/osdep_windows.h"
+#include "host/host_windows.h"
 
 #include <aclapi.h>
 #include <algorithm>

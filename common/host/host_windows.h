@@ -1,9 +1,9 @@
 // What the parts of the Windows host share: reasons, text in UTF-16, paths and handles.
-#ifndef COMMON_OSDEP_WINDOWS_H
-#define COMMON_OSDEP_WINDOWS_H
+#ifndef KESTREL_HOST_HOST_WINDOWS_H
+#define KESTREL_HOST_HOST_WINDOWS_H
 
 #define WIN32_LEAN_AND_MEAN
-#include "host/osdep_host.h"
+#include "host/host.h"
 
 #include <string>
 #include <windows.h>
@@ -49,8 +49,8 @@ class SystemPath {
     std::wstring text; // empty, which names nothing, if it could not be converted
 };
 
-// Called between two tries of a call that somebody's use of the file has kept from succeeding. Sleep,
-// unless a test does something else meanwhile.
+// Called between two tries of a call that somebody's use of the file has kept from succeeding.
+// Sleep, unless a test does something else meanwhile.
 extern void (*in_use_pause)(unsigned milliseconds);
 
 class SystemHandle {

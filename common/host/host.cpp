@@ -1,5 +1,5 @@
-// What the primitives of osdep_host.h have in common on both hosts.
-#include "host/osdep_host.h"
+// What the primitives of host.h have in common on both hosts.
+#include "host/host.h"
 
 #include <cerrno>
 

@@ -1,5 +1,5 @@
-// The primitives of osdep_host.h on Windows: descriptors and processes.
-#include "host/osdep_windows.h"
+// The primitives of host.h on Windows: descriptors and processes.
+#include "host/host_windows.h"
 
 #include <atomic>
 #include <cstdint>

@@ -1,5 +1,5 @@
 // What only Windows does. These tests run under Wine too.
-#include "host/osdep_windows.h"
+#include "host/host_windows.h"
 #include "platform/osdep.h"
 #include "support/files.h"
 #include "support/scratch.h"

@@ -1,7 +1,7 @@
 // Reasons, text and paths as Windows takes them. Text is UTF-8 inside the program and UTF-16 at the
 // system's calls, so that the machine's code page does not matter.
 #include "host/argsplit.h"
-#include "host/osdep_windows.h"
+#include "host/host_windows.h"
 
 #include <array>
 #include <cerrno>

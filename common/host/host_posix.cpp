@@ -1,6 +1,6 @@
-// The primitives of osdep_host.h on Linux.
+// The primitives of host.h on Linux.
 #include "host/argsplit.h"
-#include "host/osdep_host.h"
+#include "host/host.h"
 
 #include <algorithm>
 #include <array>
