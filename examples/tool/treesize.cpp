@@ -33,7 +33,7 @@ struct Count : TreeVisitor {
     }
     bool bad_name(const char *path, const char *) override { return file(path, nullptr, nullptr); }
     bool denied(const char *path, const char *) override {
-        alert_text(2001, "E", "cannot look at \"%s\": %s", path, strerror(errno));
+        alert_text(2001, "E", "cannot look at \"%s\": %s", path, host_strerror(errno));
         return true;
     }
     bool unlisted(const char *path, const char *) override { return denied(path, nullptr); }
