@@ -21,15 +21,15 @@ FileHasher::~FileHasher() {
             host_close(lanes[i].descriptor);
 }
 
-bool FileHasher::add(const char *path, const HostStat *found) {
-    const FileDigest missing = {OpenOutcome::missing, errno, {}};
+bool FileHasher::add(const char *path, const StatResult &found) {
+    const FileDigest missing = {OpenOutcome::missing, found.reason, {}};
     if (ended)
         return false;
-    jobs.push_back({path, found != nullptr ? *found : HostStat(), false, missing});
-    if (found == nullptr)
+    jobs.push_back({path, found.status.value_or(HostStat()), false, missing});
+    if (!found.status)
         complete(jobs.back());
     else
-        (found->size > READ_SIZE ? large : waiting).push_back(&jobs.back());
+        (found.status->size > READ_SIZE ? large : waiting).push_back(&jobs.back());
     if (jobs.size() == MOST_JOBS)
         queue_large();
     if (waiting.size() >= lane_count)
@@ -37,11 +37,6 @@ bool FileHasher::add(const char *path, const HostStat *found) {
     while (jobs.size() == MOST_JOBS) // none while everything is stopped
         step();
     return !ended;
-}
-
-bool FileHasher::add(const char *path) {
-    HostStat found;
-    return add(path, host_stat(path, &found) ? &found : nullptr);
 }
 
 bool FileHasher::finish() {
@@ -92,7 +87,7 @@ bool FileHasher::start(Lane &lane) {
     if (waiting.empty())
         return false;
     Job &job = *waiting.back();
-    job.result.outcome = host_open_regular(job.path.c_str(), &job.found, &lane.descriptor);
+    job.result.outcome = host_open_regular(job.path.c_str(), job.found, &lane.descriptor);
     job.result.reason = errno;
     if ((errno == EMFILE || errno == ENFILE) && job.result.outcome == OpenOutcome::refused &&
         busy != 0)
@@ -109,9 +104,9 @@ bool FileHasher::start(Lane &lane) {
             lane.held = host_read_cached(lane.descriptor, lane.buffer, READ_SIZE);
         return true;
     }
-    HostStat now; // it may be gone
-    if (job.result.outcome == OpenOutcome::refused && !host_stat(job.path.c_str(), &now))
-        job.result = {OpenOutcome::missing, errno, {}};
+    if (job.result.outcome == OpenOutcome::refused) // it may be gone
+        if (const StatResult now = host_stat_result(job.path.c_str()); !now.status)
+            job.result = {OpenOutcome::missing, now.reason, {}};
     complete(job);
     return true;
 }

@@ -44,12 +44,9 @@ class FileHasher {
 
     // These return false once the receiver has stopped everything.
 
-    // Adds a file. `found` is the result of host_stat, null if that failed: the reason is then in
-    // errno.
-    bool add(const char *path, const HostStat *found);
-
-    // The same, looking for the file itself.
-    bool add(const char *path);
+    // Adds a file that was looked for, or looks for it.
+    bool add(const char *path, const StatResult &found);
+    bool add(const char *path) { return add(path, host_stat_result(path)); }
 
     // Hashes what is left and hands it over.
     bool finish();
@@ -120,7 +117,7 @@ template <class Tag> class FileDigests {
 
     // As in FileHasher.
     bool finish() { return files.finish(); }
-    bool add(const char *path, Tag tag, const HostStat *found) {
+    bool add(const char *path, Tag tag, const StatResult &found) {
         tags.push_back(std::move(tag));
         return files.add(path, found);
     }

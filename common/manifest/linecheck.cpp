@@ -15,8 +15,7 @@ bool LineCheck::add(std::string_view line) {
         fields.path = line.substr(0, line.find_first_of("\r\n"));
     // No file is looked for, and the line fails as if it were missing, in its turn.
     const LineFault fault = sound ? LineFault::outside : LineFault::malformed;
-    errno = 0; // for add(): nothing has failed
-    return files.add("", {added++, fault, std::move(fields), 0}, nullptr);
+    return files.add("", {added++, fault, std::move(fields), 0}, StatResult());
 }
 
 bool LineCheck::add_file(ManifestLine line) {

@@ -88,7 +88,7 @@ TEST(FileDigests, ResultsComeInOrder) {
         EXPECT_EQ(digests.finish(), end == paths.size());
         if (end < paths.size()) {
             EXPECT_FALSE(digests.add(paths[0].c_str(), 0));
-            EXPECT_FALSE(digests.add(paths[0].c_str(), 0, nullptr));
+            EXPECT_FALSE(digests.add(paths[0].c_str(), 0, StatResult()));
         }
         EXPECT_EQ(received.lines, lines) << end << kernel;
     };
@@ -155,7 +155,7 @@ TEST(FileDigests, ResultsAreNotHeldBack) {
     size_t added = 0;
     for (; added < 5000; added++) {
         EXPECT_EQ(received, added);
-        digests.add(small.c_str(), added, nullptr);
+        digests.add(small.c_str(), added, StatResult());
     }
     digests.add(large.c_str(), added);
     for (; added < 7046; added++)
@@ -206,8 +206,7 @@ TEST(FileDigests, NamesThatChangedHandsAreRefused) {
     for (const auto &c : cases) {
         Received received;
         FileDigests<size_t> digests(into(received));
-        const HostStat found = {FileKind::regular, c.size};
-        digests.add(c.path.c_str(), 0, &found);
+        digests.add(c.path.c_str(), 0, {HostStat{FileKind::regular, c.size}});
         digests.finish();
         EXPECT_EQ(received.lines, std::vector{line_of(0, c.path, c.result)}) << c.size;
     }
