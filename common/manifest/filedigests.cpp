@@ -97,7 +97,7 @@ bool FileHasher::start(Lane &lane) {
         busy++;
         lane.job = &job;
         lane.length = 0;
-        sha256_init(&lane.ctx);
+        sha256_start(lane.state);
         if (job.found.size > READ_SIZE)
             host_expect_reading(lane.descriptor);
         else
@@ -145,7 +145,7 @@ void FileHasher::end(Lane &lane, OpenOutcome outcome) {
     Job &job = *std::exchange(lane.job, nullptr);
     job.result.reason = errno;
     job.result.outcome = outcome;
-    sha256_digest(&lane.ctx, job.result.digest);
+    sha256_digest(lane.state, job.result.digest);
     host_close(lane.descriptor);
     busy--;
     complete(job);
@@ -153,7 +153,7 @@ void FileHasher::end(Lane &lane, OpenOutcome outcome) {
 
 void FileHasher::hash_blocks() {
     Lane *some[SHA256_MOST_LANES];
-    Sha256Context *contexts[SHA256_MOST_LANES] = {};
+    uint32_t *states[SHA256_MOST_LANES] = {};
     const uint8_t *bytes[SHA256_MOST_LANES] = {};
     size_t count = 0;
     size_t blocks = SIZE_MAX;
@@ -162,11 +162,11 @@ void FileHasher::hash_blocks() {
         if (lane.blocks == 0)
             continue;
         some[count] = &lane;
-        contexts[count] = &lane.ctx;
+        states[count] = lane.state;
         bytes[count++] = lane.next;
         blocks = std::min(blocks, lane.blocks);
     }
-    sha256_update_many(contexts, bytes, count, blocks);
+    sha256_update_many(states, bytes, count, blocks);
     for (size_t i = 0; i < count; i++) {
         some[i]->next += blocks * SHA256_BLOCK_SIZE;
         some[i]->blocks -= blocks;
