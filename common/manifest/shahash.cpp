@@ -1,6 +1,7 @@
 // Manifests written, read and checked.
 #include "manifest/shahash.h"
 
+#include "base/text.h"
 #include "containers/stringcache.h"
 #include "host/trace.h"
 #include "manifest/linecheck.h"

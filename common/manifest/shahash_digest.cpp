@@ -1,6 +1,7 @@
 // Digests of files.
 #include "manifest/shahash.h"
 
+#include "base/text.h"
 #include "containers/stringcache.h"
 #include "digest/sha1.h"
 #include "digest/sha256.h"

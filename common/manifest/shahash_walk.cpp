@@ -1,6 +1,7 @@
 // The walk of a tree for its manifest.
 #include "manifest/shahash.h"
 
+#include "base/text.h"
 #include "containers/stringcache.h"
 #include "host/trace.h"
 #include "manifest/treewalk.h"

@@ -1,5 +1,6 @@
 #include "messages/alert_internal.h"
 
+#include "base/text.h"
 #include "containers/hash.h"
 #include "containers/stringcache.h"
 #include "host/trace.h"

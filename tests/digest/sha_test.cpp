@@ -1,4 +1,4 @@
-#include "base/xalloc.h"
+#include "base/text.h"
 #include "digest/sha1.h"
 #include "digest/sha256.h"
 #include "digest/sha256_kernel.h"
