@@ -50,28 +50,27 @@ class ExtraVisitor : public TreeVisitor {
 
     bool entry(const char *, const char *) override { return true; }
 
-    bool file(const char *path, OwnedString name, const HostStat *found) override {
-        if (found == nullptr && errno == EACCES)
-            return denied(path, name.get());
+    bool file(const char *path, OwnedString name, const StatResult &found) override {
+        if (!found.status && found.reason == EACCES)
+            return skipped(path, name.get());
         if (!is_listed(path, name.get()))
             add(name.get());
         return true;
     }
 
-    bool bad_name(const char *, const char *name) override {
+    bool unlisted(const char *, const char *name) override {
         add(name);
         return true;
     }
 
     // A directory that may hold anything.
-    bool denied(const char *, const char *name) override {
+    bool skipped(const char *, const char *name) override {
         passed = false;
         report_record("skipped", name);
         return true;
     }
 
-    bool unlisted(const char *path, const char *) override {
-        const int reason = errno;
+    bool unreadable(const char *path, const char *, int reason) override {
         passed = false;
         const char *text =
             report_error("Cannot read directory \"%s\": %s", path, host_strerror(reason));

@@ -2,6 +2,8 @@
 #define _CRT_RAND_S
 #include "host/host_windows.h"
 
+#include "base/text.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
