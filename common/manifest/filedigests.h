@@ -51,7 +51,8 @@ class FileHasher {
     bool finish();
 
   private:
-    static constexpr size_t MOST_JOBS = 2048; // at a time
+    // Held at a time: enough that a large file seldom comes so late that it goes on alone.
+    static constexpr size_t MOST_JOBS = 2048;
     static constexpr size_t READ_SIZE = 32768;
     static constexpr size_t CACHE_LINE = 64; // the system copies fastest to the start of one
 
