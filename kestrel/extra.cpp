@@ -1,8 +1,8 @@
 // --extra: files under the installation that the manifest does not list.
 #include "host/trace.h"
 #include "kestrel/kestrel.h"
+#include "kestrel/manifest.h"
 #include "kestrel/report.h"
-#include "kestrel/steps.h"
 #include "manifest/shahash.h"
 #include "manifest/treewalk.h"
 
@@ -11,6 +11,7 @@
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <unordered_set>
 
 // A path with the separator that the host writes.
@@ -38,24 +39,14 @@ static std::string folded(std::string path) {
 
 namespace {
 
-struct FoldedHash {
-    size_t operator()(const std::string &path) const {
-        return std::hash<std::string>()(folded(path));
-    }
-};
-
-struct FoldedEqual {
-    bool operator()(const std::string &a, const std::string &b) const {
-        return folded(a) == folded(b);
-    }
-};
-
 class ExtraVisitor : public TreeVisitor {
   public:
-    // By the manifest, or not extra; comparable.
-    std::unordered_multiset<std::string, FoldedHash, FoldedEqual> listed;
+    // By the manifest, or not extra: comparable, under their folded form.
+    std::unordered_multimap<std::string, std::string> listed;
     std::unordered_set<std::string> places; // where paths with ".." lead
     bool passed = true;
+
+    void list(const std::string &path) { listed.emplace(folded(path), path); }
 
     bool entry(const char *, const char *) override { return true; }
 
@@ -90,10 +81,10 @@ class ExtraVisitor : public TreeVisitor {
   private:
     bool is_listed(const char *path, const char *name) const {
         const std::string found = comparable(shahash_native_path(name));
-        const auto [begin, end] = listed.equal_range(found);
+        const auto [begin, end] = listed.equal_range(folded(found));
         // Some directories of Windows tell upper from lower case.
-        if (std::any_of(begin, end, [&](const std::string &spelt) {
-                return spelt == found || host_same_file(spelt.c_str(), path);
+        if (std::any_of(begin, end, [&](const auto &line) {
+                return line.second == found || host_same_file(line.second.c_str(), path);
             }))
             return true;
         const OwnedString place = places.empty() ? nullptr : host_real_path(path);
@@ -123,7 +114,7 @@ static void add_line(ExtraVisitor &visitor, std::string_view line) {
         return;
     const std::string path = shahash_native_path(fields.path);
     if (!climbs(path))
-        visitor.listed.insert(comparable(path));
+        visitor.list(comparable(path));
     else if (const OwnedString place = host_real_path(path.c_str()))
         visitor.places.insert(place.get());
 }
@@ -135,7 +126,7 @@ static void add_below(ExtraVisitor &visitor, const std::string &path, const char
     if (!path_is_separator(style, start.back()))
         start += style.separator;
     if (path.starts_with(start) && !climbs(path.substr(start.size())))
-        visitor.listed.insert(comparable(path.substr(start.size())));
+        visitor.list(comparable(path.substr(start.size())));
 }
 
 // A file of this run is not extra as it is given, at its place without the directory's links, and
@@ -155,25 +146,19 @@ static void add_own(ExtraVisitor &visitor, const char *given, const char *instdi
 
 bool find_extra_files(const char *manifest, const char *instdir) {
     TRACE_ENTER();
-    const OwnedString before = os_getcwd();
-    const char *failure = nullptr;
-    Subject subject;
-    const FilePtr file = open_manifest(manifest, instdir, before.get(), &subject, &failure);
-    if (file == nullptr)
-        return TRACE_RESULT(false, "%s", failure);
+    ManifestFile file(manifest, instdir);
+    if (!file)
+        return TRACE_RESULT(false, "%s", file.failure());
     ExtraVisitor visitor;
     add_own(visitor, manifest, instdir);
     if (report_path() != nullptr)
         add_own(visitor, report_path(), instdir);
-    for (std::string_view line; !(line = shahash_next_line(file.get())).empty();)
+    for (std::string_view line; !(line = file.next_line()).empty();)
         add_line(visitor, line);
-    if (ferror(file.get()) != 0) {
-        report_error("%s", CANNOT_READ_MANIFEST);
-        return TRACE_RESULT(false, "%s", CANNOT_READ_MANIFEST);
-    }
+    if (!file.is_read())
+        return TRACE_RESULT(false, "%s", file.failure());
     report_extra_search();
     walk_tree(visitor, ".", ".");
-    if (before != nullptr)
-        enter_directory(before.get());
+    file.leave();
     return TRACE_RESULT(visitor.passed, "%s", visitor.passed ? "No extra files" : "Extra files");
 }

@@ -38,7 +38,7 @@ struct Count : TreeVisitor {
         return unreadable(path, nullptr, EACCES);
     }
     bool unreadable(const char *path, const char *, int reason) override {
-        alert_text(2001, "E", "cannot look at \"%s\": %s", path, strerror(reason));
+        alert_text(2001, "E", "cannot look at \"%s\": %s", path, host_strerror(reason));
         return true;
     }
 };
