@@ -17,7 +17,7 @@ using ArgumentFn = void (*)(const char *argument);
 // removed before a space, a quote of either kind or another backslash. The caller frees the vector.
 Vector *cmdline_expand(int argc, const char *const *argv, ArgumentFn callback);
 
-// The same, and the arguments go to the debug log when it is on.
+// Expand the command line, and write the arguments to the debug log when it is on.
 Vector *cmdline_args(int argc, const char *const *argv);
 Vector *cmdline_args_cb(int argc, const char *const *argv, ArgumentFn callback);
 
@@ -32,7 +32,7 @@ const char *cmdline_progname();
 
 // --- Running programs (cmdline_exec.cpp)
 //
-// The options are interned strings: the path of the program and its arguments. With a command file
+// Options are interned strings: the path of the program and its arguments. With a command file
 // the program receives one argument, "@" and the path of a file that holds one argument per line,
 // as cmdline_expand reads it; the file stays until exit.
 //
@@ -46,9 +46,10 @@ enum ExecutionMode : uint32_t {
     EXEC_DIRECT = 2
 };
 
+// Runs a program; with no options that is an error.
 int cmdline_spawn(Vector *options, uint32_t mode, int32_t echo);
 
-// The same for options that are known not to be empty.
+// Runs a program whose options are known not to be empty.
 int cmdline_exe(Vector *options, uint32_t mode, int32_t echo);
 
 // The complete main() of a program that runs another: expands its arguments, has `options_process`

@@ -24,11 +24,11 @@ uint32_t freecache_put(FreeCache *fc, void *obj);
 // Frees the objects on the list and the cache; those handed out stay their holders'. Returns 0.
 int freecache_free(FreeCache *fc);
 
-// 0 for a null cache.
+// The number of objects on the list, and the most that it may hold; 0 for a null cache.
 uint32_t freecache_numFree(const FreeCache *fc);
 uint32_t freecache_maxFree(const FreeCache *fc);
 
-// True for a null cache.
+// Whether the list is full, or empty; true for a null cache.
 bool freecache_isFull(const FreeCache *fc);
 bool freecache_isEmpty(const FreeCache *fc);
 

@@ -44,15 +44,15 @@ struct HashTable {
 // A table of `size` buckets; a null `hash` or `cmp` selects voidhash or voidcmp.
 HashTable *hash_new(uint32_t size, HashFn hash, HashCmpFn cmp, const char *file, uint32_t line);
 
-// 1 when inserted, 0 when an equal key is there already, whose entry stays. The position is the
+// Adds an entry: 1, or 0 when an equal key is there already, whose entry stays. The position is the
 // inserting caller's, for the report of clashes.
 int hash_insert(HashTable *h, const void *key, const void *value, const char *file, uint32_t line);
 
-// The value of `key`, or null.
+// The value of `key`, or null; and whether there is an entry.
 void *hash_lookup(const HashTable *h, const void *key);
 int hash_haskey(const HashTable *h, const void *key);
 
-// The removed entry's value, or null when absent.
+// Removes an entry and returns its value, or null when absent.
 void *hash_remove(HashTable *h, const void *key);
 uint32_t hash_count(const HashTable *h);
 
@@ -68,7 +68,8 @@ Vector *hash_keys(const HashTable *h);
 void hash_clear(HashTable *h);
 void hash_free(HashTable *h); // nothing for null
 
-// An equal table. A tracked one's copy carries its figures on, but is not reported.
+// A table with the same entries. The copy of a tracked table carries its figures on, but is not
+// reported.
 HashTable *hash_copy(const HashTable *h, const char *file, uint32_t line);
 
 // Moves every entry to an array of `size` buckets; entries of one old bucket keep their order. In
@@ -79,11 +80,11 @@ void hash_rebuild(HashTable *h, uint32_t size);
 uint32_t voidhash(const void *key); // the pointer's low 32 bits
 int voidcmp(const void *a, const void *b);
 
-// djb2 over the bytes of a string taken as signed characters, and the same ignoring case.
+// Hash the bytes of a string, taken as signed characters, by djb2; strihash ignores case.
 uint32_t strhash(const void *s);
 uint32_t strihash(const void *s);
 
-// Comparisons of string keys, to go with those.
+// Compare string keys: strkeycmp goes with strhash, and strikeycmp with strihash.
 int strkeycmp(const void *a, const void *b);
 int strikeycmp(const void *a, const void *b);
 

@@ -18,11 +18,11 @@
 
 // --- Control
 
-// Buckets the cache starts with; only before the first interning call. 0 switches interning off
-// from then on, at any time.
+// Sets the number of buckets that the cache starts with; only before the first interning call. 0
+// switches interning off from then on, at any time.
 void sc_setTableSize(uint32_t n);
 
-// The cache stops taking strings once more than `n` have been added since a limit was set; 0: no
+// Has the cache stop taking strings once more than `n` have been added since a limit was set; 0: no
 // limit.
 void sc_setLimit(uint32_t n);
 
@@ -37,13 +37,13 @@ const char *sc_adopt(char *s);
 
 const char *sc_concat(const char *a, const char *b);
 
-// The other argument, untouched, if one is null.
+// Joins two strings, but gives one untouched if the other is null.
 const char *sc_concatOpt(const char *a, const char *b);
 
 const char *sc_format(const char *fmt, ...) PRINTF_LIKE(1, 2);
 const char *sc_vformat(const char *fmt, va_list args) PRINTF_LIKE(1, 0);
 
-// sc_format and then sc_expandTabs.
+// Print as sc_format does, and expand tabs as sc_expandTabs does.
 const char *sc_formatExpand(const char *fmt, ...) PRINTF_LIKE(1, 2);
 const char *sc_vformatExpand(const char *fmt, va_list args) PRINTF_LIKE(1, 0);
 
@@ -81,15 +81,15 @@ Vector *sc_split(const char *s, const char *delimiters);
 // line feed.
 const char *sc_readLine(FILE *stream);
 
-// The same without interning, for lines that are read once: the bytes of the line, NULs included.
-// Valid until the next call of any function here; empty at the end of the stream. A line of more
-// than `most` bytes comes in pieces, which are longer than `most`.
+// The bytes of a stream's next line, NULs included, without interning, for lines that are read
+// once. Valid until the next call of any function here; empty at the end of the stream. A line of
+// more than `most` bytes comes in pieces, which are longer than `most`.
 std::string_view sc_readLineBytes(FILE *stream, size_t most = SIZE_MAX);
 
 // --- Paths, by the host's rules
 
-// A null or empty part gives the other one, untouched; a leading separator of `name` is dropped,
-// and none is added to a `dir` that ends with one.
+// Joins two parts by a separator; a null or empty one gives the other, untouched. A leading
+// separator of `name` is dropped, and none is added to a `dir` that ends with one.
 const char *sc_pathJoin(const char *dir, const char *name);
 const char *sc_addExt(const char *s, const char *ext); // "s.ext"; a leading dot of ext is skipped
 const char *sc_replaceExt(const char *s, const char *ext); // cut at the last dot, wherever it is
@@ -97,8 +97,8 @@ const char *sc_stripExt(const char *s);                    // cut at a dot in th
 const char *sc_basename(const char *path);
 const char *sc_dirname(const char *path); // null without a separator
 
-// With every slash turned to a backslash on the drive-letter host; unchanged elsewhere. A null or
-// empty s comes back as it is.
+// s, or the two parts joined, with every slash turned to a backslash on the drive-letter host. A
+// null or empty s comes back as it is.
 const char *sc_nativePath(const char *s);
 const char *sc_nativePathJoin(const char *dir, const char *name);
 

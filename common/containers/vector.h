@@ -44,7 +44,7 @@ struct Vector {
 
 Vector *vec_new(const char *file, uint32_t line);
 
-// With slots for `initial_capacity` elements to begin with. A vector of 0 never gets any: adding to
+// A new vector with slots for `initial_capacity` elements. A vector of 0 never gets any: adding to
 // it fails the assertion "p->data != NULL".
 Vector *vec_newSized(uint32_t initial_capacity, const char *file, uint32_t line);
 
@@ -84,14 +84,14 @@ void vec_sort(Vector *p, CompareFn cmp);
 
 // --- Removing
 
-// 1 if removed, 0 if i >= count. Open iterations keep their place.
+// Removes an element: 1, or 0 if i >= count. Open iterations keep their place.
 int vec_removeAt(Vector *p, uint32_t i);
 
 // Removes the first element equal to `e`: 1, or 0 if there is none. Asserts that the vector has
 // held an element before.
 int vec_remove(Vector *p, const void *e);
 
-// The last element, taken off; null when empty. Cursors are not adjusted.
+// Takes off the last element and returns it; null when empty. Cursors are not adjusted.
 void *vec_pop(Vector *p);
 void vec_clear(Vector *p);
 
@@ -101,7 +101,7 @@ uint32_t vec_size(const Vector *p);
 void *vec_elementAt(const Vector *p, uint32_t i); // null beyond the end
 void *vec_top(const Vector *p);                   // null when empty
 
-// First index of `e`, or VEC_NOT_FOUND.
+// The first index of `e`, or VEC_NOT_FOUND.
 constexpr uint32_t VEC_NOT_FOUND = UINT32_MAX;
 uint32_t vec_indexOf(const Vector *p, const void *e);
 
@@ -112,7 +112,7 @@ bool vec_hasMore(const Vector *p);
 void *vec_next(Vector *p);       // null at the end
 void *vec_peek(const Vector *p); // what vec_next would return
 
-// The loop guard: pops the cursor when `more` is 0. Returns `more`.
+// Guards a loop: pops the cursor when `more` is 0, and returns `more`.
 int vec_iterEnd(Vector *p, int more);
 
 // Pushes a cursor and returns element 0, with the cursor after it; null for an empty vector.

@@ -28,10 +28,10 @@ const char *zvdebug_beside(const char *name);
 // option was parsed; null before, or if that is unknown.
 const char *zvdebug_directory();
 
-// True when the option `out` named that file.
+// True when the option `out` named the debug-out file.
 bool zvdebug_out_given();
 
-// Path of the debug package, interned; null when none was asked for.
+// The path of the debug package, interned; null when none was asked for.
 const char *zvdebug_zip_path();
 
 // True if `debug:` named this program; case is ignored.

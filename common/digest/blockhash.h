@@ -22,8 +22,8 @@ inline uint32_t load_be32(const uint8_t *from) {
     return uint32_t{from[0]} << 24 | uint32_t{from[1]} << 16 | uint32_t{from[2]} << 8 | from[3];
 }
 
-// Whole blocks are compressed straight from the caller's bytes; only what begins or ends inside a
-// block goes through ctx->data.
+// Adds bytes. Whole blocks are compressed straight from where they are; only what begins or ends
+// inside a block goes through ctx->data.
 template <class Context, class Compress>
 void blockhash_update(Context *ctx, const uint8_t *bytes, size_t length, Compress compress) {
     if (length == 0)

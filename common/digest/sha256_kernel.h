@@ -14,8 +14,8 @@ using Sha256CompressFn = void(uint32_t *const *states, const uint8_t *const *blo
 
 struct Sha256Kernel {
     const char *name;
-    size_t lanes;           // messages that are compressed at the same time
-    unsigned cost;          // of a block of each lane; a portable one costs 100
+    size_t lanes;  // messages that are compressed at the same time
+    unsigned cost; // percent of the portable kernel's time for one block; of all lanes together
     bool (*is_supported)(); // by this processor and system
     Sha256CompressFn *compress;
 };
@@ -26,13 +26,13 @@ alignas(16) extern const uint32_t sha256_k[64];
 // The kernels of the processor's family, supported or not.
 std::span<const Sha256Kernel> sha256_family_kernels();
 
-// Those that are supported, the portable one first.
+// The kernels that are supported, the portable one first.
 std::span<const Sha256Kernel *const> sha256_kernels();
 
 // The kernel that takes least for so many messages, 1 or more; lanes may stay idle.
 const Sha256Kernel &sha256_kernel_for(size_t messages);
 
-// For tests and benchmarks: uses one kernel for everything; null takes that back.
+// Uses one kernel for everything, for tests and benchmarks; null takes that back.
 void sha256_force_kernel(const Sha256Kernel *kernel);
 
 #endif

@@ -114,9 +114,10 @@ static bool has_avx512() {
     return __builtin_cpu_supports("avx512f") != 0 && __builtin_cpu_supports("avx512bw") != 0;
 }
 
-// The costs are those of an Intel Emerald Rapids and of an AMD Zen 5, in one core with its data in
-// the first caches. Those of the latter are estimates: measured beside a portable kernel that is
-// taken to be 1.5 times slower, and avx512vl, with half of the lanes, to cost as much as avx512.
+// The first costs were measured on an Intel Emerald Rapids, in one core with its data in the first
+// caches. The second ones are estimates for an AMD Zen 5, measured beside a portable kernel that is
+// taken to be 1.5 times slower; avx512vl, with half of the lanes, is taken to cost as much as
+// avx512.
 std::span<const Sha256Kernel> sha256_family_kernels() {
     static const bool intel = __builtin_cpu_is("intel") != 0;
     static const Sha256Kernel kernels[] = {

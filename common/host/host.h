@@ -29,7 +29,7 @@ constexpr int32_t HOST_DRIVE_PATHS = 0x10000;
 int32_t host_kind();
 const char *host_osname();
 
-// Processors the system reports; may be below 1 when it does not know.
+// The number of processors that the system reports; may be below 1 when it does not know.
 int host_processor_count();
 
 // The running program's own full path; null if the system does not know it.
@@ -115,8 +115,8 @@ struct FileNumber {
     uint64_t high, low;
 };
 
-// The identity that the first usable one of two numbers makes, else the path; unknown if that is
-// empty too.
+// The identity of a file by the first usable one of two numbers, else by its path; unknown if that
+// is empty too.
 FileIdentity identity_of(const FileNumber &wide, const FileNumber &narrow,
                          const std::string &place);
 
@@ -130,7 +130,8 @@ struct FileState {
 bool host_file_state(const char *path, FileState *result);
 bool host_opened_state(FILE *stream, FileState *result);
 
-// The states of two files, which are both held open meanwhile where numbers may be given again.
+// Looks at the states of two files, which are both held open meanwhile where numbers may be given
+// again.
 bool host_file_states(const char *a, const char *b, FileState *first, FileState *second);
 
 // Whether two paths lead to the same file; false if either is missing. Their states are compared:
@@ -142,7 +143,7 @@ struct FileCloser {
 };
 using FilePtr = std::unique_ptr<FILE, FileCloser>;
 
-// fopen, with a stream that programs started later do not inherit.
+// Opens a stream as fopen does; programs started later do not inherit it.
 FILE *host_fopen(const char *path, const char *mode);
 
 // Opens a regular file for reading in binary. Anything else fails without being opened, so that a
@@ -182,18 +183,18 @@ FILE *host_open_log(const char *path, bool append);
 // or after it, and nothing is lost.
 bool host_append(FILE *log, const std::string &text);
 
-// fseek over 64-bit offsets from the start of the file.
+// Moves to an offset from the start of the file.
 bool host_seek(FILE *stream, int64_t offset);
 
-// Up to `size` bytes straight from the descriptor; 0 at the end, -1 on error. Interrupted calls are
-// repeated.
+// Reads up to `size` bytes straight from the descriptor; 0 at the end, -1 on error. Interrupted
+// calls are repeated.
 int64_t host_read(int descriptor, void *buffer, size_t size);
 
 // Writes a short text straight to the descriptor; false if not all of it was taken.
 bool host_write(int descriptor, std::string_view text);
 
-// The first bytes of a file just opened, up to `size`, that are in memory. If there are none, or
-// the system cannot tell, 0; Linux then begins to read the file. The end and errors are left to
+// Reads the first bytes of a file just opened, up to `size`, that are in memory. If there are none,
+// or the system cannot tell, 0; Linux then begins to read the file. The end and errors are left to
 // host_read.
 size_t host_read_cached(int descriptor, void *buffer, size_t size);
 
@@ -224,7 +225,7 @@ bool host_remove(const char *path); // a file, or a link whatever it leads to
 // say.
 bool host_flush_to_disk(int descriptor);
 
-// Renames a file over the file at `to`, if any, and waits until that is on the disk, as above.
+// Renames a file over the file at `to`, if any, and waits as host_flush_to_disk does.
 bool host_replace(const char *from, const char *to);
 
 // Renames a file to a name that is free: errno is EEXIST if it is not.
@@ -240,7 +241,7 @@ OwnedString host_resolve_links(const char *path);
 // Where an existing path leads, from the root and without links; null on failure.
 OwnedString host_real_path(const char *path);
 
-// `path` from the root, so that it outlives a change of the current directory. Links are kept.
+// The path from the root, so that it outlives a change of the current directory. Links are kept.
 OwnedString host_absolute_path(const char *path);
 
 OwnedString host_getcwd();
@@ -277,7 +278,7 @@ constexpr int STDERR_DESCRIPTOR = 2;
 // opened later takes their place.
 void host_open_standard_streams();
 
-// In columns; 0 for what is not a terminal.
+// The width of a terminal in columns; 0 for what is none.
 int host_terminal_width(int descriptor);
 
 // Whether this process may write to the terminal without disturbing the one that its user works
@@ -318,8 +319,8 @@ bool host_wait_process(ProcessHandle process, int *status);
 void host_end_started();
 void host_await_started();
 
-// Has this process end when the one that started it does, whose number this is; ends it at once if
-// that has happened. For a started program, where the system has undone what host_start_process has
+// Has this process end when `parent`, which has started it, does; ends it at once if that has
+// happened. For a started program, where the system has undone what host_start_process has
 // done, as for one with rights of its own.
 void host_end_with(uint32_t parent);
 

@@ -17,7 +17,7 @@ inline bool succeed_or_fail(BOOL done) {
 
 OwnedString to_narrow(const wchar_t *wide);
 
-// Empty if the text is not valid UTF-8.
+// The text in UTF-16; empty if it is not valid UTF-8.
 std::wstring to_wide(const char *narrow);
 
 // Repeats a system call that fills a buffer and returns the length it needs, until the text fits.
@@ -34,7 +34,7 @@ template <class Call> std::wstring filled(Call call) {
     }
 }
 
-// From the root; empty on failure.
+// The path from the root; empty on failure.
 std::wstring full_path(const wchar_t *path);
 
 // A path as the system calls take it. If it is long when made absolute it gets the prefix that

@@ -22,8 +22,8 @@ bool path_is_separator(const PathStyle &style, char c);
 // character that occurs at all, a drive's ":" coming last. Null if there is none.
 const char *path_last_separator(const PathStyle &style, const char *path);
 
-// Drive family: at least two characters, the second ":" or both "\". Slash family: begins with "/".
-// False for null.
+// Whether a path is absolute. Drive family: it has at least two characters, the second ":" or both
+// "\". Slash family: it begins with "/". False for null.
 bool path_is_absolute(const PathStyle &style, const char *path);
 
 // Whether a relative path, with either family's separators, can lead out of the directory that it
@@ -34,11 +34,11 @@ bool path_leads_out(const PathStyle &style, std::string_view path);
 // The length of `path` without the separators at its end. A root ("C:\", "/") keeps one.
 size_t path_trimmed_length(const PathStyle &style, std::string_view path);
 
-// "C:" and no more, in the drive family.
+// Whether a path is "C:" and no more, in the drive family.
 bool path_is_bare_drive(const PathStyle &style, const char *path);
 
-// `dir`, one separator, `name`; one written separator at the end of `dir` and one at the start of
-// `name` are dropped. Null if `dir` is null or empty; `name` must not be null.
+// Joins `dir`, one separator and `name`; one written separator at the end of `dir` and one at the
+// start of `name` are dropped. Null if `dir` is null or empty; `name` must not be null.
 OwnedString path_join_style(const PathStyle &style, const char *dir, const char *name);
 
 // The text after the last separator, pointing into `path`; all of it if there is none; null for
@@ -62,7 +62,7 @@ OwnedString path_stem(const PathStyle &style, const char *path, bool with_dot);
 // "/", and a relative path stays relative ("a/../../b" gives "../b"). Null for null.
 OwnedString path_normalise(const PathStyle &style, const char *path);
 
-// `path`, normalised, and completed with the directory `cwd` if it is not absolute. Null and empty
+// Normalises `path`, completed with the directory `cwd` if it is not absolute. Null and empty
 // directories leave a relative path relative. Unlike the functions above it never leads to another
 // directory at a drive's top, where ".." stops ("C:\a\..\..\b" gives "C:\b"), and which is "C:\":
 // "C:" alone is the current directory of the drive. Null for null.

@@ -37,7 +37,7 @@ extern AssertMode trace_assert_mode;
 // reason in errno, if that fails; an earlier one then stays. The path is not copied.
 bool trace_open(const char *path, bool append);
 
-// The same with a stream that is open already, and is closed with the log; null for no log.
+// Takes over an open stream as the log, in the place of an earlier one; null for no log.
 void trace_use(FILE *stream, const char *path);
 
 // The open log and its path; null without one.
@@ -55,7 +55,7 @@ extern void (*zvdebug_warn_hook)(const char *text);
 extern void (*zvdebug_assert_hook)(uint32_t number, const char *condition, const char *file,
                                    uint32_t line);
 
-// "ZVDEBUG (warning): " and the text; counts for nothing.
+// Warns with "ZVDEBUG (warning): " and the text; counts for nothing.
 void zvdebug_warn(const char *format, ...) PRINTF_LIKE(1, 2);
 
 // Reports a failed condition as the assertion mode says; nothing in mode ignore.
@@ -74,17 +74,18 @@ extern "C" int gInDebugger;
 
 // --- Entry, exit and other lines
 
-// "ENTER func(...)" and one level deeper; one level back and "EXIT func() -> ...". A null format
-// leaves the arguments or the result out.
+// Write "ENTER func(...)" and go one level deeper; go one level back and write "EXIT func() ->
+// ...". A null format leaves the arguments or the result out.
 void trace_enter(const char *src, uint32_t line, const char *func, const char *format = nullptr,
                  ...) PRINTF_LIKE(4, 5);
 void trace_exit(const char *src, uint32_t line, const char *func, const char *format = nullptr, ...)
     PRINTF_LIKE(4, 5);
 
-// One line for each line of the format; only the first is formatted, the rest stands as it is.
+// Writes one line for each line of the format; only the first is formatted, the rest stands as it
+// is.
 void tracef(const char *src, uint32_t line, const char *fmt, ...) PRINTF_LIKE(3, 4);
 
-// The same for plain text.
+// Writes one line for each line of a plain text.
 void trace(const char *src, uint32_t line, const char *txt);
 
 // A call of a function: the constructor writes the entry, and the destructor the exit, unless
@@ -140,7 +141,7 @@ class TraceSilence {
 
 // --- Other writers
 
-// `size` bytes at `addr`, `per_row` to a row (0: all in one), as hexadecimal and, with
+// Writes `size` bytes at `addr`, `per_row` to a row (0: all in one), as hexadecimal and, with
 // `with_chars`, as characters.
 void trace_hexdump(const char *name, const void *addr, size_t size, size_t per_row, bool with_chars,
                    const char *src, uint32_t line);
@@ -148,16 +149,16 @@ void trace_hexdump(const char *name, const void *addr, size_t size, size_t per_r
 // Copies an alert line, line end included, under TRACE_ALERTS.
 void trace_alert(const char *msg);
 
-// Position under which the next alert copies stand; a null file, which fails two debug assertions,
-// clears it.
+// Sets the position under which the next alert copies stand; a null file, which fails two debug
+// assertions, clears it.
 void trace_set_alert_src(const char *src, uint32_t line);
 
-// Text and a line end, without location and indent.
+// Write a text and a line end, without location and indent.
 void trace_printf(const char *fmt, ...) PRINTF_LIKE(1, 2);
 void trace_vprintf(const char *fmt, va_list args) PRINTF_LIKE(1, 0);
 void trace_puts(const char *str);
 
-// The run's header (once) and the arguments, up to the first null one.
+// Writes the run's header (once) and the arguments, up to the first null one.
 void trace_args(int argc, const char *const *argv);
 
 // --- Layout: width of the location column, depth of calls, spaces per level

@@ -27,8 +27,8 @@ const char *reg_create_path(const char *base, int32_t type);
 // The directory of a type, by its override or in the installation; null if neither is known.
 const char *reg_instdir(int32_t type);
 
-// `name` in the directory of a type; `name` itself if it is absolute; null if there is no such
-// directory.
+// The path of `name` in the directory of a type; `name` itself if it is absolute; null if there is
+// no such directory.
 const char *reg_mkpath(int32_t type, const char *name);
 
 // Overrides the directory that holds the subdirectory of a type ("bin", "lib", "include", "dat" or

@@ -33,15 +33,16 @@ extern const char *zvinstall_dir;
 // The directory of `program`, without dots and separators at its end; null if it has none.
 const char *zvinstall_program_dir(const char *program);
 
-// The two directories for a program at `program`. On failure `paths` stays as it was, and the
-// reason goes to `failure` unless it is in the debug log already.
 struct InstallPaths {
     const char *version;
     const char *install;
 };
+
+// Finds the two directories for a program at `program`. On failure `paths` stays as it was, and the
+// reason goes to `failure` unless it is in the debug log already.
 bool zvinstall_locate(const char *program, InstallPaths *paths, const char **failure);
 
-// 1 if both directories are known, which the first successful call works out; else 0.
+// Works out both directories, until that has succeeded once: 1 if they are known, else 0.
 int set_zvinstall_paths();
 
 // Makes `path`, which must live on, the version directory: 0, or 1 on failure. When `path` has no

@@ -17,7 +17,7 @@
 
 struct FileDigest {
     OpenOutcome outcome;
-    int reason;                         // unless it was opened and read, for file_reason()
+    int reason; // errno, if it was not opened and read; 0: it is not a regular file
     uint8_t digest[SHA256_DIGEST_SIZE]; // of the whole file, when it was opened and read
 };
 
@@ -25,7 +25,7 @@ struct FileDigest {
 // file is done.
 extern void (*hashing_hook)(uint64_t bytes);
 
-// Why a file could not be read: the system's text for an errno, or that it is not a file for 0.
+// The text of a FileDigest's reason.
 const char *file_reason(int reason);
 
 // Hashes small files as soon as there is one for each lane, while the system still has their names
@@ -34,7 +34,7 @@ const char *file_reason(int reason);
 // which the files were added.
 class FileHasher {
   public:
-    // False stops everything: no further results are handed over.
+    // Takes a result; false stops everything: no further ones are handed over.
     using Receiver = std::function<bool(const char *path, const FileDigest &result)>;
 
     explicit FileHasher(Receiver receiver) : receive(std::move(receiver)) {}
@@ -42,17 +42,17 @@ class FileHasher {
     FileHasher(const FileHasher &) = delete;
     FileHasher &operator=(const FileHasher &) = delete;
 
-    // These return false once the receiver has stopped everything.
-
-    // Adds a file that was looked for, or looks for it.
+    // Adds a file that was looked for, or looks for it. False once the receiver has stopped
+    // everything.
     bool add(const char *path, const StatResult &found);
     bool add(const char *path) { return add(path, host_stat_result(path)); }
 
-    // Hashes what is left and hands it over.
+    // Hashes what is left and hands it over. False if the receiver has stopped everything.
     bool finish();
 
   private:
-    static constexpr size_t MOST_JOBS = 2048; // at a time
+    // Held at a time: enough that a large file seldom comes so late that it goes on alone.
+    static constexpr size_t MOST_JOBS = 2048;
     static constexpr size_t READ_SIZE = 32768;
     static constexpr size_t CACHE_LINE = 64; // the system copies fastest to the start of one
 
@@ -98,13 +98,14 @@ class FileHasher {
     std::unique_ptr<Lane[]> lanes{new Lane[lane_count]};
 };
 
+using PathOf = std::function<std::string(uint32_t number)>; // from 0
+
 // A way to hash so many files: their results are handed over in order. False if the receiver has
 // stopped it, or if the results cannot be used.
-using PathOf = std::function<std::string(uint32_t number)>; // from 0
 using HashFiles =
     std::function<bool(uint32_t count, const PathOf &path_of, const FileHasher::Receiver &receive)>;
 
-// In this process.
+// Hashes so many files in this process.
 bool hash_files(uint32_t count, const PathOf &path_of, const FileHasher::Receiver &receive);
 
 #endif

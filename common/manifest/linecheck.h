@@ -39,15 +39,17 @@ class LineCheck {
     // Receives each line that does not verify, in the order of the lines; false ends the check.
     using Receiver = std::function<bool(const FaultyLine &)>;
 
-    // Without a receiver the first line that does not verify ends the check.
+    // Begins a check; without a receiver the first line that does not verify ends it.
     explicit LineCheck(Receiver receiver = nullptr, CheckFor check_for = CheckFor::verdict)
         : receive(std::move(receiver)), purpose(check_for) {}
 
-    // These return false once the check has ended.
+    // Adds a line; false once the check has ended.
     bool add(std::string_view line);
-    bool add_file(ManifestLine line); // the same, wherever its path leads
 
-    // True if all lines have verified.
+    // Adds a line that is sound, wherever its path leads; false once the check has ended.
+    bool add_file(ManifestLine line);
+
+    // Ends the check; true if all lines have verified.
     bool finish();
 
   private:

@@ -18,20 +18,21 @@
 // --- Digests of files. A digest is SHA256_DIGEST_SIZE or SHA1_DIGEST_SIZE bytes, owned by the
 // caller; a text is interned lower-case hexadecimal.
 
-// Of the rest of an open file, read straight from its descriptor in blocks of 16 KiB: nothing may
-// have been read through the stream, which must be binary. A read error ends it like the end of the
-// file.
+// The digest of an open file's rest, read straight from its descriptor in blocks of 16 KiB: nothing
+// may have been read through the stream, which must be binary. A read error ends it like the end of
+// the file.
 OwnedBytes sha256_stream(FILE *file);
 OwnedBytes sha1_stream(FILE *file);
 
-// Of a named file, in the same way; one that cannot be opened ends the process.
+// The digest of a named file, read like an open one; if it cannot be opened the process ends.
 OwnedBytes sha256_file(const char *path);
 OwnedBytes sha1_file(const char *path);
 const char *sha256_file_hex(const char *path);
 const char *sha1_file_hex(const char *path);
 
+// The text of a digest.
 const char *sha256_hex(const uint8_t *digest);
-std::string sha256_text(const uint8_t *digest); // the same, not interned
+std::string sha256_text(const uint8_t *digest); // not interned
 const char *sha1_hex(const uint8_t *digest);
 
 // The digest written as 64 (40) hexadecimal digits of either case. Nothing is rejected: a character
@@ -120,11 +121,12 @@ std::string_view shahash_next_line(FILE *file);
 // A path of a manifest with the host's separators.
 std::string shahash_native_path(std::string path);
 
-// False for a line without a space, with a NUL or over the limit; the fields are then unchanged.
+// Splits a line into its fields. False, and they are unchanged, for a line without a space, with a
+// NUL or over the limit.
 bool shahash_parse_line(std::string_view line, ManifestLine *fields);
 
-// False if no file can verify against a line, because it does not begin with the digits of a
-// digest, or is too long. A check fails at such a line, so the lines after it need not be read.
+// Whether any file can verify against a line: it begins with the digits of a digest, and is not too
+// long. A check fails at any other line, so the lines after that need not be read.
 bool shahash_line_can_verify(std::string_view line);
 
 // The entries of a whole manifest, each path joined to `base`; null if it cannot be read, or if a

@@ -23,7 +23,7 @@ void alert_init();
 // previous number.
 uint32_t set_maxerrors(uint32_t n);
 
-// With `on`, warnings make alert_failed() true as errors do.
+// Sets whether warnings make alert_failed() true as errors do.
 void alert_set_warn_fails(bool on);
 bool alert_failed();
 
@@ -50,7 +50,7 @@ int alert_nl_repeat(uint32_t number, ...);
 int valert_nl_repeat(uint32_t number, va_list args);
 int alert_nopos(uint32_t number, ...);
 
-// The last step of all of these, without position or check for repetition.
+// Shows a message as alert_repeat does.
 int valert_core(uint32_t number, va_list args);
 
 // --- Messages of the caller's own (number 0 for alert_adhoc): 1 if shown, 0 if not.
@@ -72,11 +72,11 @@ bool msgnum_valid(int64_t n);
 // Puts a message file in force if it is newer than the one that is. False if it cannot be read.
 bool open_edf(const char *name);
 
-// The same with the newest message file of a directory; true if there is none, false if there is
-// no directory.
+// Puts the newest message file of a directory in force if it is newer than the one that is. True if
+// there is none, false if there is no directory.
 bool open_edf_dir(const char *dir);
 
-// The same with the message file for a language; a failure ends the program.
+// Puts the message file for a language in force if it is newer; a failure ends the program.
 bool alert_open_lang(uint32_t langid);
 
 // --- What is shown (alert_control.cpp)
@@ -116,9 +116,9 @@ void alert_disable(const char *list);
 
 // --- Layout and output (alert_format.cpp)
 
-// Where the line being worked on stands, for all messages to come: the file's name (null or empty
-// for none) and the caller's own counters, which are read whenever a message is shown; null for
-// those it does not have.
+// Sets where the line being worked on stands, for all messages to come: the file's name (null or
+// empty for none) and the caller's own counters, which are read whenever a message is shown; null
+// for those it does not have.
 void alert_set_position(const char *file, const uint32_t *line, const uint32_t *column_base,
                         const uint32_t *column);
 
@@ -139,11 +139,12 @@ using AlertOutputFn = void (*)(const char *line);
 void alert_set_output(AlertOutputFn fn);
 AlertOutputFn alert_get_output();
 
-// Plain text and a line end to the alert output: no number, no counting.
+// Write a plain text and a line end to the alert output: no number, no counting.
 void rawmsg(const char *format, ...) PRINTF_LIKE(1, 2);
 void vrawmsg(const char *format, va_list args) PRINTF_LIKE(1, 0);
 
-// The same in pieces, as one line that begins with a tab; written with the piece that is `last`.
+// Collects a plain line in pieces; it begins with a tab, and is written with the piece that is
+// `last`.
 void contmsg(int last, const char *format, ...) PRINTF_LIKE(2, 3);
 
 #endif

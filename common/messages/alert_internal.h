@@ -36,14 +36,15 @@ extern int32_t alert_threshold; // warnings below are not shown
 
 void alert_ensure_init();
 
-// alert_lookup without memory of its own, so that running out of memory can be reported.
+// The row that alert_lookup gives, but without memory of its own, so that running out of memory can
+// be reported; and whether it is not to be shown.
 MsgRec alert_row(uint32_t number);
 bool alert_hidden(const MsgRec &row);
 
 // Lays one line out and writes it.
 void alert_format(const AlertCall &call, va_list args);
 
-// The templates as the environment or the defaults have them.
+// Sets the templates to what the environment or the defaults have.
 void alert_init_formats();
 
 #endif

@@ -13,7 +13,7 @@
 #include <memory>
 #include <string_view>
 
-// 0 stands for a row whose type field was not understood.
+// The type of a row; 0 if its field was not understood.
 enum MsgType : uint32_t {
     MSG_FATAL = 1,
     MSG_MESSAGE = 2,
@@ -55,7 +55,7 @@ MsgRec msgtable_row(uint32_t number);
 // The first table loaded, null before.
 Vector *msgtable_primary();
 
-// Name of the message file in force, interned; null before the first load.
+// The name of the message file in force, interned; null before the first load.
 const char *msgtable_file();
 
 // The highest number of the built-in table; 0 before the first load.
@@ -65,12 +65,12 @@ uint32_t msgtable_highest();
 // `text` when it has none.
 std::string_view format_conversion(std::string_view text);
 
-// Whether such a conversion has its letter.
+// Whether a conversion of format_conversion() has its letter.
 bool format_is_complete(std::string_view conversion);
 
 // --- Languages (msgtable_files.cpp)
 
-// "de", "en" or "fr"; "en" for a language that is not known.
+// The code of a language: "de", "en" or "fr"; "en" for one that is not known.
 const char *lang_code(uint32_t id);
 
 constexpr uint32_t LANG_DEFAULT = 9;

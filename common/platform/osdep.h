@@ -23,7 +23,7 @@ OwnedString os_progpath();
 const char *os_osname();
 OwnedString os_hostname(); // "localhost"
 
-// HOST_DRIVE_PATHS marks the drive-letter and backslash path family.
+// The host's kind: HOST_DRIVE_PATHS for drive letters and backslashes, else 0.
 int32_t os_kind();
 
 // The longest command line, in characters, that is passed to a program directly.
@@ -37,15 +37,15 @@ void os_catch_signals();
 // Called first, unless it is null, when a fatal signal has arrived.
 extern void (*os_signal_hook)();
 
-// In double quotes if it contains white space; nothing inside is escaped.
+// A copy, in double quotes if it contains white space; nothing inside is escaped.
 OwnedString os_quote_arg(const char *s);
 
 // Runs a program to its end and returns its exit status, or -1 if it could not be started. The
 // elements of `argv` (null-terminated) are replaced by new, quoted strings, which nobody frees.
 int os_spawn(const char *path, const char **argv);
 
-// The same with the elements of a vector, the last of which is null. They are not to be used
-// afterwards.
+// Runs a program with the elements of a vector, the last of which is null, as os_spawn does. They
+// are not to be used afterwards.
 int os_spawn_vector(const char *path, const Vector *args);
 
 // Runs a program with its output and error output caught, and returns a stream to read them from,
@@ -54,13 +54,14 @@ int os_spawn_vector(const char *path, const Vector *args);
 FILE *os_popen(Vector *args);
 FILE *os_popenv(const char *prog, ...) __attribute__((sentinel));
 
-// Closes such a stream and returns the program's exit status; -1, and nothing closed, for others.
+// Closes a stream of os_popen and returns the program's exit status; -1, and nothing closed, for
+// others.
 int os_pclose(FILE *fp);
 
 // --- Paths (osdep_path.cpp); see pathstyle.h for the rules
 
 OwnedString os_join(const char *dir, const char *name);
-OwnedString path_join(const char *dir, const char *name); // the same
+OwnedString path_join(const char *dir, const char *name); // as os_join
 const char *os_basename(const char *path);                // points into `path`
 OwnedString os_basename_copy(const char *path);
 OwnedString os_dirname(const char *path);
@@ -70,11 +71,11 @@ OwnedString os_stem_dot(const char *path);
 int os_is_absolute(const char *path);
 OwnedString os_normalise(const char *path);
 
-// Absolute and normalised, against the current directory.
+// The path made absolute against the current directory, and normalised.
 OwnedString os_fullpath(const char *path);
 
-// Relative to the current directory if that, as text, is a prefix of the full path; "." for the
-// directory itself; else the full path. The prefix is compared as text, not by components.
+// The path relative to the current directory if that, as text, is a prefix of the full path; "."
+// for the directory itself; else the full path. The prefix is not compared by components.
 OwnedString os_relpath(const char *path);
 OwnedString os_getcwd();
 OwnedString os_shortpath(const char *path); // null on failure
@@ -90,8 +91,8 @@ bool os_is_regular(const char *path);   // reading anything else could block or 
 bool os_is_writable(const char *path);  // an existing file that may be written to
 uint32_t os_filesize(const char *path); // low 32 bits; 0 for null or failure
 
-// 0 on success or if it is already a directory or a bare drive, 1 if it is something else, -1 for
-// null; otherwise as os_mkdir_parents.
+// Makes a directory: 0 on success or if it is already one or a bare drive, 1 if it is something
+// else, -1 for null; otherwise as os_mkdir_parents.
 int os_mkdir(const char *path);
 
 // Makes the directory and its missing parents; 0 on success.
@@ -107,13 +108,13 @@ int os_rmtree(const char *path);
 // where it is not a regular file (a device, a pipe), it is written in place.
 bool copyfile_helper(const char *from, const char *to);
 
-// The same for two paths that the caller knows to be two files: copyfile_helper copies nothing if
-// they look like one, as all files may on a file system without identities.
+// Copies as copyfile_helper does, for two paths that the caller knows to be two files: the other
+// copies nothing if they look like one, as all files may on a file system without identities.
 bool os_copy_to_other(const char *from, const char *to);
 
-// Whether copyfile_helper could write there, as far as rights go; false with the reason in errno.
-// For a missing file this is tried by making one beside it for a moment. A path that is neither
-// file nor directory is taken to be writable and is not opened.
+// Whether copyfile_helper could write to a path, as far as rights go; false with the reason in
+// errno. For a missing file this is tried by making one beside it for a moment. A path that is
+// neither file nor directory is taken to be writable and is not opened.
 bool os_can_write(const char *path);
 
 // Closes a file that was written to; false, with the first reason in errno, unless every byte has
@@ -138,13 +139,13 @@ void os_remove_at_exit(const char *path);
 void os_rmdir_at_exit(const char *path);
 void os_keep_temps(bool flag); // nothing is removed at exit
 
-// For a signal's handler: ends the programs of host_start_process, which may write temporaries, and
-// removes all temporaries. What could not be removed is tried again at exit.
+// Ends the programs of host_start_process, which may write temporaries, and removes all
+// temporaries; for a signal's handler. What could not be removed is tried again at exit.
 void os_remove_temps();
 
 // --- Environment and time (osdep_time.cpp)
 
-// 0 for a null name, else the result of the host's call: 0 on success.
+// Sets an environment variable: 0 on success and for a null name, else the host's result.
 int os_setenv(const char *name, const char *value);
 
 // The time, after fixing the process's time zone to EST0EDT on the first call. Null is allowed.
