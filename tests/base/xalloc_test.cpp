@@ -9,7 +9,7 @@ extern "C" const char *__asan_default_options() {
     return "allocator_may_return_null=1";
 }
 
-TEST(XallocTest, RunningOutEndsTheProgram) {
+TEST(Xalloc, RunningOutEndsTheProgram) {
     volatile size_t too_much = SIZE_MAX / 4;
     EXPECT_EXIT(free(xalloc(too_much)), testing::ExitedWithCode(1), "out of memory\n$");
     const auto use_hook = [&](void (*hook)()) {
@@ -21,7 +21,7 @@ TEST(XallocTest, RunningOutEndsTheProgram) {
     EXPECT_NE(OwnedBytes(static_cast<uint8_t *>(xalloc(0))), nullptr);
 }
 
-TEST(XallocTest, FormatCutsLongTextsAndSaysSo) {
+TEST(Xalloc, FormatCutsLongTextsAndSaysSo) {
     for (const size_t length : {0u, 4095u, 4096u, 5000u}) {
         const std::string text(length, 'x');
         testing::internal::CaptureStderr();
@@ -35,7 +35,7 @@ TEST(XallocTest, FormatCutsLongTextsAndSaysSo) {
                  "18446744073709551615 1099511627776 3");
 }
 
-TEST(XallocTest, CaseIsIgnoredInComparisons) {
+TEST(Xalloc, CaseIsIgnoredInComparisons) {
     EXPECT_EQ(str_icmp("Abc", "aBC"), 0);
     EXPECT_LT(str_icmp("_", "A"), 0);
     EXPECT_GT(str_icmp("\xe4", "z"), 0);
@@ -43,7 +43,7 @@ TEST(XallocTest, CaseIsIgnoredInComparisons) {
     EXPECT_EQ(str_nicmp("abX", "aby", 2), 0);
 }
 
-TEST(XallocTest, NamesAreShownQuotedAndWithoutControlCharacters) {
+TEST(Xalloc, NamesAreShownQuotedAndWithoutControlCharacters) {
     testing::internal::CaptureStderr();
     fprint_quoted(stderr, str_concat("a", " b").get());
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "\"a b\"");

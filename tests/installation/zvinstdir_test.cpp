@@ -11,7 +11,7 @@
 namespace {
 
 // A tree with the version directory t/1.0, in which "lum" exists.
-class InstallTest : public LoggedTest {
+class Directories : public Logged {
   protected:
     void SetUp() override { os_mkdir_parents(at("t/1.0/lum").c_str()); }
     void TearDown() override {
@@ -37,7 +37,7 @@ class InstallTest : public LoggedTest {
 
 } // namespace
 
-TEST_F(InstallTest, DirectoriesFromTheProgramsPath) {
+TEST_F(Directories, DirectoriesFromTheProgramsPath) {
     const std::string outside = "ERROR - the application is not running from a 'bin' directory";
     const std::string nameless = "ERROR - couldn't get a basename from the path: ";
     const std::string shallow = "ERROR - path not deep enough?";
@@ -77,7 +77,7 @@ TEST_F(InstallTest, DirectoriesFromTheProgramsPath) {
 }
 
 // The version directory is taken over even when the parent is missing.
-TEST_F(InstallTest, PointingElsewhere) {
+TEST_F(Directories, PointingElsewhere) {
     set_version("t/1.0");
     EXPECT_EQ(set_zvinstall_paths(), 1);
     EXPECT_EQ(zvinstdir_set(sc_strdup(at("t/2.0").c_str())), 1);
@@ -98,7 +98,7 @@ TEST_F(InstallTest, PointingElsewhere) {
                     .ends_with("EXIT reg_instdir() -> Could not locate installation directory\n"));
 }
 
-TEST_F(InstallTest, EveryKindOfDirectory) {
+TEST_F(Directories, EveryKindOfDirectory) {
     set_version("t/1.0");
     std::string kinds;
     for (int32_t kind = -1; kind <= ZVINSTDIR_LAST; kind++)
@@ -114,7 +114,7 @@ TEST_F(InstallTest, EveryKindOfDirectory) {
 
 // In an installation with and without "lum", with and without a variant of the C library, and then
 // with an override for every type that can have one.
-TEST_F(InstallTest, EveryTypeOfDirectory) {
+TEST_F(Directories, EveryTypeOfDirectory) {
     const auto types = [this](const std::string &base) {
         std::string text;
         for (int32_t type = -1; type < 12; type++)
