@@ -1,7 +1,7 @@
 // Manifests over a small tree: the library's check, the range check of the whole, and every
 // division into 2 to 5 tasks, against a model of the rules in docs/manifest.md.
 #include "kestrel/kestrel.h"
-#include "kestrel/steps.h"
+#include "kestrel/settings.h"
 #include "kestrel/tasks.h"
 #include "manifest/linecheck.h"
 #include "support/scratch.h"
@@ -29,7 +29,7 @@ struct World {
         "d/e/",  "\t\v\f", "C:",   "\\\\host\\share\\",  tree + "/b", "..\\tree\\", "..\\b"};
 
     World() {
-        verbose = 0;
+        settings.verbose = 0;
         scratch.write("b", "/b"); // as in the tree, but outside
         for (const std::string &name : DIRECTORIES)
             host_mkdir((tree + name).c_str());
@@ -139,13 +139,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     assert(passes(0, {0, count}) == (sound && count > 0));
     for (uint32_t tasks = 2; tasks <= 5; tasks++) {
         bool by_number = true, by_position = true;
-        for (uint32_t i = 0; i < tasks; i++) {
-            const TaskRange range = task_range(count, tasks, i);
-            by_number = by_number && passes(0, range);
-            by_position = by_position && passes(offsets[std::min(range.start, count)], range);
+        const Plan plan = divide(count, tasks);
+        for (const Task &task : plan.given) {
+            by_number = by_number && passes(0, task.range);
+            by_position = by_position && passes(offsets[task.range.start], task.range);
         }
         // As many tasks as lines, or more, leave some without any, and these have failed.
-        assert(by_number == (sound && count > tasks) && by_position == by_number);
+        assert(plan.given.size() == tasks || count <= tasks);
+        assert(by_number == sound && by_position == by_number);
     }
     checked = nullptr;
     return 0;

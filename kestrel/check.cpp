@@ -1,15 +1,102 @@
-// -c: checks a whole manifest, divided among copies of the program that run side by side.
+// -c: checks a whole manifest, divided among copies of the program that run side by side, or a
+// range of it, which is what such a copy does.
+//
+// A task is told its range, and where that begins (--check); which manifest and directory to expect
+// (the environment); and, for a report, the file for its own (--report). It leaves its exit status,
+// and that file, which report_part() reads.
 #include "host/trace.h"
 #include "kestrel/kestrel.h"
+#include "kestrel/manifest.h"
+#include "kestrel/output.h"
 #include "kestrel/progress.h"
 #include "kestrel/report.h"
-#include "kestrel/steps.h"
+#include "kestrel/settings.h"
 #include "kestrel/tasks.h"
+#include "manifest/linecheck.h"
 
-#include <array>
-#include <cstdio>
-#include <cstring>
-#include <vector>
+#include <string_view>
+
+// --- A range of lines
+
+static constexpr const char *NO_LINES = "ERROR: no data was read from the manifest";
+
+// The log's text for a malformed line says which one it is in a line before it.
+static const char *malformed(uint64_t number) {
+    TRACE_MESSAGE("Line %llu of the manifest is malformed",
+                  static_cast<unsigned long long>(number) + 1);
+    return "Manifest data was malformed";
+}
+
+static void log_different(const ManifestLine &line) {
+    TRACE_MESSAGE("File \"%s\" did not verify against manifest hash.", line.path.c_str());
+}
+
+// Such a line fails a check even before its range.
+static bool is_no_text(std::string_view line) {
+    return line.find('\0') != line.npos || line.size() > MANIFEST_LINE_LIMIT;
+}
+
+// Verifies the lines of the range as they are read. With a report it takes all of them, else it
+// ends at the first that cannot verify; `failure` is why the range fails, if it is not a file.
+static bool verify_lines(ManifestFile &manifest, const LineRange &range, const char **failure) {
+    const bool all = report_is_on();
+    uint64_t count = 0;
+    LineCheck check(
+        [&](const FaultyLine &faulty) {
+            const uint64_t number = range.start + faulty.number;
+            report_line(number + 1, faulty);
+            if (faulty.fault != LineFault::malformed)
+                log_different(faulty.line);
+            else if (const char *text = malformed(number); !all)
+                *failure = text;
+            return all;
+        },
+        all ? CheckFor::report : CheckFor::verdict);
+    const auto verify = [&](uint64_t number, std::string_view line) {
+        bool goes_on = true;
+        if (number >= range.start) {
+            goes_on = check.add(line) && (all || shahash_line_can_verify(line));
+            count++;
+        } else if (is_no_text(line)) {
+            *failure = malformed(number);
+            goes_on = all;
+        }
+        // Of a line over the limit the rest is left.
+        while (goes_on && line.size() > MANIFEST_LINE_LIMIT && line.back() != '\n')
+            if (line = manifest.next_line(); line.empty())
+                break;
+        return goes_on;
+    };
+    const bool read = manifest.read(range, verify);
+    const bool passed = check.finish();
+    report_count(count);
+    if (read && count == 0 && (all || *failure == nullptr))
+        *failure = NO_LINES;
+    return read && passed && *failure == nullptr;
+}
+
+bool check_manifest_range(const char *manifest, const char *instdir, int32_t position,
+                          uint32_t start, uint32_t end) {
+    TRACE_ENTER();
+    if (const char *missing = missing_installation(instdir); missing != nullptr)
+        return TRACE_RESULT(false, "%s", missing);
+    manifest = manifest_path(manifest, instdir);
+    TRACE_MESSAGE("Performing partial check of manifest \"%s\" for installation \"%s\"", manifest,
+                  instdir);
+    ManifestFile file(manifest, instdir);
+    const char *failure = nullptr;
+    const bool passed = file && verify_lines(file, {position, start, end}, &failure);
+    if (failure != nullptr)
+        file.fail(failure);
+    if (!file)
+        return TRACE_RESULT(false, "%s", file.failure());
+    if (!passed)
+        return false;
+    file.leave();
+    return TRACE_RESULT(true, "All hashes in the range verified correctly");
+}
+
+// --- A whole manifest
 
 namespace {
 
@@ -29,60 +116,6 @@ class HeldDirectory {
 };
 
 } // namespace
-
-// --- Lines and where they begin
-
-// Calls `begin` with the offset of each line; false, with the reason in `failure`, if the manifest
-// cannot be read to its end.
-template <class Begin> static bool each_line(FILE *file, Begin begin, const char **failure) {
-    static std::array<char, 65536> block;
-    uint64_t offset = 0;
-    bool at_start = true;
-    while (const size_t got = fread(block.data(), 1, block.size(), file)) {
-        if (offset + got >= MANIFEST_LIMIT) {
-            *failure = MANIFEST_TOO_LARGE; // it has grown
-            return false;
-        }
-        for (const char *next = block.data(), *const end = next + got; next != end;) {
-            if (at_start)
-                begin(static_cast<uint32_t>(offset + static_cast<size_t>(next - block.data())));
-            const void *feed = memchr(next, '\n', static_cast<size_t>(end - next));
-            at_start = feed != nullptr;
-            next = at_start ? static_cast<const char *>(feed) + 1 : end;
-        }
-        offset += got;
-    }
-    if (ferror(file) == 0)
-        return true;
-    *failure = CANNOT_READ_MANIFEST;
-    return false;
-}
-
-static bool count_lines(FILE *file, uint32_t *lines, const char **failure) {
-    *lines = 0;
-    return each_line(
-        file, [&](uint32_t) { ++*lines; }, failure);
-}
-
-// Replaces line numbers, in ascending order, by the offsets at which these lines begin.
-static bool find_lines(FILE *file, std::vector<uint32_t> &lines, const char **failure) {
-    rewind(file);
-    uint32_t line = 0;
-    size_t found = 0;
-    const auto begin = [&](uint32_t offset) {
-        if (found < lines.size() && lines[found] == line)
-            lines[found++] = offset;
-        line++;
-    };
-    if (!each_line(file, begin, failure))
-        return false;
-    if (found == lines.size())
-        return true;
-    *failure = CANNOT_READ_MANIFEST; // it has shrunk
-    return false;
-}
-
-// --- The check
 
 // Waits for a task, and takes in its report.
 static bool finish_task(const Task &task) {
@@ -104,39 +137,15 @@ static bool finish_task(const Task &task) {
     return passed;
 }
 
-// The verdict of the tasks; false, with the reason in `failure`, if they cannot be started at all.
-static bool check_by_tasks(const char *manifest, const char *instdir, FILE *file, uint32_t lines,
-                           uint32_t tasks, const char **failure) {
-    std::vector<uint32_t> positions = first_lines(lines, tasks);
-    if (!find_lines(file, positions, failure))
-        return false;
-    const TaskSetting setting =
-        task_setting(manifest, instdir, report_is_on() ? "--report=" : nullptr);
-    return finish_tasks(start_tasks(setting, lines, tasks, positions.data()), lines, tasks,
-                        finish_task);
-}
-
-// Whether the manifest is still the one whose lines were counted. If not, what has passed is not
-// what is there now.
-static bool is_unchanged(const char *manifest, const FileState &counted) {
-    FileState now;
-    const bool unchanged = host_file_state(manifest, &now) && now == counted;
-    if (!unchanged) {
-        const char *failure = report_error("Manifest \"%s\" changed during the check", manifest);
-        TRACE_MESSAGE("%s", failure);
-    }
-    return unchanged;
-}
-
 // What is left when the lines have been checked. Manifest and directory are those whose lines were
 // counted until the end. False if something is wrong after all.
 static bool finish_check(const char *manifest, const char *instdir, uint32_t lines,
                          const char *opened, const Subject &subject) {
     report_cover(lines);
     progress_end();
-    const bool complete = !extra_wanted || find_extra_files(manifest, instdir);
+    const bool complete = !settings.extra || find_extra_files(manifest, instdir);
     expect_subject(nullptr);
-    const bool unchanged = is_unchanged(opened, subject.manifest);
+    const bool unchanged = changed_manifest(opened, subject.file) == nullptr;
     return moved_installation(instdir, subject.directory) == nullptr && unchanged && complete;
 }
 
@@ -147,38 +156,32 @@ bool check_manifest(const char *manifest, const char *instdir) {
     manifest = manifest_path(manifest, instdir);
     announce("Checking", manifest, instdir);
     expect_subject(nullptr);
-    const OwnedString before = os_getcwd();
-    const char *failure = nullptr;
-    Subject subject;
-    uint32_t lines = 0;
     // Open to the end: file systems that make up identities keep those of open files.
-    const FilePtr file = open_manifest(manifest, instdir, before.get(), &subject, &failure);
-    if (file == nullptr)
-        return TRACE_RESULT(false, "%s", failure);
+    ManifestFile file(manifest, instdir);
     const HeldDirectory held(".");
-    if (!count_lines(file.get(), &lines, &failure)) {
-        report_error("%s", failure);
-        return TRACE_RESULT(false, "%s", failure);
-    }
+    uint32_t lines = 0;
+    if (!file || !file.count_lines(&lines))
+        return TRACE_RESULT(false, "%s", file.failure());
     const OwnedString opened = host_absolute_path(manifest);
-    if (before != nullptr)
-        enter_directory(before.get());
+    file.leave();
 
     progress_begin(lines);
     const uint32_t tasks = choose_task_count(lines);
-    expect_subject(&subject);
+    expect_subject(&file.subject);
     if (tasks == 1) {
         TRACE_EXIT("Only 1 core available, doing manifest directly...");
         const bool passed = check_manifest_range(manifest, instdir, 0, 0, lines);
-        return finish_check(manifest, instdir, lines, opened.get(), subject) && passed;
+        return finish_check(manifest, instdir, lines, opened.get(), file.subject) && passed;
     }
-    bool passed = check_by_tasks(manifest, instdir, file.get(), lines, tasks, &failure);
-    if (failure != nullptr) {
+    Plan plan = divide(lines, tasks);
+    if (!file.locate(&plan)) {
         expect_subject(nullptr);
-        report_error("%s", failure);
         report_cover(lines);
-        return TRACE_RESULT(false, "%s", failure);
+        return TRACE_RESULT(false, "%s", file.failure());
     }
-    passed = finish_check(manifest, instdir, lines, opened.get(), subject) && passed;
+    const TaskSetting setting =
+        task_setting(manifest, instdir, report_is_on() ? "--report=" : nullptr);
+    bool passed = run_tasks(setting, std::move(plan), finish_task);
+    passed = finish_check(manifest, instdir, lines, opened.get(), file.subject) && passed;
     return TRACE_RESULT(passed, "Hash verification %s", passed ? "passed" : "failed");
 }

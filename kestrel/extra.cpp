@@ -1,8 +1,8 @@
 // --extra: files under the installation that the manifest does not list.
 #include "host/trace.h"
 #include "kestrel/kestrel.h"
+#include "kestrel/manifest.h"
 #include "kestrel/report.h"
-#include "kestrel/steps.h"
 #include "manifest/shahash.h"
 #include "manifest/treewalk.h"
 
@@ -156,25 +156,19 @@ static void add_own(ExtraVisitor &visitor, const char *given, const char *instdi
 
 bool find_extra_files(const char *manifest, const char *instdir) {
     TRACE_ENTER();
-    const OwnedString before = os_getcwd();
-    const char *failure = nullptr;
-    Subject subject;
-    const FilePtr file = open_manifest(manifest, instdir, before.get(), &subject, &failure);
-    if (file == nullptr)
-        return TRACE_RESULT(false, "%s", failure);
+    ManifestFile file(manifest, instdir);
+    if (!file)
+        return TRACE_RESULT(false, "%s", file.failure());
     ExtraVisitor visitor;
     add_own(visitor, manifest, instdir);
     if (report_path() != nullptr)
         add_own(visitor, report_path(), instdir);
-    for (std::string_view line; !(line = shahash_next_line(file.get())).empty();)
+    for (std::string_view line; !(line = file.next_line()).empty();)
         add_line(visitor, line);
-    if (ferror(file.get()) != 0) {
-        report_error("%s", CANNOT_READ_MANIFEST);
-        return TRACE_RESULT(false, "%s", CANNOT_READ_MANIFEST);
-    }
+    if (!file.is_read())
+        return TRACE_RESULT(false, "%s", file.failure());
     report_extra_search();
     walk_tree(visitor, ".", ".");
-    if (before != nullptr)
-        enter_directory(before.get());
+    file.leave();
     return TRACE_RESULT(visitor.passed, "%s", visitor.passed ? "No extra files" : "Extra files");
 }

@@ -23,12 +23,6 @@ bool check_manifest(const char *manifest, const char *instdir);
 bool check_manifest_range(const char *manifest, const char *instdir, int32_t position,
                           uint32_t start, uint32_t end);
 
-// What a task does for generate_manifest: hashes the files whose paths are the lines of such a
-// range of a list, from the current directory, and writes a FileDigest of each to the file
-// `digests`; false if that is not complete.
-bool hash_list_range(const char *list, int32_t position, uint32_t start, uint32_t end,
-                     const char *digests);
-
 // Reports every file under the installation that the manifest does not list, other than itself and
 // the report; true if there are none, and no directory was skipped. `manifest` is not null.
 bool find_extra_files(const char *manifest, const char *instdir);

@@ -3,11 +3,13 @@
 #include "containers/stringcache.h"
 #include "debuglog/package.h"
 #include "host/trace.h"
+#include "kestrel/hash_tasks.h"
 #include "kestrel/kestrel.h"
 #include "kestrel/options.h"
+#include "kestrel/output.h"
 #include "kestrel/progress.h"
 #include "kestrel/report.h"
-#include "kestrel/steps.h"
+#include "kestrel/settings.h"
 #include "kestrel/tasks.h"
 #include "runtime.h"
 
@@ -38,139 +40,139 @@ struct Ending {
 
 } // namespace
 
-static bool begin_report(const Options &options) {
-    return report_begin(options.report_file, options.instdir != nullptr
-                                                 ? manifest_path(options.manifest, options.instdir)
-                                                 : options.manifest);
+static bool begin_report() {
+    return report_begin(settings.report_file,
+                        settings.instdir != nullptr
+                            ? manifest_path(settings.manifest, settings.instdir)
+                            : settings.manifest);
 }
 
 // Reports what is not done although it was asked for; false if the run fails for it.
-static bool report_ignored(const Options &options) {
-    if (!options.report)
+static bool report_ignored() {
+    if (!settings.report)
         return true;
     bool heeded = true;
     const auto ignored = [&heeded](const char *text) {
         TRACE_MESSAGE("%s", text);
         heeded = false;
     };
-    if (extra_wanted && !options.check)
+    if (settings.extra && !settings.check)
         ignored(report_error("--extra is for -c, and was ignored"));
-    for (const char *argument : options.ignored)
+    for (const char *argument : settings.ignored)
         ignored(report_error("Argument \"%s\" was ignored", argument));
     return heeded;
 }
 
 // The whole report of a run that does nothing; `reason` may be null.
-static void report_refusal(const Options &options, const char *reason) {
+static void report_refusal(const char *reason) {
     if (reason != nullptr)
         report_error("%s", reason);
-    report_ignored(options);
+    report_ignored();
     report_end_check();
 }
 
 static void print_verdict(bool passed) {
-    if (verbose != 0)
+    if (settings.verbose != 0)
         print(passed ? "Verification passed\n" : "Verification failed\n");
 }
 
-static Ending generate(const Options &options) {
-    if (options.check) {
+static Ending generate() {
+    if (settings.check) {
         print_usage();
         fputs("Both the generate -g and check -c options were provided. Only one can be accepted\n",
               stderr);
         return {1, "Both the generate and check options were given"};
     }
     const bool generated =
-        report_ignored(options) && generate_manifest(options.manifest, options.instdir);
+        report_ignored() && generate_manifest(settings.manifest, settings.instdir);
     const bool written = report_end_generate();
     if (!generated) {
         flush_output(); // records come first where both streams are one
         fputs("There was a problem generating the manifest file\n", stderr);
         return {1, "Could not create manifest"};
     }
-    if (verbose != 0)
+    if (settings.verbose != 0)
         print("Manifest file successfully created\n");
     return {written ? 0 : 1, "Manifest was successfully created"};
 }
 
 // If a range is given too, the whole check runs first, and the range decides.
-static Ending check(const Options &options) {
-    if (!options.check && !options.range_check) {
+static Ending check() {
+    if (!settings.check && !settings.range_check) {
         print_usage();
         fputs("Missing generate -g or check -c options. One of them must be provided\n", stderr);
         return {1, "No generate/check/range check option was given"};
     }
     bool passed = false;
-    if (options.check) {
-        passed = check_manifest(options.manifest, options.instdir);
+    if (settings.check) {
+        passed = check_manifest(settings.manifest, settings.instdir);
         TRACE_MESSAGE("Verification %s", passed ? "passed" : "failed");
     }
-    if (options.range_check) {
-        passed = check_manifest_range(options.manifest, options.instdir, options.position,
-                                      static_cast<uint32_t>(options.start),
-                                      static_cast<uint32_t>(options.end));
+    if (settings.range_check) {
+        passed = check_manifest_range(settings.manifest, settings.instdir, settings.position,
+                                      static_cast<uint32_t>(settings.start),
+                                      static_cast<uint32_t>(settings.end));
         TRACE_MESSAGE("Verification %s", passed ? "passed" : "failed");
     }
     progress_end();
-    passed = report_ignored(options) && passed;
+    passed = report_ignored() && passed;
     const bool written = report_end_check();
     print_verdict(passed);
     return {passed && written ? 0 : 1};
 }
 
 // What a task does for -g. That a signal ends it is for the parent to say, which sees it.
-static Ending hash(const Options &options) {
+static Ending hash() {
     for (const int number : host_caught_signals())
         host_on_signal(number, SIG_DFL);
-    const bool hashed =
-        hash_list_range(options.manifest, options.position, static_cast<uint32_t>(options.start),
-                        static_cast<uint32_t>(options.end), options.digests);
+    const bool hashed = hash_list_range(settings.manifest,
+                                        {settings.position, static_cast<uint32_t>(settings.start),
+                                         static_cast<uint32_t>(settings.end)},
+                                        settings.digests);
     progress_end();
     return {hashed ? 0 : 1};
 }
 
-static Ending run(const Options &options) {
-    if (options.generate)
-        return generate(options);
-    const bool is_list = options.digests != nullptr && options.manifest != nullptr;
-    return is_list && options.range_check && !options.check ? hash(options) : check(options);
+static Ending run() {
+    if (settings.generate)
+        return generate();
+    const bool is_list = settings.digests != nullptr && settings.manifest != nullptr;
+    return is_list && settings.range_check && !settings.check ? hash() : check();
 }
 
 int main(int argc, char **argv) {
     runtime_init("kestrel", cleanup);
     os_catch_signals();
     host_arguments(&argc, &argv);
-    program_name = sc_strdup(argc > 0 ? argv[0] : nullptr);
     Vector *arguments = cmdline_args(argc, argv);
     TRACE_ENTER();
 
-    Options options;
     bool sound = true;
     for (const char *argument : VecEach<const char>(arguments)) {
-        sound = read_option(argument, options);
+        sound = read_option(argument);
         if (!sound)
             break;
     }
     vec_free(arguments);
-    if (options.range_check)
+    if (settings.range_check)
         end_with_parent();
-    if (sound && options.instdir == nullptr) {
+    if (sound && settings.instdir == nullptr) {
         print_usage();
         TRACE_MESSAGE("Installation directory was not specified");
         fputs("Missing installation directory. Please specify the tool path with the option: "
               "--instdir=path\n",
               stderr);
-        if (options.report && begin_report(options))
-            report_refusal(options, "Installation directory was not specified");
+        if (settings.report && begin_report())
+            report_refusal("Installation directory was not specified");
         cleanup(1);
     }
-    Ending ending = {1, options.refusal};
-    if (options.report && !begin_report(options))
+    Ending ending = {1, settings.refusal};
+    if (settings.report && !begin_report())
         ending.result = "Could not write the report";
     else if (sound)
-        ending = run(options);
+        ending = run();
     if (report_is_on())
-        report_refusal(options, ending.result);
+        report_refusal(ending.result);
     if (ending.result != nullptr)
         TRACE_EXIT("%s", ending.result);
     else

@@ -3,8 +3,9 @@
 #include "containers/stringcache.h"
 #include "host/trace.h"
 #include "kestrel/kestrel.h"
+#include "kestrel/output.h"
 #include "kestrel/progress.h"
-#include "kestrel/steps.h"
+#include "kestrel/settings.h"
 #include "platform/osdep.h"
 
 #include <algorithm>
@@ -19,104 +20,104 @@ static const char *absolute_path(const char *path) {
 
 // --- The readers of single options. Each is given the option's value; false if it is malformed.
 
-static bool read_generate(const char *, Options &options) {
-    options.generate = true;
+static bool read_generate(const char *) {
+    settings.generate = true;
     TRACE_MESSAGE("Got generate option");
     return true;
 }
 
-static bool read_check(const char *, Options &options) {
-    options.check = true;
+static bool read_check(const char *) {
+    settings.check = true;
     TRACE_MESSAGE("Got check option");
     return true;
 }
 
-static bool read_verbose(const char *, Options &) {
-    verbose++;
+static bool read_verbose(const char *) {
+    settings.verbose++;
     TRACE_MESSAGE("Got verbose option");
     return true;
 }
 
-static bool read_help(const char *, Options &) {
+static bool read_help(const char *) {
     print_usage();
     cleanup(0);
 }
 
-static bool read_version(const char *, Options &) {
+static bool read_version(const char *) {
     print("kestrel " KESTREL_VERSION "\n");
     cleanup(0);
 }
 
-static bool read_manifest(const char *value, Options &options) {
-    options.manifest = absolute_path(value);
-    TRACE_MESSAGE("Manifest file set to \"%s\"", options.manifest);
+static bool read_manifest(const char *value) {
+    settings.manifest = absolute_path(value);
+    TRACE_MESSAGE("Manifest file set to \"%s\"", settings.manifest);
     return true;
 }
 
-static bool read_instdir(const char *value, Options &options) {
-    options.instdir = absolute_path(value);
-    TRACE_MESSAGE("Install directory set to \"%s\"", options.instdir);
+static bool read_instdir(const char *value) {
+    settings.instdir = absolute_path(value);
+    TRACE_MESSAGE("Install directory set to \"%s\"", settings.instdir);
     return true;
 }
 
-static bool read_tasks(const char *value, Options &) {
-    task_limit = str_to_int32(value);
-    TRACE_MESSAGE("Got task limit option for %d tasks", task_limit);
+static bool read_tasks(const char *value) {
+    settings.task_limit = str_to_int32(value);
+    TRACE_MESSAGE("Got task limit option for %d tasks", settings.task_limit);
     return true;
 }
 
 // "<position>,<start>,<end>". A range check is quiet.
-static bool read_range(const char *value, Options &options) {
-    verbose = 0;
+static bool read_range(const char *value) {
+    settings.verbose = 0;
     const char *first = strchr(value, ',');
     const char *second = first != nullptr ? strchr(first + 1, ',') : nullptr;
     if (second == nullptr) {
         fputs("Invalid syntax for option: --check\n", stderr);
-        options.refusal = "Invalid syntax for --check option";
+        settings.refusal = "Invalid syntax for --check option";
         return false;
     }
-    options.position = str_to_int32(value);
-    options.start = str_to_int32(first + 1);
-    options.end = str_to_int32(second + 1);
-    options.range_check = true;
+    settings.position = str_to_int32(value);
+    settings.start = str_to_int32(first + 1);
+    settings.end = str_to_int32(second + 1);
+    settings.range_check = true;
     TRACE_MESSAGE("Got range check option; Start position: %ld, start line: %d, end line: %d",
-                  static_cast<long>(options.position), options.start, options.end);
+                  static_cast<long>(settings.position), settings.start, settings.end);
     return true;
 }
 
-static bool read_digests(const char *value, Options &options) {
-    options.digests = absolute_path(value);
-    TRACE_MESSAGE("Digests file set to \"%s\"", options.digests);
+static bool read_digests(const char *value) {
+    settings.digests = absolute_path(value);
+    TRACE_MESSAGE("Digests file set to \"%s\"", settings.digests);
     return true;
 }
 
-static bool read_report(const char *, Options &options) {
-    options.report = true;
-    options.report_file = nullptr;
+static bool read_report(const char *) {
+    settings.report = true;
+    settings.report_file = nullptr;
     TRACE_MESSAGE("Got report option");
     return true;
 }
 
-static bool read_report_file(const char *value, Options &options) {
-    options.report = true;
-    options.report_file = absolute_path(value);
-    TRACE_MESSAGE("Report file set to \"%s\"", options.report_file);
+static bool read_report_file(const char *value) {
+    settings.report = true;
+    settings.report_file = absolute_path(value);
+    TRACE_MESSAGE("Report file set to \"%s\"", settings.report_file);
     return true;
 }
 
-static bool read_progress(const char *value, Options &) {
+static bool read_progress(const char *value) {
     progress_begin_task(value);
     return true;
 }
 
 // The debug log's own: it has been read before all others.
-static bool pass_over(const char *, Options &) {
+static bool pass_over(const char *) {
     return true;
 }
 
-static bool read_extra(const char *, Options &options) {
-    options.report = true;
-    extra_wanted = true;
+static bool read_extra(const char *) {
+    settings.report = true;
+    settings.extra = true;
     TRACE_MESSAGE("Got extra option");
     return true;
 }
@@ -128,7 +129,7 @@ namespace {
 struct Option {
     std::string_view name; // a value follows a name that ends in "="
     const char *help;      // null for one that the help text leaves out
-    bool (*read)(const char *value, Options &options);
+    bool (*read)(const char *value);
     bool is_guarded = false; // a slip in it is refused: without it the check would say less
 };
 
@@ -208,27 +209,27 @@ static const Option *slip_in(std::string_view argument) {
 }
 
 // Arguments that are not options are ignored, but the debug log takes any that begins like its own.
-static bool read_unknown(const char *argument, Options &options) {
+static bool read_unknown(const char *argument) {
     const Option *const meant = slip_in(argument);
     if (meant == nullptr) {
         if (!std::string_view(argument).starts_with("--zvdebug"))
-            options.ignored.push_back(argument);
+            settings.ignored.push_back(argument);
         return true;
     }
-    options.refusal = sc_format("Argument \"%s\" is not an option; is --%s meant?",
-                                str_printable(argument).get(), letters_of(meant->name).c_str());
-    fprintf(stderr, "%s\n", options.refusal);
+    settings.refusal = sc_format("Argument \"%s\" is not an option; is --%s meant?",
+                                 str_printable(argument).get(), letters_of(meant->name).c_str());
+    fprintf(stderr, "%s\n", settings.refusal);
     return false;
 }
 
-bool read_option(const char *argument, Options &options) {
+bool read_option(const char *argument) {
     const std::string_view text = argument;
     for (const Option &option : OPTIONS) {
         const bool with_value = option.name.ends_with('=');
         if (with_value ? text.starts_with(option.name) : text == option.name)
-            return option.read(argument + option.name.size(), options);
+            return option.read(argument + option.name.size());
     }
-    return read_unknown(argument, options);
+    return read_unknown(argument);
 }
 
 void print_usage() {

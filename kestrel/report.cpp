@@ -1,8 +1,8 @@
 #include "kestrel/report.h"
 
 #include "containers/stringcache.h"
+#include "kestrel/output.h"
 #include "kestrel/progress.h"
-#include "kestrel/steps.h"
 #include "platform/osdep.h"
 
 #include <cerrno>

@@ -6,7 +6,7 @@
 #include "host/trace.h"
 #include "kestrel/progress.h"
 #include "kestrel/report.h"
-#include "kestrel/steps.h"
+#include "kestrel/settings.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -16,7 +16,7 @@
 #include <string>
 #include <utility>
 
-// --- Division into tasks
+// --- The plan
 
 uint32_t adjusted_task_count(uint32_t lines, int32_t processors) {
     constexpr uint32_t MOST = INT32_MAX / 4;
@@ -29,37 +29,34 @@ uint32_t adjusted_task_count(uint32_t lines, int32_t processors) {
     return tasks;
 }
 
-TaskRange task_range(uint32_t lines, uint32_t tasks, uint32_t index) {
-    const uint64_t each = lines / tasks;
+static TaskRange task_range(const Plan &plan, uint32_t index) {
+    const uint64_t each = plan.lines / plan.tasks;
     const uint64_t start = index == 0 ? 0 : index * each + 1;
-    const uint64_t end = index + 1 == tasks ? lines : (index + 1) * each;
+    const uint64_t end = index + 1 == plan.tasks ? plan.lines : (index + 1) * each;
     return {static_cast<uint32_t>(start), static_cast<uint32_t>(end)};
-}
-
-// Whether a task has lines. If there are as many tasks as lines, or more, some have none; these are
-// not started and have failed.
-static bool has_lines(const TaskRange &range, uint32_t lines) {
-    return range.start <= range.end && range.start < lines;
 }
 
 // The task after `task`. With fewer lines than tasks only the first and the last have any, and
 // without a log the others leave no trace: they are skipped.
-static uint32_t next_task(uint32_t task, uint32_t lines, uint32_t tasks) {
-    return task == 0 && lines < tasks && trace_flags == 0 ? tasks - 1 : task + 1;
+static uint32_t next_task(const Plan &plan, uint32_t task) {
+    return task == 0 && plan.lines < plan.tasks && trace_flags == 0 ? plan.tasks - 1 : task + 1;
 }
 
-std::vector<uint32_t> first_lines(uint32_t lines, uint32_t tasks) {
-    std::vector<uint32_t> first;
-    for (uint32_t i = 0; i < tasks; i = next_task(i, lines, tasks))
-        if (const TaskRange range = task_range(lines, tasks, i); has_lines(range, lines))
-            first.push_back(range.start);
-    return first;
+Plan divide(uint32_t lines, uint32_t tasks) {
+    Plan plan = {lines, tasks, {}};
+    for (uint32_t i = 0; i < tasks; i = next_task(plan, i)) {
+        const TaskRange range = task_range(plan, i);
+        if (range.start <= range.end && range.start < lines)
+            plan.given.push_back(
+                {i, range, std::min<uint64_t>(uint64_t{range.end} + 1, lines) - range.start});
+    }
+    return plan;
 }
 
 uint32_t choose_task_count(uint32_t lines) {
-    if (task_limit > 0) {
-        TRACE_MESSAGE("Number of cores set by --tasks to %d", task_limit);
-        return static_cast<uint32_t>(task_limit);
+    if (settings.task_limit > 0) {
+        TRACE_MESSAGE("Number of cores set by --tasks to %d", settings.task_limit);
+        return static_cast<uint32_t>(settings.task_limit);
     }
     const int32_t processors = os_ncores(true);
     TRACE_MESSAGE("Number of cores detected is: %d", processors);
@@ -121,13 +118,14 @@ TaskSetting task_setting(const char *file, const char *instdir, const char *part
             part_option};
 }
 
-static ProcessHandle start_task(const TaskSetting &setting, uint32_t position, const Task &task) {
+static ProcessHandle start_task(const TaskSetting &setting, const Task &task) {
     const VectorPtr args(vec_new(__FILE__, __LINE__));
     const auto [start, end] = task.range;
     vec_append(args.get(), setting.exe);
     vec_append(args.get(), setting.file_option);
     vec_append(args.get(), setting.instdir_option);
-    vec_append(args.get(), sc_format("--check=%ld,%u,%u", static_cast<long>(position), start, end));
+    vec_append(args.get(),
+               sc_format("--check=%ld,%u,%u", static_cast<long>(task.position), start, end));
     if (task.part != nullptr)
         vec_append(args.get(),
                    sc_format("%s%s", setting.part_option, cmdline_escape(task.part.get())));
@@ -142,33 +140,22 @@ static ProcessHandle start_task(const TaskSetting &setting, uint32_t position, c
 
 // --- All tasks of a run
 
-bool await_task(ProcessHandle process, int *status) {
-    while (process != 0 && progress_is_on()) {
-        progress_poll();
-        if (host_await_end(process, 200))
-            break;
-    }
-    if (!host_wait_process(process, status))
-        *status = 1;
-    return *status == 0;
-}
-
 bool wait_for_task(ProcessHandle process, uint32_t number, int *status) {
     int got;
+    int &result = status != nullptr ? *status : got;
     TRACE_MESSAGE("Waiting for process %d to finish", number);
     if (process == 0)
         TRACE_MESSAGE("proc id is zero, process mustn't have started");
-    const bool passed = await_task(process, status != nullptr ? status : &got);
-    if (passed)
+    do
+        progress_poll();
+    while (process != 0 && progress_is_on() && !host_await_end(process, 200));
+    if (!host_wait_process(process, &result))
+        result = 1;
+    if (result == 0)
         TRACE_MESSAGE("Process %d successfully verify its hashes", number);
     else
         TRACE_MESSAGE("Process %d did not successfully verify its hashes", number);
-    return passed;
-}
-
-// How many lines a range has.
-static uint64_t lines_in(const TaskRange &range, uint32_t lines) {
-    return std::min<uint64_t>(uint64_t{range.end} + 1, lines) - range.start;
+    return result == 0;
 }
 
 const char *task_name(const Task &task) {
@@ -195,40 +182,36 @@ static OwnedString new_part() {
     return part;
 }
 
-std::deque<Task> start_tasks(const TaskSetting &setting, uint32_t lines, uint32_t tasks,
-                             const uint32_t *positions) {
-    TRACE_MESSAGE("Each core will do %d hashes", lines / tasks);
-    std::deque<Task> started;
+void start_tasks(const TaskSetting &setting, Plan &plan) {
+    TRACE_MESSAGE("Each core will do %d hashes", plan.lines / plan.tasks);
     os_setenv(PARENT, std::to_string(host_process_id()).c_str());
-    for (uint32_t i = 0; i < tasks; i = next_task(i, lines, tasks)) {
-        const TaskRange range = task_range(lines, tasks, i);
+    auto task = plan.given.begin();
+    for (uint32_t i = 0; i < plan.tasks; i = next_task(plan, i)) {
         TRACE_MESSAGE("Starting process %d", i);
         ProcessHandle process = 0;
-        if (has_lines(range, lines)) {
-            Task &task = started.emplace_back(Task{i, range, lines_in(range, lines), nullptr});
-            task.part = setting.part_option != nullptr ? new_part() : nullptr;
-            task.process = process = start_task(setting, *positions++, task);
-            task.reason = errno;
+        if (task != plan.given.end() && task->number == i) {
+            task->part = setting.part_option != nullptr ? new_part() : nullptr;
+            task->process = process = start_task(setting, *task);
+            task++->reason = errno;
         }
         TRACE_MESSAGE("got proc id %lld\n", static_cast<long long>(process));
     }
     os_setenv(PARENT, "");
-    return started;
 }
 
-bool finish_tasks(std::deque<Task> started, uint32_t lines, uint32_t tasks,
-                  const FinishTask &finish) {
-    bool passed = lines > tasks; // or some have none
+bool run_tasks(const TaskSetting &setting, Plan plan, const FinishTask &finish) {
+    start_tasks(setting, plan);
+    bool passed = plan.lines > plan.tasks; // with as many tasks as lines some get no line
     if (!passed)
-        report_error("%zu of %u tasks had no line to check; use --tasks=1", tasks - started.size(),
-                     tasks);
-    for (uint32_t i = 0; i < tasks; i = next_task(i, lines, tasks)) {
-        if (started.empty() || started.front().number != i) {
+        report_error("%zu of %u tasks had no line to check; use --tasks=1",
+                     plan.tasks - plan.given.size(), plan.tasks);
+    for (uint32_t i = 0; i < plan.tasks; i = next_task(plan, i)) {
+        if (plan.given.empty() || plan.given.front().number != i) {
             wait_for_task(0, i);
             continue;
         }
-        passed = finish(started.front()) && passed;
-        started.pop_front();
+        passed = finish(plan.given.front()) && passed;
+        plan.given.pop_front();
     }
     return passed;
 }

@@ -8,16 +8,15 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
-#include <vector>
 
-// --- Division
+// --- The plan
 
 // The number of tasks for so many lines if none is asked for: one if there is only one processor;
 // else four per processor, which is lowered, unless there are no more lines than that, until each
 // does more than 100 lines or one is left.
 uint32_t adjusted_task_count(uint32_t lines, int32_t processors);
 
-// The number that is asked for, or else that one. The debug log says how it was found.
+// `--tasks`, or adjusted_task_count() for this machine. The debug log says how it was found.
 uint32_t choose_task_count(uint32_t lines);
 
 // A range of lines, both ends included. The end of the last task's range is one past the last line.
@@ -26,12 +25,26 @@ struct TaskRange {
     uint32_t end;
 };
 
-// The range of task `index` of `tasks`. Together the ranges cover every line. With fewer lines than
-// tasks, those of the tasks between the first and the last are empty (end < start).
-TaskRange task_range(uint32_t lines, uint32_t tasks, uint32_t index);
+// A copy that is given lines.
+struct Task {
+    uint32_t number;
+    TaskRange range;
+    uint64_t lines;             // in the range
+    uint32_t position = 0;      // offset of the first of them in their file
+    OwnedString part = nullptr; // the file that it writes; null if there is none
+    ProcessHandle process = 0;  // 0 if it could not be started
+    int reason = 0;             // errno, if not
+};
 
-// The first lines of the tasks that have any, in ascending order.
-std::vector<uint32_t> first_lines(uint32_t lines, uint32_t tasks);
+struct Plan {
+    uint32_t lines;
+    uint32_t tasks;         // asked for
+    std::deque<Task> given; // those that have lines, in ascending order
+};
+
+// Together the tasks have every line, and all but the last the same number of them, which is one
+// more for the first. With as many tasks as lines, or more, some have none.
+Plan divide(uint32_t lines, uint32_t tasks);
 
 // --- Programs
 
@@ -39,11 +52,8 @@ std::vector<uint32_t> first_lines(uint32_t lines, uint32_t tasks);
 // with the program's path; null entries are left out.
 ProcessHandle runProgram(const char *exe, Vector *args);
 
-// Waits for a copy, and shows the progress meanwhile; true if it could be started, and its status,
-// which goes to `status`, is 0.
-bool await_task(ProcessHandle process, int *status);
-
-// Waits for the copy that checks, and logs whether it has verified its lines.
+// Waits for a copy, shows the progress meanwhile, and logs how it has ended. True if it could be
+// started, and its status, which goes to `status`, is 0.
 bool wait_for_task(ProcessHandle process, uint32_t number, int *status = nullptr);
 
 // The arguments as one command line (interned): double quotes escaped, arguments with white space
@@ -57,33 +67,20 @@ struct TaskSetting {
     const char *exe;
     const char *file_option; // for the file with the lines
     const char *instdir_option;
-    const char *part_option; // begins that for a file that the task writes; null for none
+    const char *part_option; // whose value is a file that the task writes; null for none
 };
 TaskSetting task_setting(const char *file, const char *instdir, const char *part_option);
-
-// A copy that has been given lines.
-struct Task {
-    uint32_t number;
-    TaskRange range;
-    uint64_t lines;            // in the range
-    OwnedString part;          // the file that it writes; null if there is none
-    ProcessHandle process = 0; // 0 if it could not be started
-    int reason = 0;            // errno, if not
-};
 
 // For messages; lines are counted from 1. Interned.
 const char *task_name(const Task &task);
 
-// Starts all tasks that have lines; `positions` are the offsets of their first lines. What they
-// check or hash is expected (see steps.h).
-std::deque<Task> start_tasks(const TaskSetting &setting, uint32_t lines, uint32_t tasks,
-                             const uint32_t *positions);
+// Starts all tasks that have lines. They accept what is expected only (see manifest.h).
+void start_tasks(const TaskSetting &setting, Plan &plan);
 
-// Calls `finish`, which has to wait for a task, for each of those started, in order, even after a
-// failure. True if all of these calls are, and every task has lines.
+// Starts all tasks, and calls `finish`, which has to wait for a task, for each of those started, in
+// order, even after a failure. True if all of these calls are, and every task has lines.
 using FinishTask = std::function<bool(const Task &task)>;
-bool finish_tasks(std::deque<Task> started, uint32_t lines, uint32_t tasks,
-                  const FinishTask &finish);
+bool run_tasks(const TaskSetting &setting, Plan plan, const FinishTask &finish);
 
 // In a task: has it end with the process that started it. Nothing in other runs.
 void end_with_parent();

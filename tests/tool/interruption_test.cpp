@@ -1,5 +1,5 @@
 // What happens to a run while it hashes: to its manifest, its tree, its tasks and itself.
-#include "kestrel/steps.h"
+#include "kestrel/manifest.h"
 #include "support/files.h"
 #include "tool/tool.h"
 
@@ -95,7 +95,7 @@ TEST(KestrelInterruption, TasksCheckWhatTheirParentHasFound) {
     inst.generate();
     Subject subject;
     subject.directory = directory_identity(inst.tree.c_str());
-    ASSERT_TRUE(host_file_state(inst.manifest.c_str(), &subject.manifest));
+    ASSERT_TRUE(host_file_state(inst.manifest.c_str(), &subject.file));
     expect_subject(&subject);
     const auto report_of = [&](const std::string &tree) {
         return inst.run({"--check=0,0,7", "--report", "--instdir=" + tree}).out;
@@ -104,7 +104,7 @@ TEST(KestrelInterruption, TasksCheckWhatTheirParentHasFound) {
     EXPECT_TRUE(report_of(inst.other)
                     .starts_with("error\t0\tInstallation path \"" + inst.other +
                                  "\" does not lead to the same directory any more\n"));
-    subject.manifest.changed++;
+    subject.file.changed++;
     expect_subject(&subject);
     EXPECT_TRUE(report_of(inst.tree).starts_with("error\t0\tManifest \"" + inst.manifest +
                                                  "\" changed during the check\n"));

@@ -1,6 +1,6 @@
 // What --report says of a run.
+#include "kestrel/output.h"
 #include "kestrel/report.h"
-#include "kestrel/steps.h"
 #include "support/files.h"
 #include "tool/tool.h"
 

@@ -6,21 +6,23 @@
 
 #include <cstring>
 
-TEST(KestrelTasks, EveryLineBelongsToOneRange) {
-    for (uint32_t lines = 0; lines <= 300; lines++) {
+TEST(KestrelTasks, EveryLineBelongsToOneTask) {
+    for (uint32_t lines = 1; lines <= 300; lines++) {
         for (uint32_t tasks = 1; tasks <= 40; tasks++) {
-            uint32_t next = 0;
-            for (uint32_t i = 0; i < tasks; i++) {
-                const auto [start, end] = task_range(lines, tasks, i);
-                ASSERT_TRUE(start == next && end + 1 >= next)
-                    << lines << " lines, task " << i << " of " << tasks;
-                next = end + 1;
+            const Plan plan = divide(lines, tasks);
+            uint64_t next = 0;
+            for (const Task &task : plan.given) {
+                ASSERT_TRUE(task.range.start == next && task.lines > 0)
+                    << lines << " lines, task " << task.number << " of " << tasks;
+                next += task.lines;
             }
-            ASSERT_EQ(next, lines + 1) << lines << " lines, " << tasks << " tasks";
+            ASSERT_EQ(next, lines);
+            ASSERT_EQ(plan.given.size() == tasks, lines > tasks || tasks == 1) << lines;
         }
     }
-    EXPECT_EQ(task_range(1000, 8, 7).start, 876u);
-    EXPECT_EQ(task_range(UINT32_MAX, 2, 1).end, UINT32_MAX);
+    EXPECT_EQ(divide(1000, 8).given[7].range.start, 876u);
+    EXPECT_EQ(divide(UINT32_MAX, 2).given[1].range.end, UINT32_MAX);
+    EXPECT_TRUE(divide(0, 3).given.empty());
 }
 
 TEST(KestrelTasks, CountFollowsLinesAndProcessors) {

@@ -1,0 +1,18 @@
+// Standard output.
+#ifndef KESTREL_KESTREL_OUTPUT_H
+#define KESTREL_KESTREL_OUTPUT_H
+
+#include <string_view>
+
+// Writes to standard output, unless that has failed before: what follows a lost piece would seem
+// complete.
+void print(std::string_view text);
+
+// Flushes standard output; false if writing to it has failed now or before, which the first time is
+// reported on standard error.
+bool flush_output();
+
+// Prints at once what is about to be done ("Checking"), unless this process is quiet.
+void announce(const char *action, const char *manifest, const char *instdir);
+
+#endif

@@ -1,0 +1,30 @@
+// The settings of a run.
+#ifndef KESTREL_KESTREL_SETTINGS_H
+#define KESTREL_KESTREL_SETTINGS_H
+
+#include <cstdint>
+#include <vector>
+
+// What the arguments ask for. Paths are absolute; strings are interned or the arguments themselves.
+struct Settings {
+    int32_t verbose = 1;            // progress lines go to standard output unless this is 0
+    int32_t task_limit = -1;        // tasks asked for; below 1: the number of processors decides
+    const char *manifest = nullptr; // null: the file "manifest" of the installation
+    const char *instdir = nullptr;
+    bool generate = false;
+    bool check = false;
+    bool range_check = false; // of the lines below, as check_manifest_range() takes them
+    int32_t position = -1;
+    int32_t start = -1;
+    int32_t end = -1;
+    const char *digests = nullptr; // the range is of a list, and this file is for its digests
+    bool report = false;
+    const char *report_file = nullptr; // null: standard output
+    bool extra = false;                // a check looks for files that the manifest does not list
+    std::vector<const char *> ignored; // arguments that are not options
+    const char *refusal = nullptr;     // why the run cannot be begun, for the log and the report
+};
+
+inline Settings settings;
+
+#endif
