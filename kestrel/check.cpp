@@ -122,12 +122,12 @@ static bool finish_task(const Task &task) {
     int status;
     const bool passed = wait_for_task(task.process, task.number, &status);
     const bool complete = report_part(task.part.get(), task.lines);
-    // The programs' own statuses are 0 and 1; a signal that is caught leaves its number. On Windows
-    // those of a crash are negative.
-    constexpr int KILLED = 128;
+    // The programs' own statuses are 0 and 1; a signal that is caught leaves its number. Larger
+    // ones than a signal's are the system's.
+    constexpr int KILLED = 128, LARGEST = 255;
     if (task.process == 0)
         report_error("%s could not be started: %s", task_name(task), host_strerror(task.reason));
-    else if (status < 0)
+    else if (status < 0 || status > LARGEST)
         report_error("%s crashed with status 0x%X", task_name(task), static_cast<unsigned>(status));
     else if (status > 1)
         report_error("%s ended by signal %d", task_name(task),

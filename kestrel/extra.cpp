@@ -11,6 +11,7 @@
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <unordered_set>
 
 // A path with the separator that the host writes.
@@ -38,49 +39,38 @@ static std::string folded(std::string path) {
 
 namespace {
 
-struct FoldedHash {
-    size_t operator()(const std::string &path) const {
-        return std::hash<std::string>()(folded(path));
-    }
-};
-
-struct FoldedEqual {
-    bool operator()(const std::string &a, const std::string &b) const {
-        return folded(a) == folded(b);
-    }
-};
-
 class ExtraVisitor : public TreeVisitor {
   public:
-    // By the manifest, or not extra; comparable.
-    std::unordered_multiset<std::string, FoldedHash, FoldedEqual> listed;
+    // By the manifest, or not extra: comparable, under their folded form.
+    std::unordered_multimap<std::string, std::string> listed;
     std::unordered_set<std::string> places; // where paths with ".." lead
     bool passed = true;
 
+    void list(const std::string &path) { listed.emplace(folded(path), path); }
+
     bool entry(const char *, const char *) override { return true; }
 
-    bool file(const char *path, OwnedString name, const HostStat *found) override {
-        if (found == nullptr && errno == EACCES)
-            return denied(path, name.get());
+    bool file(const char *path, OwnedString name, const StatResult &found) override {
+        if (!found.status && found.reason == EACCES)
+            return skipped(path, name.get());
         if (!is_listed(path, name.get()))
             add(name.get());
         return true;
     }
 
-    bool bad_name(const char *, const char *name) override {
+    bool unlisted(const char *, const char *name) override {
         add(name);
         return true;
     }
 
     // A directory that may hold anything.
-    bool denied(const char *, const char *name) override {
+    bool skipped(const char *, const char *name) override {
         passed = false;
         report_record("skipped", name);
         return true;
     }
 
-    bool unlisted(const char *path, const char *) override {
-        const int reason = errno;
+    bool unreadable(const char *path, const char *, int reason) override {
         passed = false;
         const char *text =
             report_error("Cannot read directory \"%s\": %s", path, host_strerror(reason));
@@ -91,10 +81,10 @@ class ExtraVisitor : public TreeVisitor {
   private:
     bool is_listed(const char *path, const char *name) const {
         const std::string found = comparable(shahash_native_path(name));
-        const auto [begin, end] = listed.equal_range(found);
+        const auto [begin, end] = listed.equal_range(folded(found));
         // Some directories of Windows tell upper from lower case.
-        if (std::any_of(begin, end, [&](const std::string &spelt) {
-                return spelt == found || host_same_file(spelt.c_str(), path);
+        if (std::any_of(begin, end, [&](const auto &line) {
+                return line.second == found || host_same_file(line.second.c_str(), path);
             }))
             return true;
         const OwnedString place = places.empty() ? nullptr : host_real_path(path);
@@ -124,7 +114,7 @@ static void add_line(ExtraVisitor &visitor, std::string_view line) {
         return;
     const std::string path = shahash_native_path(fields.path);
     if (!climbs(path))
-        visitor.listed.insert(comparable(path));
+        visitor.list(comparable(path));
     else if (const OwnedString place = host_real_path(path.c_str()))
         visitor.places.insert(place.get());
 }
@@ -136,7 +126,7 @@ static void add_below(ExtraVisitor &visitor, const std::string &path, const char
     if (!path_is_separator(style, start.back()))
         start += style.separator;
     if (path.starts_with(start) && !climbs(path.substr(start.size())))
-        visitor.listed.insert(comparable(path.substr(start.size())));
+        visitor.list(comparable(path.substr(start.size())));
 }
 
 // A file of this run is not extra as it is given, at its place without the directory's links, and

@@ -12,26 +12,7 @@
 #include <cerrno>
 #include <string>
 
-namespace {
-
-class Records : public WalkReport {
-  public:
-    bool leaves_out(const char *path) override { return report_is_in(path); }
-    void file(uint64_t size) override { report_file(size); }
-    void skipped(const char *directory) override { report_record("skipped", directory); }
-    void link(const char *path, const char *target) override {
-        report_record("link", path, target);
-    }
-    void unlisted(const char *path) override {
-        report_record("unlisted", path, "The name cannot be written to a manifest");
-    }
-    void unreadable(const char *path, const char *reason) override {
-        report_record("unreadable", path, reason);
-    }
-    void unwritten(const char *text) override { report_error("%s", text); }
-};
-
-} // namespace
+static constexpr WalkReport RECORDS = {report_is_in, report_file, report_record};
 
 // Whether the path still leads to the directory; a line on standard error says if not.
 static bool is_still_there(const char *instdir, const std::string &directory) {
@@ -46,8 +27,7 @@ static bool is_still_there(const char *instdir, const std::string &directory) {
 // its path leads elsewhere when all files are hashed, the old manifest stays.
 static bool write_manifest(const char *manifest, const char *instdir,
                            const std::string &directory) {
-    Records records;
-    WalkReport *const report = report_is_on() ? &records : nullptr;
+    const WalkReport *const report = report_is_on() ? &RECORDS : nullptr;
     const auto hash = [&](uint32_t count, const PathOf &path_of,
                           const FileHasher::Receiver &receive) {
         return hash_by_tasks(count, path_of, receive) && is_still_there(instdir, directory);

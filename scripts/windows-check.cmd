@@ -1,15 +1,12 @@
 @echo off
-rem usage: windows-check [kestrel.exe]
-rem Tries kestrel on Windows itself: prints a line for each item, and fails if any is not as it
-rem should be. What needs PowerShell or a right that the user lacks is skipped.
+rem windows-check [kestrel.exe]: tries kestrel on Windows itself, prints a line for each item, and
+rem fails if any is not as it should be. What needs PowerShell or more rights is skipped.
 setlocal
-set "kestrel=%~dp0kestrel.exe"
-if not "%~1"=="" set "kestrel=%~f1"
+set "kestrel=%~dp0kestrel.exe"& if not "%~1"=="" set "kestrel=%~f1"
 set "top=%TEMP%\kestrel-check-%RANDOM%%RANDOM%"
 for %%d in (tree\sub tree\twins temp) do mkdir "%top%\%%d"
 cd /d "%top%"
-set "TEMP=%top%\temp"
-set failed=0
+set "TEMP=%top%\temp"& set failed=0
 for %%i in (1 2 3 4 5 6) do echo %%i>tree\f%%i.h
 call :run 0 "a manifest is written" -g
 call :run 0 "an unchanged tree passes" -c
@@ -35,11 +32,14 @@ call :run 0 "a manifest with an access list of its own is replaced" -g
 %ps% "exit [int]!(icacls manifest | Select-String '\(R\)$')"
 call :say 0 "it keeps the list"
 fsutil file setCaseSensitiveInfo tree\twins enable >nul 2>nul && call :twins
-%ps% "$f = [IO.File]::Create('tree\large'); $f.SetLength(8GB); $f.Close(); $p = Start-Process $env:kestrel '-g --tasks=2 --manifest=manifest --instdir=tree' -PassThru -WindowStyle Hidden; Start-Sleep 2; Stop-Process $p; Start-Sleep 2; exit [int][bool](Get-Process kestrel*)"
+%ps% "$f = [IO.File]::Create('tree\large'); $f.SetLength(8GB); $f.Close()"
+set "run=$p = Start-Process $env:kestrel '-g --tasks=2 --manifest=manifest --instdir=tree' -PassThru -WindowStyle Minimized; Start-Sleep 2; if ($p.HasExited) {exit 9}"
+%ps% "%run%; $null = $p.CloseMainWindow(); $p.WaitForExit(); exit [int][bool](Get-ChildItem temp)"
+call :say 0 "a run that is interrupted leaves nothing"
+%ps% "%run%; $p.Kill(); Start-Sleep 2; exit [int][bool](Get-Process kestrel*)"
 call :say 0 "tasks end with their parent, which can remove nothing when it is killed"
 :end
-cd /d "%~dp0"
-rmdir /s /q "%top%"
+cd /d "%~dp0"& rmdir /s /q "%top%"
 exit /b %failed%
 :twins
 echo x>tree\twins\a.h
@@ -50,7 +50,7 @@ exit /b
 :run
 "%kestrel%" %3 %4 --tasks=2 --report=report --manifest=manifest --instdir=tree >nul
 call :say %1 %2
-for /f %%f in ('dir /b temp') do (set failed=1& echo FAILED: %%f is left in TEMP)
+for /f %%f in ('dir /b temp 2^>nul') do (set failed=1& echo FAILED: %%f is left in TEMP)
 exit /b
 :has
 find "%~1" report >nul

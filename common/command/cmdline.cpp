@@ -1,5 +1,6 @@
 #include "command/cmdline.h"
 
+#include "base/text.h"
 #include "containers/stringcache.h"
 #include "debuglog/zvdebug.h"
 #include "host/trace.h"

@@ -1,6 +1,7 @@
 #include "command/cmdline.h"
 
 #include "containers/stringcache.h"
+#include "debuglog/debugger.h"
 #include "debuglog/package.h"
 #include "host/trace.h"
 #include "messages/alert.h"

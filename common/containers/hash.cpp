@@ -1,6 +1,6 @@
 #include "containers/hash.h"
 
-#include "base/xalloc.h"
+#include "base/text.h"
 #include "host/trace.h"
 
 #include <algorithm>

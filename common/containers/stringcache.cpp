@@ -1,5 +1,6 @@
 #include "containers/stringcache.h"
 
+#include "base/text.h"
 #include "containers/hash.h"
 #include "host/host.h"
 

@@ -10,6 +10,7 @@
 #include "base/xalloc.h"
 #include "containers/vector.h"
 
+#include <cstdarg>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>

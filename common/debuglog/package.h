@@ -4,8 +4,6 @@
 #ifndef KESTREL_DEBUGLOG_PACKAGE_H
 #define KESTREL_DEBUGLOG_PACKAGE_H
 
-#include "containers/vector.h"
-
 // Adds a file, with a comment unless that is null. Nothing if no package was asked for or there is
 // no such file. An absolute path is stored below "SYSTEM_ROOT". The archive appears, or is
 // replaced, when the new one is complete; one that stood there stays as it was if anything fails,
@@ -20,13 +18,5 @@ void package_set_app(const char *name);
 // writes the accounts of the containers when they were asked for. The log itself stays open until
 // the process ends.
 void package_finish();
-
-// Runs a program to its end and returns its exit status, or -1 if it could not be started: under
-// the debugger if `force` is set or --zvdebug=debug names it, and plainly otherwise. `args` begins
-// with the program's own name; a plain start appends a terminating null to it.
-int db_debugger(const char *app, Vector *args, bool force);
-
-// The debugger that is looked for.
-extern const char *db_debugger_path;
 
 #endif

@@ -1,5 +1,6 @@
 #include "debuglog/zvdebug.h"
 
+#include "base/text.h"
 #include "containers/hash.h"
 #include "containers/stringcache.h"
 #include "containers/vector.h"

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <span>
 
 constexpr size_t HASH_BLOCK_SIZE = 64;
 constexpr size_t HASH_LENGTH_OFFSET = 56; // where the last block holds the message's length
@@ -58,8 +59,8 @@ inline size_t blockhash_pad(uint8_t *end, uint64_t bits) {
     return size;
 }
 
-template <class Context> void blockhash_digest(const Context *ctx, uint8_t *digest) {
-    for (const uint32_t word : ctx->state) {
+inline void blockhash_digest(std::span<const uint32_t> state, uint8_t *digest) {
+    for (const uint32_t word : state) {
         store_be32(digest, word);
         digest += 4;
     }
@@ -72,7 +73,7 @@ void blockhash_final(Context *ctx, uint8_t *digest, Compress compress) {
     const uint64_t bits = ctx->bitlen + 8 * uint64_t{ctx->datalen};
     const size_t padding = blockhash_pad(last + ctx->datalen, bits);
     compress(ctx, last, (ctx->datalen + padding) / HASH_BLOCK_SIZE);
-    blockhash_digest(ctx, digest);
+    blockhash_digest(ctx->state, digest);
 }
 
 #endif

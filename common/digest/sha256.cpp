@@ -4,7 +4,6 @@
 #include "digest/sha256_lanes.h"
 
 #include <algorithm>
-#include <cassert>
 #include <vector>
 
 alignas(16) const uint32_t sha256_k[64] = {
@@ -90,54 +89,55 @@ void sha256_force_kernel(const Sha256Kernel *kernel) {
 
 // At most as many messages as the kernel has lanes; the others compress the last message's blocks
 // into a state that nobody reads.
-static void compress_some(const Sha256Kernel &kernel, Sha256Context *const *contexts,
+static void compress_some(const Sha256Kernel &kernel, uint32_t *const *states,
                           const uint8_t *const *blocks, size_t messages, size_t count) {
-    uint32_t idle[8] = {};
-    uint32_t *states[SHA256_MOST_LANES];
+    uint32_t idle[SHA256_STATE_WORDS] = {};
+    uint32_t *used[SHA256_MOST_LANES];
     const uint8_t *next[SHA256_MOST_LANES];
     for (size_t lane = 0; lane < kernel.lanes; lane++) {
-        states[lane] = lane < messages ? contexts[lane]->state : idle;
+        used[lane] = lane < messages ? states[lane] : idle;
         next[lane] = blocks[std::min(lane, messages - 1)];
     }
-    kernel.compress(states, next, count);
+    kernel.compress(used, next, count);
+}
+
+void sha256_update_many(uint32_t *const *states, const uint8_t *const *blocks, size_t messages,
+                        size_t count) {
+    for (size_t done = 0; done < messages;) {
+        const Sha256Kernel &kernel = sha256_kernel_for(messages - done);
+        const size_t some = std::min(messages - done, kernel.lanes);
+        compress_some(kernel, states + done, blocks + done, some, count);
+        done += some;
+    }
 }
 
 static void compress(Sha256Context *ctx, const uint8_t *blocks, size_t count) {
-    compress_some(sha256_kernel_for(1), &ctx, &blocks, 1, count);
+    uint32_t *const state = ctx->state;
+    sha256_update_many(&state, &blocks, 1, count);
+}
+
+void sha256_start(uint32_t *state) {
+    static constexpr uint32_t INITIAL[SHA256_STATE_WORDS] = {0x6a09e667, 0xbb67ae85, 0x3c6ef372,
+                                                             0xa54ff53a, 0x510e527f, 0x9b05688c,
+                                                             0x1f83d9ab, 0x5be0cd19};
+    std::copy(INITIAL, std::end(INITIAL), state);
 }
 
 void sha256_init(Sha256Context *ctx) {
-    *ctx = {{},
-            0,
-            0,
-            {0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa54ff53a, 0x510e527f, 0x9b05688c, 0x1f83d9ab,
-             0x5be0cd19}};
+    *ctx = {};
+    sha256_start(ctx->state);
 }
 
 void sha256_update(Sha256Context *ctx, const void *bytes, size_t length) {
     blockhash_update(ctx, static_cast<const uint8_t *>(bytes), length, compress);
 }
 
-void sha256_update_many(Sha256Context *const *contexts, const uint8_t *const *blocks,
-                        size_t messages, size_t count) {
-    for (size_t done = 0; done < messages;) {
-        const Sha256Kernel &kernel = sha256_kernel_for(messages - done);
-        const size_t some = std::min(messages - done, kernel.lanes);
-        compress_some(kernel, contexts + done, blocks + done, some, count);
-        done += some;
-    }
-    for (size_t i = 0; i < messages; i++) {
-        assert(contexts[i]->datalen == 0);
-        contexts[i]->bitlen += 8 * SHA256_BLOCK_SIZE * uint64_t{count};
-    }
-}
-
 size_t sha256_pad(uint8_t *end, uint64_t length) {
     return blockhash_pad(end, 8 * length);
 }
 
-void sha256_digest(const Sha256Context *ctx, uint8_t *digest) {
-    blockhash_digest(ctx, digest);
+void sha256_digest(const uint32_t *state, uint8_t *digest) {
+    blockhash_digest({state, SHA256_STATE_WORDS}, digest);
 }
 
 size_t sha256_best_lanes() {

@@ -20,24 +20,32 @@ struct Sha256Context {
 void sha256_init(Sha256Context *ctx);
 void sha256_update(Sha256Context *ctx, const void *bytes, size_t length);
 
-// Adds `count` whole blocks to each of so many contexts, which must hold no part of a block. On
-// most processors this takes far less time than one after the other.
-void sha256_update_many(Sha256Context *const *contexts, const uint8_t *const *blocks,
-                        size_t messages, size_t count);
-
-// For messages that are added as whole blocks, padding included: writes the padding behind a
-// message of so many bytes and returns its size; then the digest is that of the context as it is.
-size_t sha256_pad(uint8_t *end, uint64_t length);
-void sha256_digest(const Sha256Context *ctx, uint8_t *digest);
-
-// The number of contexts for which that takes least time per block.
-size_t sha256_best_lanes();
-
 // Pads, and writes SHA256_DIGEST_SIZE bytes. The context is spent.
 void sha256_final(Sha256Context *ctx, uint8_t *digest);
 
 // Compresses one block into the state, leaving the other fields alone.
 void sha256_transform(Sha256Context *ctx, const uint8_t *block);
+
+// --- Many messages at a time, in whole blocks, padding included
+
+constexpr size_t SHA256_STATE_WORDS = 8;
+
+// Makes the words the state of an empty message.
+void sha256_start(uint32_t *state);
+
+// Adds `count` blocks of each of so many messages to its state. On most processors this takes far
+// less time than one after the other.
+void sha256_update_many(uint32_t *const *states, const uint8_t *const *blocks, size_t messages,
+                        size_t count);
+
+// Returns the number of messages for which sha256_update_many takes least time per block.
+size_t sha256_best_lanes();
+
+// Writes the padding behind a message of so many bytes, and returns its size.
+size_t sha256_pad(uint8_t *end, uint64_t length);
+
+// Writes the digest of a message whose padding has been added.
+void sha256_digest(const uint32_t *state, uint8_t *digest);
 
 // The algorithm, for templates that are for more than one.
 struct Sha256 {

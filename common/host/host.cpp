@@ -5,11 +5,14 @@
 
 const char *host_tool_name = "tool";
 
-OpenOutcome host_open_regular(const char *path, const HostStat *found, int *descriptor) {
-    if (found == nullptr)
-        return OpenOutcome::missing;
-    if (found->kind != FileKind::regular) {
-        const bool directory = found->kind == FileKind::directory;
+StatResult host_stat_result(const char *path) {
+    HostStat status;
+    return host_stat(path, &status) ? StatResult{status} : StatResult{{}, errno};
+}
+
+OpenOutcome host_open_regular(const char *path, const HostStat &found, int *descriptor) {
+    if (found.kind != FileKind::regular) {
+        const bool directory = found.kind == FileKind::directory;
         errno = directory ? EISDIR : 0;
         return directory ? OpenOutcome::refused : OpenOutcome::special;
     }
@@ -20,8 +23,8 @@ OpenOutcome host_open_regular(const char *path, const HostStat *found, int *desc
 FILE *host_fopen_regular(const char *path) {
     HostStat status;
     int descriptor;
-    const HostStat *found = host_stat(path, &status) ? &status : nullptr;
-    if (host_open_regular(path, found, &descriptor) != OpenOutcome::opened)
+    if (!host_stat(path, &status) ||
+        host_open_regular(path, status, &descriptor) != OpenOutcome::opened)
         return nullptr;
     const bool regular = host_is_regular(descriptor);
     FILE *stream = regular ? host_fdopen(descriptor) : nullptr;

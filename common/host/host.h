@@ -1,7 +1,7 @@
 // The seam between the hosts: what each of them does in its own way, as small primitives. The two
 // implementations are host_posix.cpp and host_windows*.cpp; no other source asks the preprocessor
-// which host it is on. Paths are in the narrow code page (UTF-8 on both hosts). Unless it says
-// otherwise, a primitive that fails leaves its reason in errno.
+// which host it is on. Text is UTF-8 on both hosts. Unless it says otherwise, a primitive that fails
+// leaves its reason in errno.
 #ifndef KESTREL_HOST_HOST_H
 #define KESTREL_HOST_HOST_H
 
@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -81,8 +82,15 @@ struct HostStat {
     uint64_t size; // bytes
 };
 
-// Links are followed.
+// Looks at what stands at a path; links are followed.
 bool host_stat(const char *path, HostStat *result);
+
+// What host_stat has found, or the errno that says why it has found nothing.
+struct StatResult {
+    std::optional<HostStat> status;
+    int reason = 0;
+};
+StatResult host_stat_result(const char *path);
 
 // Whether `path` itself is a link to a file or directory.
 bool host_is_link(const char *path);
@@ -141,15 +149,17 @@ FILE *host_fopen(const char *path, const char *mode);
 // FIFO or a device can neither block nor answer; errno is then 0, or EISDIR for a directory.
 FILE *host_fopen_regular(const char *path);
 
-// The same, as a descriptor, or the reason why not. `found` is the result of host_stat for the
-// path, null if that failed. Another file may have taken the name since: see host_is_regular.
+// What has come of opening a file that was looked for.
 enum class OpenOutcome {
     opened,
-    missing,
+    missing, // host_stat has failed
     special, // neither a file nor a directory
     refused  // a directory, or a file that cannot be opened or read
 };
-OpenOutcome host_open_regular(const char *path, const HostStat *found, int *descriptor);
+
+// Opens what host_stat has found at `path`, as host_fopen_regular does, and gives the descriptor.
+// Another file may have taken the name since: see host_is_regular.
+OpenOutcome host_open_regular(const char *path, const HostStat &found, int *descriptor);
 
 // Opens whatever `path` names for reading in binary, without waiting for a FIFO or a device; -1 on
 // failure.

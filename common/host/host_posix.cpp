@@ -1,4 +1,5 @@
 // The primitives of host.h on Linux.
+#include "base/text.h"
 #include "host/argsplit.h"
 #include "host/host.h"
 

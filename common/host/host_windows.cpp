@@ -2,7 +2,8 @@
 #define _CRT_RAND_S
 #include "host/host_windows.h"
 
-#include <aclapi.h>
+#include "base/text.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -96,11 +97,12 @@ void host_tzset() {
 
 // --- Files and directories
 
+constexpr DWORD ALL_SHARING = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+
 // Opens a file, directory or device for questions about it, following links.
 static SystemHandle open_for_query(const SystemPath &path) {
-    const DWORD share = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-    return SystemHandle(CreateFileW(path.get(), FILE_READ_ATTRIBUTES, share, nullptr, OPEN_EXISTING,
-                                    FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+    return SystemHandle(CreateFileW(path.get(), FILE_READ_ATTRIBUTES, ALL_SHARING, nullptr,
+                                    OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
 }
 
 static uint64_t joined(DWORD high, DWORD low) {
@@ -170,7 +172,7 @@ static std::wstring final_path(HANDLE file) {
             return GetFinalPathNameByHandleW(file, buffer, size, form);
         });
         if (!path.empty())
-            return path;
+            return form & VOLUME_NAME_NT ? L"\\\\?\\GLOBALROOT" + path : path;
     }
     return {};
 }
@@ -191,7 +193,8 @@ static FileIdentity identity_of_opened(HANDLE file, const BY_HANDLE_FILE_INFORMA
                           : identity_of({}, {}, to_narrow(final_path(file).c_str()).get());
 }
 
-// Some file systems keep no time of change but that of writing.
+// Some file systems keep no time of change but that of writing. Their sum differs with either: the
+// first goes forward only.
 static bool state_of(HANDLE file, FileState *result) {
     BY_HANDLE_FILE_INFORMATION information;
     if (!GetFileInformationByHandle(file, &information))
@@ -202,8 +205,7 @@ static bool state_of(HANDLE file, FileState *result) {
                                     information.ftLastWriteTime.dwLowDateTime);
     const auto changed = static_cast<uint64_t>(times.ChangeTime.QuadPart);
     *result = {identity_of_opened(file, information),
-               joined(information.nFileSizeHigh, information.nFileSizeLow),
-               changed != 0 ? changed : written};
+               joined(information.nFileSizeHigh, information.nFileSizeLow), changed + 3 * written};
     return true;
 }
 
@@ -219,9 +221,10 @@ bool host_opened_state(FILE *stream, FileState *result) {
 // Some file systems number files only while they are open.
 bool host_file_states(const char *a, const char *b, FileState *first, FileState *second) {
     const SystemHandle file = open_for_query(SystemPath(a));
+    if (!file)
+        return system_failure();
     const SystemHandle other = open_for_query(SystemPath(b));
-    return file && other ? state_of(file.get(), first) && state_of(other.get(), second)
-                         : system_failure();
+    return other ? state_of(file.get(), first) && state_of(other.get(), second) : system_failure();
 }
 
 void (*in_use_pause)(unsigned) = [](unsigned milliseconds) { Sleep(milliseconds); };
@@ -245,10 +248,9 @@ constexpr DWORD FOR_REMOVING = 2000;
 // failure. The C runtime's own call would share less, and give fewer reasons.
 static int open_shared(const char *path, DWORD access, DWORD creation, int flags) {
     const SystemPath system_path(path);
-    const DWORD share = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
     HANDLE file = INVALID_HANDLE_VALUE;
     if (!while_in_use(FOR_OPENING, [&] {
-            file = CreateFileW(system_path.get(), access, share, nullptr, creation,
+            file = CreateFileW(system_path.get(), access, ALL_SHARING, nullptr, creation,
                                FILE_ATTRIBUTE_NORMAL | FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
             return file != INVALID_HANDLE_VALUE;
         })) {
@@ -268,8 +270,8 @@ FILE *host_fopen(const char *path, const char *mode) {
     const DWORD access =
         (reads || update ? GENERIC_READ : 0) | (reads && !update ? 0 : GENERIC_WRITE);
     const DWORD creation = reads ? OPEN_EXISTING : mode[0] == 'w' ? CREATE_ALWAYS : OPEN_ALWAYS;
-    const int flags = (access == GENERIC_READ ? _O_RDONLY : 0) | (mode[0] == 'a' ? _O_APPEND : 0) |
-                      (strchr(mode, 'b') != nullptr ? _O_BINARY : _O_TEXT);
+    const int flags =
+        (mode[0] == 'a' ? _O_APPEND : 0) | (strchr(mode, 'b') != nullptr ? _O_BINARY : _O_TEXT);
     const int descriptor = open_shared(path, access, creation, flags);
     FILE *stream = descriptor != -1 ? _fdopen(descriptor, mode) : nullptr;
     if (stream == nullptr && descriptor != -1)
@@ -344,8 +346,16 @@ bool host_truncate(FILE *stream, int64_t size) {
 }
 
 int64_t host_read(int descriptor, void *buffer, size_t size) {
+    const auto file = reinterpret_cast<HANDLE>(_get_osfhandle(descriptor));
     const size_t most = INT_MAX;
-    return _read(descriptor, buffer, static_cast<unsigned>(std::min(size, most)));
+    DWORD got = 0;
+    if (ReadFile(file, buffer, static_cast<DWORD>(std::min(size, most)), &got, nullptr))
+        return got;
+    const DWORD error = GetLastError();
+    if (error == ERROR_HANDLE_EOF || error == ERROR_BROKEN_PIPE)
+        return 0;
+    system_failure(error);
+    return -1;
 }
 
 bool host_write(int descriptor, std::string_view text) {
@@ -475,8 +485,7 @@ bool host_flush_to_disk(int descriptor) {
 
 // Whether this user may remove a file, which replacing it takes.
 static bool may_be_removed(const SystemPath &path) {
-    const DWORD share = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-    return SystemHandle(CreateFileW(path.get(), DELETE, share, nullptr, OPEN_EXISTING,
+    return SystemHandle(CreateFileW(path.get(), DELETE, ALL_SHARING, nullptr, OPEN_EXISTING,
                                     FILE_FLAG_BACKUP_SEMANTICS, nullptr)) ||
            GetLastError() != ERROR_ACCESS_DENIED;
 }
@@ -505,24 +514,26 @@ bool host_rename_new(const char *from, const char *to) {
     return succeed_or_fail(MoveFileExW(SystemPath(from).get(), SystemPath(to).get(), 0));
 }
 
-// What the access list inherits from the directory is the same for both. Hidden files stay hidden.
+// The access list as it is, what it has inherited included. Hidden files stay hidden. A file that
+// may not be removed will not be replaced, and its list would keep the copy from being removed.
 void host_copy_rights(const char *from, const char *to) {
     const SystemPath source(from), target(to);
-    PACL list = nullptr;
-    PSECURITY_DESCRIPTOR rights = nullptr;
+    if (!may_be_removed(source))
+        return;
+    constexpr SECURITY_INFORMATION LIST = DACL_SECURITY_INFORMATION;
+    DWORD size = 0;
+    GetFileSecurityW(source.get(), LIST, nullptr, 0, &size);
+    std::vector<char> memory(size);
+    const PSECURITY_DESCRIPTOR rights = memory.data();
     SECURITY_DESCRIPTOR_CONTROL control = 0;
     DWORD revision = 0;
-    if (GetNamedSecurityInfoW(source.get(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr,
-                              nullptr, &list, nullptr, &rights) == ERROR_SUCCESS &&
+    if (size != 0 && GetFileSecurityW(source.get(), LIST, rights, size, &size) &&
         GetSecurityDescriptorControl(rights, &control, &revision)) {
-        const DWORD inherited = (control & SE_DACL_PROTECTED) != 0
-                                    ? PROTECTED_DACL_SECURITY_INFORMATION
-                                    : UNPROTECTED_DACL_SECURITY_INFORMATION;
-        SetNamedSecurityInfoW(const_cast<wchar_t *>(target.get()), SE_FILE_OBJECT,
-                              DACL_SECURITY_INFORMATION | inherited, nullptr, nullptr, list,
-                              nullptr);
+        if ((control & SE_DACL_AUTO_INHERITED) != 0)
+            SetSecurityDescriptorControl(rights, SE_DACL_AUTO_INHERIT_REQ,
+                                         SE_DACL_AUTO_INHERIT_REQ);
+        SetFileSecurityW(target.get(), LIST, rights);
     }
-    LocalFree(rights);
     const DWORD attributes = GetFileAttributesW(source.get());
     if (attributes != INVALID_FILE_ATTRIBUTES)
         SetFileAttributesW(target.get(), attributes);

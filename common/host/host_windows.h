@@ -17,7 +17,7 @@ inline bool succeed_or_fail(BOOL done) {
 
 OwnedString to_narrow(const wchar_t *wide);
 
-// Empty if the text is not valid in the narrow code page.
+// Empty if the text is not valid UTF-8.
 std::wstring to_wide(const char *narrow);
 
 // Repeats a system call that fills a buffer and returns the length it needs, until the text fits.

@@ -21,7 +21,7 @@ static bool is_console(FILE *stream) {
 // A process without a console may have none of the streams. What is printed is UTF-8. Nobody is
 // there to answer a box that the system shows for a crash or an empty drive.
 void host_open_standard_streams() {
-    SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
+    SetErrorMode(GetErrorMode() | SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
     for (FILE *stream : {stdin, stdout, stderr})
         if (_fileno(stream) < 0 || _get_osfhandle(_fileno(stream)) < 0)
             _wfreopen(L"NUL", stream == stdin ? L"r" : L"w", stream);
@@ -72,8 +72,15 @@ static HANDLE job = nullptr;
 // Programs that the system did not let into the job, until they are waited for.
 static std::vector<HANDLE> jobless;
 
-// Set when all started programs are ended, by a thread of its own if an interruption does it.
-static std::atomic<bool> ending = false;
+// The thread that has ended all started programs; 0 if none has. An interruption's is its own.
+static std::atomic<DWORD> ended_by = 0;
+
+// What follows from the end of the programs is not this thread's affair if an interruption has
+// ended them: it ends this program too.
+static void halt_if_interrupted() {
+    if (ended_by != 0 && ended_by != GetCurrentThreadId())
+        Sleep(INFINITE);
+}
 
 static HANDLE make_job() {
     const HANDLE made = CreateJobObjectW(nullptr, nullptr);
@@ -85,7 +92,7 @@ static HANDLE make_job() {
 
 // A duplicate of the handle of standard error that can be inherited; null if there is none.
 static HANDLE inheritable_error() {
-    const auto error = reinterpret_cast<HANDLE>(_get_osfhandle(STDERR_DESCRIPTOR));
+    const auto error = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stderr)));
     HANDLE duplicate = nullptr;
     DuplicateHandle(GetCurrentProcess(), error, GetCurrentProcess(), &duplicate, 0, TRUE,
                     DUPLICATE_SAME_ACCESS);
@@ -155,22 +162,24 @@ void *host_open_shared(const char *name, size_t size) {
     return map_section(OpenFileMappingW(FILE_MAP_WRITE, FALSE, to_wide(name).c_str()), size);
 }
 
-// It shares our console if we have one, so that no other is made for it, and keeps out of what is
-// typed there.
+// It shares our console if we have one, so that no other is made for it. Ctrl-C is not for it.
 static HANDLE create_process(const char *exe, const char *command_line, HANDLE error,
-                             LPPROC_THREAD_ATTRIBUTE_LIST attributes) {
+                             LPPROC_THREAD_ATTRIBUTE_LIST attributes, DWORD *failure) {
     STARTUPINFOEXW startup = {};
     startup.StartupInfo.cb = sizeof startup;
     startup.StartupInfo.dwFlags = STARTF_USESTDHANDLES;
     startup.StartupInfo.hStdError = error;
     startup.lpAttributeList = attributes;
     PROCESS_INFORMATION process = {};
+    const std::wstring program = to_wide(exe);
     std::wstring line = to_wide(command_line != nullptr ? command_line : ""); // may be written into
     const DWORD console = GetConsoleCP() != 0 ? CREATE_NEW_PROCESS_GROUP : DETACHED_PROCESS;
-    if (!CreateProcessW(to_wide(exe).c_str(), line.data(), nullptr, nullptr, error != nullptr,
+    if (!CreateProcessW(program.c_str(), line.data(), nullptr, nullptr, error != nullptr,
                         console | EXTENDED_STARTUPINFO_PRESENT, nullptr, nullptr,
-                        &startup.StartupInfo, &process))
+                        &startup.StartupInfo, &process)) {
+        *failure = GetLastError();
         return nullptr;
+    }
     CloseHandle(process.hThread);
     return process.hProcess;
 }
@@ -178,21 +187,21 @@ static HANDLE create_process(const char *exe, const char *command_line, HANDLE e
 ProcessHandle host_start_process(const char *exe, const char *const *, const char *command_line) {
     const HANDLE error = inheritable_error();
     StartAttributes attributes(error);
+    DWORD failure = ERROR_ACCESS_DENIED;
     HANDLE process = nullptr;
-    if (attributes.get() != nullptr && !ending)
-        process = create_process(exe, command_line, error, attributes.get());
-    const DWORD refused = GetLastError();
-    const bool alone = attributes.get() == nullptr || refused == ERROR_ACCESS_DENIED ||
-                       refused == ERROR_INVALID_PARAMETER;
-    if (process == nullptr && alone && !ending) {
-        process = create_process(exe, command_line, nullptr, nullptr);
+    if (attributes.get() != nullptr)
+        process = create_process(exe, command_line, error, attributes.get(), &failure);
+    if (process == nullptr &&
+        (failure == ERROR_ACCESS_DENIED || failure == ERROR_INVALID_PARAMETER)) {
+        process = create_process(exe, command_line, nullptr, nullptr, &failure);
         if (process != nullptr)
             jobless.push_back(process);
     }
     if (process == nullptr)
-        system_failure();
-    else if (ending)
+        system_failure(failure);
+    else if (ended_by != 0)
         TerminateProcess(process, 1); // which began meanwhile
+    halt_if_interrupted();
     return reinterpret_cast<ProcessHandle>(process);
 }
 
@@ -206,6 +215,7 @@ bool host_wait_process(ProcessHandle process, int *status) {
     DWORD code = 0;
     const bool known = process != 0 && WaitForSingleObject(ended, INFINITE) == WAIT_OBJECT_0 &&
                        GetExitCodeProcess(ended, &code);
+    halt_if_interrupted();
     *status = static_cast<int>(code);
     std::erase(jobless, ended);
     if (process != 0)
@@ -214,7 +224,7 @@ bool host_wait_process(ProcessHandle process, int *status) {
 }
 
 void host_end_started() {
-    ending = true;
+    ended_by = GetCurrentThreadId();
     if (job != nullptr)
         TerminateJobObject(job, 1);
     for (const HANDLE process : jobless)

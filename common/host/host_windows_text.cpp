@@ -30,6 +30,7 @@ static constexpr std::array<const char *, 4> OWN_REASONS = {
 
 // Newer than some headers.
 constexpr DWORD VIRUS_INFECTED = 225, VIRUS_DELETED = 226, DISK_QUOTA_EXCEEDED = 1295;
+constexpr DWORD CLOUD_TIMEOUT = 426, FILE_CORRUPT = 1392, DISK_CORRUPT = 1393;
 
 // System errors and their nearest equivalents.
 static constexpr Reason REASONS[] = {
@@ -57,6 +58,9 @@ static constexpr Reason REASONS[] = {
     {ERROR_CRC, EIO},
     {ERROR_SECTOR_NOT_FOUND, EIO},
     {ERROR_GEN_FAILURE, EIO},
+    {ERROR_NOT_READY, EIO},
+    {FILE_CORRUPT, EIO},
+    {DISK_CORRUPT, EIO},
     {ERROR_IO_DEVICE, EIO},
     {ERROR_NOT_ENOUGH_QUOTA, OVER_QUOTA},
     {DISK_QUOTA_EXCEEDED, OVER_QUOTA},
@@ -73,10 +77,11 @@ static constexpr Reason REASONS[] = {
     {ERROR_HOST_UNREACHABLE, SERVER_LOST},
     {ERROR_CONNECTION_ABORTED, SERVER_LOST},
     {ERROR_CANT_ACCESS_FILE, ELSEWHERE},
+    {CLOUD_TIMEOUT, ELSEWHERE},
 };
 
 bool system_failure(DWORD error) {
-    constexpr DWORD FIRST_OF_CLOUD = 358, LAST_OF_CLOUD = 404; // ERROR_CLOUD_FILE_...
+    constexpr DWORD FIRST_OF_CLOUD = 358, LAST_OF_CLOUD = 404; // nearly all of them
     errno = error >= FIRST_OF_CLOUD && error <= LAST_OF_CLOUD ? ELSEWHERE : EINVAL;
     for (const Reason &reason : REASONS)
         if (reason.error == error)
@@ -119,10 +124,16 @@ void host_arguments(int *count, char ***arguments) {
     *arguments = pointers.data();
 }
 
+// The C runtime's own copy of the environment has passed through the code page.
 const char *host_getenv(const char *name) {
     static std::map<std::string, std::string> values;
-    const wchar_t *value = _wgetenv(to_wide(name).c_str());
-    return value != nullptr ? (values[name] = to_narrow(value).get()).c_str() : nullptr;
+    const std::wstring wide = to_wide(name);
+    if (GetEnvironmentVariableW(wide.c_str(), nullptr, 0) == 0)
+        return nullptr;
+    const std::wstring value = filled([&](wchar_t *buffer, DWORD size) {
+        return GetEnvironmentVariableW(wide.c_str(), buffer, size);
+    });
+    return (values[name] = to_narrow(value.c_str()).get()).c_str();
 }
 
 int host_setenv(const char *name, const char *value) {

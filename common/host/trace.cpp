@@ -1,5 +1,6 @@
 #include "host/trace.h"
 
+#include "base/text.h"
 #include "host/host.h"
 
 #include <algorithm>

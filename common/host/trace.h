@@ -7,6 +7,7 @@
 
 #include "base/xalloc.h"
 
+#include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <utility>

@@ -1,5 +1,6 @@
 #include "installation/zvinstdir.h"
 
+#include "base/text.h"
 #include "containers/stringcache.h"
 #include "host/trace.h"
 #include "platform/osdep.h"

@@ -21,15 +21,15 @@ FileHasher::~FileHasher() {
             host_close(lanes[i].descriptor);
 }
 
-bool FileHasher::add(const char *path, const HostStat *found) {
-    const FileDigest missing = {OpenOutcome::missing, errno, {}};
+bool FileHasher::add(const char *path, const StatResult &found) {
+    const FileDigest missing = {OpenOutcome::missing, found.reason, {}};
     if (ended)
         return false;
-    jobs.push_back({path, found != nullptr ? *found : HostStat(), false, missing});
-    if (found == nullptr)
+    jobs.push_back({path, found.status.value_or(HostStat()), false, missing});
+    if (!found.status)
         complete(jobs.back());
     else
-        (found->size > READ_SIZE ? large : waiting).push_back(&jobs.back());
+        (found.status->size > READ_SIZE ? large : waiting).push_back(&jobs.back());
     if (jobs.size() == MOST_JOBS)
         queue_large();
     if (waiting.size() >= lane_count)
@@ -37,11 +37,6 @@ bool FileHasher::add(const char *path, const HostStat *found) {
     while (jobs.size() == MOST_JOBS) // none while everything is stopped
         step();
     return !ended;
-}
-
-bool FileHasher::add(const char *path) {
-    HostStat found;
-    return add(path, host_stat(path, &found) ? &found : nullptr);
 }
 
 bool FileHasher::finish() {
@@ -92,7 +87,7 @@ bool FileHasher::start(Lane &lane) {
     if (waiting.empty())
         return false;
     Job &job = *waiting.back();
-    job.result.outcome = host_open_regular(job.path.c_str(), &job.found, &lane.descriptor);
+    job.result.outcome = host_open_regular(job.path.c_str(), job.found, &lane.descriptor);
     job.result.reason = errno;
     if ((errno == EMFILE || errno == ENFILE) && job.result.outcome == OpenOutcome::refused &&
         busy != 0)
@@ -102,16 +97,16 @@ bool FileHasher::start(Lane &lane) {
         busy++;
         lane.job = &job;
         lane.length = 0;
-        sha256_init(&lane.ctx);
+        sha256_start(lane.state);
         if (job.found.size > READ_SIZE)
             host_expect_reading(lane.descriptor);
         else
             lane.held = host_read_cached(lane.descriptor, lane.buffer, READ_SIZE);
         return true;
     }
-    HostStat now; // it may be gone
-    if (job.result.outcome == OpenOutcome::refused && !host_stat(job.path.c_str(), &now))
-        job.result = {OpenOutcome::missing, errno, {}};
+    if (job.result.outcome == OpenOutcome::refused) // it may be gone
+        if (const StatResult now = host_stat_result(job.path.c_str()); !now.status)
+            job.result = {OpenOutcome::missing, now.reason, {}};
     complete(job);
     return true;
 }
@@ -150,7 +145,7 @@ void FileHasher::end(Lane &lane, OpenOutcome outcome) {
     Job &job = *std::exchange(lane.job, nullptr);
     job.result.reason = errno;
     job.result.outcome = outcome;
-    sha256_digest(&lane.ctx, job.result.digest);
+    sha256_digest(lane.state, job.result.digest);
     host_close(lane.descriptor);
     busy--;
     complete(job);
@@ -158,7 +153,7 @@ void FileHasher::end(Lane &lane, OpenOutcome outcome) {
 
 void FileHasher::hash_blocks() {
     Lane *some[SHA256_MOST_LANES];
-    Sha256Context *contexts[SHA256_MOST_LANES] = {};
+    uint32_t *states[SHA256_MOST_LANES] = {};
     const uint8_t *bytes[SHA256_MOST_LANES] = {};
     size_t count = 0;
     size_t blocks = SIZE_MAX;
@@ -167,11 +162,11 @@ void FileHasher::hash_blocks() {
         if (lane.blocks == 0)
             continue;
         some[count] = &lane;
-        contexts[count] = &lane.ctx;
+        states[count] = lane.state;
         bytes[count++] = lane.next;
         blocks = std::min(blocks, lane.blocks);
     }
-    sha256_update_many(contexts, bytes, count, blocks);
+    sha256_update_many(states, bytes, count, blocks);
     for (size_t i = 0; i < count; i++) {
         some[i]->next += blocks * SHA256_BLOCK_SIZE;
         some[i]->blocks -= blocks;

@@ -44,12 +44,9 @@ class FileHasher {
 
     // These return false once the receiver has stopped everything.
 
-    // Adds a file. `found` is the result of host_stat, null if that failed: the reason is then in
-    // errno.
-    bool add(const char *path, const HostStat *found);
-
-    // The same, looking for the file itself.
-    bool add(const char *path);
+    // Adds a file that was looked for, or looks for it.
+    bool add(const char *path, const StatResult &found);
+    bool add(const char *path) { return add(path, host_stat_result(path)); }
 
     // Hashes what is left and hands it over.
     bool finish();
@@ -72,11 +69,11 @@ class FileHasher {
         Job *job = nullptr;
         int descriptor = -1;
         size_t held = 0;               // bytes of a small file that were at hand when it was opened
-        uint64_t length = 0;           // read so far
+        uint64_t length = 0;           // of what was read so far
         const uint8_t *next = nullptr; // of the blocks read and not hashed yet
         size_t blocks = 0;
         bool is_last = false; // whether they end with the padding
-        Sha256Context ctx;
+        uint32_t state[SHA256_STATE_WORDS];
         alignas(CACHE_LINE) uint8_t buffer[READ_SIZE + SHA256_MOST_PADDING];
     };
 
@@ -109,37 +106,5 @@ using HashFiles =
 
 // In this process.
 bool hash_files(uint32_t count, const PathOf &path_of, const FileHasher::Receiver &receive);
-
-// A FileHasher for files that each have a tag, which is kept until it is handed over with the
-// result.
-template <class Tag> class FileDigests {
-  public:
-    using Receiver = std::function<bool(const char *path, Tag tag, const FileDigest &result)>;
-
-    explicit FileDigests(Receiver receiver) : receive(std::move(receiver)) {}
-
-    // As in FileHasher.
-    bool finish() { return files.finish(); }
-    bool add(const char *path, Tag tag, const HostStat *found) {
-        tags.push_back(std::move(tag));
-        return files.add(path, found);
-    }
-    bool add(const char *path, Tag tag) {
-        tags.push_back(std::move(tag));
-        return files.add(path);
-    }
-
-  private:
-    bool hand_over(const char *path, const FileDigest &result) {
-        Tag tag = std::move(tags.front());
-        tags.pop_front();
-        return receive(path, std::move(tag), result);
-    }
-
-    Receiver receive;
-    std::deque<Tag> tags; // of the files that are not handed over yet, in order
-    FileHasher files{
-        [this](const char *path, const FileDigest &result) { return hand_over(path, result); }};
-};
 
 #endif

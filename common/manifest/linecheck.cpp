@@ -13,40 +13,42 @@ bool LineCheck::add(std::string_view line) {
         return add_file(std::move(fields));
     if (!sound)
         fields.path = line.substr(0, line.find_first_of("\r\n"));
-    // No file is looked for, and the line fails as if it were missing, in its turn.
-    const LineFault fault = sound ? LineFault::outside : LineFault::malformed;
-    errno = 0; // for add(): nothing has failed
-    return files.add("", {added++, fault, std::move(fields), 0}, nullptr);
+    lines.push_back(
+        {added++, sound ? LineFault::outside : LineFault::malformed, std::move(fields)});
+    return files.add("", StatResult()); // fails in its turn
 }
 
 bool LineCheck::add_file(ManifestLine line) {
     const std::string path = shahash_native_path(line.path);
-    return files.add(path.c_str(), {added++, LineFault::missing, std::move(line), 0});
+    lines.push_back({added++, {}, std::move(line)});
+    return files.add(path.c_str());
 }
 
 bool LineCheck::finish() {
     return files.finish() && passed;
 }
 
-// Whether there is nothing at the path, and no other reason why it is not found.
-static bool is_missing(const FileDigest &result) {
-    return result.outcome == OpenOutcome::missing &&
-           (result.reason == ENOENT || result.reason == ENOTDIR);
+// What is wrong with a file whose digest is not the line's. One that is not found for another
+// reason than that there is nothing at the path may still be there.
+static LineFault fault_of(const FileDigest &result) {
+    if (result.outcome == OpenOutcome::opened)
+        return LineFault::different;
+    const bool nothing = result.reason == ENOENT || result.reason == ENOTDIR;
+    return result.outcome == OpenOutcome::missing && nothing ? LineFault::missing
+                                                             : LineFault::unreadable;
 }
 
-bool LineCheck::judge(const char *path, FaultyLine faulty, const FileDigest &result) {
+bool LineCheck::judge(const char *path, const FileDigest &result) {
+    PendingLine pending = std::move(lines.front());
+    lines.pop_front();
     if (result.outcome == OpenOutcome::refused) {
         TRACE_MESSAGE("Cannot read file \"%s\": %s", path, file_reason(result.reason));
         if (purpose == CheckFor::verdict)
             shahash_fatal_cannot_open(path);
     }
-    if (result.outcome == OpenOutcome::opened)
-        faulty.fault = LineFault::different;
-    else if (faulty.fault == LineFault::missing && !is_missing(result))
-        faulty.fault = LineFault::unreadable;
-    if (faulty.fault == LineFault::different && sha256_text(result.digest) == faulty.line.digest)
+    if (result.outcome == OpenOutcome::opened && sha256_text(result.digest) == pending.line.digest)
         return true;
     passed = false;
-    faulty.reason = result.reason;
-    return receive != nullptr && receive(faulty);
+    return receive != nullptr && receive({pending.number, pending.known.value_or(fault_of(result)),
+                                          std::move(pending.line), result.reason});
 }

@@ -6,7 +6,9 @@
 #include "manifest/shahash.h"
 
 #include <cstdint>
+#include <deque>
 #include <functional>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -49,18 +51,21 @@ class LineCheck {
     bool finish();
 
   private:
-    bool judge(const char *path, FaultyLine faulty, const FileDigest &result);
+    struct PendingLine {
+        uint64_t number;
+        std::optional<LineFault> known; // before any file is looked for
+        ManifestLine line;
+    };
+
+    bool judge(const char *path, const FileDigest &result);
 
     Receiver receive;
     CheckFor purpose;
     uint64_t added = 0;
     bool passed = true;
-
-    // The tags have the fault that a missing file counts as.
-    FileDigests<FaultyLine> files{
-        [this](const char *path, FaultyLine line, const FileDigest &result) {
-            return judge(path, std::move(line), result);
-        }};
+    std::deque<PendingLine> lines; // that are not judged yet, in order
+    FileHasher files{
+        [this](const char *path, const FileDigest &result) { return judge(path, result); }};
 };
 
 #endif

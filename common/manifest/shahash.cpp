@@ -1,6 +1,7 @@
 // Manifests written, read and checked.
 #include "manifest/shahash.h"
 
+#include "base/text.h"
 #include "containers/stringcache.h"
 #include "host/trace.h"
 #include "manifest/linecheck.h"
@@ -32,7 +33,7 @@ static bool write_entries(Vector *entries, const char *path) {
 }
 
 // Reports why the manifest could not be written or, for null, its temporary file; always false.
-static bool report_unwritten(const char *manifest, WalkReport *report) {
+static bool report_unwritten(const char *manifest, const WalkReport *report) {
     const char *reason = host_strerror(errno);
     const char *text = manifest == nullptr ? sc_format("Cannot write temporary file: %s", reason)
                                            : sc_format("Cannot write file \"%s\": %s",
@@ -40,12 +41,12 @@ static bool report_unwritten(const char *manifest, WalkReport *report) {
     shahash_complain("%s", text);
     TRACE_MESSAGE("%s", text);
     if (report != nullptr)
-        report->unwritten(text);
+        report->record("error", text, nullptr);
     return false;
 }
 
 bool shahash_write_manifest(uint32_t flags, const char *dir, const char *manifest,
-                            WalkReport *report, const HashFiles &hash) {
+                            const WalkReport *report, const HashFiles &hash) {
     if (!os_can_write(manifest))
         return report_unwritten(manifest, report);
     // The file is made after the walk, which would list it if the temporaries lie under `dir`.
@@ -63,8 +64,8 @@ bool shahash_write_manifest(uint32_t flags, const char *dir, const char *manifes
     return done;
 }
 
-bool shahash_write_manifest_default_flags(const char *dir, const char *manifest, WalkReport *report,
-                                          const HashFiles &hash) {
+bool shahash_write_manifest_default_flags(const char *dir, const char *manifest,
+                                          const WalkReport *report, const HashFiles &hash) {
     return shahash_write_manifest(static_cast<uint32_t>(os_kind()), dir, manifest, report, hash);
 }
 

@@ -61,19 +61,17 @@ struct ManifestEntry {
 // Frees a vector of entries with them and their paths.
 void shahash_free_entries(Vector *entries);
 
-// What a walk reports that goes on after problems. Paths are those in the manifest.
-class WalkReport {
-  public:
-    virtual ~WalkReport() = default;
-    virtual bool leaves_out(const char *path) = 0;               // a file that is not to be listed
-    virtual void file(uint64_t size) = 0;                        // in bytes
-    virtual void skipped(const char *directory) = 0;             // which this user may not list
-    virtual void link(const char *path, const char *target) = 0; // which is outside of the tree
+// The functions that a walk calls which goes on after problems.
+struct WalkReport {
+    bool (*leaves_out)(const char *path); // whether the file that `path` opens is not to be listed
+    void (*file)(uint64_t size);          // counts a file of so many bytes
 
-    // What keeps a manifest from being written.
-    virtual void unlisted(const char *path) = 0; // whose name cannot stand in a manifest
-    virtual void unreadable(const char *path, const char *reason) = 0;
-    virtual void unwritten(const char *text) = 0; // the manifest itself
+    // Takes an event, a path as in the manifest, and a detail or null:
+    // "skipped" is a directory that this user may not list, "link" one that leads to the detail,
+    // outside of the tree. The others keep a manifest from being written: "unlisted" is a name that
+    // cannot stand in one, "unreadable" a file or directory with the reason, and "error" the
+    // manifest itself, with a text in the path's place.
+    void (*record)(const char *event, const char *path, const char *detail);
 };
 
 // Writes the manifest of all files under `dir`. Nothing appears at `manifest` before it is
@@ -81,9 +79,9 @@ class WalkReport {
 // place is permitted (copyfile_helper). `flags` is for the walk, which ignores it. A file that
 // cannot be opened or read ends the process, unless there is a report.
 bool shahash_write_manifest(uint32_t flags, const char *dir, const char *manifest,
-                            WalkReport *report = nullptr, const HashFiles &hash = hash_files);
+                            const WalkReport *report = nullptr, const HashFiles &hash = hash_files);
 bool shahash_write_manifest_default_flags(const char *dir, const char *manifest,
-                                          WalkReport *report = nullptr,
+                                          const WalkReport *report = nullptr,
                                           const HashFiles &hash = hash_files);
 
 // Appends a ManifestEntry for every file under `dir`, depth first in listing order, with `relative`
@@ -92,7 +90,7 @@ bool shahash_write_manifest_default_flags(const char *dir, const char *manifest,
 // cannot stand in a manifest or a directory cannot be read for another reason; with a report the
 // walk goes on in all cases.
 bool shahash_walk(uint32_t flags, Vector *files, const char *dir, const char *relative,
-                  WalkReport *report = nullptr, const HashFiles &hash = hash_files);
+                  const WalkReport *report = nullptr, const HashFiles &hash = hash_files);
 
 // True if the file's digest is `digest`, byte for byte. False for null, for a missing file and for
 // one that is neither a file nor a directory; a file that cannot be opened or read ends the

@@ -6,9 +6,6 @@
 #include "digest/sha256.h"
 #include "platform/osdep.h"
 
-#include <cstdarg>
-#include <cstdlib>
-
 static constexpr size_t READ_SIZE = 16384;
 
 static OwnedBytes new_digest(size_t size) {
@@ -101,21 +98,4 @@ OwnedBytes sha256_from_hex(const char *text) {
 
 OwnedBytes sha1_from_hex(const char *text) {
     return digest_from_hex(text, SHA1_DIGEST_SIZE);
-}
-
-void (*before_complaint_hook)() = nullptr;
-
-void shahash_complain(const char *format, ...) {
-    va_list args;
-    va_start(args, format);
-    const char *text = sc_vformat(format, args);
-    va_end(args);
-    if (before_complaint_hook != nullptr)
-        before_complaint_hook();
-    fprintf(stderr, "%s\n", text);
-}
-
-void shahash_fatal_cannot_open(const char *path) {
-    shahash_complain("!! Cannot open file \"%s\"", str_printable(path).get());
-    exit(1);
 }

@@ -1,13 +1,13 @@
 // The walk of a tree for its manifest.
 #include "manifest/shahash.h"
 
+#include "base/text.h"
 #include "containers/stringcache.h"
 #include "host/trace.h"
 #include "manifest/treewalk.h"
 #include "platform/osdep.h"
 
 #include <cassert>
-#include <cerrno>
 #include <cstring>
 
 namespace {
@@ -15,7 +15,7 @@ namespace {
 // Lists the files that it is shown. Without a report the first problem ends the walk.
 class Lister : public TreeVisitor {
   public:
-    Lister(Vector *listed_files, const char *dir, WalkReport *walk_report)
+    Lister(Vector *listed_files, const char *dir, const WalkReport *walk_report)
         : files(listed_files), report(walk_report),
           top(report != nullptr ? host_real_path(dir) : nullptr) {}
 
@@ -28,44 +28,45 @@ class Lister : public TreeVisitor {
         return true;
     }
 
-    bool file(const char *path, OwnedString listed, const HostStat *found) override {
+    bool file(const char *path, OwnedString listed, const StatResult &found) override {
         if (report != nullptr && report->leaves_out(path))
             return true;
-        if (report != nullptr && found != nullptr)
-            report->file(found->size);
+        if (report != nullptr && found.status)
+            report->file(found.status->size);
         auto *entry = xnew<ManifestEntry>();
         entry->path = listed.release();
         vec_append(files, entry);
         return true;
     }
 
-    bool bad_name(const char *path, const char *listed) override {
-        if (report != nullptr)
-            report->unlisted(listed);
+    bool unlisted(const char *path, const char *listed) override {
+        record("unlisted", listed, "The name cannot be written to a manifest");
         return goes_on(sc_format("The name of file \"%s\" cannot be written to a manifest",
                                  str_printable(path).get()));
     }
 
-    bool denied(const char *, const char *listed) override {
-        if (report != nullptr)
-            report->skipped(listed);
+    bool skipped(const char *, const char *listed) override {
+        record("skipped", listed);
         return true;
     }
 
-    bool unlisted(const char *path, const char *listed) override {
-        const int reason = errno;
+    bool unreadable(const char *path, const char *listed, int reason) override {
         TRACE_MESSAGE("Cannot read directory \"%s\": %s", path, file_reason(reason));
-        if (report != nullptr)
-            report->unreadable(listed, file_reason(reason));
+        record("unreadable", listed, file_reason(reason));
         return goes_on(sc_format("Cannot read directory \"%s\"", str_printable(path).get()));
     }
 
   private:
+    void record(const char *event, const char *listed, const char *detail = nullptr) const {
+        if (report != nullptr)
+            report->record(event, listed, detail);
+    }
+
     bool goes_on(const char *problem);
     void report_link(const char *path, const char *listed) const;
 
     Vector *files;
-    WalkReport *report;
+    const WalkReport *report;
     OwnedString top;
 };
 
@@ -91,7 +92,7 @@ void Lister::report_link(const char *path, const char *listed) const {
         inside += host_path_style().separator;
     const std::string_view place = target != nullptr ? target.get() : "?";
     if (top == nullptr || (place != top.get() && !place.starts_with(inside)))
-        report->link(listed, place.data());
+        record("link", listed, place.data());
 }
 
 // What stands before the names of the files in a directory.
@@ -101,8 +102,8 @@ static std::string prefix_of(const PathStyle &style, const char *dir) {
 }
 
 // Gives entries their digests, from the `first` of them on; false if a file cannot be read.
-static bool hash_entries(Vector *files, uint32_t first, const PathOf &path_of, WalkReport *report,
-                         const HashFiles &hash) {
+static bool hash_entries(Vector *files, uint32_t first, const PathOf &path_of,
+                         const WalkReport *report, const HashFiles &hash) {
     uint32_t next = first;
     bool complete = true;
     const auto receive = [&](const char *path, const FileDigest &result) {
@@ -114,7 +115,7 @@ static bool hash_entries(Vector *files, uint32_t first, const PathOf &path_of, W
         TRACE_MESSAGE("Cannot read file \"%s\": %s", path, file_reason(result.reason));
         if (report == nullptr)
             shahash_fatal_cannot_open(path);
-        report->unreadable(entry->path, file_reason(result.reason));
+        report->record("unreadable", entry->path, file_reason(result.reason));
         complete = false;
         return true;
     };
@@ -123,7 +124,7 @@ static bool hash_entries(Vector *files, uint32_t first, const PathOf &path_of, W
 
 // Of several problems the first one is complained of: files come before what has ended the walk.
 bool shahash_walk(uint32_t, Vector *files, const char *dir, const char *relative,
-                  WalkReport *report, const HashFiles &hash) {
+                  const WalkReport *report, const HashFiles &hash) {
     assert(files != NULL);
     assert(dir != NULL);
     const uint32_t first = vec_size(files);

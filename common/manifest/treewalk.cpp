@@ -40,15 +40,14 @@ static bool walk_entry(const Walk &walk, const DirectoryEntry &entry) {
     if (relative == nullptr)
         relative = xstrdup(name);
     if (!entry.reachable || !shahash_name_fits(name, false))
-        return visitor.bad_name(full.get(), relative.get());
+        return visitor.unlisted(full.get(), relative.get());
     if (!visitor.entry(full.get(), relative.get()))
         return false;
-    HostStat status;
-    const HostStat *found = host_stat(full.get(), &status) ? &status : nullptr;
-    if (found != nullptr && found->kind == FileKind::directory)
+    const StatResult found = host_stat_result(full.get());
+    if (found.status && found.status->kind == FileKind::directory)
         return walk_directory({&visitor, full.get(), relative.get(), &walk});
     if (!shahash_name_fits(name, true))
-        return visitor.bad_name(full.get(), relative.get());
+        return visitor.unlisted(full.get(), relative.get());
     return visitor.file(full.get(), std::move(relative), found);
 }
 
@@ -67,9 +66,8 @@ static bool walk_directory(Walk walk) {
     if (listing == Listing::complete)
         return true;
     if (listing == Listing::denied && walk.parent != nullptr)
-        return walk.visitor->denied(walk.dir, walk.relative);
-    errno = reason;
-    return walk.visitor->unlisted(walk.dir, walk.relative);
+        return walk.visitor->skipped(walk.dir, walk.relative);
+    return walk.visitor->unreadable(walk.dir, walk.relative, reason);
 }
 
 bool walk_tree(TreeVisitor &visitor, const char *dir, const char *relative) {

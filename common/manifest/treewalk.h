@@ -13,17 +13,17 @@ class TreeVisitor {
     // An entry, before the system is asked what it is.
     virtual bool entry(const char *path, const char *listed) = 0;
 
-    // What is not a directory. `found` is the result of host_stat, null if that failed.
-    virtual bool file(const char *path, OwnedString listed, const HostStat *found) = 0;
+    // What is not a directory, or cannot be looked at.
+    virtual bool file(const char *path, OwnedString listed, const StatResult &found) = 0;
 
     // An entry whose name cannot stand in a manifest.
-    virtual bool bad_name(const char *path, const char *listed) = 0;
-
-    // A directory that this user may not list; it is below the top.
-    virtual bool denied(const char *path, const char *listed) = 0;
-
-    // A directory that cannot be listed to its end for another reason, which is in errno.
     virtual bool unlisted(const char *path, const char *listed) = 0;
+
+    // A directory below the top that this user may not list.
+    virtual bool skipped(const char *path, const char *listed) = 0;
+
+    // A directory that cannot be listed to its end for another reason, an errno.
+    virtual bool unreadable(const char *path, const char *listed, int reason) = 0;
 };
 
 // Visits everything under `dir`, whose path in the manifest is `relative`. A directory that a link

@@ -1,5 +1,6 @@
 #include "messages/alert_internal.h"
 
+#include "base/text.h"
 #include "containers/hash.h"
 #include "containers/stringcache.h"
 #include "host/trace.h"
@@ -172,13 +173,13 @@ static int compare_repeats(const void *untyped_a, const void *untyped_b) {
 
 // True if this number was shown for the registered line already. If it is going to be shown now, it
 // is recorded as shown.
-static bool is_repeated(uint32_t number) {
+static bool is_repeated(uint32_t number, bool hidden) {
     static HashTable *const shown = hash_new(199, hash_repeat, compare_repeats, __FILE__, __LINE__);
     RepeatKey key = {number, alert_position.line != nullptr ? *alert_position.line : 0,
                      alert_position.file != nullptr ? alert_position.file : ""};
     if (hash_haskey(shown, &key))
         return true;
-    if (!alert_hidden(alert_row(number))) {
+    if (!hidden) {
         auto *copy = xnew<RepeatKey>();
         *copy = key;
         hash_insert(shown, copy, copy, __FILE__, __LINE__);
@@ -188,73 +189,65 @@ static bool is_repeated(uint32_t number) {
 
 // --- Raising
 
-static void count_error() {
+static constexpr int32_t PLAIN_LEVEL = 10; // of what is given without one
+
+static constexpr AlertScope OF_LINE = {false, false};
+static constexpr AlertScope OF_FILE = {true, false};
+static constexpr AlertScope OF_PROGRAM = {true, true};
+
+static void lay_out(AlertCall call, ...) {
+    va_list args;
+    va_start(args, call);
+    alert_format(call, args);
+    va_end(args);
+}
+
+// The complaint is about what the error is about.
+static void count_error(AlertScope scope) {
     if (error_count >= error_limit) {
-        alert_text(1, "M", "too many errors (%u)", error_count + 1);
+        if (PLAIN_LEVEL >= alert_threshold)
+            lay_out({1, 'm', "too many errors (%u)", errno, scope}, error_count + 1);
         end_program();
     }
     error_count++;
 }
 
-int valert_core(uint32_t number, va_list args) {
+static int raise_row(AlertScope scope, bool checks_repeats, uint32_t number, va_list args) {
     const int error = errno; // before anything else can change it
     const MsgRec row = alert_row(number);
-    if (alert_hidden(row))
+    const bool hidden = alert_hidden(row);
+    if (checks_repeats) {
+        observe(number, row.text, args);
+        if (is_repeated(number, hidden))
+            return 0;
+    }
+    if (hidden)
         return 0;
     observe(number, row.text, args);
-    alert_call.error = error;
     if (row.type == MSG_ERROR)
-        count_error();
+        count_error(scope);
     else if (alert_class(row.type) == AlertClass::warning)
         warning_count++;
-    alert_format(number, row.type, row.text, args);
+    alert_format({number, row.type, row.text, error, scope}, args);
     if (row.type == MSG_FATAL)
         end_program();
     return 1;
 }
 
-namespace {
-
-struct Entry {
-    bool non_line;
-    bool no_position;
-    bool checks_repeats;
-};
-
-} // namespace
-
-static constexpr Entry ALERT = {false, false, true};
-static constexpr Entry ALERT_NL = {true, false, true};
-static constexpr Entry ALERT_REPEAT = {false, false, false};
-static constexpr Entry ALERT_NL_REPEAT = {true, false, false};
-static constexpr Entry ALERT_NOPOS = {true, true, false};
-
-static int raise_row(const Entry &entry, uint32_t number, va_list args) {
-    const int error = errno;
-    alert_ensure_init();
-    if (entry.checks_repeats) {
-        observe(number, alert_row(number).text, args);
-        if (is_repeated(number))
-            return 0;
-    }
-    const AlertCall outer = alert_call;
-    alert_call = {error, entry.non_line, entry.no_position};
-    errno = error;
-    const int shown = valert_core(number, args);
-    alert_call = outer;
-    return shown;
+int valert_core(uint32_t number, va_list args) {
+    return raise_row(OF_LINE, false, number, args);
 }
 
 int valert(uint32_t number, va_list args) {
-    return raise_row(ALERT, number, args);
+    return raise_row(OF_LINE, true, number, args);
 }
 
 int valert_nl(uint32_t number, va_list args) {
-    return raise_row(ALERT_NL, number, args);
+    return raise_row(OF_FILE, true, number, args);
 }
 
 int valert_nl_repeat(uint32_t number, va_list args) {
-    return raise_row(ALERT_NL_REPEAT, number, args);
+    return raise_row(OF_FILE, false, number, args);
 }
 
 int alert(uint32_t number, ...) {
@@ -276,7 +269,7 @@ int alert_nl(uint32_t number, ...) {
 int alert_repeat(uint32_t number, ...) {
     va_list args;
     va_start(args, number);
-    const int shown = raise_row(ALERT_REPEAT, number, args);
+    const int shown = valert_core(number, args);
     va_end(args);
     return shown;
 }
@@ -292,7 +285,7 @@ int alert_nl_repeat(uint32_t number, ...) {
 int alert_nopos(uint32_t number, ...) {
     va_list args;
     va_start(args, number);
-    const int shown = raise_row(ALERT_NOPOS, number, args);
+    const int shown = raise_row(OF_PROGRAM, false, number, args);
     va_end(args);
     return shown;
 }
@@ -301,7 +294,7 @@ int alert_nopos(uint32_t number, ...) {
 
 static int32_t level_of(const char *type) {
     const char *digits = *type == '-' ? type + 1 : type;
-    return isdigit(static_cast<unsigned char>(*digits)) != 0 ? str_to_int32(type) : 10;
+    return isdigit(static_cast<unsigned char>(*digits)) != 0 ? str_to_int32(type) : PLAIN_LEVEL;
 }
 
 static int raise_text(uint32_t number, const char *type, bool observed, const char *format,
@@ -311,13 +304,12 @@ static int raise_text(uint32_t number, const char *type, bool observed, const ch
     const int letter = tolower(static_cast<unsigned char>(*type));
     const bool hidden = level_of(type) < alert_threshold;
     if (letter == 'e')
-        count_error();
+        count_error(OF_LINE);
     if (hidden)
         return 0;
     if (observed && letter != 'f')
         observe(number, format, args);
-    alert_call.error = error;
-    alert_format(number, static_cast<uint32_t>(letter), format, args);
+    alert_format({number, static_cast<uint32_t>(letter), format, error, OF_LINE}, args);
     if (letter == 'f')
         end_program();
     return 1;

@@ -1,5 +1,6 @@
 #include "messages/alert_internal.h"
 
+#include "base/text.h"
 #include "containers/vector.h"
 #include "host/trace.h"
 

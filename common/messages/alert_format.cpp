@@ -11,7 +11,6 @@
 #include <cstring>
 #include <string_view>
 
-AlertCall alert_call;
 AlertPosition alert_position;
 
 static constexpr const char NO_LINE[] = "Non line specific message";
@@ -204,7 +203,7 @@ void contmsg(int last, const char *format, ...) {
 // Makes the text of a message the format to print it with: "%m" becomes the text of the system
 // error, and what follows "%m" overwrites that text from its start. A conversion that is cut off,
 // by the end of the text or of the room, is not left to printf.
-static void make_format(TextBuffer<512> &format, std::string_view text) {
+static void make_format(TextBuffer<512> &format, std::string_view text, int error_number) {
     std::string_view error; // what is not overwritten yet
     while (!text.empty()) {
         std::string_view piece = text[0] == '%' ? format_conversion(text) : text.substr(0, 1);
@@ -215,7 +214,7 @@ static void make_format(TextBuffer<512> &format, std::string_view text) {
             text.remove_prefix(piece.size());
         }
         if (piece == "%m") {
-            error = alert_call.error != 0 ? host_strerror(alert_call.error) : "";
+            error = error_number != 0 ? host_strerror(error_number) : "";
             continue;
         }
         if (piece.size() > format.room())
@@ -227,12 +226,12 @@ static void make_format(TextBuffer<512> &format, std::string_view text) {
         format.append(error[0] == '%' ? "%%" : error.substr(0, 1));
 }
 
-static void make_body(uint32_t number, AlertClass kind, const char *text, va_list args) {
+static void make_body(const AlertCall &call, AlertClass kind, va_list args) {
     TextBuffer<512> format;
-    make_format(format, text);
+    make_format(format, call.text, call.error);
     body.clear();
     if (kind != AlertClass::message && !use_templates)
-        body.print("(%u) ", number);
+        body.print("(%u) ", call.number);
 // A text of the table is the format: of our own table, or with the same conversions.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
@@ -240,15 +239,15 @@ static void make_body(uint32_t number, AlertClass kind, const char *text, va_lis
 #pragma GCC diagnostic pop
 }
 
-static void lay_out_fixed(AlertClass kind) {
+static void lay_out_fixed(AlertScope scope, AlertClass kind) {
     if (alert_position.file != nullptr) {
-        if (!alert_call.non_line)
+        if (!scope.non_line)
             line.append(alert_position.file);
-        else if (!alert_call.no_position)
+        else if (!scope.no_position)
             line.append(NO_LINE);
         line.append(": ");
     }
-    if (alert_position.line != nullptr && !alert_call.non_line)
+    if (alert_position.line != nullptr && !scope.non_line)
         line.print("%u: ", *alert_position.line);
     line.append(body.c_str());
     if (kind == AlertClass::warning)
@@ -257,32 +256,33 @@ static void lay_out_fixed(AlertClass kind) {
 
 // Appends the field for a letter of a template. False if it is part of the position and the message
 // has none: the ": " after it is then dropped too.
-static bool append_field(char letter, uint32_t number) {
+static bool append_field(char letter, const AlertCall &call) {
     const AlertPosition &at = alert_position;
+    const auto [non_line, no_position] = call.scope;
     switch (letter) {
     case 'a':
         line.append(host_tool_name);
         return true;
     case 'c':
-        if (!alert_call.no_position && at.file != nullptr && at.line != nullptr &&
-            at.column != nullptr && at.column_base != nullptr)
+        if (!no_position && at.file != nullptr && at.line != nullptr && at.column != nullptr &&
+            at.column_base != nullptr)
             line.print("%u", *at.column - *at.column_base);
-        return !alert_call.no_position;
+        return !no_position;
     case 'f':
-        if (!alert_call.non_line)
+        if (!non_line)
             line.append(at.file != nullptr ? at.file : "");
-        else if (!alert_call.no_position)
+        else if (!no_position)
             line.append(NO_LINE);
-        return !alert_call.no_position;
+        return !no_position;
     case 'l':
-        if (!alert_call.non_line && at.file != nullptr && at.line != nullptr)
+        if (!non_line && at.file != nullptr && at.line != nullptr)
             line.print("%u", *at.line);
-        return !alert_call.no_position;
+        return !no_position;
     case 'm':
-        line.append(host_strerror(alert_call.error));
+        line.append(host_strerror(call.error));
         return true;
     case 'n':
-        line.print("%u", number);
+        line.print("%u", call.number);
         return true;
     case 's':
         line.append(body.c_str());
@@ -293,14 +293,14 @@ static bool append_field(char letter, uint32_t number) {
     }
 }
 
-static void lay_out_template(std::string_view format, uint32_t number) {
+static void lay_out_template(std::string_view format, const AlertCall &call) {
     while (!format.empty()) {
         const size_t plain = std::min(format.find('%'), format.size());
         line.append(format.substr(0, plain));
         format.remove_prefix(plain);
         if (format.size() < 2)
             return;
-        const bool wanted = append_field(format[1], number);
+        const bool wanted = append_field(format[1], call);
         format.remove_prefix(2);
         if (!wanted && format.starts_with(':'))
             format.remove_prefix(format.starts_with(": ") ? 2 : 1);
@@ -313,13 +313,13 @@ static const Template &template_for(AlertClass kind) {
                                                    : MESSAGE_TEMPLATE];
 }
 
-void alert_format(uint32_t number, uint32_t type, const char *text, va_list args) {
-    const AlertClass kind = alert_class(type);
-    make_body(number, kind, text, args);
+void alert_format(const AlertCall &call, va_list args) {
+    const AlertClass kind = alert_class(call.type);
+    make_body(call, kind, args);
     line.clear();
     if (use_templates)
-        lay_out_template(template_for(kind).text, number);
+        lay_out_template(template_for(kind).text, call);
     else
-        lay_out_fixed(kind);
+        lay_out_fixed(call.scope, kind);
     alert_emit();
 }

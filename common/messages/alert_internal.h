@@ -9,13 +9,20 @@ enum class AlertClass { error, warning, message };
 // The class of a row's type, or of the first character of a caller's type string.
 AlertClass alert_class(uint32_t type);
 
-// The message being raised.
-struct AlertCall {
-    int error;        // errno when it was raised
-    bool non_line;    // it belongs to no line
-    bool no_position; // nor to a file
+// What a message is about.
+struct AlertScope {
+    bool non_line;    // no line
+    bool no_position; // and no file
 };
-extern AlertCall alert_call;
+
+// A message as the layout needs it.
+struct AlertCall {
+    uint32_t number;
+    uint32_t type;    // a row's, or the first character of a caller's type string
+    const char *text; // its printf format
+    int error;        // errno when it was raised
+    AlertScope scope;
+};
 
 struct AlertPosition {
     const char *file; // null for none
@@ -34,7 +41,7 @@ MsgRec alert_row(uint32_t number);
 bool alert_hidden(const MsgRec &row);
 
 // Lays one line out and writes it.
-void alert_format(uint32_t number, uint32_t type, const char *text, va_list args);
+void alert_format(const AlertCall &call, va_list args);
 
 // The templates as the environment or the defaults have them.
 void alert_init_formats();

@@ -1,5 +1,6 @@
 #include "messages/msgtable.h"
 
+#include "base/text.h"
 #include "containers/stringcache.h"
 #include "host/trace.h"
 #include "installation/registry.h"

@@ -4,7 +4,7 @@
 #define KESTREL_PLATFORM_OSDEP_H
 
 #include "base/sorting.h"
-#include "base/xalloc.h"
+#include "base/text.h"
 #include "containers/vector.h"
 #include "host/host.h"
 

@@ -1,5 +1,7 @@
 #include "platform/osdep.h"
 
+#include "base/text.h"
+
 #include <array>
 #include <cerrno>
 #include <cstring>

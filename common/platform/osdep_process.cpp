@@ -1,3 +1,4 @@
+#include "base/text.h"
 #include "containers/hash.h"
 #include "platform/osdep.h"
 

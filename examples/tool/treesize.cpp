@@ -23,20 +23,24 @@ struct Count : TreeVisitor {
     uint64_t files = 0, bytes = 0;
 
     bool entry(const char *, const char *) override { return true; }
-    bool file(const char *path, OwnedString, const HostStat *found) override {
-        if (found == nullptr)
-            return denied(path, nullptr);
+    bool file(const char *path, OwnedString, const StatResult &found) override {
+        if (!found.status)
+            return unreadable(path, nullptr, found.reason);
         TRACE_MESSAGE("%s", path);
         files++;
-        bytes += found->size;
+        bytes += found.status->size;
         return true;
     }
-    bool bad_name(const char *path, const char *) override { return file(path, nullptr, nullptr); }
-    bool denied(const char *path, const char *) override {
-        alert_text(2001, "E", "cannot look at \"%s\": %s", path, strerror(errno));
+    bool unlisted(const char *path, const char *) override {
+        return unreadable(path, nullptr, EINVAL);
+    }
+    bool skipped(const char *path, const char *) override {
+        return unreadable(path, nullptr, EACCES);
+    }
+    bool unreadable(const char *path, const char *, int reason) override {
+        alert_text(2001, "E", "cannot look at \"%s\": %s", path, host_strerror(reason));
         return true;
     }
-    bool unlisted(const char *path, const char *) override { return denied(path, nullptr); }
 };
 
 } // namespace

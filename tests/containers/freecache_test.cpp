@@ -1,6 +1,6 @@
 #include "containers/freecache.h"
 
-#include "base/xalloc.h"
+#include "base/text.h"
 #include "support/noise.h"
 
 #include <cstring>

@@ -1,6 +1,6 @@
 #include "containers/hash.h"
 
-#include "base/xalloc.h"
+#include "base/text.h"
 #include "support/log_capture.h"
 #include "support/noise.h"
 #include "support/words.h"

@@ -2,6 +2,7 @@
 
 #include "command/cmdline.h"
 #include "containers/hash.h"
+#include "debuglog/debugger.h"
 #include "debuglog/package.h"
 #include "installation/zvinstdir.h"
 #include "messages/alert.h"

@@ -26,6 +26,7 @@ TEST(HostWindows, EveryReasonHasItsText) {
         {ERROR_NOT_ENOUGH_QUOTA, "The quota is used up"},
         {225, "A virus scanner forbids it"},
         {358, "The file is kept elsewhere and could not be fetched"},
+        {357, "Invalid argument"},
         {404, "The file is kept elsewhere and could not be fetched"},
         {ERROR_CANT_ACCESS_FILE, "The file is kept elsewhere and could not be fetched"},
         {405, "Invalid argument"},
@@ -78,6 +79,9 @@ TEST(HostWindows, WhatIsInUseIsTriedAgain) {
         EXPECT_TRUE(c.act(file.c_str()));
         EXPECT_EQ(pauses, 3);
     }
+    pauses = 0; // a directory with a file is not in use
+    EXPECT_FALSE(host_rmdir(scratch.directory()));
+    EXPECT_EQ(pauses, 0);
     in_use_pause = previous;
 }
 
@@ -141,22 +145,58 @@ TEST(HostWindows, OnlyStandardErrorOfAStartedProgramIsOurs) {
     EXPECT_EQ(read_file(caught), "\xc3\xa4 b");
 }
 
-// The files of the first task cannot be read. The second has its own open until it is ended.
-TEST(HostWindows, AFailedRunLeavesNothingOfItsTasks) {
+// A task has its files open until it is ended. The files of the first one cannot be read, or the
+// run is interrupted.
+TEST(HostWindows, ARunThatFailsOrIsInterruptedLeavesNothingOfItsTasks) {
     const Installation inst("dir", 7);
+    inst.generate();
     const std::string temp = native_join(inst.top.c_str(), "temp");
     const std::string before = host_getenv("TEMP");
-    std::deque<SystemHandle> closed;
-    for (const char *name : {"f0", "f1", "f2", "f3"})
-        closed.emplace_back(
-            CreateFileW(to_wide(native_join(inst.tree.c_str(), name).c_str()).c_str(), GENERIC_READ,
-                        0, nullptr, OPEN_EXISTING, 0, nullptr));
-    host_mkdir(temp.c_str());
-    os_setenv("TEMP", temp.c_str());
-    const Outcome outcome = inst.interrupted("wait", {"-g", "--tasks=2"});
-    EXPECT_EQ(outcome.status, 1) << outcome;
-    EXPECT_EQ(listing(temp.c_str()), Lines{});
+    const struct {
+        const char *mode, *option, *signal;
+        int status;
+        std::string out; // after what is announced
+    } cases[] = {{"-g", "-v", "", 1, ""},
+                 {"-g", "-v", "2", 2, "\n"},
+                 {"-c", "-v", "2", 2, "\n"},
+                 {"-c", "--report", "2", 2, "\n"}};
+    for (const auto &c : cases) {
+        std::deque<SystemHandle> closed;
+        for (const char *name : {"f0", "f1", "f2", "f3"})
+            if (*c.signal == '\0')
+                closed.emplace_back(
+                    CreateFileW(to_wide(native_join(inst.tree.c_str(), name).c_str()).c_str(),
+                                GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+        host_mkdir(temp.c_str());
+        os_setenv("TEMP", temp.c_str());
+        os_setenv("KESTREL_INTERRUPT_PARENT", c.signal);
+        const Outcome outcome = inst.interrupted("wait", {c.mode, "--tasks=2", c.option});
+        EXPECT_EQ(outcome.status, c.status) << outcome;
+        EXPECT_EQ(outcome.out,
+                  inst.announced(c.mode[1] == 'g' ? "Generating" : "Checking") + c.out);
+        EXPECT_EQ(listing(temp.c_str()), Lines{}) << c.mode << c.signal;
+        os_rmtree(temp.c_str());
+    }
+    os_setenv("KESTREL_INTERRUPT_PARENT", "");
     os_setenv("TEMP", before.c_str());
+}
+
+TEST(HostWindows, TheTimeOfChangeTellsFilesApart) {
+    const Scratch scratch;
+    const std::string file = scratch.write("file", "x");
+    const SystemHandle opened(CreateFileW(to_wide(file.c_str()).c_str(), FILE_WRITE_ATTRIBUTES, 7,
+                                          nullptr, OPEN_EXISTING, 0, nullptr));
+    const FILETIME written = {1, 30'000'000};
+    FileState before, after;
+    ASSERT_TRUE(SetFileTime(opened.get(), nullptr, nullptr, &written));
+    ASSERT_TRUE(host_file_state(file.c_str(), &before));
+    after = before;
+    for (int tries = 0; tries < 1000000 && after == before;
+         tries++) { // until the clock has gone on
+        SetFileTime(opened.get(), nullptr, nullptr, &written);
+        host_file_state(file.c_str(), &after);
+    }
+    EXPECT_FALSE(after == before);
 }
 
 // Where a directory tells upper from lower case, what is listed has exactly its name.

@@ -11,29 +11,9 @@
 #include <gtest/gtest.h>
 #include <vector>
 
-// These are the first digests of the process when the test runs by itself, and their length in bits
-// needs the upper half of its field.
-TEST(FileDigests, PairsAreChosenAndCounted) {
-    Sha256Context alone, pair[2];
-    Sha256Context *const contexts[2] = {&pair[0], &pair[1]};
-    const std::vector<uint8_t> message(SHA256_BLOCK_SIZE, 'a');
-    const uint8_t *const blocks[2] = {message.data(), message.data()};
-    for (Sha256Context *context : {&alone, &pair[0], &pair[1]}) {
-        sha256_init(context);
-        context->bitlen = 0xfffffe00;
-    }
-    sha256_update_many(contexts, blocks, 2, 1);
-    sha256_update(&alone, message.data(), message.size());
-    for (const Sha256Context &context : pair) {
-        EXPECT_TRUE(std::equal(context.state, std::end(context.state), alone.state));
-        EXPECT_EQ(context.bitlen, uint64_t{1} << 32);
-    }
-}
-
-// The result that the receiver gets for a file: its tag, its path, and its digest or why there is
-// none.
-static std::string line_of(size_t tag, const std::string &path, const std::string &result) {
-    return std::to_string(tag) + " " + path + " " + result;
+// The result that the receiver gets for a file: its path, and its digest or why there is none.
+static std::string line_of(const std::string &path, const std::string &result) {
+    return path + " " + result;
 }
 
 namespace {
@@ -47,15 +27,13 @@ struct Received {
 
 } // namespace
 
-// For files whose tags are numbers.
-static FileDigests<size_t>::Receiver into(Received &received) {
-    return [&received](const char *path, size_t tag, const FileDigest &result) {
+static FileHasher::Receiver into(Received &received) {
+    return [&received](const char *path, const FileDigest &result) {
         static const char *const others[] = {"opened", "missing", "special", "refused"};
         received.act();
-        received.lines.push_back(line_of(tag, path,
-                                         result.outcome == OpenOutcome::opened
-                                             ? sha256_hex(result.digest)
-                                             : others[static_cast<size_t>(result.outcome)]));
+        received.lines.push_back(line_of(path, result.outcome == OpenOutcome::opened
+                                                   ? sha256_hex(result.digest)
+                                                   : others[static_cast<size_t>(result.outcome)]));
         return received.lines.size() <= received.end;
     };
 }
@@ -74,21 +52,20 @@ TEST(FileDigests, ResultsComeInOrder) {
     for (const std::string &path : paths) {
         const char *const refusal = os_exists(path.c_str()) ? "refused" : "missing";
         const bool refused = lines.size() == 4 || lines.size() == 5;
-        lines.push_back(
-            line_of(lines.size(), path, refused ? refusal : sha256_file_hex(path.c_str())));
+        lines.push_back(line_of(path, refused ? refusal : sha256_file_hex(path.c_str())));
     }
 
     const auto expect_lines = [&](size_t end, const char *kernel) {
         Received received;
         received.end = end;
-        FileDigests<size_t> digests(into(received));
+        FileHasher digests(into(received));
         bool more = true;
         for (size_t i = 0; more && i < paths.size(); i++)
-            more = digests.add(paths[i].c_str(), i);
+            more = digests.add(paths[i].c_str());
         EXPECT_EQ(digests.finish(), end == paths.size());
         if (end < paths.size()) {
-            EXPECT_FALSE(digests.add(paths[0].c_str(), 0));
-            EXPECT_FALSE(digests.add(paths[0].c_str(), 0, nullptr));
+            EXPECT_FALSE(digests.add(paths[0].c_str()));
+            EXPECT_FALSE(digests.add(paths[0].c_str(), StatResult()));
         }
         EXPECT_EQ(received.lines, lines) << end << kernel;
     };
@@ -122,13 +99,13 @@ TEST(FileDigests, LongFilesHoldUpOthers) {
     for (const size_t end : {SIZE_MAX, FILES - 1, FILES / 2, size_t{0}}) {
         size_t received = 0, most_held_up = 0;
         {
-            FileDigests<size_t> digests([&](const char *, size_t tag, const FileDigest &result) {
-                EXPECT_EQ(tag, received);
-                EXPECT_EQ(sha256_hex(result.digest), digests_of[kind_of(tag)]);
+            FileHasher digests([&](const char *path, const FileDigest &result) {
+                EXPECT_EQ(path, kinds[kind_of(received)]);
+                EXPECT_EQ(sha256_hex(result.digest), digests_of[kind_of(received)]);
                 return received++ < end;
             });
             for (size_t i = 0; i < FILES && received <= end; i++) {
-                digests.add(kinds[kind_of(i)].c_str(), i);
+                digests.add(kinds[kind_of(i)].c_str());
                 most_held_up = std::max(most_held_up, i + 1 - received);
             }
             EXPECT_LT(received, FILES);
@@ -148,20 +125,18 @@ TEST(FileDigests, ResultsAreNotHeldBack) {
                       large = scratch.write("large", noise(40'000, 1)),
                       longer = scratch.write("longer", noise(3'000'000, 2));
     size_t received = 0;
-    FileDigests<size_t> digests([&](const char *, size_t tag, const FileDigest &) {
-        EXPECT_EQ(tag, received);
-        return ++received != 0;
-    });
+    FileHasher digests([&](const char *, const FileDigest &) { return ++received != 0; });
     size_t added = 0;
     for (; added < 5000; added++) {
         EXPECT_EQ(received, added);
-        digests.add(small.c_str(), added, nullptr);
+        digests.add(small.c_str(), StatResult());
     }
-    digests.add(large.c_str(), added);
+    digests.add(large.c_str());
     for (; added < 7046; added++)
-        digests.add(small.c_str(), added + 1);
+        digests.add(small.c_str());
     EXPECT_EQ(received, 5000);
-    digests.add(longer.c_str(), ++added);
+    digests.add(longer.c_str());
+    added++;
     EXPECT_EQ(received, sha256_best_lanes() > 1 ? added : added + 1);
     digests.finish();
     EXPECT_EQ(received, added + 1);
@@ -174,12 +149,12 @@ TEST(FileDigests, FilesMayGoMeanwhile) {
     const std::string others = scratch.write("others", std::string(100000, 'b'));
     Received received;
     received.act = [&] { host_remove(last.c_str()); };
-    FileDigests<size_t> digests(into(received));
+    FileHasher digests(into(received));
     for (size_t lane = 0; lane < sha256_best_lanes(); lane++)
-        digests.add(others.c_str(), 0);
-    digests.add(last.c_str(), 0);
+        digests.add(others.c_str());
+    digests.add(last.c_str());
     digests.finish();
-    EXPECT_EQ(received.lines.back(), line_of(0, last, "missing"));
+    EXPECT_EQ(received.lines.back(), line_of(last, "missing"));
 }
 
 // What has taken the place of a file since it was found: it would read as empty, or for ever. A
@@ -205,10 +180,9 @@ TEST(FileDigests, NamesThatChangedHandsAreRefused) {
     };
     for (const auto &c : cases) {
         Received received;
-        FileDigests<size_t> digests(into(received));
-        const HostStat found = {FileKind::regular, c.size};
-        digests.add(c.path.c_str(), 0, &found);
+        FileHasher digests(into(received));
+        digests.add(c.path.c_str(), {HostStat{FileKind::regular, c.size}});
         digests.finish();
-        EXPECT_EQ(received.lines, std::vector{line_of(0, c.path, c.result)}) << c.size;
+        EXPECT_EQ(received.lines, std::vector{line_of(c.path, c.result)}) << c.size;
     }
 }

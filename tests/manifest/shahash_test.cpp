@@ -1,3 +1,4 @@
+#include "base/text.h"
 #include "digest/sha1.h"
 #include "manifest/shahash.h"
 #include "platform/osdep.h"

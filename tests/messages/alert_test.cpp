@@ -339,6 +339,11 @@ TEST(AlertExit, CountsEndsAndFirstCalls) {
                  alert_nl_repeat(ERROR_ROW, "a", "b", i);
          },
          1, "b:20. \ntoo many errors .21.\nstatus 1$"},
+        {[] {
+             alert_set_position("f", nullptr, nullptr, nullptr);
+             set_maxerrors(0), alert_nl(ERROR_ROW, "a", "b", 7);
+         },
+         1, "^Non line specific message: too many errors .1.\nstatus 1$"},
         {[] { set_maxerrors(0), alert_adhoc("e", "lost"); }, 1, "^too many errors .1.\nstatus 1$"},
         {[] { set_maxerrors(0), alert(FATAL, "a", "b", 7); }, 1,
          "^.1503. assertion failure: a .b:7. \nstatus 1$"},

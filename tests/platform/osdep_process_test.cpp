@@ -147,14 +147,14 @@ TEST(OsProcess, StartedProgramsAreWaitedFor) {
     EXPECT_TRUE(host_wait_process(second, &status));
     EXPECT_EQ(status, 7);
     EXPECT_FALSE(host_wait_process(0, &status));
+    const char *argv[] = {"missing", nullptr};
+    EXPECT_EQ(host_start_process("./missing", argv, "missing"), 0);
+    EXPECT_EQ(errno, ENOENT);
     const ProcessHandle held = start("--hold", Scratch().write("lock", "").c_str());
     host_end_started();
     host_await_started();
     EXPECT_TRUE(host_await_end(held, 0));
     EXPECT_TRUE(host_wait_process(held, &status) && status != 0);
-    const char *argv[] = {"missing", nullptr};
-    EXPECT_EQ(host_start_process("./missing", argv, "missing"), 0);
-    EXPECT_EQ(errno, ENOENT);
 }
 
 // What the handler writes must come out on the streams as they were, what is held for a redirected

@@ -56,4 +56,19 @@ static void interrupt(uint64_t) {
     act(words);
 }
 
-[[maybe_unused]] static const bool installed = (hashing_hook = interrupt, true);
+// In the first process: a signal strikes in a thread of its own as soon as another process is
+// interrupted, as interruptions do on Windows.
+static bool install() {
+    hashing_hook = interrupt;
+    const char *number = getenv("KESTREL_INTERRUPT_PARENT");
+    const char *parent = getenv("kestrel_parent");
+    if (number != nullptr && *number != '\0' && (parent == nullptr || *parent == '\0'))
+        std::thread([number] {
+            while (!os_exists(getenv("KESTREL_INTERRUPTED")))
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            raise(atoi(number));
+        }).detach();
+    return true;
+}
+
+[[maybe_unused]] static const bool installed = install();

@@ -34,4 +34,6 @@ TEST(KestrelManifest, TasksCheckWhatTheirParentHasFound) {
     EXPECT_TRUE(report_of(inst.tree).starts_with("error\t0\tManifest \"" + inst.manifest +
                                                  "\" changed during the check\n"));
     expect_subject(nullptr);
+    EXPECT_NE(directory_identity("gone"), directory_identity("gone"))
+        << "unknown is never the same";
 }
