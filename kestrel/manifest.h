@@ -1,7 +1,7 @@
 // The file with the lines of a run, and the directory that they are about: opened, read and
 // divided, and found to be the same in all tasks and at the end.
-#ifndef KESTREL_KESTREL_MANIFESTFILE_H
-#define KESTREL_KESTREL_MANIFESTFILE_H
+#ifndef KESTREL_KESTREL_MANIFEST_H
+#define KESTREL_KESTREL_MANIFEST_H
 
 #include "kestrel/tasks.h"
 #include "platform/osdep.h"

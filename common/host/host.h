@@ -1,7 +1,7 @@
 // The seam between the hosts: what each of them does in its own way, as small primitives. The two
 // implementations are host_posix.cpp and host_windows*.cpp; no other source asks the preprocessor
-// which host it is on. Text is UTF-8 on both hosts. Unless it says otherwise, a primitive that fails
-// leaves its reason in errno.
+// which host it is on. Text is UTF-8. Unless it says otherwise, a primitive that fails leaves its
+// reason in errno.
 #ifndef KESTREL_HOST_HOST_H
 #define KESTREL_HOST_HOST_H
 
