@@ -19,7 +19,7 @@ file(GLOB pages CONFIGURE_DEPENDS docs/*.md docs/*.svg)
 install(FILES README.md CHANGELOG.md CONTRIBUTING.md DESTINATION ${documents} COMPONENT program)
 install(FILES ${pages} DESTINATION ${documents}/docs COMPONENT program)
 install(DIRECTORY examples/fleet DESTINATION ${documents}/examples COMPONENT program
-  USE_SOURCE_PERMISSIONS)
+  USE_SOURCE_PERMISSIONS PATTERN test EXCLUDE)
 
 set(package ${CMAKE_INSTALL_LIBDIR}/cmake/kestrel-runtime)
 install(TARGETS kestrel_runtime EXPORT kestrel-runtime

@@ -25,7 +25,7 @@ static int compare_ints(const void *a, const void *b) {
 
 // Sizes around the limit of the scratch element on the stack. All bytes of an element are alike, so
 // a byte that an exchange has missed shows.
-TEST(SortingTest, SortsElementsOfAnySize) {
+TEST(Sorting, SortsElementsOfAnySize) {
     for (const size_t size : {1u, 3u, 8u, 799u, 800u, 801u, 5000u})
         for (const size_t count : {0u, 1u, 2u, 3u, 4u, 17u, 300u}) {
             auto keys = noise<std::vector<uint8_t>>(count, static_cast<uint32_t>(size + count));
@@ -41,7 +41,7 @@ TEST(SortingTest, SortsElementsOfAnySize) {
     EXPECT_DEATH(os_qsort(nullptr, 2, 8, compare_bytes), "vbase");
 }
 
-TEST(SortingTest, NoDataUsesUpTheStack) {
+TEST(Sorting, NoDataUsesUpTheStack) {
     // All alike, and such that each pivot is the largest element.
     for (const int slope : {0, 1}) {
         std::vector<int> data;
@@ -55,7 +55,7 @@ TEST(SortingTest, NoDataUsesUpTheStack) {
     }
 }
 
-TEST(SortingTest, InconsistentComparisonStaysInsideTheArray) {
+TEST(Sorting, InconsistentComparisonStaysInsideTheArray) {
     const CompareFn comparisons[] = {
         [](const void *, const void *) { return -1; },
         [](const void *, const void *) { return 1; },
@@ -73,7 +73,7 @@ TEST(SortingTest, InconsistentComparisonStaysInsideTheArray) {
         }
 }
 
-TEST(SortingTest, SearchFindsWhatIsThere) {
+TEST(Sorting, SearchFindsWhatIsThere) {
     const auto compare = [](const void *key, const void *element) {
         return *static_cast<const int *>(key) - *static_cast<const uint8_t *>(element);
     };

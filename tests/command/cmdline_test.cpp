@@ -53,7 +53,7 @@ static std::string command_file(const Words &options) {
     return output.substr(1, output.size() - 3);
 }
 
-TEST(CmdlineTest, SplitsAndUnescapes) {
+TEST(Cmdline, SplitsAndUnescapes) {
     const struct {
         std::string text; // of a response file
         Words expected;
@@ -77,7 +77,7 @@ TEST(CmdlineTest, SplitsAndUnescapes) {
     }
 }
 
-TEST(CmdlineTest, ResponseFilesNestAndTheOuterOneGoesOn) {
+TEST(Cmdline, ResponseFilesNestAndTheOuterOneGoesOn) {
     const std::string inner = response_file(std::string(20000, 'i') + " i\\ 2");
     const std::string long_word(20000, 'i');
     const std::string outer = response_file("o1 " + inner + " o2 @missing");
@@ -85,7 +85,7 @@ TEST(CmdlineTest, ResponseFilesNestAndTheOuterOneGoesOn) {
     EXPECT_EQ(seen, (Words{"", outer, "o1", inner, long_word, "i\\ 2", "o2", "@missing", "z"}));
 }
 
-TEST(CmdlineTest, WhatCannotBeReadOrNeverEndsIsKept) {
+TEST(Cmdline, WhatCannotBeReadOrNeverEndsIsKept) {
     const Scratch scratch;
     // Arguments that are not files, cannot be opened or read, or never end, where the host has
     // such.
@@ -129,7 +129,7 @@ TEST(CmdlineTest, WhatCannotBeReadOrNeverEndsIsKept) {
     EXPECT_EQ(expand({response_file(text)}), most);
 }
 
-TEST(CmdlineTest, CommandFileIsUsedWhenAskedForOrNeeded) {
+TEST(Cmdline, CommandFileIsUsedWhenAskedForOrNeeded) {
     const std::string program = child_program();
     const size_t most = 7190 - program.size(); // characters of the arguments
     const struct {
@@ -155,7 +155,7 @@ TEST(CmdlineTest, CommandFileIsUsedWhenAskedForOrNeeded) {
 
 // An empty argument is dropped, and an "@" in front of the name of a file means that file's words;
 // both hold for arguments that are passed directly too.
-TEST(CmdlineTest, CommandFilesHoldAnOptionALineAndExpandToTheOptions) {
+TEST(Cmdline, CommandFilesHoldAnOptionALineAndExpandToTheOptions) {
     const Words odd = {"a b", "x", "tab\there", "", "it's \\\"", "@C:\\a b\\", "@x\\", "--x=\\"};
     std::string text = read_file(command_file(odd).substr(1));
     std::erase(text, '\r');
@@ -185,7 +185,7 @@ TEST(CmdlineTest, CommandFilesHoldAnOptionALineAndExpandToTheOptions) {
     EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
 }
 
-TEST(CmdlineTest, StatusIsTheProgramsAndOutputCanBeThrownAway) {
+TEST(Cmdline, StatusIsTheProgramsAndOutputCanBeThrownAway) {
     const OwnedString temporaries = os_dirname(os_tempname_plain().get());
     const auto count = [&temporaries] {
         return std::distance(std::filesystem::directory_iterator(temporaries.get()), {});
@@ -207,7 +207,7 @@ TEST(CmdlineTest, StatusIsTheProgramsAndOutputCanBeThrownAway) {
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "out");
 }
 
-TEST(CmdlineTest, FailuresAreErrorsAndStatusOne) {
+TEST(Cmdline, FailuresAreErrorsAndStatusOne) {
     GTEST_FLAG_SET(death_test_style, "threadsafe"); // each one spoils the process
     const auto no_temporaries = [] { os_setenv("TEMP", child_program().c_str()); };
     const auto lost_temporaries = [] { os_rmtree(os_dirname(os_tempname_plain().get()).get()); };
@@ -248,7 +248,7 @@ TEST(CmdlineTest, FailuresAreErrorsAndStatusOne) {
 }
 
 // Program name, debug option and log belong to the process.
-TEST(CmdlineTest, DriverRunsWhatItsArgumentsBecomeAndPacksTheLog) {
+TEST(Cmdline, DriverRunsWhatItsArgumentsBecomeAndPacksTheLog) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const auto run = [] {
         bool right = cmdline_progname() == nullptr && !cmdline_zvdebug_seen() &&

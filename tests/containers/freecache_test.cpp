@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-TEST(FreeCacheTest, LastObjectBackIsFirstOutAndZeroed) {
+TEST(FreeCache, LastObjectBackIsFirstOutAndZeroed) {
     constexpr size_t SIZE = 24;
     const char zeros[SIZE] = {};
     const uint32_t most = 5;
@@ -51,7 +51,7 @@ TEST(FreeCacheTest, LastObjectBackIsFirstOutAndZeroed) {
         free(object);
 }
 
-TEST(FreeCacheTest, NullAndMisuse) {
+TEST(FreeCache, NullAndMisuse) {
     EXPECT_TRUE(freecache_isFull(nullptr) && freecache_isEmpty(nullptr));
     EXPECT_EQ(freecache_numFree(nullptr) + freecache_maxFree(nullptr), 0u);
     EXPECT_EQ(freecache_get(nullptr), nullptr);

@@ -36,7 +36,7 @@ static std::string joined(Vector *owned) {
 }
 
 // The model: the chains of words, a letter each, and what the accounts should say.
-TEST(HashTest, DoesWhatTheModelDoes) {
+TEST(Hash, DoesWhatTheModelDoes) {
     std::unique_ptr<HashMasterRec, FreeDeleter> record; // of a copy, which alone knows it
     std::vector<std::string> chains(4);
     size_t max_usage = 0, max_util = 0, clashes = 0;
@@ -86,7 +86,7 @@ TEST(HashTest, DoesWhatTheModelDoes) {
     }
 }
 
-TEST(HashTest, VisitorMayRemoveItsEntryAndStop) {
+TEST(Hash, VisitorMayRemoveItsEntryAndStop) {
     HashPtr h(hash_new(1, strihash, strikeycmp, "test", 1));
     for (const char *word : {"h", "l", "L", "d"})
         hash_insert(h.get(), word, word, "test", 2);
@@ -101,7 +101,7 @@ TEST(HashTest, VisitorMayRemoveItsEntryAndStop) {
     EXPECT_DEATH(hash_new(0, nullptr, nullptr, "test", 2), "size != 0");
 }
 
-TEST(HashTest, ReportOfTrackedTables) {
+TEST(Hash, ReportOfTrackedTables) {
     LogCapture log;
     hash_free(nullptr);
     hash_trackInit(true);

@@ -79,7 +79,7 @@ TEST(StringCache, SizeZeroSwitchesInterningOff) {
     exit(::testing::Test::HasFailure() ? 1 : 0);
 }
 
-TEST(StringCacheDeathTest, OneMoreThanTheLimitIsTakenIn) {
+TEST(StringCache, OneMoreThanTheLimitIsTakenIn) {
     EXPECT_EXIT(exhaust_limit(), ::testing::ExitedWithCode(0), "");
 }
 
@@ -182,7 +182,7 @@ TEST(StringCache, FormatsTextOfAnyLength) {
     }
 }
 
-TEST(StringCacheDeathTest, FormatThatCannotBeMadeAborts) {
+TEST(StringCache, FormatThatCannotBeMadeAborts) {
     if (host_kind() != 0)
         GTEST_SKIP() << "this host's printf makes something of any character";
     EXPECT_DEATH(sc_format("%lc", static_cast<wint_t>(0xd800)),

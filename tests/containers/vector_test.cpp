@@ -134,7 +134,7 @@ static void change(Vector *v, Model &model, Random &random) {
     operations[below(random, std::size(operations) - (model.cursors.empty() ? 4 : 0))]();
 }
 
-TEST(VectorTest, DoesWhatTheModelDoes) {
+TEST(Vector, DoesWhatTheModelDoes) {
     Random random(1);
     for (uint32_t round = 0; round < 30 && !HasFailure(); round++) {
         Model model = {1 + round % 10};
@@ -152,7 +152,7 @@ TEST(VectorTest, DoesWhatTheModelDoes) {
     }
 }
 
-TEST(VectorTest, NullAndMisuse) {
+TEST(Vector, NullAndMisuse) {
     for (auto *element : VecEach<char>(nullptr))
         FAIL() << element;
     EXPECT_EQ(vec_copy(nullptr, "test", 1), nullptr);
@@ -183,7 +183,7 @@ static VectorPtr make(const char *file, uint32_t line, uint32_t count) {
     return v;
 }
 
-TEST(VectorTest, ReportCountsLivingAndDeadBySite) {
+TEST(Vector, ReportCountsLivingAndDeadBySite) {
     vec_trackInit(true);
     const char *const b_file = "dir/b.cpp";
     const char z_file[] = "z.cpp", z_again[] = "z.cpp"; // sites are compared by pointer

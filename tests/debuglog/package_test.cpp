@@ -37,15 +37,15 @@ static std::string entries(const char *path) {
 namespace {
 
 // Each test has a current directory of its own, and the package "d/p" in it.
-class PackageTest : public testing::Test {
+class Package : public testing::Test {
   protected:
-    PackageTest() {
+    Package() {
         zvdebug_warn_hook = [](const char *text) { warnings += std::string(text) + '\n'; };
         zvdebug_parse("--zvdebug=zip:+d/p"); // only the first one in the process counts
         host_mkdir("d");
         scratch.write("a", "A");
     }
-    ~PackageTest() override { zvdebug_warn_hook = usual_hook; }
+    ~Package() override { zvdebug_warn_hook = usual_hook; }
 
     // What adding a file warns of.
     static std::string add(const char *file) {
@@ -63,7 +63,7 @@ class PackageTest : public testing::Test {
 
 } // namespace
 
-TEST_F(PackageTest, EntriesHaveNamesBytesAndComments) {
+TEST_F(Package, EntriesHaveNamesBytesAndComments) {
     const std::string bytes("\0\r\n\x1a\n\xff", 6);
     const std::string relative = native_join("d", "\xc3\xa4");
     const std::string absolute = scratch.write(relative.c_str(), bytes);
@@ -84,7 +84,7 @@ static const std::string UNOPENED =
     "Unable to open package zip file (d/p) for reading to append \"a\"\n";
 
 // Existing files do not change, and no broken archive is left.
-TEST_F(PackageTest, WhatCannotBePackedIsWarnedOf) {
+TEST_F(Package, WhatCannotBePackedIsWarnedOf) {
     EXPECT_EQ(add("d"), "Unable to add archive \"d\" (from \"d\") to package zip (d/p)\n");
     EXPECT_FALSE(os_exists("d/p"));
     EXPECT_EQ(add("a"), "");
@@ -123,7 +123,7 @@ TEST_F(PackageTest, WhatCannotBePackedIsWarnedOf) {
 }
 
 // Among them a device that can be read for ever, on the host that has it.
-TEST_F(PackageTest, WhatIsNoFileIsNoPackage) {
+TEST_F(Package, WhatIsNoFileIsNoPackage) {
     std::error_code no_links;
     std::filesystem::create_symlink("/dev/full", "d/p", no_links);
     EXPECT_EQ(add("a"), no_links ? "" : UNOPENED);
@@ -135,7 +135,7 @@ TEST_F(PackageTest, WhatIsNoFileIsNoPackage) {
     EXPECT_EQ(add("a"), "Unable to init package zip file (d/p) to add \"a\"\n");
 }
 
-TEST_F(PackageTest, LogsArePackedAndChangeNoVerdict) {
+TEST_F(Package, LogsArePackedAndChangeNoVerdict) {
     const std::string kestrel = built_program("kestrel");
     const auto run = [&kestrel](const char *mode, const char *option, int expected_status) {
         FILE *f = os_popenv(kestrel.c_str(), mode, "--manifest=m", "--instdir=d", "--tasks=1",
@@ -172,7 +172,7 @@ static ProcessHandle start_logging(const std::string &option) {
     return host_start_process(argv[0], argv, ("child --log " + option).c_str());
 }
 
-TEST_F(PackageTest, ProcessesShareALogAndAPackage) {
+TEST_F(Package, ProcessesShareALogAndAPackage) {
     constexpr int64_t ALL = 40 * 70001;
     std::array<ProcessHandle, 4> handles;
     const HostLock lock = host_lock(scratch.write("go", std::string(500000, 'g')).c_str());

@@ -183,7 +183,7 @@ static const Case CASES[] = {
      failed_assertions},
 };
 
-TEST(ZvdebugTest, Options) {
+TEST(Zvdebug, Options) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     for (const Case &c : CASES) {
         SCOPED_TRACE(c.option);
@@ -191,7 +191,7 @@ TEST(ZvdebugTest, Options) {
     }
 }
 
-TEST(RuntimeTest, ReportsGoThroughTheAlerts) {
+TEST(Runtime, ReportsGoThroughTheAlerts) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const struct {
         const char *option;

@@ -11,7 +11,7 @@ static std::string reports;
 
 namespace {
 
-class TraceTest : public testing::Test {
+class Trace : public testing::Test {
   protected:
     void SetUp() override {
         GTEST_FLAG_SET(death_test_style, "threadsafe");
@@ -40,7 +40,7 @@ class TraceTest : public testing::Test {
 } // namespace
 
 // Line feeds are those of formats and alerts, and no name's.
-TEST_F(TraceTest, EntryAndExitStandAtTheSameIndent) {
+TEST_F(Trace, EntryAndExitStandAtTheSameIndent) {
     trace_enter("main.cpp", 1, "main");
     trace_enter("/src/alert", 328, "findMsgFiles", "%s", "C:\\dat\n\033[2J\t\xc2\x9b\xc3\xa4");
     trace_exit("C:\\src/b\\alert", 329, "findMsgFiles", "%u\n%s\n", 7u, "a\nb");
@@ -55,7 +55,7 @@ TEST_F(TraceTest, EntryAndExitStandAtTheSameIndent) {
                           "f:1                 > EXIT g()\n");
 }
 
-TEST_F(TraceTest, LayoutLimits) {
+TEST_F(Trace, LayoutLimits) {
     trace_set_depth(3);
     trace_set_step(UINT32_MAX / 2);
     EXPECT_EQ(trace_step(), UINT32_MAX / 2);
@@ -73,7 +73,7 @@ TEST_F(TraceTest, LayoutLimits) {
                        "desired trace width (0) is < default (20)\n");
 }
 
-TEST_F(TraceTest, FreeLinesAndAlertCopies) {
+TEST_F(Trace, FreeLinesAndAlertCopies) {
     const std::string text(10000, 'x');
     tracef("f", 1, "\n%s=%d\n\n100%%\nend\n", text.c_str(), 5);
     trace("f", 2, "a%s\n\033b");
@@ -101,7 +101,7 @@ TEST_F(TraceTest, FreeLinesAndAlertCopies) {
               "tracef (at d?/f:3) contains no lines\ntrace (at d/f:4) contains no lines\n");
 }
 
-TEST_F(TraceTest, HexDumps) {
+TEST_F(Trace, HexDumps) {
     const char bytes[] = "\x01z \x80\n~";
     const OwnedString at = str_format("%p", static_cast<const void *>(bytes));
     const OwnedString next = str_format("%p", static_cast<const void *>(bytes + 4));
@@ -127,7 +127,7 @@ TEST_F(TraceTest, HexDumps) {
     }
 }
 
-TEST_F(TraceTest, NullsAreReportedAndSurvived) {
+TEST_F(Trace, NullsAreReportedAndSurvived) {
     trace_assert_mode = ASSERT_WARNING;
     trace_enter(nullptr, 1, nullptr);
     trace_hexdump(nullptr, nullptr, 3, 2, true, "f", 3);
@@ -154,7 +154,7 @@ TEST_F(TraceTest, NullsAreReportedAndSurvived) {
 }
 
 // The header and the warning belong to the process, so these need one of their own.
-TEST_F(TraceTest, HeaderAndWarningComeOnce) {
+TEST_F(Trace, HeaderAndWarningComeOnce) {
     const auto run = [this] {
         const char *argv[] = {"prog", "-\n", nullptr, "unseen"};
         trace_args(4, argv);

@@ -61,7 +61,7 @@ TEST(Shahash, DigestsCoverFilesToTheLastByte) {
     EXPECT_STREQ(sha1_hex(sha1_stream(again.get()).get()), sha1_file_hex(file.c_str()));
 }
 
-TEST(ShahashDeathTest, FilesThatCannotBeOpenedEndTheProcess) {
+TEST(Shahash, FilesThatCannotBeOpenedEndTheProcess) {
     const Scratch scratch;
     const auto one = testing::ExitedWithCode(1);
     EXPECT_EXIT(sha256_file("gone"), one, "^!! Cannot open file \"gone\"\n$");

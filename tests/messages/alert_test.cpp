@@ -31,7 +31,7 @@ static void observe(uint32_t number, uintptr_t a, uintptr_t b, uintptr_t c) {
 
 namespace {
 
-class AlertTest : public testing::Test {
+class Alert : public testing::Test {
   protected:
     void SetUp() override {
         alert_init();
@@ -76,7 +76,7 @@ class AlertTest : public testing::Test {
 } // namespace
 
 // In the fixed layout, and in that of a template that names every part of the position.
-TEST_F(AlertTest, PositionInBothLayouts) {
+TEST_F(Alert, PositionInBothLayouts) {
     const uint32_t line = 12, base = 100, column = 103;
     const std::string no_line = "Non line specific message";
     const std::string in_no_line = no_line + ": : 3: " + no_line + ":|";
@@ -109,7 +109,7 @@ TEST_F(AlertTest, PositionInBothLayouts) {
     EXPECT_EQ(shown_by(alert_text(7, "M", "x")), "f: 12: x\n");
 }
 
-TEST_F(AlertTest, Templates) {
+TEST_F(Alert, Templates) {
     errno = 0;
     alert_use_formats(true);
     alert_set_formats("%a: %n: %m: %q: %s: %%%", "wrong", "wrong");
@@ -135,7 +135,7 @@ TEST_F(AlertTest, Templates) {
 
 // The text of the error goes where "%m" is, but what follows writes over it. Formats reach the
 // layout here as they may come from a caller that was not checked.
-TEST_F(AlertTest, FormatsThatEndEarlyOrNameTheError) {
+TEST_F(Alert, FormatsThatEndEarlyOrNameTheError) {
     int (*unchecked)(uint32_t, const char *, const char *, ...) = alert_text;
     const std::string reason = strerror(ENOENT);
     const struct {
@@ -161,7 +161,7 @@ TEST_F(AlertTest, FormatsThatEndEarlyOrNameTheError) {
     EXPECT_EQ(shown_by(alert_adhoc("e", "%s", "x")), "(0) x\n");
 }
 
-TEST_F(AlertTest, LongTextsAreCut) {
+TEST_F(Alert, LongTextsAreCut) {
     const std::string text(9000, 'x');
     rawmsg("%s", text.c_str());
     EXPECT_EQ(take(), text.substr(0, 8190) + "\n");
@@ -173,7 +173,7 @@ TEST_F(AlertTest, LongTextsAreCut) {
     EXPECT_EQ(shown_by(unchecked("M", format.c_str(), "y")), text.substr(0, 510) + "\n");
 }
 
-TEST_F(AlertTest, ALineInPiecesGoesToTheLogToo) {
+TEST_F(Alert, ALineInPiecesGoesToTheLogToo) {
     LogCapture log;
     trace_flags = TRACE_ALERTS;
     contmsg(0, "%d", 1);
@@ -187,7 +187,7 @@ TEST_F(AlertTest, ALineInPiecesGoesToTheLogToo) {
     EXPECT_NE(alert_get_output(), nullptr);
 }
 
-TEST_F(AlertTest, TheSameLineIsReportedOnce) {
+TEST_F(Alert, TheSameLineIsReportedOnce) {
     uint32_t line = 1;
     alert_set_position(new_file(), &line, nullptr, nullptr);
     EXPECT_EQ(alert(MESSAGE), 1);
@@ -207,7 +207,7 @@ TEST_F(AlertTest, TheSameLineIsReportedOnce) {
     EXPECT_EQ(alert(WARNING, "a", "b", 7), 1);
 }
 
-TEST_F(AlertTest, TheObserverSeesNumberAndArguments) {
+TEST_F(Alert, TheObserverSeesNumberAndArguments) {
     const uint32_t line = 1;
     const char *const a = "a";
     const char *const b = "b";
@@ -229,7 +229,7 @@ TEST_F(AlertTest, TheObserverSeesNumberAndArguments) {
     EXPECT_EQ(seen(alert_text(7, "M", "%s", a)), "");
 }
 
-TEST_F(AlertTest, StatesChangeWhatALookupGives) {
+TEST_F(Alert, StatesChangeWhatALookupGives) {
     constexpr uint32_t NUMBERS[] = {MESSAGE, WARNING, ERROR_ROW, FATAL}, OFF = MSG_SUPPRESSED;
     const struct {
         uint32_t op, types[4];
@@ -254,7 +254,7 @@ TEST_F(AlertTest, StatesChangeWhatALookupGives) {
               "(1502) assertion failure: a (b:7)  (warning)\n");
 }
 
-TEST_F(AlertTest, StatesAreSavedAndRestored) {
+TEST_F(Alert, StatesAreSavedAndRestored) {
     alert_control(WARNING, ALERT_HIDE);
     alert_control(0, ALERT_PUSH);
     alert_control(WARNING, ALERT_HARDEN);
@@ -275,7 +275,7 @@ TEST_F(AlertTest, StatesAreSavedAndRestored) {
     EXPECT_EQ(states(), "0000");
 }
 
-TEST_F(AlertTest, DisableLists) {
+TEST_F(Alert, DisableLists) {
     const std::pair<const char *, const char *> cases[] = {
         {nullptr, "0000"},
         {"", "0000"},
@@ -291,7 +291,7 @@ TEST_F(AlertTest, DisableLists) {
     }
 }
 
-TEST_F(AlertTest, LevelsOfTheCallersTypes) {
+TEST_F(Alert, LevelsOfTheCallersTypes) {
     const struct {
         const char *type;
         int32_t level;
@@ -326,7 +326,7 @@ static void count_failures() {
 }
 
 // Each is the first call in its process.
-TEST(AlertExitTest, CountsEndsAndFirstCalls) {
+TEST(AlertExit, CountsEndsAndFirstCalls) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const struct {
         void (*run)();

@@ -17,7 +17,7 @@ static std::string reports;
 
 namespace {
 
-class MsgTableTest : public LoggedTest {
+class MsgTable : public Logged {
   protected:
     void SetUp() override { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
     void TearDown() override {
@@ -34,7 +34,7 @@ class MsgTableTest : public LoggedTest {
 };
 
 // After alert_init, so that the built-in types are in force and the reports come to us.
-class MessageFileTest : public MsgTableTest {
+class MessageFile : public MsgTable {
   protected:
     void SetUp() override {
         alert_init();
@@ -91,7 +91,7 @@ static const LineCase LINES[] = {
     {"296\tE\t" + LONGEST + "296\tM\tx", 296, false, MSG_MESSAGE, 0, "x"},
 };
 
-TEST_F(MessageFileTest, RowsOfTheBuiltInTable) {
+TEST_F(MessageFile, RowsOfTheBuiltInTable) {
     constexpr MsgRec ROWS[] = {
         {MSG_MESSAGE, 1, "too many errors (%u)", 0},
         {MSG_MESSAGE, 2, "error/warning (%u) generated but no description available", 0},
@@ -118,7 +118,7 @@ TEST_F(MessageFileTest, RowsOfTheBuiltInTable) {
     }
 }
 
-TEST_F(MessageFileTest, LinesOfATable) {
+TEST_F(MessageFile, LinesOfATable) {
     for (const auto &test : LINES) {
         reports.clear();
         const Vector *table = load_edf(scratch.write("table", test.line).c_str());
@@ -136,7 +136,7 @@ TEST_F(MessageFileTest, LinesOfATable) {
     EXPECT_FALSE(msgnum_valid(-1) || msgnum_valid(1504));
 }
 
-TEST_F(MessageFileTest, LaterFilesChangeTextsOnly) {
+TEST_F(MessageFile, LaterFilesChangeTextsOnly) {
     ASSERT_NE(load_edf(scratch.write("first", "296\tM\tvoll\n").c_str()), nullptr);
     EXPECT_EQ(msgtable_row(296).type, MSG_FATAL);
     EXPECT_STREQ(msgtable_row(296).text, "voll");
@@ -151,7 +151,7 @@ TEST_F(MessageFileTest, LaterFilesChangeTextsOnly) {
     EXPECT_EQ(load_edf(scratch.write("too large", large + '#').c_str()), nullptr);
 }
 
-TEST_F(MessageFileTest, OpeningTakesWhatIsNewer) {
+TEST_F(MessageFile, OpeningTakesWhatIsNewer) {
     make_installation();
     const std::string builtin = msgtable_builtin_name();
     const auto path = [&](const std::string &name) { return name == builtin ? name : at(name); };
@@ -195,7 +195,7 @@ TEST_F(MessageFileTest, OpeningTakesWhatIsNewer) {
     EXPECT_EQ(alert_msgfile(), path(NEWER));
 }
 
-TEST_F(MsgTableTest, VersionsOfFileNames) {
+TEST_F(MsgTable, VersionsOfFileNames) {
     EXPECT_EQ(getMsgFileVersion("20230208172133_en.msgs"), 20230208172133u);
     EXPECT_EQ(getMsgFileVersion(native_join("12", "34_en.msgs").c_str()), 34u);
     EXPECT_EQ(getMsgFileVersion("18446744073709551616_en.msgs"), UINT64_MAX);
@@ -204,7 +204,7 @@ TEST_F(MsgTableTest, VersionsOfFileNames) {
         EXPECT_EQ(getMsgFileVersion(name), 0u);
 }
 
-TEST_F(MsgTableTest, Languages) {
+TEST_F(MsgTable, Languages) {
     for (const char *name : {"FR", "french", "francais"})
         EXPECT_EQ(lang_lookup(name), 12u) << name;
     EXPECT_EQ(lang_lookup("en"), 9u);
@@ -216,7 +216,7 @@ TEST_F(MsgTableTest, Languages) {
     EXPECT_STREQ(lang_code(8), "en");
 }
 
-TEST_F(MsgTableTest, TheNewestFileOfTheInstallationIsChosen) {
+TEST_F(MsgTable, TheNewestFileOfTheInstallationIsChosen) {
     make_installation();
     EXPECT_STREQ(msg_filename(LANG_NONE), msgtable_builtin_name());
     const struct {
@@ -246,7 +246,7 @@ TEST_F(MsgTableTest, TheNewestFileOfTheInstallationIsChosen) {
     EXPECT_EQ(vec_size(list.get()), 2u);
 }
 
-TEST_F(MsgTableTest, TheSearchIsLogged) {
+TEST_F(MsgTable, TheSearchIsLogged) {
     make_installation();
     const std::string file = scratch.write(native("dat/"s + NEWER).c_str(), "");
     alert_init();
@@ -267,7 +267,7 @@ TEST_F(MsgTableTest, TheSearchIsLogged) {
               "alert_init() done\nENTER set_maxerrors(20)\nEXIT set_maxerrors()\n");
 }
 
-TEST_F(MsgTableTest, FilesInBinGoFirstAmongEquals) {
+TEST_F(MsgTable, FilesInBinGoFirstAmongEquals) {
     make_installation();
     const std::string sorted[] = {at("dat/8_a.msgs"), at("bin/7_a.msgs"), at("dat/7_c.msgs"),
                                   at("dat/7_b.msgs")};
@@ -282,7 +282,7 @@ TEST_F(MsgTableTest, FilesInBinGoFirstAmongEquals) {
 }
 
 // A copy of the tool says from where it has the text of a message.
-TEST_F(MsgTableTest, FilesBesideTheProgramAndInTheCurrentDirectoryAreNextInLine) {
+TEST_F(MsgTable, FilesBesideTheProgramAndInTheCurrentDirectoryAreNextInLine) {
     const std::string built = built_program("kestrel");
     const std::string copy = at("v/bin/"s + os_basename(built.c_str()));
     os_mkdir_parents(at("v/bin").c_str());
@@ -304,7 +304,7 @@ TEST_F(MsgTableTest, FilesBesideTheProgramAndInTheCurrentDirectoryAreNextInLine)
               std::string::npos);
 }
 
-TEST_F(MsgTableTest, TheFirstFileSettlesTypesAndIsReported) {
+TEST_F(MsgTable, TheFirstFileSettlesTypesAndIsReported) {
     const std::string file = scratch.write("file", "296\tM\tvoll\n");
     EXPECT_EXIT((open_edf(file.c_str()), exit(msgtable_row(296).type == MSG_FATAL ? 40 : 41)),
                 testing::ExitedWithCode(40), "^$"); // is not the first

@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <csignal>
 #include <gtest/gtest.h>
-#include <iostream>
 #include <vector>
 
 // What the helper prints when it is started with these arguments.
@@ -187,14 +186,4 @@ TEST(OsProcess, StartedProgramsEndWithTheirParent) {
     output_of({"--orphan", file.c_str()});
     host_unlock(host_lock(file.c_str()));
     EXPECT_EQ(read_file(file), "held");
-}
-
-TEST(OsProcess, FromAShell) {
-    if (os_kind() != 0)
-        GTEST_SKIP() << "there is none";
-    const OwnedString programs = os_dirname(child_program().c_str());
-    const std::string script = native_join(programs.get(), "osdep_process_test.sh");
-    FILE *f = os_popenv("/bin/sh", script.c_str(), programs.get(), nullptr);
-    std::cout << read_all(f);
-    EXPECT_EQ(os_pclose(f), 0);
 }

@@ -47,7 +47,7 @@ TEST(OsTemp, BaseNamesAndRemovalAtExit) {
     host_tool_name = tool;
 }
 
-TEST(OsTempDeathTest, ForkedCopiesLeaveThemAlone) {
+TEST(OsTemp, ForkedCopiesLeaveThemAlone) {
     GTEST_FLAG_SET(death_test_style, "fast"); // which forks, where that can be done
     const Scratch scratch;
     EXPECT_EXIT(exit(0), testing::ExitedWithCode(0), "");

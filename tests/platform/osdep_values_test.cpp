@@ -57,7 +57,7 @@ TEST(OsBinary, ByteOrders) {
                  "\x12\x34\x56\x78\x9a\xbc\xde\xf0");
 }
 
-TEST(OsBinaryDeathTest, NullsAreAsserted) {
+TEST(OsBinary, NullsAreAsserted) {
     uint16_t value = 0;
     EXPECT_DEATH(os_read_be16(nullptr, &value), "f != \\(\\(void \\*\\)0\\)");
     EXPECT_DEATH(os_read_be16(stdin, nullptr), "val != \\(\\(void \\*\\)0\\)");

@@ -50,10 +50,10 @@ class LogCapture {
 
 // Everything that a test calls is logged: however a function is left, its exit must be in the log,
 // or all that follows is indented too far.
-class LoggedTest : public testing::Test {
+class Logged : public testing::Test {
   protected:
-    LoggedTest() { trace_flags = TRACE_GENERAL; }
-    ~LoggedTest() override {
+    Logged() { trace_flags = TRACE_GENERAL; }
+    ~Logged() override {
         EXPECT_EQ(trace_depth(), 0u);
         trace_flags = 0;
     }

@@ -1,5 +1,4 @@
 // What happens to a run while it hashes: to its manifest, its tree, its tasks and itself.
-#include "kestrel/manifest.h"
 #include "support/files.h"
 #include "tool/tool.h"
 
@@ -87,46 +86,6 @@ TEST(KestrelInterruption, ARunIsAboutOneDirectory) {
             for (const char *tasks : {"--tasks=1", "--tasks=3"})
                 if (const TwoTrees inst(by_link); inst.possible)
                     expect_failure(inst, mode, tasks);
-}
-
-// A task enters the directory by its name, like the manifest, when both may have changed.
-TEST(KestrelInterruption, TasksCheckWhatTheirParentHasFound) {
-    const TwoTrees inst(false);
-    inst.generate();
-    Subject subject;
-    subject.directory = directory_identity(inst.tree.c_str());
-    ASSERT_TRUE(host_file_state(inst.manifest.c_str(), &subject.file));
-    expect_subject(&subject);
-    const auto report_of = [&](const std::string &tree) {
-        return inst.run({"--check=0,0,7", "--report", "--instdir=" + tree}).out;
-    };
-    EXPECT_EQ(report_of(inst.tree).find("error"), std::string::npos);
-    EXPECT_TRUE(report_of(inst.other)
-                    .starts_with("error\t0\tInstallation path \"" + inst.other +
-                                 "\" does not lead to the same directory any more\n"));
-    subject.file.changed++;
-    expect_subject(&subject);
-    EXPECT_TRUE(report_of(inst.tree).starts_with("error\t0\tManifest \"" + inst.manifest +
-                                                 "\" changed during the check\n"));
-    expect_subject(nullptr);
-    EXPECT_NE(directory_identity("gone"), directory_identity("gone"))
-        << "unknown is never the same";
-}
-
-// It says nothing but in the log, and its files are hashed all the same.
-TEST(KestrelInterruption, ATaskOfGenerationMayBeEnded) {
-    const Installation inst("dir", 7);
-    const Lines lines = inst.generate();
-    const std::string log = native_join(inst.top.c_str(), "log");
-    for (const char *what : {"raise|15", "raise|9"}) {
-        if (os_kind() != 0 && what == std::string("raise|9"))
-            continue; // there is none
-        host_remove(inst.manifest.c_str());
-        EXPECT_EQ(inst.interrupted(what, {"-g", "--tasks=2", "--zvdebug=on,out:" + log}),
-                  inst.generated());
-        EXPECT_EQ(split(read_file(inst.manifest)), lines) << what;
-        EXPECT_NE(read_file(log).find("did not hash its files"), std::string::npos) << what;
-    }
 }
 
 TEST(KestrelInterruption, SignalsEndTheRun) {

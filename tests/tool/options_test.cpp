@@ -1,0 +1,140 @@
+#include "tool/tool.h"
+
+static const char *const HELP_BODY = R"(
+Options:
+  -g                           Generate a manifest containing hashes of files found under the directory specified by --instdir
+  -c                           Check a manifest containing hashes of files found under the directory specified by --instdir
+  -v                           Turn on verbose (default is on)
+  -h                           Display this help text
+  --manifest=<argument>        The path to the manifest file
+  --instdir=<argument>         The top-level directory where under the files to be verified or hashed exist
+  --tasks=<argument>           Specify how many parallel tasks should be used. If not specified, it will be calculated automatically
+  --help                       Display this help text
+
+
+Example usage:
+  To generate a new manifest file named "foo" for the files under the directory "bar", use;
+    kestrel -v -g --manifest=foo --instdir=bar
+
+  To check hashes in manifest file "foo" against the files under the directory "bar", use;
+    kestrel -v -c --manifest=foo --instdir=bar
+
+)";
+
+TEST(KestrelOptions, HelpAndComplaints) {
+    const std::string help = kestrel({"-h"}).out;
+    EXPECT_EQ(help.find("Norvane Kestrel V2.41\n"), 0u);
+    EXPECT_NE(split(help)[1].find("2023"), std::string::npos);
+    EXPECT_EQ(help.substr(help.find('\n', help.find('\n') + 1) + 1), HELP_BODY);
+
+    const std::string nowhere = "Missing installation directory. Please specify the tool path with "
+                                "the option: --instdir=path\n";
+    const std::string none =
+        "Missing generate -g or check -c options. One of them must be provided\n";
+    const std::string both =
+        "Both the generate -g and check -c options were provided. Only one can be accepted\n";
+    const std::string syntax = "Invalid syntax for option: --check\n";
+    const Installation inst("dir", 1);
+    const std::string here = "--instdir=" + inst.tree, gone = "--instdir=" + inst.manifest;
+    const std::string no_log = native_join(inst.manifest.c_str(), "log");
+    const struct {
+        Lines arguments;
+        Outcome outcome;
+    } cases[] = {
+        {{"--help", "--check=1"}, {0, help, ""}},
+        {{"-g", "--version", "--check=1"}, {0, "kestrel 2.41\n", ""}},
+        {{"-g", "-c", here, "-h"}, {0, help, ""}},
+        {{}, {1, help, nowhere}},
+        {{"-g", "-c"}, {1, help, nowhere}},
+        {{here}, {1, help, none}},
+        {{here, "-v", "-vv", "-gx", "-C", "--helpme", "--zv", "stray"}, {1, help, none}},
+        {{"-g", "-c", here}, {1, help, both}},
+        {{"--check=5,1", "-h"}, {1, "", syntax}},
+        {{here, "--check="}, {1, "", syntax}},
+        {{"-c", here, "--check=0,0,0", "-vv"}, {1, "", ""}},
+        {{"--check=0,0,0", here, "-v"}, {1, "Verification failed\n", ""}},
+        {{"-g", gone}, {1, "", "There was a problem generating the manifest file\n"}},
+        {{"-c", gone}, {1, "Verification failed\n", ""}},
+        {{"--zvdebug=on,out:" + no_log, "-g", here},
+         {1, "",
+          "(141) can't open debug-out file \"" + no_log + "\": No such file or directory\n"}},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(kestrel(c.arguments), c.outcome) << testing::PrintToString(c.arguments);
+    EXPECT_FALSE(os_exists(native_join(inst.tree.c_str(), "manifest").c_str()));
+    EXPECT_EQ(inst.run({"-c"}), inst.verdict(false)) << "no manifest";
+
+    const struct {
+        const char *argument, *meant; // "" for one that is ignored
+    } slips[] = {{"--extras", "extra"},
+                 {"-extra", "extra"},
+                 {"---EXTRA", "extra"},
+                 {"--extra=yes", "extra"},
+                 {"\xe2\x80\x94"
+                  "extra",
+                  "extra"},
+                 {"\xe2\x80\x93-extra", "extra"},
+                 {"--xtra", "extra"},
+                 {"--extra\x1b", "extra"},
+                 {"--repor", "report"},
+                 {"--reprot=x", "report"},
+                 {"--version=1", "version"},
+                 {"--repost=x", "report"},
+                 {"extra", ""},
+                 {"--extract", ""},
+                 {"--rexxrt", ""},
+                 {"--xetar", ""},
+                 {"--", ""},
+                 {"--zvdebugX=num:2", ""}};
+    for (const auto &[argument, meant] : slips) {
+        const std::string text = std::string("Argument \"") + str_printable(argument).get() +
+                                 "\" is not an option; is --" + meant + " meant?\n";
+        EXPECT_EQ(kestrel({argument, "-h"}),
+                  *meant != '\0' ? (Outcome{1, "", text}) : (Outcome{0, help, ""}));
+    }
+}
+
+TEST(KestrelOptions, ManifestIsWrittenAndChecked) {
+    const Installation inst;
+    Installation::write(inst.manifest, std::string(100000, 'x'));
+    EXPECT_EQ(inst.generate().size(), 20u);
+    const std::string text = read_file(inst.manifest);
+    EXPECT_EQ(inst.check(2), inst.verdict(true));
+    EXPECT_EQ(inst.run({"-g", "--check=0,0,0"}), (Outcome{0, "", ""}));
+
+    // Relative paths, of which the last counts, and the manifest's place when none is given.
+    const OwnedString before = os_getcwd();
+    EXPECT_TRUE(host_chdir(inst.top.c_str()));
+    EXPECT_EQ(kestrel({"-g", "--instdir=x", "--manifest=./tree/../m", "--instdir=tree/"}).status,
+              0);
+    EXPECT_EQ(kestrel({"-c", "--instdir=./tree/", "--manifest=m", "--tasks=3"}).status, 0);
+    EXPECT_EQ(kestrel({"-g", "--instdir=tree"}).status, 0);
+    EXPECT_EQ(kestrel({"-c", "--instdir=tree", "--tasks=3"}).status, 0);
+    for (const char *manifest : {"m", "tree/manifest"})
+        EXPECT_EQ(read_file(manifest), text);
+    host_chdir(before.get());
+}
+
+// Pipes can be opened once only. That the writer has ended must not matter for standard input.
+TEST(KestrelOptions, WordsMayComeFromPipes) {
+    if (os_kind() != 0)
+        GTEST_SKIP() << "there is no shell here";
+    const Installation inst("dir", 5);
+    inst.generate();
+    for (const auto &[script, argument] : {std::pair("mkfifo p; echo -c --tasks=@no >p &", "@p"),
+                                           {"echo -c >p & exec <p; wait", "@/dev/stdin"},
+                                           {"echo -c >r; exec <r", "@/dev/stdin"},
+                                           {"echo @p >r; echo -c >p &", "@r"},
+                                           {"echo @/dev/stdin >r; echo -c >p & exec <p", "@r"},
+                                           {"echo -c @p >p &", "@p"}})
+        EXPECT_EQ(inst.run({argument, "--tasks=2"}, script), inst.verdict(true)) << script;
+}
+
+TEST(KestrelOptions, ComplaintsShowPathsOfAnyLength) {
+    const Installation inst("dir", 0);
+    std::string far = inst.top;
+    for (int i = 0; i < 30; i++)
+        far = native_join(far.c_str(), std::string(200, 'n').c_str());
+    const Outcome outcome = kestrel({"-g", "--instdir=" + inst.tree, "--manifest=" + far});
+    EXPECT_TRUE(outcome.err.starts_with("Cannot write file \"" + far + "\": ")) << outcome;
+}
