@@ -28,13 +28,13 @@ void progress_begin_task(const char *name);
 // The name by which tasks find the counts of this process; null if nothing is shown.
 const char *progress_name();
 
-// Shows what this process and its tasks have counted, if it is time.
+// Draws what this process and its tasks have counted, if it is time.
 void progress_poll();
 
 // Takes the line away, before anything else is printed.
 void progress_wipe();
 
-// Takes it away for good.
+// Takes the line away for good.
 void progress_end();
 
 // What a process and its tasks have counted together, and whether the line shows anything: the

@@ -15,35 +15,37 @@
 // error, if it cannot be written, or would be written over the manifest (null for none).
 bool report_begin(const char *path, const char *manifest);
 
-// Whether there is one. Nothing below does anything without.
+// Whether there is a report. Nothing below does anything without one.
 bool report_is_on();
 
-// The file that it is in, as it was given; null for none.
+// Returns the file that the report is in, as it was given; null for none.
 const char *report_path();
 
-// Whether a path leads to that file.
+// Whether a path leads to the report's file.
 bool report_is_in(const char *path);
 
-// A line that does not verify; the first line of the manifest is number 1.
+// Records a line that does not verify; the first line of the manifest is number 1.
 void report_line(uint64_t number, const FaultyLine &faulty);
 
-// What concerns no single line. Returns the text, interned.
+// Records an error, which concerns no single line. Returns its text, interned.
 const char *report_error(const char *format, ...) PRINTF_LIKE(1, 2);
 
-// A file of a new manifest; its size is in bytes.
+// Counts a file of a new manifest; its size is in bytes.
 void report_file(uint64_t size);
 
-// That files are looked for which the manifest does not list; one of these.
+// Notes that files are looked for which the manifest does not list.
 void report_extra_search();
+
+// Records a file that the manifest does not list.
 void report_extra(const char *path);
 
-// Anything else.
+// Records what has no function of its own.
 void report_record(const char *kind, const char *text, const char *reason = nullptr);
 
-// That so many lines were to be checked, and how many of them were not.
+// Adds to the totals of the last record: lines that were to be checked, and those that were not.
 void report_count(uint64_t lines, uint64_t unchecked = 0);
 
-// That the manifest has so many lines: those that are not counted yet are unchecked.
+// Counts as unchecked what is missing to `lines`, the manifest's total.
 void report_cover(uint64_t lines);
 
 // Appends the report that a task has written about so many lines. False if it is incomplete: the

@@ -11,12 +11,13 @@
 
 // --- The plan
 
-// The number of tasks for so many lines if none is asked for: one if there is only one processor;
-// else four per processor, which is lowered, unless there are no more lines than that, until each
-// does more than 100 lines or one is left.
+// Returns the number of tasks for so many lines if none is asked for: one if there is only one
+// processor; else four per processor, which is lowered, unless there are no more lines than that,
+// until each does more than 100 lines or one is left.
 uint32_t adjusted_task_count(uint32_t lines, int32_t processors);
 
-// `--tasks`, or adjusted_task_count() for this machine. The debug log says how it was found.
+// Returns what --tasks asks for, or adjusted_task_count() for this machine. The debug log says how
+// it was found.
 uint32_t choose_task_count(uint32_t lines);
 
 // A range of lines, both ends included. The end of the last task's range is one past the last line.
@@ -36,14 +37,15 @@ struct Task {
     int reason = 0;             // errno, if not
 };
 
+// The tasks of a run.
 struct Plan {
     uint32_t lines;
     uint32_t tasks;         // asked for
     std::deque<Task> given; // those that have lines, in ascending order
 };
 
-// Together the tasks have every line, and all but the last the same number of them, which is one
-// more for the first. With as many tasks as lines, or more, some have none.
+// Divides lines among tasks. Together these have every line, and all but the last the same number
+// of them, which is one more for the first. With as many tasks as lines, or more, some have none.
 Plan divide(uint32_t lines, uint32_t tasks);
 
 // --- Programs
@@ -56,13 +58,13 @@ ProcessHandle runProgram(const char *exe, Vector *args);
 // started, and its status, which goes to `status`, is 0.
 bool wait_for_task(ProcessHandle process, uint32_t number, int *status = nullptr);
 
-// The arguments as one command line (interned): double quotes escaped, arguments with white space
+// Joins arguments to one command line (interned): double quotes escaped, arguments with white space
 // quoted, each followed by a space. Null for null or an empty vector.
 const char *vecString(Vector *args);
 
 // --- All tasks of a run
 
-// What they have in common. The strings are interned.
+// What the tasks of a run have in common. The strings are interned.
 struct TaskSetting {
     const char *exe;
     const char *file_option; // for the file with the lines
@@ -71,7 +73,7 @@ struct TaskSetting {
 };
 TaskSetting task_setting(const char *file, const char *instdir, const char *part_option);
 
-// For messages; lines are counted from 1. Interned.
+// Names a task in messages; lines are counted from 1. Interned.
 const char *task_name(const Task &task);
 
 // Starts all tasks that have lines. They accept what is expected only (see manifest.h).
