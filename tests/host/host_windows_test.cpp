@@ -79,6 +79,7 @@ TEST(HostWindows, WhatIsInUseIsTriedAgain) {
         EXPECT_TRUE(c.act(file.c_str()));
         EXPECT_EQ(pauses, 3);
     }
+    scratch.write("file", "");
     pauses = 0; // a directory with a file is not in use
     EXPECT_FALSE(host_rmdir(scratch.directory()));
     EXPECT_EQ(pauses, 0);
@@ -150,6 +151,7 @@ TEST(HostWindows, OnlyStandardErrorOfAStartedProgramIsOurs) {
 TEST(HostWindows, ARunThatFailsOrIsInterruptedLeavesNothingOfItsTasks) {
     const Installation inst("dir", 7);
     inst.generate();
+    const Lines lines = split(read_file(inst.manifest)); // in the order of the walk
     const std::string temp = native_join(inst.top.c_str(), "temp");
     const std::string before = host_getenv("TEMP");
     const struct {
@@ -162,11 +164,12 @@ TEST(HostWindows, ARunThatFailsOrIsInterruptedLeavesNothingOfItsTasks) {
                  {"-c", "--report", "2", 2, "\n"}};
     for (const auto &c : cases) {
         std::deque<SystemHandle> closed;
-        for (const char *name : {"f0", "f1", "f2", "f3"})
-            if (*c.signal == '\0')
-                closed.emplace_back(
-                    CreateFileW(to_wide(native_join(inst.tree.c_str(), name).c_str()).c_str(),
-                                GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+        for (size_t i = 0; i < 4 && *c.signal == '\0'; i++) {
+            const std::string name = lines.at(i).substr(lines.at(i).find('\\') + 1);
+            closed.emplace_back(
+                CreateFileW(to_wide(native_join(inst.tree.c_str(), name.c_str()).c_str()).c_str(),
+                            GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+        }
         host_mkdir(temp.c_str());
         os_setenv("TEMP", temp.c_str());
         os_setenv("KESTREL_INTERRUPT_PARENT", c.signal);
