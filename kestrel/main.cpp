@@ -154,8 +154,10 @@ int main(int argc, char **argv) {
             break;
     }
     vec_free(arguments);
-    if (settings.range_check)
+    if (settings.range_check) {
         end_with_parent();
+        progress_begin_task(task_board());
+    }
     if (sound && settings.instdir == nullptr) {
         print_usage();
         TRACE_MESSAGE("Installation directory was not specified");

@@ -60,10 +60,14 @@ struct LineRange {
     uint32_t end;
 };
 
-// Calls `take` with the number of each line up to the end of the range, and the line, until it
-// returns false or the file ends. False if that cannot be read.
-using TakeLine = std::function<bool(uint64_t number, std::string_view line)>;
+// Calls `take` with the number of each line up to the end of the range, the line, of one over the
+// limit its beginning, and its offset, until it returns false or the file ends. False if that
+// cannot be read.
+using TakeLine = std::function<bool(uint64_t number, std::string_view line, uint64_t offset)>;
 bool read_range(FILE *file, const LineRange &range, const TakeLine &take);
+
+// The line at an offset; empty if there is none.
+std::string_view line_at(FILE *file, uint64_t offset);
 
 // An open manifest.
 class ManifestFile {
@@ -89,7 +93,10 @@ class ManifestFile {
     bool locate(Plan *plan); // where the lines of each task begin
     bool read(const LineRange &range, const TakeLine &take);
     std::string_view next_line(); // empty at the end
-    bool is_read();               // whether that is the manifest's end
+    bool is_read();               // whether nothing has kept it from being read
+
+    // The path in the line at an offset; empty if there is none that may be opened.
+    std::string path_at(uint64_t offset) const;
 
     Subject subject; // what was found
 

@@ -4,7 +4,6 @@
 #include "host/trace.h"
 #include "kestrel/kestrel.h"
 #include "kestrel/output.h"
-#include "kestrel/progress.h"
 #include "kestrel/settings.h"
 #include "platform/osdep.h"
 
@@ -105,11 +104,6 @@ static bool read_report_file(const char *value) {
     return true;
 }
 
-static bool read_progress(const char *value) {
-    progress_begin_task(value);
-    return true;
-}
-
 // The debug log's own: it has been read before all others.
 static bool pass_over(const char *) {
     return true;
@@ -160,7 +154,6 @@ static constexpr Option OPTIONS[] = {
     {"--extra", nullptr, read_extra, true},
     {"--check=", nullptr, read_range},
     {"--digests=", nullptr, read_digests},
-    {"--progress=", nullptr, read_progress},
     {"--zvdebug=", nullptr, pass_over},
 };
 

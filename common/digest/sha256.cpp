@@ -144,6 +144,10 @@ size_t sha256_best_lanes() {
     return sha256_kernel_for(SHA256_MOST_LANES).lanes;
 }
 
+bool sha256_has_idle_lane(size_t messages) {
+    return messages != 0 && sha256_kernel_for(messages).lanes > messages;
+}
+
 void sha256_final(Sha256Context *ctx, uint8_t *digest) {
     blockhash_final(ctx, digest, compress);
 }

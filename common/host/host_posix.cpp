@@ -17,7 +17,6 @@
 #include <sched.h>
 #include <sys/auxv.h>
 #include <sys/ioctl.h>
-#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/random.h>
 #include <sys/stat.h>
@@ -209,9 +208,9 @@ bool host_file_state(const char *path, FileState *result) {
     return true;
 }
 
-bool host_opened_state(FILE *stream, FileState *result) {
+bool host_opened_state(int descriptor, FileState *result) {
     struct stat status = {};
-    if (fstat(fileno(stream), &status) != 0)
+    if (fstat(descriptor, &status) != 0)
         return false;
     *result = state_of(status);
     return true;
@@ -456,10 +455,16 @@ OwnedString host_stored_name(const char *path) {
 
 // The lock belongs to the open file description, not to the process, which may close other
 // descriptors of the file. A lock of flock() would block those who already run us under flock(1).
+static bool lock_bytes(int descriptor, int command, short type, off_t start, off_t length) {
+    struct flock bytes = {};
+    bytes.l_type = type;
+    bytes.l_start = start;
+    bytes.l_len = length;
+    return uninterrupted([&] { return fcntl(descriptor, command, &bytes); }) == 0;
+}
+
 static bool lock_whole(int descriptor, int command) {
-    struct flock whole = {};
-    whole.l_type = F_WRLCK;
-    return uninterrupted([&] { return fcntl(descriptor, command, &whole); }) == 0;
+    return lock_bytes(descriptor, command, F_WRLCK, 0, 0);
 }
 
 bool host_lock_opened(FILE *stream) {
@@ -467,10 +472,56 @@ bool host_lock_opened(FILE *stream) {
     for (int i = 1; !lock_whole(fileno(stream), F_OFD_SETLK); i++) {
         if ((errno != EAGAIN && errno != EACCES) || i == MOST_TRIES)
             return false;
-        constexpr timespec PAUSE = {0, 10'000'000};
-        nanosleep(&PAUSE, nullptr);
+        host_pause(10);
     }
     return true;
+}
+
+int host_open_shared(const char *path) {
+    return open_at_once(path, O_RDWR);
+}
+
+// Moves all of so many bytes with a call like pread.
+template <class Call> static bool move_at(Call call, uint64_t offset, size_t size) {
+    for (size_t moved = 0; moved < size;) {
+        const ssize_t some =
+            uninterrupted([&] { return call(moved, static_cast<off_t>(offset + moved)); });
+        if (some == 0)
+            errno = EIO;
+        if (some <= 0)
+            return false;
+        moved += static_cast<size_t>(some);
+    }
+    return true;
+}
+
+bool host_read_at(int descriptor, uint64_t offset, void *buffer, size_t size) {
+    const auto read = [&](size_t moved, off_t place) {
+        return pread(descriptor, static_cast<char *>(buffer) + moved, size - moved, place);
+    };
+    return move_at(read, offset, size);
+}
+
+bool host_write_at(int descriptor, uint64_t offset, const void *bytes, size_t size) {
+    const auto write = [&](size_t moved, off_t place) {
+        return pwrite(descriptor, static_cast<const char *>(bytes) + moved, size - moved, place);
+    };
+    return move_at(write, offset, size);
+}
+
+// Far behind the end of the file, as on the other host, where data that is locked cannot be read.
+static constexpr off_t NUMBERS = off_t{1} << 40;
+
+bool host_lock_number(int descriptor, uint32_t number, bool wait) {
+    if (lock_bytes(descriptor, wait ? F_OFD_SETLKW : F_OFD_SETLK, F_WRLCK, NUMBERS + number, 1))
+        return true;
+    if (errno == EACCES)
+        errno = EWOULDBLOCK;
+    return false;
+}
+
+void host_unlock_number(int descriptor, uint32_t number) {
+    lock_bytes(descriptor, F_OFD_SETLK, F_UNLCK, NUMBERS + number, 1);
 }
 
 bool host_truncate(FILE *stream, int64_t size) {
@@ -604,37 +655,9 @@ static pid_t start_program(const char *path, char *const *argv, bool tied) {
     return failure == 0 ? child : 0;
 }
 
-static void *map_shared(int descriptor, size_t size) {
-    void *memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
-    return memory != MAP_FAILED ? memory : nullptr;
-}
-
-// Its name is the number of a descriptor, which started programs inherit. All of its pages are
-// there: one that the system lacked later would be a fault.
-void *host_make_shared(size_t size, std::string *name) {
-    const int descriptor = memfd_create(host_tool_name, MFD_ALLOW_SEALING);
-    if (descriptor == -1)
-        return nullptr;
-    errno = posix_fallocate(descriptor, 0, static_cast<off_t>(size));
-    const bool sealed = errno == 0 && fcntl(descriptor, F_ADD_SEALS, F_SEAL_SHRINK) == 0;
-    void *memory = sealed ? map_shared(descriptor, size) : nullptr;
-    if (memory == nullptr)
-        close(descriptor);
-    *name = std::to_string(descriptor);
-    return memory;
-}
-
-// The seal tells it from whatever else has the number.
-void *host_open_shared(const char *name, size_t size) {
-    const int descriptor = str_to_int32(name);
-    struct stat found = {};
-    const int seals = fcntl(descriptor, F_GET_SEALS);
-    if (seals == -1 || fstat(descriptor, &found) != 0)
-        return nullptr;
-    if ((seals & F_SEAL_SHRINK) != 0 && static_cast<uint64_t>(found.st_size) >= size)
-        return map_shared(descriptor, size);
-    errno = EINVAL;
-    return nullptr;
+void host_pause(int milliseconds) {
+    const timespec pause = {milliseconds / 1000, milliseconds % 1000 * 1'000'000L};
+    nanosleep(&pause, nullptr);
 }
 
 ProcessHandle host_start_process(const char *exe, const char *const *argv, const char *) {

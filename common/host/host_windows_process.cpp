@@ -142,24 +142,8 @@ class StartAttributes {
 
 } // namespace
 
-// Null for the section null. Its handle is kept: without one it would lose its name.
-static void *map_section(HANDLE section, size_t size) {
-    void *memory =
-        section != nullptr ? MapViewOfFile(section, FILE_MAP_WRITE, 0, 0, size) : nullptr;
-    if (memory == nullptr)
-        system_failure();
-    return memory;
-}
-
-void *host_make_shared(size_t size, std::string *name) {
-    *name = std::string("Local\\") + host_tool_name + "-" + host_unique_seed().get();
-    return map_section(CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
-                                          static_cast<DWORD>(size), to_wide(name->c_str()).c_str()),
-                       size);
-}
-
-void *host_open_shared(const char *name, size_t size) {
-    return map_section(OpenFileMappingW(FILE_MAP_WRITE, FALSE, to_wide(name).c_str()), size);
+void host_pause(int milliseconds) {
+    Sleep(static_cast<DWORD>(milliseconds));
 }
 
 // It shares our console if we have one, so that no other is made for it. Ctrl-C is not for it.

@@ -130,7 +130,7 @@ bool shahash_check_manifest(const char *manifest, const char *dir) {
 }
 
 bool shahash_check_entries(Vector *entries) {
-    LineCheck check([](const FaultyLine &) { return true; });
+    LineCheck check([](const FaultyLine &) { return true; }, CheckFor::verdict_on_all);
     bool complete = true;
     for (const auto *entry : VecEach<ManifestEntry>(entries)) {
         if (entry->digest != nullptr && entry->path != nullptr && *entry->path != '\0')
