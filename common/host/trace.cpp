@@ -432,7 +432,7 @@ void trace_alert(const char *msg) {
     if (gAlertSrc == nullptr) {
         text = "ALERT> ";
     } else {
-        DEBUG_ASSERT(gAlertSrc != NULL); // cannot fail here; its text is documented
+        DEBUG_ASSERT(gAlertSrc != NULL); // cannot fail; its text stays (CONTRIBUTING.md)
         append_prefix(text, gAlertSrc, alert_line);
     }
     text += msg;
