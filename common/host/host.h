@@ -130,6 +130,11 @@ struct FileState {
 bool host_file_state(const char *path, FileState *result);
 bool host_opened_state(FILE *stream, FileState *result);
 
+// Texts that compare as the identity or the state does: a file that is unknown gets one that no
+// other has, not even itself the next time.
+std::string identity_text(const FileIdentity &identity);
+std::string state_text(const FileState &state);
+
 // Looks at the states of two files, which are both held open meanwhile where numbers may be given
 // again.
 bool host_file_states(const char *a, const char *b, FileState *first, FileState *second);

@@ -55,10 +55,6 @@ const PathStyle &host_path_style() {
     return slash_path_style;
 }
 
-int32_t host_kind() {
-    return 0;
-}
-
 const char *host_osname() {
     return "Linux";
 }
