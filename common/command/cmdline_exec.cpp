@@ -92,52 +92,47 @@ static bool needs_command_file(const char *program, const char *text, uint32_t m
 // --- Running
 
 // Runs the program with its output going to a temporary file that is then removed. What was
-// redirected before a failure stays so.
-static bool run_discarding(const char *program, Vector *args, int *status, const char **failure) {
-    const auto fails = [&](const char *reason) {
-        *failure = reason;
-        return false;
-    };
+// redirected before a failure stays so. Returns why that failed, or null.
+static const char *run_discarding(const char *program, Vector *args, int *status) {
     const int saved_out = host_dup(STDOUT_DESCRIPTOR);
     if (saved_out == -1)
-        return fails("stdout dup failed");
+        return "stdout dup failed";
     const int saved_err = host_dup(STDERR_DESCRIPTOR);
     if (saved_err == -1)
-        return fails("stderr dup failed");
+        return "stderr dup failed";
     const OwnedString tmpfile = os_tempname_plain();
     if (tmpfile == nullptr)
-        return fails("obtaining temp filename failed");
+        return "obtaining temp filename failed";
     TRACE_MESSAGE("tmpfile = \"%s\"", tmpfile.get());
     FILE *caught = host_fopen(tmpfile.get(), "w");
     if (caught == nullptr)
-        return fails("fopen to write to tmpfile failed");
+        return "fopen to write to tmpfile failed";
     if (host_dup2(host_fileno(caught), STDOUT_DESCRIPTOR) == -1)
-        return fails("redirect stdout failed");
+        return "redirect stdout failed";
     if (host_dup2(host_fileno(caught), STDERR_DESCRIPTOR) == -1)
-        return fails("redirect stderr failed");
+        return "redirect stderr failed";
     *status = db_debugger(program, args, false);
     fclose(caught);
     if (host_dup2(saved_out, STDOUT_DESCRIPTOR) == -1)
-        return fails("dup2 restore stdout failed");
+        return "dup2 restore stdout failed";
     if (host_close(saved_out) != 0)
-        return fails("could not close saved stdout");
+        return "could not close saved stdout";
     if (host_dup2(saved_err, STDERR_DESCRIPTOR) == -1)
-        return fails("dup2 restore stderr failed");
+        return "dup2 restore stderr failed";
     if (host_close(saved_err) != 0)
-        return fails("could not close saved stderr");
+        return "could not close saved stderr";
     if (os_exists(tmpfile.get()))
         host_remove(tmpfile.get());
-    return true;
+    return nullptr;
 }
 
 static int run(const char *program, Vector *args, int32_t echo) {
     fflush(stdout);
     fflush(stderr);
     int status = 1;
-    const char *failure = nullptr;
     if (echo >= 0) {
         status = db_debugger(program, args, false);
-    } else if (!run_discarding(program, args, &status, &failure)) {
+    } else if (const char *failure = run_discarding(program, args, &status)) {
         TRACE_REPORT("cmdline_exe", "%s", failure);
         TRACE_REPORT("cmdline_spawn",
                      "qrncc_spawn could not redirect stdout/stderr, exiting with status 1");
