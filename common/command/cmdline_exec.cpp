@@ -18,14 +18,12 @@ static int report_error(const char *text) {
     return 1;
 }
 
-// Elements 1 onward, joined by spaces; null if there are none.
-static const char *argument_text(Vector *options) {
-    if (vec_size(options) < 2)
-        return nullptr;
+// Elements 1 onward, joined by spaces.
+static std::string argument_text(Vector *options) {
     std::string text;
     for (uint32_t i = 1; i < vec_size(options); i++)
         text += (i > 1 ? " " : "") + std::string(vec_at<const char>(options, i));
-    return sc_strdup(text.c_str());
+    return text;
 }
 
 // --- Command files
@@ -73,7 +71,7 @@ static const char *make_command_file(Vector *options) {
     return sc_format("@%s", path.get());
 }
 
-static bool needs_command_file(const char *program, const char *text, uint32_t mode) {
+static bool needs_command_file(const char *program, const std::string &text, uint32_t mode) {
     if (mode == EXEC_COMMAND_FILE)
         return true;
     if (mode != EXEC_AUTOMATIC) {
@@ -81,7 +79,7 @@ static bool needs_command_file(const char *program, const char *text, uint32_t m
             DEBUG_ASSERT(0);
         return false;
     }
-    const size_t length = strlen(program) + (text != nullptr ? strlen(text) : 0) + 1;
+    const size_t length = strlen(program) + text.size() + 1;
     if (length <= static_cast<size_t>(os_max_cmdline()))
         return false;
     TRACE_MESSAGE("Command line length is too long for OS (%u), using command file",
@@ -148,8 +146,8 @@ int cmdline_exe(Vector *options, uint32_t mode, int32_t echo) {
     const char *program = vec_at<const char>(options, 0);
     if (program == nullptr)
         return 1;
-    const char *text = argument_text(options);
-    const char *shown = text != nullptr ? text : "";
+    const std::string text = argument_text(options);
+    std::string shown = text;
     const VectorPtr args(vec_new(__FILE__, __LINE__));
     if (needs_command_file(program, text, mode)) {
         const char *file = make_command_file(options);
@@ -157,15 +155,13 @@ int cmdline_exe(Vector *options, uint32_t mode, int32_t echo) {
             return 1;
         vec_append(args.get(), program);
         vec_append(args.get(), file);
-        if (echo > 0)
-            printf("%s %s [ %s ]\n", program, file, shown);
-        TRACE_MESSAGE("Executing: %s %s [ %s ]", program, file, shown);
+        shown = file + (" [ " + text + " ]");
     } else {
         vec_appendAll(args.get(), options);
-        if (echo > 0)
-            printf("%s %s\n", program, shown);
-        TRACE_MESSAGE("Executing: %s %s", program, shown);
     }
+    if (echo > 0)
+        printf("%s %s\n", program, shown.c_str());
+    TRACE_MESSAGE("Executing: %s %s", program, shown.c_str());
     const int status = run(program, args.get(), echo);
     return TRACE_RESULT(status, "%d", status);
 }
