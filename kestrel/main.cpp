@@ -1,6 +1,5 @@
 // The program's entry: options, their validation and the choice of the mode.
 #include "command/cmdline.h"
-#include "containers/stringcache.h"
 #include "debuglog/package.h"
 #include "host/trace.h"
 #include "kestrel/hash_tasks.h"

@@ -36,23 +36,6 @@ bool enter_directory(const char *directory) {
 static constexpr const char *EXPECTED_MANIFEST = "kestrel_expected_manifest";
 static constexpr const char *EXPECTED_DIRECTORY = "kestrel_expected_directory";
 
-// A text of its own for what is unknown.
-static std::string identity_text(const FileIdentity &identity) {
-    if (!identity.known)
-        return host_unique_seed().get();
-    return str_format("%llx:%llx:%llx:%s", static_cast<unsigned long long>(identity.volume),
-                      static_cast<unsigned long long>(identity.high),
-                      static_cast<unsigned long long>(identity.low), identity.place.c_str())
-        .get();
-}
-
-static std::string state_text(const FileState &state) {
-    return identity_text(state.identity) +
-           str_format(":%llx:%llx", static_cast<unsigned long long>(state.size),
-                      static_cast<unsigned long long>(state.changed))
-               .get();
-}
-
 // The place too: some file systems give all files one number, or none.
 std::string directory_identity(const char *path) {
     FileIdentity identity = {};

@@ -1,5 +1,6 @@
 #include "kestrel/options.h"
 
+#include "command/slip.h"
 #include "containers/stringcache.h"
 #include "host/trace.h"
 #include "kestrel/kestrel.h"
@@ -13,67 +14,61 @@
 #include <string>
 #include <string_view>
 
-static const char *absolute_path(const char *path) {
-    return os_is_absolute(path) ? sc_strdup(path) : sc_strdup(os_fullpath(path).get());
+// Sets a path, which the debug log calls by a name.
+static void set_path(const char **setting, const char *path, const char *name) {
+    *setting = sc_strdup(os_is_absolute(path) ? path : os_fullpath(path).get());
+    TRACE_MESSAGE("%s set to \"%s\"", name, *setting);
 }
 
-// --- The readers of single options. Each is given the option's value; false if it is malformed.
+// --- The readers of single options, which are given the option's value
 
-static bool read_generate(const char *) {
+static void read_generate(const char *) {
     settings.generate = true;
     TRACE_MESSAGE("Got generate option");
-    return true;
 }
 
-static bool read_check(const char *) {
+static void read_check(const char *) {
     settings.check = true;
     TRACE_MESSAGE("Got check option");
-    return true;
 }
 
-static bool read_verbose(const char *) {
+static void read_verbose(const char *) {
     settings.verbose++;
     TRACE_MESSAGE("Got verbose option");
-    return true;
 }
 
-static bool read_help(const char *) {
+static void read_help(const char *) {
     print_usage();
     cleanup(0);
 }
 
-static bool read_version(const char *) {
+static void read_version(const char *) {
     print("kestrel " KESTREL_VERSION "\n");
     cleanup(0);
 }
 
-static bool read_manifest(const char *value) {
-    settings.manifest = absolute_path(value);
-    TRACE_MESSAGE("Manifest file set to \"%s\"", settings.manifest);
-    return true;
+static void read_manifest(const char *value) {
+    set_path(&settings.manifest, value, "Manifest file");
 }
 
-static bool read_instdir(const char *value) {
-    settings.instdir = absolute_path(value);
-    TRACE_MESSAGE("Install directory set to \"%s\"", settings.instdir);
-    return true;
+static void read_instdir(const char *value) {
+    set_path(&settings.instdir, value, "Install directory");
 }
 
-static bool read_tasks(const char *value) {
+static void read_tasks(const char *value) {
     settings.task_limit = str_to_int32(value);
     TRACE_MESSAGE("Got task limit option for %d tasks", settings.task_limit);
-    return true;
 }
 
 // "<position>,<start>,<end>". A range check is quiet.
-static bool read_range(const char *value) {
+static void read_range(const char *value) {
     settings.verbose = 0;
     const char *first = strchr(value, ',');
     const char *second = first != nullptr ? strchr(first + 1, ',') : nullptr;
     if (second == nullptr) {
         fputs("Invalid syntax for option: --check\n", stderr);
         settings.refusal = "Invalid syntax for --check option";
-        return false;
+        return;
     }
     settings.position = str_to_int32(value);
     settings.start = str_to_int32(first + 1);
@@ -81,39 +76,30 @@ static bool read_range(const char *value) {
     settings.range_check = true;
     TRACE_MESSAGE("Got range check option; Start position: %ld, start line: %d, end line: %d",
                   static_cast<long>(settings.position), settings.start, settings.end);
-    return true;
 }
 
-static bool read_digests(const char *value) {
-    settings.digests = absolute_path(value);
-    TRACE_MESSAGE("Digests file set to \"%s\"", settings.digests);
-    return true;
+static void read_digests(const char *value) {
+    set_path(&settings.digests, value, "Digests file");
 }
 
-static bool read_report(const char *) {
+static void read_report(const char *) {
     settings.report = true;
     settings.report_file = nullptr;
     TRACE_MESSAGE("Got report option");
-    return true;
 }
 
-static bool read_report_file(const char *value) {
+static void read_report_file(const char *value) {
     settings.report = true;
-    settings.report_file = absolute_path(value);
-    TRACE_MESSAGE("Report file set to \"%s\"", settings.report_file);
-    return true;
+    set_path(&settings.report_file, value, "Report file");
 }
 
 // The debug log's own: it has been read before all others.
-static bool pass_over(const char *) {
-    return true;
-}
+static void pass_over(const char *) {}
 
-static bool read_extra(const char *) {
+static void read_extra(const char *) {
     settings.report = true;
     settings.extra = true;
     TRACE_MESSAGE("Got extra option");
-    return true;
 }
 
 // --- All options
@@ -123,7 +109,7 @@ namespace {
 struct Option {
     std::string_view name; // a value follows a name that ends in "="
     const char *help;      // null for one that the help text leaves out
-    bool (*read)(const char *value);
+    void (*read)(const char *value);
     bool is_guarded = false; // a slip in it is refused: without it the check would say less
 };
 
@@ -150,79 +136,37 @@ static constexpr Option OPTIONS[] = {
     {"--help", "Display this help text", read_help},
     {"--version", nullptr, read_version, true},
     {"--report", nullptr, read_report, true},
-    {"--report=", nullptr, read_report_file, true},
+    {"--report=", nullptr, read_report_file},
     {"--extra", nullptr, read_extra, true},
     {"--check=", nullptr, read_range},
     {"--digests=", nullptr, read_digests},
     {"--zvdebug=", nullptr, pass_over},
 };
 
-// Whether the texts are equal, or one letter more, less or other, or two neighbours exchanged, make
-// them so.
-static bool is_near(std::string_view a, std::string_view b) {
-    while (!a.empty() && !b.empty() && a.front() == b.front()) {
-        a.remove_prefix(1);
-        b.remove_prefix(1);
-    }
-    while (!a.empty() && !b.empty() && a.back() == b.back()) {
-        a.remove_suffix(1);
-        b.remove_suffix(1);
-    }
-    return (a.size() <= 1 && b.size() <= 1) ||
-           (a.size() == 2 && b.size() == 2 && a[0] == b[1] && a[1] == b[0]);
-}
-
-// Without the hyphens before it, or the dashes that word processors make of these.
-static std::string_view without_hyphens(std::string_view argument) {
-    for (;;) {
-        if (argument.starts_with('-'))
-            argument.remove_prefix(1);
-        else if (argument.size() > 2 && argument.starts_with("\xe2\x80") && argument[2] >= '\x90' &&
-                 argument[2] <= '\x95')
-            argument.remove_prefix(3);
-        else
-            return argument;
-    }
-}
-
-// The letters of an argument's name: without hyphens, "=" and a value, and case.
-static std::string letters_of(std::string_view argument) {
-    std::string letters(without_hyphens(argument.substr(0, argument.find('='))));
-    os_strlwr(letters.data());
-    return letters;
-}
-
-// The guarded option that an argument is a slip in; null if it is in none.
-static const Option *slip_in(std::string_view argument) {
-    if (without_hyphens(argument) != argument)
-        for (const Option &option : OPTIONS)
-            if (option.is_guarded && is_near(letters_of(argument), letters_of(option.name)))
-                return &option;
-    return nullptr;
-}
-
 // Arguments that are not options are ignored, but the debug log takes any that begins like its own.
-static bool read_unknown(const char *argument) {
-    const Option *const meant = slip_in(argument);
-    if (meant == nullptr) {
-        if (!std::string_view(argument).starts_with("--zvdebug"))
-            settings.ignored.push_back(argument);
-        return true;
-    }
-    settings.refusal = sc_format("Argument \"%s\" is not an option; is --%s meant?",
-                                 str_printable(argument).get(), letters_of(meant->name).c_str());
-    fprintf(stderr, "%s\n", settings.refusal);
-    return false;
+static void read_unknown(const char *argument) {
+    for (const Option &option : OPTIONS)
+        if (option.is_guarded && is_slip_in(option.name, argument)) {
+            settings.refusal = sc_format("Argument \"%s\" is not an option; is %s meant?",
+                                         str_printable(argument).get(), option.name.data());
+            fprintf(stderr, "%s\n", settings.refusal);
+            return;
+        }
+    if (!std::string_view(argument).starts_with("--zvdebug"))
+        settings.ignored.push_back(argument);
 }
 
 bool read_option(const char *argument) {
     const std::string_view text = argument;
-    for (const Option &option : OPTIONS) {
-        const bool with_value = option.name.ends_with('=');
-        if (with_value ? text.starts_with(option.name) : text == option.name)
-            return option.read(argument + option.name.size());
-    }
-    return read_unknown(argument);
+    const auto *const option =
+        std::find_if(std::begin(OPTIONS), std::end(OPTIONS), [&](const Option &known) {
+            return known.name.ends_with('=') ? text.starts_with(known.name) : text == known.name;
+        });
+    if (option != std::end(OPTIONS))
+        option->read(argument + option->name.size());
+    else
+        read_unknown(argument);
+    return settings.refusal == nullptr;
 }
 
 void print_usage() {

@@ -7,9 +7,7 @@
 
 #include <cerrno>
 #include <cinttypes>
-#include <cstdarg>
 #include <cstdio>
-#include <cstring>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -131,10 +129,8 @@ void report_extra(const char *path) {
 }
 
 const char *report_error(const char *format, ...) {
-    va_list args;
-    va_start(args, format);
-    const char *text = sc_vformat(format, args);
-    va_end(args);
+    const char *text;
+    WITH_VA_LIST(args, format, text = sc_vformat(format, args));
     report_record("error", text);
     return text;
 }

@@ -141,14 +141,13 @@ static ProcessHandle start_task(const TaskSetting &setting, const Task &task) {
 bool wait_for_task(ProcessHandle process, uint32_t number, int *status) {
     int got;
     int &result = status != nullptr ? *status : got;
+    result = 1;
     TRACE_MESSAGE("Waiting for process %d to finish", number);
     if (process == 0)
         TRACE_MESSAGE("proc id is zero, process mustn't have started");
     do
         progress_poll();
-    while (process != 0 && progress_is_on() && !host_await_end(process, 200));
-    if (!host_wait_process(process, &result))
-        result = 1;
+    while (!host_wait_process(process, &result, progress_is_on() ? 200 : NO_LIMIT));
     if (result == 0)
         TRACE_MESSAGE("Process %d successfully verify its hashes", number);
     else

@@ -19,10 +19,8 @@ OwnedString str_concat_free(OwnedString a, const char *b) {
 }
 
 OwnedString str_format(const char *format, ...) {
-    va_list args;
-    va_start(args, format);
-    OwnedString text = str_vformat(format, args);
-    va_end(args);
+    OwnedString text;
+    WITH_VA_LIST(args, format, text = str_vformat(format, args));
     return text;
 }
 

@@ -37,11 +37,7 @@ static void compress_portable(uint32_t *const *states, const uint8_t *const *mes
 
 // --- The choice of a kernel
 
-static bool always() {
-    return true;
-}
-
-static constexpr Sha256Kernel PORTABLE = {"portable", 1, 100, always, compress_portable};
+static constexpr Sha256Kernel PORTABLE = {"portable", 1, 100, true, compress_portable};
 
 namespace {
 
@@ -53,7 +49,7 @@ struct Kernels {
 
     Kernels() {
         for (const Sha256Kernel &kernel : sha256_family_kernels())
-            if (kernel.is_supported())
+            if (kernel.is_supported)
                 supported.push_back(&kernel);
         for (size_t messages = 0; messages <= SHA256_MOST_LANES; messages++)
             best[messages] =

@@ -130,6 +130,11 @@ struct FileState {
 bool host_file_state(const char *path, FileState *result);
 bool host_opened_state(int descriptor, FileState *result);
 
+// Texts that compare as the identity or the state does: a file that is unknown gets one that no
+// other has, not even itself the next time.
+std::string identity_text(const FileIdentity &identity);
+std::string state_text(const FileState &state);
+
 // Looks at the states of two files, which are both held open meanwhile where numbers may be given
 // again.
 bool host_file_states(const char *a, const char *b, FileState *first, FileState *second);
@@ -321,18 +326,16 @@ using ProcessHandle = intptr_t;
 ProcessHandle host_start_process(const char *exe, const char *const *argv,
                                  const char *command_line);
 
-// Waits until a started program ends, but not longer than about so many milliseconds; false if it
-// is still running.
-bool host_await_end(ProcessHandle process, int milliseconds);
-
-// Waits for a started program and gives its exit status: false if the status cannot be had. A
-// program that died of a signal has a nonzero status.
-bool host_wait_process(ProcessHandle process, int *status);
+// Waits until a started program has ended, for about so many milliseconds at most or without limit;
+// false if it is still running. Gives its exit status, which is not 0 if it died of a signal;
+// `status` stays as it is if there is none.
+constexpr int NO_LIMIT = -1;
+bool host_wait_process(ProcessHandle process, int *status, int milliseconds = NO_LIMIT);
 
 // Ends all programs of host_start_process that have not been waited for. The first neither waits
 // nor allocates, so that a signal's handler may call it; the second waits until they have ended.
 void host_end_started();
-void host_await_started();
+void host_wait_started();
 
 // Has this process end when `parent`, which has started it, does; ends it at once if that has
 // happened. For a started program, where the system has undone what host_start_process has

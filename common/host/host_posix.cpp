@@ -54,10 +54,6 @@ const PathStyle &host_path_style() {
     return slash_path_style;
 }
 
-int32_t host_kind() {
-    return 0;
-}
-
 const char *host_osname() {
     return "Linux";
 }
@@ -664,44 +660,42 @@ ProcessHandle host_start_process(const char *exe, const char *const *argv, const
     return start_program(exe, const_cast<char *const *>(argv), true);
 }
 
-// Systems older than descriptors for processes (Linux 5.3) are asked again and again.
-bool host_await_end(ProcessHandle process, int milliseconds) {
-    const auto child = static_cast<pid_t>(process);
-    const auto descriptor = static_cast<int>(syscall(SYS_pidfd_open, child, 0));
-    pollfd ended = {descriptor, POLLIN, 0};
-    poll(&ended, 1, descriptor != -1 ? milliseconds : std::min(milliseconds, 10));
-    if (descriptor != -1)
-        close(descriptor);
-    siginfo_t state = {};
-    return waitid(P_PID, static_cast<id_t>(child), &state, WEXITED | WNOHANG | WNOWAIT) != 0 ||
-           state.si_pid == child;
-}
-
 // Waits without taking the status, which keeps the number from being given to another process.
-static bool await_end(pid_t child) {
-    siginfo_t ended = {};
-    const auto id = static_cast<id_t>(child);
-    return uninterrupted([&] { return waitid(P_PID, id, &ended, WEXITED | WNOWAIT); }) == 0;
+// True if the program has ended, or cannot be waited for. Systems older than descriptors for
+// processes (Linux 5.3) are asked again and again.
+static bool await_end(pid_t child, int milliseconds) {
+    if (milliseconds != NO_LIMIT) {
+        const auto descriptor = static_cast<int>(syscall(SYS_pidfd_open, child, 0));
+        pollfd ended = {descriptor, POLLIN, 0};
+        poll(&ended, 1, descriptor != -1 ? milliseconds : std::min(milliseconds, 10));
+        if (descriptor != -1)
+            close(descriptor);
+    }
+    siginfo_t state = {};
+    const int options = WEXITED | WNOWAIT | (milliseconds != NO_LIMIT ? WNOHANG : 0);
+    return uninterrupted(
+               [&] { return waitid(P_PID, static_cast<id_t>(child), &state, options); }) != 0 ||
+           state.si_pid == child;
 }
 
 // The number is forgotten before it is free. Programs are mostly waited for in order, so it is
 // found at once.
-bool host_wait_process(ProcessHandle process, int *status) {
-    int state = 0;
+bool host_wait_process(ProcessHandle process, int *status, int milliseconds) {
     const pid_t child = static_cast<pid_t>(process);
     if (child <= 0)
+        return true;
+    if (!await_end(child, milliseconds))
         return false;
-    const bool ended = await_end(child);
     std::list<pid_t> forgotten; // freed when signals may come again
     sigset_t signals;
     block_signals(&signals);
     if (const auto entry = std::find(started.begin(), started.end(), child); entry != started.end())
         forgotten.splice(forgotten.end(), started, entry);
-    const bool got = ended && uninterrupted([&] { return waitpid(child, &state, 0); }) == child;
-    sigprocmask(SIG_SETMASK, &signals, nullptr);
-    if (got)
+    int state = 0;
+    if (uninterrupted([&] { return waitpid(child, &state, 0); }) == child)
         *status = WIFEXITED(state) ? WEXITSTATUS(state) : 128 + WTERMSIG(state);
-    return got;
+    sigprocmask(SIG_SETMASK, &signals, nullptr);
+    return true;
 }
 
 void host_end_started() {
@@ -709,9 +703,9 @@ void host_end_started() {
         kill(child, SIGKILL);
 }
 
-void host_await_started() {
+void host_wait_started() {
     for (const pid_t child : started)
-        await_end(child);
+        await_end(child, NO_LIMIT);
 }
 
 void host_end_with(uint32_t parent) {
@@ -738,5 +732,6 @@ int host_spawn_wait(const char *path, const char *const *argv) {
 
     int status = -1;
     const pid_t child = start_program(path, pointers.data(), false);
-    return child != 0 && host_wait_process(child, &status) ? status : -1;
+    host_wait_process(child, &status);
+    return status;
 }

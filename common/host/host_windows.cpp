@@ -29,10 +29,6 @@ const PathStyle &host_path_style() {
     return drive_path_style;
 }
 
-int32_t host_kind() {
-    return HOST_DRIVE_PATHS;
-}
-
 const char *host_osname() {
     return "Microsoft Windows";
 }
@@ -148,6 +144,12 @@ bool host_stat(const char *path, HostStat *result) {
     return true;
 }
 
+// The entry of a directory at a path; false if there is none.
+static bool find_entry(const SystemPath &path, WIN32_FIND_DATAW *entry) {
+    const HANDLE search = FindFirstFileW(path.get(), entry);
+    return search == INVALID_HANDLE_VALUE ? system_failure() : FindClose(search) != 0;
+}
+
 // Reparse points of other kinds (files kept elsewhere, compressed files) are not links.
 bool host_is_link(const char *path) {
     const SystemPath system_path(path);
@@ -155,11 +157,7 @@ bool host_is_link(const char *path) {
     if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0)
         return false;
     WIN32_FIND_DATAW data;
-    const HANDLE search = FindFirstFileW(system_path.get(), &data);
-    if (search == INVALID_HANDLE_VALUE)
-        return false;
-    FindClose(search);
-    return IsReparseTagNameSurrogate(data.dwReserved0);
+    return find_entry(system_path, &data) && IsReparseTagNameSurrogate(data.dwReserved0);
 }
 
 // Where an opened file leads. Not every volume has a letter, and not every directory above may be
@@ -631,13 +629,7 @@ OwnedString host_shortpath(const char *path) {
 
 OwnedString host_stored_name(const char *path) {
     WIN32_FIND_DATAW data;
-    const HANDLE search = FindFirstFileW(SystemPath(path).get(), &data);
-    if (search == INVALID_HANDLE_VALUE) {
-        system_failure();
-        return nullptr;
-    }
-    FindClose(search);
-    return to_narrow(data.cFileName);
+    return find_entry(SystemPath(path), &data) ? to_narrow(data.cFileName) : nullptr;
 }
 
 // A file that is open cannot be replaced, so the lock is a named mutex. Its name is the identity of

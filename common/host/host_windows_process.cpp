@@ -189,22 +189,21 @@ ProcessHandle host_start_process(const char *exe, const char *const *, const cha
     return reinterpret_cast<ProcessHandle>(process);
 }
 
-bool host_await_end(ProcessHandle process, int milliseconds) {
-    return WaitForSingleObject(reinterpret_cast<HANDLE>(process),
-                               static_cast<DWORD>(milliseconds)) != WAIT_TIMEOUT;
-}
+static_assert(static_cast<DWORD>(NO_LIMIT) == INFINITE);
 
-bool host_wait_process(ProcessHandle process, int *status) {
-    const auto ended = reinterpret_cast<HANDLE>(process);
+bool host_wait_process(ProcessHandle process, int *status, int milliseconds) {
+    if (process == 0)
+        return true;
+    const auto waited_for = reinterpret_cast<HANDLE>(process);
+    if (WaitForSingleObject(waited_for, static_cast<DWORD>(milliseconds)) == WAIT_TIMEOUT)
+        return false;
     DWORD code = 0;
-    const bool known = process != 0 && WaitForSingleObject(ended, INFINITE) == WAIT_OBJECT_0 &&
-                       GetExitCodeProcess(ended, &code);
+    if (GetExitCodeProcess(waited_for, &code))
+        *status = static_cast<int>(code);
     halt_if_interrupted();
-    *status = static_cast<int>(code);
-    std::erase(jobless, ended);
-    if (process != 0)
-        CloseHandle(ended);
-    return known;
+    std::erase(jobless, waited_for);
+    CloseHandle(waited_for);
+    return true;
 }
 
 void host_end_started() {
@@ -216,7 +215,7 @@ void host_end_started() {
 }
 
 // The job has no signal that its last process has ended.
-void host_await_started() {
+void host_wait_started() {
     JOBOBJECT_BASIC_ACCOUNTING_INFORMATION account = {};
     while (job != nullptr &&
            QueryInformationJobObject(job, JobObjectBasicAccountingInformation, &account,

@@ -1,7 +1,6 @@
 #include "manifest/linecheck.h"
 
 #include "host/trace.h"
-#include "platform/osdep.h"
 
 #include <cerrno>
 

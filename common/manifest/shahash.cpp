@@ -8,7 +8,6 @@
 #include "platform/osdep.h"
 
 #include <cerrno>
-#include <cstring>
 #include <string_view>
 #include <utility>
 
