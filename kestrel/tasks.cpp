@@ -229,7 +229,9 @@ void start_tasks(const TaskSetting &setting, Plan &plan) {
 bool run_tasks(const TaskSetting &setting, Plan plan, const FinishTask &finish) {
     start_tasks(setting, plan);
     bool passed = plan.lines > plan.tasks; // with as many tasks as lines some get no line
-    if (!passed)
+    if (plan.lines == 0)
+        report_error("The manifest is empty");
+    else if (!passed)
         report_error("%zu of %u tasks had no line to check; use --tasks=1",
                      plan.tasks - plan.given.size(), plan.tasks);
     for (uint32_t i = 0; i < plan.tasks; i = next_task(plan, i)) {

@@ -110,9 +110,10 @@ bool shahash_verify_file(const char *digest, const char *path) {
 
 static bool check_lines(FILE *file) {
     LineCheck check;
-    for (std::string_view line; !(line = shahash_next_line(file)).empty() && check.add(line);) {
-    }
-    return check.finish() && ferror(file) == 0;
+    bool empty = true;
+    for (std::string_view line; !(line = shahash_next_line(file)).empty() && check.add(line);)
+        empty = false;
+    return check.finish() && !empty && ferror(file) == 0;
 }
 
 bool shahash_check_manifest(const char *manifest, const char *dir) {

@@ -56,8 +56,8 @@ void shahash_complain(const char *format, ...) PRINTF_LIKE(1, 2);
 // A line of a manifest.
 struct ManifestEntry {
     const char *path;   // as in the manifest; the entry's own
-    const char *digest; // interned: the digits, or what a line that was read has in their place;
-                        // null for a file that could not be read
+    const char *digest; // interned: the digits, or what a line that was read has in their place,
+                        // of any length; null for a file that could not be read
 };
 
 // Frees a vector of entries with them and their paths.
@@ -131,16 +131,18 @@ bool shahash_parse_line(std::string_view line, ManifestLine *fields);
 // long. A check fails at any other line, so the lines after that need not be read.
 bool shahash_line_can_verify(std::string_view line);
 
-// The entries of a whole manifest, each path joined to `base`; null if it cannot be read, or if a
-// line is malformed or its path leads out. To be freed by shahash_free_entries.
+// The entries of a whole manifest, each path joined to `base`, none if it is empty; null if it
+// cannot be read, or if a line is malformed or its path leads out. To be freed by
+// shahash_free_entries.
 Vector *shahash_read_manifest(const char *manifest, const char *base);
 
 // Checks every line of a manifest, after changing to `dir` (and back) when it is given; stops at
-// the first line that is malformed, missing or different, or whose path leads out.
+// the first line that is malformed, missing or different, or whose path leads out. False for an
+// empty manifest, as one that was cut off can be.
 bool shahash_check_manifest(const char *manifest, const char *dir);
 
 // Checks a vector of ManifestEntry, all of them; false if a path is null, empty or missing, or a
-// file differs.
+// file differs. True for a vector without entries: whoever has read a manifest asks vec_size.
 bool shahash_check_entries(Vector *entries);
 
 #endif
