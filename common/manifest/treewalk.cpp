@@ -10,6 +10,7 @@ namespace {
 // A directory being walked.
 struct Walk {
     TreeVisitor *visitor;
+    Look look;
     const char *dir;
     const char *relative;
     const Walk *parent;  // the directory it was entered from
@@ -43,9 +44,11 @@ static bool walk_entry(const Walk &walk, const DirectoryEntry &entry) {
         return visitor.unlisted(full.get(), relative.get());
     if (!visitor.entry(full.get(), relative.get()))
         return false;
-    const StatResult found = host_stat_result(full.get());
+    const bool is_listed_only = entry.is_regular && walk.look == Look::as_needed;
+    const StatResult found =
+        is_listed_only ? StatResult{HostStat{FileKind::regular, 0}} : host_stat_result(full.get());
     if (found.status && found.status->kind == FileKind::directory)
-        return walk_directory({&visitor, full.get(), relative.get(), &walk});
+        return walk_directory({&visitor, walk.look, full.get(), relative.get(), &walk});
     if (!shahash_name_fits(name, true))
         return visitor.unlisted(full.get(), relative.get());
     return visitor.file(full.get(), std::move(relative), found);
@@ -70,6 +73,6 @@ static bool walk_directory(Walk walk) {
     return walk.visitor->unreadable(walk.dir, walk.relative, reason);
 }
 
-bool walk_tree(TreeVisitor &visitor, const char *dir, const char *relative) {
-    return walk_directory({&visitor, dir, relative, nullptr});
+bool walk_tree(TreeVisitor &visitor, const char *dir, const char *relative, Look look) {
+    return walk_directory({&visitor, look, dir, relative, nullptr});
 }

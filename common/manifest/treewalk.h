@@ -13,7 +13,8 @@ class TreeVisitor {
     // Takes an entry, before the system is asked what it is.
     virtual bool entry(const char *path, const char *listed) = 0;
 
-    // Takes what is not a directory, or cannot be looked at.
+    // Takes what is not a directory, or cannot be looked at. Of a file that was only listed,
+    // `found` has no size.
     virtual bool file(const char *path, OwnedString listed, const StatResult &found) = 0;
 
     // Takes an entry whose name cannot stand in a manifest.
@@ -26,8 +27,13 @@ class TreeVisitor {
     virtual bool unreadable(const char *path, const char *listed, int reason) = 0;
 };
 
+// How files are told from directories and links: every entry is looked at, or only what the listing
+// of its directory does not call a file.
+enum class Look { always, as_needed };
+
 // Visits everything under `dir`, whose path in the manifest is `relative`. A directory that a link
 // inside it leads back to is not entered again. False if the visitor has ended the walk.
-bool walk_tree(TreeVisitor &visitor, const char *dir, const char *relative);
+bool walk_tree(TreeVisitor &visitor, const char *dir, const char *relative,
+               Look look = Look::always);
 
 #endif

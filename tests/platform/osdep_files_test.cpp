@@ -63,11 +63,13 @@ TEST(OsFiles, ListingHasEveryNameOnce) {
     std::vector<std::string> names = {".hidden", "a b", "\xc3\xa4", longest};
     for (const std::string &name : names)
         EXPECT_EQ(read_file(scratch.write(name.c_str(), name)), name);
+    host_mkdir(scratch.path(names.emplace_back("directory").c_str()).c_str());
     std::vector<DirectoryEntry> entries;
     EXPECT_EQ(host_list_directory(scratch.directory(), &entries), Listing::complete);
     std::vector<std::string> listed;
-    for (const auto &[name, reachable] : entries) {
+    for (const auto &[name, reachable, is_regular] : entries) {
         EXPECT_TRUE(reachable) << name;
+        EXPECT_EQ(is_regular, name != "directory") << name; // where file systems say so
         listed.push_back(name);
     }
     std::sort(listed.begin(), listed.end());
