@@ -3,6 +3,7 @@
 #include "kestrel/kestrel.h"
 #include "kestrel/manifest.h"
 #include "kestrel/report.h"
+#include "kestrel/settings.h"
 #include "manifest/shahash.h"
 #include "manifest/treewalk.h"
 
@@ -150,6 +151,7 @@ bool find_extra_files(const char *manifest, const char *instdir) {
     if (!file)
         return TRACE_RESULT(false, "%s", file.failure());
     ExtraVisitor visitor;
+    visitor.excluded = &settings.excluded;
     add_own(visitor, manifest, instdir);
     if (report_path() != nullptr)
         add_own(visitor, report_path(), instdir);

@@ -6,13 +6,14 @@
 #include "kestrel/output.h"
 #include "kestrel/progress.h"
 #include "kestrel/report.h"
+#include "kestrel/settings.h"
 #include "manifest/shahash.h"
 #include "platform/osdep.h"
 
 #include <cerrno>
 #include <string>
 
-static constexpr WalkReport RECORDS = {report_is_in, report_file, report_record};
+static constexpr WalkReport RECORDS = {report_is_in, report_file, report_record, report_excluded};
 
 // Whether the path still leads to the directory; a line on standard error says if not.
 static bool is_still_there(const char *instdir, const std::string &directory) {
@@ -32,9 +33,10 @@ static bool write_manifest(const char *manifest, const char *instdir,
                           const FileHasher::Receiver &receive) {
         return hash_by_tasks(count, path_of, receive) && is_still_there(instdir, directory);
     };
+    const WalkChoice choice = {&settings.excluded, settings.sorted};
     return (os_kind() & HOST_DRIVE_PATHS) != 0
-               ? shahash_write_manifest(HOST_DRIVE_PATHS, ".", manifest, report, hash)
-               : shahash_write_manifest_default_flags(".", manifest, report, hash);
+               ? shahash_write_manifest(HOST_DRIVE_PATHS, ".", manifest, report, hash, choice)
+               : shahash_write_manifest_default_flags(".", manifest, report, hash, choice);
 }
 
 bool generate_manifest(const char *manifest, const char *instdir) {

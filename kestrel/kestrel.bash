@@ -18,8 +18,8 @@ _kestrel() {
         ;;
     *)
         mapfile -t COMPREPLY < <(compgen -W '-g -c -v -h --help --version --instdir= --manifest=
-            --tasks= --report --report= --extra --check= --digests= --progress= --zvdebug=' \
-            -- "$word")
+            --tasks= --report --report= --extra --exclude= --sort --check= --digests=
+            --progress= --zvdebug=' -- "$word")
         [[ ${COMPREPLY-} != *= ]] || compopt -o nospace
         ;;
     esac

@@ -96,12 +96,25 @@ static Ending generate() {
     return {written ? 0 : 1, "Manifest was successfully created"};
 }
 
+// An option that a check would not heed; null if there is none. Nobody is to rely on it.
+static const char *idle_option() {
+    if (settings.sorted)
+        return "--sort is for -g";
+    return settings.excluded.empty() || (settings.check && settings.extra)
+               ? nullptr
+               : "--exclude is for -g, and for -c with --extra";
+}
+
 // If a range is given too, the whole check runs first, and the range decides.
 static Ending check() {
     if (!settings.check && !settings.range_check) {
         print_usage();
         fputs("Missing generate -g or check -c options. One of them must be provided\n", stderr);
         return {1, "No generate/check/range check option was given"};
+    }
+    if (const char *idle = idle_option(); idle != nullptr) {
+        fprintf(stderr, "%s\n", idle);
+        return {1, idle};
     }
     bool passed = false;
     if (settings.check) {

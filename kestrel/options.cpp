@@ -13,6 +13,7 @@
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <utility>
 
 static const char *absolute_path(const char *path) {
     return os_is_absolute(path) ? sc_strdup(path) : sc_strdup(os_fullpath(path).get());
@@ -122,6 +123,25 @@ static bool read_extra(const char *) {
     return true;
 }
 
+static bool read_exclude(const char *value) {
+    std::optional<PathPattern> pattern = path_pattern(host_path_style(), value);
+    if (!pattern) {
+        settings.refusal =
+            sc_format("Invalid syntax for option: --exclude=%s", str_printable(value).get());
+        fprintf(stderr, "%s\n", settings.refusal);
+        return false;
+    }
+    settings.excluded.push_back(std::move(*pattern));
+    TRACE_MESSAGE("Got exclude option for \"%s\"", value);
+    return true;
+}
+
+static bool read_sort(const char *) {
+    settings.sorted = true;
+    TRACE_MESSAGE("Got sort option");
+    return true;
+}
+
 // --- All options
 
 namespace {
@@ -158,6 +178,8 @@ static constexpr Option OPTIONS[] = {
     {"--report", nullptr, read_report, true},
     {"--report=", nullptr, read_report_file, true},
     {"--extra", nullptr, read_extra, true},
+    {"--exclude=", nullptr, read_exclude, true},
+    {"--sort", nullptr, read_sort, true},
     {"--check=", nullptr, read_range},
     {"--digests=", nullptr, read_digests},
     {"--progress=", nullptr, read_progress},

@@ -3,6 +3,7 @@
 #include "containers/stringcache.h"
 #include "kestrel/output.h"
 #include "kestrel/progress.h"
+#include "kestrel/settings.h"
 #include "platform/osdep.h"
 
 #include <cerrno>
@@ -31,6 +32,7 @@ static uint64_t file_count = 0;
 static uint64_t byte_count = 0;
 static bool extra_searched = false;
 static uint64_t extra_count = 0;
+static uint64_t excluded_count = 0;
 static bool is_incomplete = false;
 
 static bool report_unwritten() {
@@ -119,6 +121,10 @@ void report_line(uint64_t number, const FaultyLine &faulty) {
 void report_file(uint64_t size) {
     file_count++;
     byte_count += size;
+}
+
+void report_excluded(uint64_t entries) {
+    excluded_count += entries;
 }
 
 void report_extra_search() {
@@ -219,7 +225,8 @@ bool report_end_check() {
 }
 
 bool report_end_generate() {
-    return end_with(file_count,
-                    std::to_string(file_count) + " files, " + std::to_string(byte_count) + " bytes",
-                    nullptr);
+    return end_with(
+        file_count, std::to_string(file_count) + " files, " + std::to_string(byte_count) + " bytes",
+        settings.excluded.empty() ? nullptr
+                                  : (std::to_string(excluded_count) + " excluded").c_str());
 }

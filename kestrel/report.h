@@ -30,6 +30,9 @@ void report_line(uint64_t number, const FaultyLine &faulty);
 // Records an error, which concerns no single line. Returns its text, interned.
 const char *report_error(const char *format, ...) PRINTF_LIKE(1, 2);
 
+// Counts entries that --exclude has left out of a new manifest.
+void report_excluded(uint64_t entries);
+
 // Counts a file of a new manifest; its size is in bytes.
 void report_file(uint64_t size);
 

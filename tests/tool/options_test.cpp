@@ -34,6 +34,8 @@ TEST(KestrelOptions, HelpAndComplaints) {
     const std::string both =
         "Both the generate -g and check -c options were provided. Only one can be accepted\n";
     const std::string syntax = "Invalid syntax for option: --check\n";
+    const std::string bad_pattern = "Invalid syntax for option: --exclude=";
+    const std::string idle_pattern = "--exclude is for -g, and for -c with --extra\n";
     const Installation inst("dir", 1);
     const std::string here = "--instdir=" + inst.tree, gone = "--instdir=" + inst.manifest;
     const std::string no_log = native_join(inst.manifest.c_str(), "log");
@@ -55,6 +57,16 @@ TEST(KestrelOptions, HelpAndComplaints) {
         {{"--check=0,0,0", here, "-v"}, {1, "Verification failed\n", ""}},
         {{"-g", gone}, {1, "", "There was a problem generating the manifest file\n"}},
         {{"-c", gone}, {1, "Verification failed\n", ""}},
+        {{"-g", here, "--exclude="}, {1, "", bad_pattern + "\n"}},
+        {{"-g", here, "--exclude=a/../b\x1b"}, {1, "", bad_pattern + "a/../b?\n"}},
+        {{"-c", here, "--exclude=a"}, {1, "", idle_pattern}},
+        {{"--check=0,0,0", here, "--exclude=a", "--extra"},
+         {1,
+          "error\t0\t" + idle_pattern +
+              "error\t0\t--extra is for -c, and was ignored\nend\t0\t0 good, 0 different, "
+              "0 missing, 0 unreadable, 0 malformed, 0 outside, 0 unchecked\n",
+          idle_pattern}},
+        {{"-c", here, "--sort"}, {1, "", "--sort is for -g\n"}},
         {{"--zvdebug=on,out:" + no_log, "-g", here},
          {1, "",
           "(141) can't open debug-out file \"" + no_log + "\": No such file or directory\n"}},
@@ -80,6 +92,9 @@ TEST(KestrelOptions, HelpAndComplaints) {
                  {"--reprot=x", "report"},
                  {"--version=1", "version"},
                  {"--repost=x", "report"},
+                 {"--exclud=x", "exclude"},
+                 {"-exclude", "exclude"},
+                 {"--sort=yes", "sort"},
                  {"extra", ""},
                  {"--extract", ""},
                  {"--rexxrt", ""},
