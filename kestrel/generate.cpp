@@ -18,8 +18,10 @@ static constexpr WalkReport RECORDS = {report_is_in, report_file, report_record,
 // Whether the path still leads to the directory; a line on standard error says if not.
 static bool is_still_there(const char *instdir, const std::string &directory) {
     const char *moved = moved_installation(instdir, directory);
-    if (moved != nullptr)
+    if (moved != nullptr) {
         shahash_complain("%s", str_printable(moved).get());
+        report_reason_told();
+    }
     return moved == nullptr;
 }
 

@@ -16,6 +16,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 
 // A run whose output could not be written has not succeeded.
 void cleanup(int status) {
@@ -71,6 +72,16 @@ static void report_refusal(const char *reason) {
     report_end_check();
 }
 
+// Tells a person who has not asked for a report why the run has failed; `unknown` may be empty.
+static void print_reason(const char *unknown) {
+    if (settings.report || settings.verbose == 0 || !is_terminal(STDERR_DESCRIPTOR))
+        return;
+    const std::string reason = report_first_reason();
+    const std::string text = !reason.empty() ? reason : unknown;
+    if (!text.empty())
+        fprintf(stderr, "%s\n", text.c_str());
+}
+
 static void print_verdict(bool passed) {
     if (settings.verbose != 0)
         print(passed ? "Verification passed\n" : "Verification failed\n");
@@ -88,6 +99,7 @@ static Ending generate() {
     const bool written = report_end_generate();
     if (!generated) {
         flush_output(); // records come first where both streams are one
+        print_reason("");
         fputs("There was a problem generating the manifest file\n", stderr);
         return {1, "Could not create manifest"};
     }
@@ -130,6 +142,8 @@ static Ending check() {
     progress_end();
     passed = report_ignored() && passed;
     const bool written = report_end_check();
+    if (!passed)
+        print_reason("Not every file could be verified; --report names those that could not");
     print_verdict(passed);
     return {passed && written ? 0 : 1};
 }

@@ -11,6 +11,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -34,6 +35,7 @@ static bool extra_searched = false;
 static uint64_t extra_count = 0;
 static uint64_t excluded_count = 0;
 static bool is_incomplete = false;
+static std::optional<std::string> first_reason;
 
 static bool report_unwritten() {
     fprintf(stderr, "Cannot write report \"%s\": %s\n", str_printable(file_path).get(),
@@ -104,6 +106,19 @@ static void write_record(std::string_view kind, uint64_t line, const char *text,
     write_text(record + '\n');
 }
 
+static void note_reason(const std::string &reason) {
+    if (!first_reason)
+        first_reason = str_printable(reason.c_str()).get();
+}
+
+std::string report_first_reason() {
+    return first_reason.value_or("");
+}
+
+void report_reason_told() {
+    first_reason = "";
+}
+
 void report_record(const char *kind, const char *text, const char *reason) {
     write_record(kind, 0, text, reason);
 }
@@ -114,6 +129,8 @@ void report_line(uint64_t number, const FaultyLine &faulty) {
     std::string text = faulty.line.path;
     if (faulty.fault == LineFault::malformed && text.size() > MALFORMED_LIMIT)
         text.replace(MALFORMED_LIMIT, text.npos, "...");
+    note_reason(std::string(FAULTS[fault]) + ": " + text + " (line " + std::to_string(number) +
+                "); --report names every file that fails");
     write_record(FAULTS[fault], number, text.c_str(),
                  faulty.fault == LineFault::unreadable ? file_reason(faulty.reason) : nullptr);
 }
@@ -141,6 +158,7 @@ const char *report_error(const char *format, ...) {
     va_start(args, format);
     const char *text = sc_vformat(format, args);
     va_end(args);
+    note_reason(text);
     report_record("error", text);
     return text;
 }
