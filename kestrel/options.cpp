@@ -1,5 +1,6 @@
 #include "kestrel/options.h"
 
+#include "command/slip.h"
 #include "containers/stringcache.h"
 #include "host/trace.h"
 #include "kestrel/kestrel.h"
@@ -8,7 +9,6 @@
 #include "kestrel/settings.h"
 #include "platform/osdep.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -176,7 +176,7 @@ static constexpr Option OPTIONS[] = {
     {"--help", "Display this help text", read_help},
     {"--version", nullptr, read_version, true},
     {"--report", nullptr, read_report, true},
-    {"--report=", nullptr, read_report_file, true},
+    {"--report=", nullptr, read_report_file},
     {"--extra", nullptr, read_extra, true},
     {"--exclude=", nullptr, read_exclude, true},
     {"--sort", nullptr, read_sort, true},
@@ -186,62 +186,18 @@ static constexpr Option OPTIONS[] = {
     {"--zvdebug=", nullptr, pass_over},
 };
 
-// Whether the texts are equal, or one letter more, less or other, or two neighbours exchanged, make
-// them so.
-static bool is_near(std::string_view a, std::string_view b) {
-    while (!a.empty() && !b.empty() && a.front() == b.front()) {
-        a.remove_prefix(1);
-        b.remove_prefix(1);
-    }
-    while (!a.empty() && !b.empty() && a.back() == b.back()) {
-        a.remove_suffix(1);
-        b.remove_suffix(1);
-    }
-    return (a.size() <= 1 && b.size() <= 1) ||
-           (a.size() == 2 && b.size() == 2 && a[0] == b[1] && a[1] == b[0]);
-}
-
-// Without the hyphens before it, or the dashes that word processors make of these.
-static std::string_view without_hyphens(std::string_view argument) {
-    for (;;) {
-        if (argument.starts_with('-'))
-            argument.remove_prefix(1);
-        else if (argument.size() > 2 && argument.starts_with("\xe2\x80") && argument[2] >= '\x90' &&
-                 argument[2] <= '\x95')
-            argument.remove_prefix(3);
-        else
-            return argument;
-    }
-}
-
-// The letters of an argument's name: without hyphens, "=" and a value, and case.
-static std::string letters_of(std::string_view argument) {
-    std::string letters(without_hyphens(argument.substr(0, argument.find('='))));
-    os_strlwr(letters.data());
-    return letters;
-}
-
-// The guarded option that an argument is a slip in; null if it is in none.
-static const Option *slip_in(std::string_view argument) {
-    if (without_hyphens(argument) != argument)
-        for (const Option &option : OPTIONS)
-            if (option.is_guarded && is_near(letters_of(argument), letters_of(option.name)))
-                return &option;
-    return nullptr;
-}
-
 // Arguments that are not options are ignored, but the debug log takes any that begins like its own.
 static bool read_unknown(const char *argument) {
-    const Option *const meant = slip_in(argument);
-    if (meant == nullptr) {
-        if (!std::string_view(argument).starts_with("--zvdebug"))
-            settings.ignored.push_back(argument);
-        return true;
-    }
-    settings.refusal = sc_format("Argument \"%s\" is not an option; is --%s meant?",
-                                 str_printable(argument).get(), letters_of(meant->name).c_str());
-    fprintf(stderr, "%s\n", settings.refusal);
-    return false;
+    for (const Option &option : OPTIONS)
+        if (option.is_guarded && is_slip_in(option.name, argument)) {
+            settings.refusal = sc_format("Argument \"%s\" is not an option; is %s meant?",
+                                         str_printable(argument).get(), option.name.data());
+            fprintf(stderr, "%s\n", settings.refusal);
+            return false;
+        }
+    if (!std::string_view(argument).starts_with("--zvdebug"))
+        settings.ignored.push_back(argument);
+    return true;
 }
 
 bool read_option(const char *argument) {

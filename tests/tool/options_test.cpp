@@ -76,37 +76,16 @@ TEST(KestrelOptions, HelpAndComplaints) {
     EXPECT_FALSE(os_exists(native_join(inst.tree.c_str(), "manifest").c_str()));
     EXPECT_EQ(inst.run({"-c"}), inst.verdict(false)) << "no manifest";
 
-    const struct {
-        const char *argument, *meant; // "" for one that is ignored
-    } slips[] = {{"--extras", "extra"},
-                 {"-extra", "extra"},
-                 {"---EXTRA", "extra"},
-                 {"--extra=yes", "extra"},
-                 {"\xe2\x80\x94"
-                  "extra",
-                  "extra"},
-                 {"\xe2\x80\x93-extra", "extra"},
-                 {"--xtra", "extra"},
-                 {"--extra\x1b", "extra"},
-                 {"--repor", "report"},
-                 {"--reprot=x", "report"},
-                 {"--version=1", "version"},
-                 {"--repost=x", "report"},
-                 {"--exclud=x", "exclude"},
-                 {"-exclude", "exclude"},
-                 {"--sort=yes", "sort"},
-                 {"extra", ""},
-                 {"--extract", ""},
-                 {"--rexxrt", ""},
-                 {"--xetar", ""},
-                 {"--", ""},
-                 {"--zvdebugX=num:2", ""}};
-    for (const auto &[argument, meant] : slips) {
-        const std::string text = std::string("Argument \"") + str_printable(argument).get() +
-                                 "\" is not an option; is --" + meant + " meant?\n";
+    for (const auto &[argument, meant] : {std::pair("--Extra\x1b", "extra"),
+                                          {"--reprot=x", "report"},
+                                          {"--version=1", "version"},
+                                          {"--exclud=x", "exclude="},
+                                          {"--sort=yes", "sort"}})
         EXPECT_EQ(kestrel({argument, "-h"}),
-                  *meant != '\0' ? (Outcome{1, "", text}) : (Outcome{0, help, ""}));
-    }
+                  (Outcome{1, "",
+                           std::string("Argument \"") + str_printable(argument).get() +
+                               "\" is not an option; is --" + meant + " meant?\n"}));
+    EXPECT_EQ(kestrel({"--extract", "--zvdebugX=num:2", "-h"}), (Outcome{0, help, ""}));
 }
 
 TEST(KestrelOptions, ManifestIsWrittenAndChecked) {
