@@ -88,6 +88,65 @@ TEST(KestrelOptions, HelpAndComplaints) {
     EXPECT_EQ(kestrel({"--extract", "--zvdebugX=num:2", "-h"}), (Outcome{0, help, ""}));
 }
 
+// Each stream that is a terminal gets more than the documented text; $K draws its progress, too.
+TEST(KestrelOptions, TerminalsAreToldMore) {
+    if (!has_terminals())
+        GTEST_SKIP() << "no terminal can be had here";
+    const Installation inst("dir", 9);
+    const Lines lines = inst.generate();
+    const std::string checking = inst.announced("Checking"), failed = "Verification failed\n";
+    const std::string name = lines[2].substr(66);
+    inst.add(name.substr(2), "changed");
+    const std::string different =
+        "different: " + name + " (line 3); --report names every file that fails\n";
+    const std::string unknown =
+        "Not every file could be verified; --report names those that could not\n";
+    const std::string nowhere = "Given installation path \"" +
+                                native_join(inst.top.c_str(), "gone") + "\" does not exist\n";
+    const std::string problem = "There was a problem generating the manifest file\n";
+    const std::string record = "different\t3\t" + name +
+                               "\nend\t9\t8 good, 1 different, 0 missing, 0 unreadable, "
+                               "0 malformed, 0 outside, 0 unchecked\n";
+    const std::string ignored = " is not an option, and was ignored\n";
+    const struct {
+        const char *command;
+        std::string screen;
+    } cases[] = {
+        {"$K -c --tasks=1", checking + different + failed},
+        {"$K -c --tasks=2", checking + unknown + failed},
+        {"$K -c --tasks=12",
+         checking + "10 of 12 tasks had no line to check; use --tasks=1\n" + failed},
+        {"$K --check=-1,0,9", ""},
+        {"$K --check=-1,0,9 -v", different + failed},
+        {"$K -c --tasks=1 --report", checking + record + failed},
+        {"$K -c --tasks=1 2>err; cat err", checking + failed},
+        {"$K -c --tasks=1 >out; cat out", different + checking + failed},
+        {"TERM=dumb $K -c --tasks=1", checking + failed},
+        {"$K -c --instdir=gone", nowhere + failed},
+        {"$K -g --instdir=gone", nowhere + problem},
+        {"$K -g --instdir=gone 2>err; cat err", problem},
+        {"rm -r tree/f1; ln -s f1 tree/f1; $K -g",
+         inst.announced("Generating") + "!! Cannot open file \"./f1\"\n"},
+        {"$K --check=-1,0,0 --manifest m --tasks -exit --check --zvdebug",
+         "ZVDEBUG (warning): unknown option \"--zvdebug\"\n"
+         "A value follows \"=\": --manifest=<file>\nArgument \"m\"" +
+             ignored + "A value follows \"=\": --tasks=<n>\nArgument \"-exit\"" + ignored +
+             "Argument \"--check\"" + ignored},
+        {"$K --check=-1,0,0 --manifest m 2>err; cat err", ""},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(screen_of(on_terminal(inst, c.command)), c.screen) << c.command;
+    const std::string help = kestrel({"-h"}).out;
+    for (const char *command : {"$K -h 2>err", "$K -h >out; cat out", "TERM=dumb $K -h"}) {
+        const std::string screen = screen_of(on_terminal(inst, command));
+        const bool is_more = strstr(command, "err") != nullptr;
+        EXPECT_TRUE(screen.starts_with(help)) << screen;
+        EXPECT_EQ(screen.find("\n  --exclude=<pattern>  ") != screen.npos, is_more) << command;
+        EXPECT_EQ(screen.size() > help.size(), is_more) << command;
+        EXPECT_EQ(screen.find("--check"), screen.npos);
+    }
+}
+
 TEST(KestrelOptions, ManifestIsWrittenAndChecked) {
     const Installation inst;
     Installation::write(inst.manifest, std::string(100000, 'x'));
