@@ -61,11 +61,18 @@ namespace {
 // The places in a text, from its beginning to its end, that a pattern's tokens have led to.
 using Places = std::vector<char>;
 
+struct Subject {
+    std::string_view text;
+    char separator; // of components
+    bool any_case;
+};
+
 } // namespace
 
-static bool is_same(char a, char b, bool any_case) {
-    return a == b || (any_case && tolower(static_cast<unsigned char>(a)) ==
-                                      tolower(static_cast<unsigned char>(b)));
+static bool is_at(const Subject &subject, size_t place, char literal) {
+    const char c = subject.text[place];
+    return c == literal || (subject.any_case && tolower(static_cast<unsigned char>(c)) ==
+                                                    tolower(static_cast<unsigned char>(literal)));
 }
 
 // Behind the character at `place`: one of UTF-8, or a byte that does not begin one.
@@ -78,18 +85,18 @@ static size_t after_character(std::string_view text, size_t place) {
     return place;
 }
 
-// Where a token leads to.
-static Places step(PathPattern::Token token, const Places &from, std::string_view text,
-                   char separator, bool any_case) {
-    Places to(from.size());
-    bool seen = false; // a place before
+// Where a token leads to; false if nowhere.
+static bool step(PathPattern::Token token, const Subject &subject, const Places &from, Places &to) {
+    const std::string_view text = subject.text;
+    bool seen = false; // a place, before or here
+    std::fill(to.begin(), to.end(), 0);
     for (size_t i = 0; i < from.size(); i++) {
         seen = seen || from[i] != 0;
         const bool at_end = i == text.size();
-        const bool in_name = !at_end && text[i] != separator;
+        const bool in_name = !at_end && text[i] != subject.separator;
         switch (token.kind) {
         case PathPattern::LITERAL:
-            if (from[i] != 0 && !at_end && is_same(text[i], token.literal, any_case))
+            if (from[i] != 0 && !at_end && is_at(subject, i, token.literal))
                 to[i + 1] = 1;
             break;
         case PathPattern::CHARACTER:
@@ -105,24 +112,24 @@ static Places step(PathPattern::Token token, const Places &from, std::string_vie
             to[i] = seen ? 1 : 0;
             break;
         case PathPattern::COMPONENTS:
-            to[i] = from[i] != 0 || (seen && i > 0 && text[i - 1] == separator) ? 1 : 0;
+            to[i] = from[i] != 0 || (seen && i > 0 && text[i - 1] == subject.separator) ? 1 : 0;
             break;
         }
     }
-    return to;
+    return std::find(to.begin(), to.end(), 1) != to.end();
 }
 
 // Token by token, so that the time is in proportion to both lengths whatever the pattern is. On
 // some hosts a name can hold the character that separates the components of a path.
 bool path_matches(const PathPattern &pattern, std::string_view path, std::string_view name) {
-    const std::string_view text = pattern.is_of_path ? path : name;
-    const char separator = pattern.is_of_path ? SEPARATOR : '\0';
-    Places places(text.size() + 1);
+    const Subject subject = {pattern.is_of_path ? path : name,
+                             pattern.is_of_path ? SEPARATOR : '\0', pattern.any_case};
+    Places places(subject.text.size() + 1), next(places.size());
     places[0] = 1;
     for (const PathPattern::Token token : pattern.tokens) {
-        places = step(token, places, text, separator, pattern.any_case);
-        if (std::find(places.begin(), places.end(), 1) == places.end())
+        if (!step(token, subject, places, next))
             return false;
+        places.swap(next);
     }
     return places.back() != 0;
 }
