@@ -143,7 +143,7 @@ static Ending check() {
     passed = report_ignored() && passed;
     const bool written = report_end_check();
     if (!passed)
-        print_reason("Not every file could be verified; --report names those that could not");
+        print_reason("Not every line could be verified; --report says which and why");
     print_verdict(passed);
     return {passed && written ? 0 : 1};
 }

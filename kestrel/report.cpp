@@ -130,7 +130,7 @@ void report_line(uint64_t number, const FaultyLine &faulty) {
     if (faulty.fault == LineFault::malformed && text.size() > MALFORMED_LIMIT)
         text.replace(MALFORMED_LIMIT, text.npos, "...");
     note_reason(std::string(FAULTS[fault]) + ": " + text + " (line " + std::to_string(number) +
-                "); --report names every file that fails");
+                "); --report names all that fail");
     write_record(FAULTS[fault], number, text.c_str(),
                  faulty.fault == LineFault::unreadable ? file_reason(faulty.reason) : nullptr);
 }

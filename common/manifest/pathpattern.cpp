@@ -25,7 +25,7 @@ static void add_component(PathPattern &pattern, std::string_view component, bool
             tokens.push_back({c == '?' ? PathPattern::CHARACTER : PathPattern::LITERAL, c});
         else if (last == PathPattern::NAME_PART)
             tokens.back() = {PathPattern::PATH_PART};
-        else if (last != PathPattern::PATH_PART)
+        else
             tokens.push_back({PathPattern::NAME_PART});
     }
     if (!is_last)

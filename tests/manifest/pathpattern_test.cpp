@@ -33,6 +33,7 @@ TEST(PathPattern, WhatPatternsMatch) {
         {"d/**/a", {"d\\a", "d\\e\\a", "d\\e\\f\\a"}, {"da", "d\\ea", "d\\e\\a\\b", "e\\d\\a"}},
         {"d/**a", {"d\\a", "d\\ba", "d\\e\\fa"}, {"d\\ab", "da"}},
         {"d**a", {"da"}, {"d\\a", "d\\ea"}},
+        {"/d**/a", {"d\\a", "dx\\e\\a"}, {"da", "e\\d\\a"}},
         {"/d**a", {"da", "d\\a", "dx\\ea"}, {"e\\da"}},
         {"**/d/**/*.[ch]", {"d\\a.[ch]", "x\\d\\y\\a.[ch]"}, {"d\\a.c"}},
         {"d/*a*/b**c/**/e", {"d\\xax\\bc\\e", "d\\a\\b\\c\\f\\e"}, {"d\\a\\bc", "d\\a\\x\\bc\\e"}},

@@ -98,9 +98,8 @@ TEST(KestrelOptions, TerminalsAreToldMore) {
     const std::string name = lines[2].substr(66);
     inst.add(name.substr(2), "changed");
     const std::string different =
-        "different: " + name + " (line 3); --report names every file that fails\n";
-    const std::string unknown =
-        "Not every file could be verified; --report names those that could not\n";
+        "different: " + name + " (line 3); --report names all that fail\n";
+    const std::string unknown = "Not every line could be verified; --report says which and why\n";
     const std::string nowhere = "Given installation path \"" +
                                 native_join(inst.top.c_str(), "gone") + "\" does not exist\n";
     const std::string problem = "There was a problem generating the manifest file\n";
@@ -133,6 +132,12 @@ TEST(KestrelOptions, TerminalsAreToldMore) {
              ignored + "A value follows \"=\": --tasks=<n>\nArgument \"-exit\"" + ignored +
              "Argument \"--check\"" + ignored},
         {"$K --check=-1,0,0 --manifest m 2>err; cat err", ""},
+        {"printf \"no\\033thing\\n\" >manifest; $K -c --tasks=1",
+         checking + "malformed: no?thing (line 1); --report names all that fail\n" + failed},
+        {"export KESTREL_INTERRUPTED=$PWD/done KESTREL_INTERRUPT=\"rename|$PWD/tree|$PWD/old\"; "
+         "${K%%_eager*}_interrupted -g --exclude=f1 --instdir=tree --manifest=manifest",
+         inst.announced("Generating") + "Installation path \"" + inst.tree +
+             "\" does not lead to the same directory any more\n" + problem},
     };
     for (const auto &c : cases)
         EXPECT_EQ(screen_of(on_terminal(inst, c.command)), c.screen) << c.command;
