@@ -1,5 +1,6 @@
 # What `cmake --install` installs: the component "program" (the program, its manual page, completion
-# and documents) and the component "runtime" (the library and its headers, for other tools).
+# and documents) and the component "runtime" (the library, its headers and documents, for other
+# tools).
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 set(documents ${CMAKE_INSTALL_DATAROOTDIR}/doc/kestrel)
@@ -16,8 +17,11 @@ install(FILES kestrel/kestrel.bash RENAME kestrel COMPONENT program
   DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 # The documents refer to each other, so all of them are there, in the same places.
 file(GLOB pages CONFIGURE_DEPENDS docs/*.md docs/*.svg)
-install(FILES README.md CHANGELOG.md CONTRIBUTING.md DESTINATION ${documents} COMPONENT program)
-install(FILES ${pages} DESTINATION ${documents}/docs COMPONENT program)
+foreach(component program runtime)
+  install(FILES README.md CHANGELOG.md CONTRIBUTING.md DESTINATION ${documents}
+    COMPONENT ${component})
+  install(FILES ${pages} DESTINATION ${documents}/docs COMPONENT ${component})
+endforeach()
 install(DIRECTORY examples/fleet DESTINATION ${documents}/examples COMPONENT program
   USE_SOURCE_PERMISSIONS PATTERN test EXCLUDE)
 

@@ -57,11 +57,12 @@ file(CONFIGURE OUTPUT ${miniz_private}/miniz.h @ONLY CONTENT
 file(CONFIGURE OUTPUT ${miniz_private}/miniz.c @ONLY CONTENT
   "#include \"miniz.h\"\n#include \"@KESTREL_MINIZ_SOURCE@/miniz.c\"\n")
 target_include_directories(kestrel_miniz SYSTEM INTERFACE ${miniz_private})
+set(miniz_map -ffile-prefix-map=${KESTREL_MINIZ_SOURCE}=miniz)
+target_compile_options(kestrel_miniz INTERFACE ${miniz_map})
 
 enable_language(C)
 add_library(kestrel_miniz_objects OBJECT ${miniz_private}/miniz.c)
-target_compile_options(kestrel_miniz_objects PRIVATE -w
-  -ffile-prefix-map=${KESTREL_MINIZ_SOURCE}/=)
+target_compile_options(kestrel_miniz_objects PRIVATE -w ${miniz_map})
 target_compile_definitions(kestrel_miniz_objects PRIVATE _FILE_OFFSET_BITS=64)
 target_link_libraries(kestrel_miniz_objects PRIVATE kestrel_protections)
 target_sources(kestrel_runtime PRIVATE $<TARGET_OBJECTS:kestrel_miniz_objects>)

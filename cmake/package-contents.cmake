@@ -84,3 +84,7 @@ elseif(CPACK_GENERATOR STREQUAL "ZIP")
   file(RENAME ${documents} ${root}/doc)
   file(REMOVE_RECURSE ${root}/share)
 endif()
+
+# --- Rights, whatever the umask was when the sources were copied, and is now
+
+run(nothing chmod -R u=rwX,go=rX ${CPACK_TEMPORARY_DIRECTORY})

@@ -46,8 +46,9 @@ if(NOT KESTREL_STATIC)
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 endif()
 
-# For the script that completes what was installed.
+# For the scripts that complete what was installed, and put a package into order.
 set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/package-contents.cmake)
+set(CPACK_POST_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/package-order.cmake)
 set(CPACK_KESTREL_SOURCE ${PROJECT_SOURCE_DIR})
 set(CPACK_KESTREL_COMPILER ${CMAKE_CXX_COMPILER})
 set(CPACK_KESTREL_MINIZ ${KESTREL_MINIZ_NOTICES})

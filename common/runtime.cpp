@@ -20,21 +20,13 @@ static void report_out_of_memory() {
     _Exit(1);
 }
 
-static void report_warning(const char *text) {
-    rawmsg("ZVDEBUG (warning): %s", text);
-}
-
-static void report_assertion(uint32_t number, const char *condition, const char *file,
-                             uint32_t line) {
-    alert_nl_repeat(number, condition, file, line);
-}
-
 void runtime_init(const char *tool_name, void (*cleanup)(int status)) {
     host_tool_name = tool_name;
     host_open_standard_streams();
     alert_exit_hook = cleanup;
     out_of_memory_hook = report_out_of_memory;
     std::set_new_handler(report_out_of_memory);
-    zvdebug_warn_hook = report_warning;
-    zvdebug_assert_hook = report_assertion;
+    zvdebug_warn_hook = [](const char *text) { rawmsg("ZVDEBUG (warning): %s", text); };
+    zvdebug_assert_hook = [](uint32_t number, const char *condition, const char *file,
+                             uint32_t line) { alert_nl_repeat(number, condition, file, line); };
 }

@@ -51,20 +51,17 @@ static bool verify_lines(ManifestFile &manifest, const LineRange &range, const c
                 *failure = text;
             return all;
         },
-        all ? CheckFor::report : CheckFor::verdict);
-    const auto verify = [&](uint64_t number, std::string_view line) {
+        all ? CheckFor::report : CheckFor::verdict,
+        {task_board(), [&](uint64_t offset) { return manifest.path_at(offset); }});
+    const auto verify = [&](uint64_t number, std::string_view line, uint64_t offset) {
         bool goes_on = true;
         if (number >= range.start) {
-            goes_on = check.add(line) && (all || shahash_line_can_verify(line));
+            goes_on = check.add(line, offset) && (all || shahash_line_can_verify(line));
             count++;
         } else if (is_no_text(line)) {
             *failure = malformed(number);
             goes_on = all;
         }
-        // Of a line over the limit the rest is left.
-        while (goes_on && line.size() > MANIFEST_LINE_LIMIT && line.back() != '\n')
-            if (line = manifest.next_line(); line.empty())
-                break;
         return goes_on;
     };
     const bool read = manifest.read(range, verify);

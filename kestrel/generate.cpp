@@ -26,7 +26,7 @@ static bool is_still_there(const char *instdir, const std::string &directory) {
 }
 
 // The walk begins at ".", so that every path in the manifest is relative to the installation.
-// The hosts' kinds have their own entries, which do the same. The installation is `directory`: if
+// The installation is `directory`: if
 // its path leads elsewhere when all files are hashed, the old manifest stays.
 static bool write_manifest(const char *manifest, const char *instdir,
                            const std::string &directory) {
@@ -35,10 +35,8 @@ static bool write_manifest(const char *manifest, const char *instdir,
                           const FileHasher::Receiver &receive) {
         return hash_by_tasks(count, path_of, receive) && is_still_there(instdir, directory);
     };
-    const WalkChoice choice = {&settings.excluded, settings.sorted};
-    return (os_kind() & HOST_DRIVE_PATHS) != 0
-               ? shahash_write_manifest(HOST_DRIVE_PATHS, ".", manifest, report, hash, choice)
-               : shahash_write_manifest_default_flags(".", manifest, report, hash, choice);
+    return shahash_write_manifest_default_flags(".", manifest, report, hash,
+                                                {&settings.excluded, settings.sorted});
 }
 
 bool generate_manifest(const char *manifest, const char *instdir) {

@@ -16,17 +16,22 @@
 
 // --- In a task
 
+static std::string path_in(std::string_view line) {
+    return std::string(line.substr(0, line.find('\n')));
+}
+
 // Writes the results of the files of a list, in order. Where descriptors run out it gives up: the
 // parent, which hashes the files then, holds fewer.
 static bool hash_lines(FILE *list, const LineRange &range, FILE *results) {
-    FileHasher files([results](const char *, const FileDigest &result) {
+    const auto write = [results](const char *, const FileDigest &result) {
         const bool starved = result.outcome == OpenOutcome::refused &&
                              (result.reason == EMFILE || result.reason == ENFILE);
         return !starved && fwrite(&result, sizeof result, 1, results) == 1;
-    });
-    const auto hash = [&](uint64_t number, std::string_view line) {
-        const std::string path(line.substr(0, line.size() - 1));
-        return number < range.start || files.add(path.c_str());
+    };
+    const auto path_at = [list](uint64_t offset) { return path_in(line_at(list, offset)); };
+    FileHasher files(write, nullptr, {task_board(), path_at});
+    const auto hash = [&](uint64_t number, std::string_view line, uint64_t offset) {
+        return number < range.start || files.add(path_in(line).c_str(), offset);
     };
     return read_range(list, range, hash) && files.finish();
 }
@@ -36,8 +41,8 @@ bool hash_list_range(const char *list, const LineRange &range, const char *diges
     TRACE_ENTER();
     const FilePtr file(host_fopen_regular(list));
     FileState state;
-    if (file == nullptr || !host_opened_state(file.get(), &state) || !is_expected_file(state) ||
-        !is_expected_directory(directory_identity(".")))
+    if (file == nullptr || !host_opened_state(host_fileno(file.get()), &state) ||
+        !is_expected_file(state) || !is_expected_directory(directory_identity(".")))
         return TRACE_RESULT(false, "Could not open the list of files");
     FILE *results = host_fopen(digests, "wb");
     if (results == nullptr || !os_close_written(results, hash_lines(file.get(), range, results)))

@@ -1,6 +1,5 @@
 // The program's entry: options, their validation and the choice of the mode.
 #include "command/cmdline.h"
-#include "containers/stringcache.h"
 #include "debuglog/package.h"
 #include "host/trace.h"
 #include "kestrel/hash_tasks.h"
@@ -181,8 +180,10 @@ int main(int argc, char **argv) {
             break;
     }
     vec_free(arguments);
-    if (settings.range_check)
+    if (settings.range_check) {
         end_with_parent();
+        progress_begin_task(task_board());
+    }
     if (sound && settings.instdir == nullptr) {
         print_usage();
         TRACE_MESSAGE("Installation directory was not specified");

@@ -36,23 +36,6 @@ bool enter_directory(const char *directory) {
 static constexpr const char *EXPECTED_MANIFEST = "kestrel_expected_manifest";
 static constexpr const char *EXPECTED_DIRECTORY = "kestrel_expected_directory";
 
-// A text of its own for what is unknown.
-static std::string identity_text(const FileIdentity &identity) {
-    if (!identity.known)
-        return host_unique_seed().get();
-    return str_format("%llx:%llx:%llx:%s", static_cast<unsigned long long>(identity.volume),
-                      static_cast<unsigned long long>(identity.high),
-                      static_cast<unsigned long long>(identity.low), identity.place.c_str())
-        .get();
-}
-
-static std::string state_text(const FileState &state) {
-    return identity_text(state.identity) +
-           str_format(":%llx:%llx", static_cast<unsigned long long>(state.size),
-                      static_cast<unsigned long long>(state.changed))
-               .get();
-}
-
 // The place too: some file systems give all files one number, or none.
 std::string directory_identity(const char *path) {
     FileIdentity identity = {};
@@ -116,10 +99,24 @@ bool read_range(FILE *file, const LineRange &range, const TakeLine &take) {
             return false;
     }
     TRACE_MESSAGE("Reading manifest from line %d to line %d", range.start, range.end);
-    for (uint64_t i = seeking ? range.start : 0; i <= range.end; i++)
-        if (const std::string_view line = shahash_next_line(file); line.empty() || !take(i, line))
+    uint64_t offset = seeking ? static_cast<uint64_t>(range.position) : 0;
+    for (uint64_t i = seeking ? range.start : 0; i <= range.end; i++) {
+        std::string_view line = shahash_next_line(file);
+        if (line.empty() || !take(i, line, offset))
             break;
+        offset += line.size();
+        while (line.size() > MANIFEST_LINE_LIMIT && line.back() != '\n') {
+            line = shahash_next_line(file);
+            if (line.empty())
+                break;
+            offset += line.size();
+        }
+    }
     return ferror(file) == 0;
+}
+
+std::string_view line_at(FILE *file, uint64_t offset) {
+    return host_seek(file, static_cast<int64_t>(offset)) ? shahash_next_line(file) : "";
 }
 
 bool ManifestFile::fail(const char *text, const char *system_reason) {
@@ -143,7 +140,7 @@ ManifestFile::ManifestFile(const char *manifest, const char *instdir) : before(o
         return;
     }
     file.reset(host_fopen_regular(manifest));
-    if (file == nullptr || !host_opened_state(file.get(), &subject.file)) {
+    if (file == nullptr || !host_opened_state(host_fileno(file.get()), &subject.file)) {
         const char *why = file_reason(errno);
         fail(sc_format("Could not open manifest file \"%s\"", manifest), why);
     } else if (subject.file.size >= MANIFEST_LIMIT) {
@@ -204,4 +201,13 @@ std::string_view ManifestFile::next_line() {
 
 bool ManifestFile::is_read() {
     return ferror(file.get()) == 0 || fail(CANNOT_READ);
+}
+
+std::string ManifestFile::path_at(uint64_t offset) const {
+    const TraceSilence silence;
+    ManifestLine fields;
+    return shahash_parse_line(line_at(file.get(), offset), &fields) &&
+                   !path_leads_out(host_path_style(), fields.path)
+               ? shahash_native_path(std::move(fields.path))
+               : "";
 }

@@ -14,10 +14,11 @@
 // A manifest is smaller than this, in bytes.
 constexpr uint64_t MANIFEST_LIMIT = uint64_t{1} << 31;
 
-// `manifest`, or the default one of the installation when it is null.
+// Returns `manifest` or, for null, the path of the file "manifest" in the installation, interned.
 const char *manifest_path(const char *manifest, const char *instdir);
 
-// Why a mode fails: the installation does not exist. Interned, and in the report; null if it does.
+// Returns null if the installation exists; else a text that says so, interned, after recording it
+// in the report.
 const char *missing_installation(const char *instdir);
 
 // Changes the current directory and says so in the debug log; false if that fails.
@@ -30,24 +31,26 @@ struct Subject {
     std::string directory; // the installation's identity
 };
 
-// What tells a directory from others, as text; that of none if nothing is there.
+// Returns a text that tells a directory from all others; for a path where nothing is, one that no
+// directory has.
 std::string directory_identity(const char *path);
 
-// From now on anything else is not what is expected, in this process and in those that it starts;
-// null lifts that. So all tasks are about the same, whatever happens to the names in between.
+// Sets what this process, and those that it starts, expect to find from now on; for null they take
+// whatever they find. So all tasks are about the same, whatever happens to the names in between.
 void expect_subject(const Subject *subject);
 
-// Whether this is what is expected, or anything may be.
+// Say whether a directory with this identity, or a file in this state, may be used: it is what is
+// expected, or nothing is.
 bool is_expected_directory(const std::string &identity);
 bool is_expected_file(const FileState &state);
 
-// Why a run fails: the installation's path leads to another directory than the one that was
-// entered, so what was found there is not what is there now. Interned, and in the report and the
-// debug log; null if it does not.
+// Returns null if the installation's path still leads to the directory that was entered, which had
+// this identity. Otherwise what was found there is not what is there now, and the run fails:
+// returns a text that says so, interned, after recording it in the report and the debug log.
 const char *moved_installation(const char *instdir, const std::string &directory);
 
-// Why a check fails: the manifest is not the one any more whose lines were counted, so what has
-// passed is not what is there now. As above.
+// Returns null if the manifest is still in the state in which its lines were counted; else a text
+// that says so, as moved_installation() does: what has passed is not what is there now.
 const char *changed_manifest(const char *manifest, const FileState &counted);
 
 // --- Lines
@@ -60,44 +63,60 @@ struct LineRange {
     uint32_t end;
 };
 
-// Calls `take` with the number of each line up to the end of the range, and the line, until it
-// returns false or the file ends. False if that cannot be read.
-using TakeLine = std::function<bool(uint64_t number, std::string_view line)>;
+// Calls `take` with the number of each line up to the end of the range, the line, of one over the
+// limit its beginning, and its offset, until it returns false or the file ends. False if the
+// file cannot be read.
+using TakeLine = std::function<bool(uint64_t number, std::string_view line, uint64_t offset)>;
 bool read_range(FILE *file, const LineRange &range, const TakeLine &take);
 
-// An open manifest.
+// The line at an offset; empty if there is none.
+std::string_view line_at(FILE *file, uint64_t offset);
+
+// A manifest that is open for reading, with the installation as the current directory.
 class ManifestFile {
   public:
     // Enters the installation and opens the manifest for reading, if both are what is expected.
     ManifestFile(const char *manifest, const char *instdir);
 
-    // Null once something has failed: then see failure().
+    // False once something has failed.
     explicit operator bool() const { return reason == nullptr; }
 
-    // Why it could not be opened, or what came later. Interned, and in the report.
+    // Returns why the manifest could not be opened, or what failed later, interned; the report has
+    // it already. Null if nothing has failed.
     const char *failure() const { return reason; }
 
     // Notes a failure, with the system's reason if there is one, which goes to the report only: the
     // log's texts are fixed. Returns false.
     bool fail(const char *text, const char *system_reason = nullptr);
 
-    // Goes back to the directory that was left, if it is known.
+    // Goes back to the directory that was current before, if that is known.
     void leave();
 
-    // These fail if the manifest cannot be read to its end.
+    // Counts all lines; false if the manifest cannot be read to its end.
     bool count_lines(uint32_t *lines);
-    bool locate(Plan *plan); // where the lines of each task begin
-    bool read(const LineRange &range, const TakeLine &take);
-    std::string_view next_line(); // empty at the end
-    bool is_read();               // whether that is the manifest's end
 
-    Subject subject; // what was found
+    // Notes in the plan where the lines of each task begin; false if they cannot be found.
+    bool locate(Plan *plan);
+
+    // Reads a range as read_range() does.
+    bool read(const LineRange &range, const TakeLine &take);
+
+    // Returns the next line, with its line end; empty at the end, or if it cannot be read.
+    std::string_view next_line();
+
+    // Whether everything could be read so far.
+    bool is_read();
+
+    // The path in the line at an offset; empty if there is none that may be opened.
+    std::string path_at(uint64_t offset) const;
+
+    Subject subject; // the manifest's state and the directory's identity when they were opened
 
   private:
     template <class Begin> bool each_line(Begin begin);
 
     const char *reason = nullptr;
-    OwnedString before; // the directory that was left
+    OwnedString before; // the directory that was current
     FilePtr file;
 };
 

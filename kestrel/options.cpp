@@ -5,77 +5,71 @@
 #include "host/trace.h"
 #include "kestrel/kestrel.h"
 #include "kestrel/output.h"
-#include "kestrel/progress.h"
 #include "kestrel/settings.h"
 #include "platform/osdep.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <string>
 #include <string_view>
 #include <utility>
 
-static const char *absolute_path(const char *path) {
-    return os_is_absolute(path) ? sc_strdup(path) : sc_strdup(os_fullpath(path).get());
+// Sets a path, which the debug log calls by a name.
+static void set_path(const char **setting, const char *path, const char *name) {
+    *setting = sc_strdup(os_is_absolute(path) ? path : os_fullpath(path).get());
+    TRACE_MESSAGE("%s set to \"%s\"", name, *setting);
 }
 
-// --- The readers of single options. Each is given the option's value; false if it is malformed.
+// --- The readers of single options, which are given the option's value
 
-static bool read_generate(const char *) {
+static void read_generate(const char *) {
     settings.generate = true;
     TRACE_MESSAGE("Got generate option");
-    return true;
 }
 
-static bool read_check(const char *) {
+static void read_check(const char *) {
     settings.check = true;
     TRACE_MESSAGE("Got check option");
-    return true;
 }
 
-static bool read_verbose(const char *) {
+static void read_verbose(const char *) {
     settings.verbose++;
     TRACE_MESSAGE("Got verbose option");
-    return true;
 }
 
-static bool read_help(const char *) {
+static void read_help(const char *) {
     print_usage();
     cleanup(0);
 }
 
-static bool read_version(const char *) {
+static void read_version(const char *) {
     print("kestrel " KESTREL_VERSION "\n");
     cleanup(0);
 }
 
-static bool read_manifest(const char *value) {
-    settings.manifest = absolute_path(value);
-    TRACE_MESSAGE("Manifest file set to \"%s\"", settings.manifest);
-    return true;
+static void read_manifest(const char *value) {
+    set_path(&settings.manifest, value, "Manifest file");
 }
 
-static bool read_instdir(const char *value) {
-    settings.instdir = absolute_path(value);
-    TRACE_MESSAGE("Install directory set to \"%s\"", settings.instdir);
-    return true;
+static void read_instdir(const char *value) {
+    set_path(&settings.instdir, value, "Install directory");
 }
 
-static bool read_tasks(const char *value) {
+static void read_tasks(const char *value) {
     settings.task_limit = str_to_int32(value);
     TRACE_MESSAGE("Got task limit option for %d tasks", settings.task_limit);
-    return true;
 }
 
 // "<position>,<start>,<end>". A range check is quiet.
-static bool read_range(const char *value) {
+static void read_range(const char *value) {
     settings.verbose = 0;
     const char *first = strchr(value, ',');
     const char *second = first != nullptr ? strchr(first + 1, ',') : nullptr;
     if (second == nullptr) {
         fputs("Invalid syntax for option: --check\n", stderr);
         settings.refusal = "Invalid syntax for --check option";
-        return false;
+        return;
     }
     settings.position = str_to_int32(value);
     settings.start = str_to_int32(first + 1);
@@ -83,63 +77,47 @@ static bool read_range(const char *value) {
     settings.range_check = true;
     TRACE_MESSAGE("Got range check option; Start position: %ld, start line: %d, end line: %d",
                   static_cast<long>(settings.position), settings.start, settings.end);
-    return true;
 }
 
-static bool read_digests(const char *value) {
-    settings.digests = absolute_path(value);
-    TRACE_MESSAGE("Digests file set to \"%s\"", settings.digests);
-    return true;
+static void read_digests(const char *value) {
+    set_path(&settings.digests, value, "Digests file");
 }
 
-static bool read_report(const char *) {
+static void read_report(const char *) {
     settings.report = true;
     settings.report_file = nullptr;
     TRACE_MESSAGE("Got report option");
-    return true;
 }
 
-static bool read_report_file(const char *value) {
+static void read_report_file(const char *value) {
     settings.report = true;
-    settings.report_file = absolute_path(value);
-    TRACE_MESSAGE("Report file set to \"%s\"", settings.report_file);
-    return true;
-}
-
-static bool read_progress(const char *value) {
-    progress_begin_task(value);
-    return true;
+    set_path(&settings.report_file, value, "Report file");
 }
 
 // The debug log's own: it has been read before all others.
-static bool pass_over(const char *) {
-    return true;
-}
+static void pass_over(const char *) {}
 
-static bool read_extra(const char *) {
+static void read_extra(const char *) {
     settings.report = true;
     settings.extra = true;
     TRACE_MESSAGE("Got extra option");
-    return true;
 }
 
-static bool read_exclude(const char *value) {
+static void read_exclude(const char *value) {
     std::optional<PathPattern> pattern = path_pattern(host_path_style(), value);
     if (!pattern) {
         settings.refusal =
             sc_format("Invalid syntax for option: --exclude=%s", str_printable(value).get());
         fprintf(stderr, "%s\n", settings.refusal);
-        return false;
+        return;
     }
     settings.excluded.push_back(std::move(*pattern));
     TRACE_MESSAGE("Got exclude option for \"%s\"", value);
-    return true;
 }
 
-static bool read_sort(const char *) {
+static void read_sort(const char *) {
     settings.sorted = true;
     TRACE_MESSAGE("Got sort option");
-    return true;
 }
 
 // --- All options
@@ -150,7 +128,7 @@ struct Option {
     std::string_view name; // a value follows a name that ends in "="
     const char *value;     // what that is; null for none
     const char *help;      // null for what only tasks are given
-    bool (*read)(const char *value);
+    void (*read)(const char *value);
     bool is_further = false; // the help has it on a terminal only
     bool is_guarded = false; // a slip in it is refused: the run would do other than is asked for
 };
@@ -191,7 +169,6 @@ static constexpr Option OPTIONS[] = {
      pass_over, true},
     {"--check=", nullptr, nullptr, read_range},
     {"--digests=", nullptr, nullptr, read_digests},
-    {"--progress=", nullptr, nullptr, read_progress},
 };
 
 // Arguments that are not options are ignored, which only a terminal hears of unless there is a
@@ -211,26 +188,28 @@ static void ignore(const char *argument) {
             str_printable(argument).get());
 }
 
-static bool read_unknown(const char *argument) {
+static void read_unknown(const char *argument) {
     for (const Option &option : OPTIONS)
         if (option.is_guarded && is_slip_in(option.name, argument)) {
             settings.refusal = sc_format("Argument \"%s\" is not an option; is %s meant?",
                                          str_printable(argument).get(), option.name.data());
             fprintf(stderr, "%s\n", settings.refusal);
-            return false;
+            return;
         }
     ignore(argument);
-    return true;
 }
 
 bool read_option(const char *argument) {
     const std::string_view text = argument;
-    for (const Option &option : OPTIONS) {
-        const bool with_value = option.name.ends_with('=');
-        if (with_value ? text.starts_with(option.name) : text == option.name)
-            return option.read(argument + option.name.size());
-    }
-    return read_unknown(argument);
+    const auto *const option =
+        std::find_if(std::begin(OPTIONS), std::end(OPTIONS), [&](const Option &known) {
+            return known.name.ends_with('=') ? text.starts_with(known.name) : text == known.name;
+        });
+    if (option != std::end(OPTIONS))
+        option->read(argument + option->name.size());
+    else
+        read_unknown(argument);
+    return settings.refusal == nullptr;
 }
 
 static void print_options(bool further) {

@@ -6,6 +6,7 @@
 // malformed or a slip. Help and version are printed at once, and end the run.
 bool read_option(const char *argument);
 
+// Prints the help text.
 void print_usage();
 
 #endif

@@ -16,7 +16,8 @@ void print(std::string_view text);
 // reported on standard error.
 bool flush_output();
 
-// Prints at once what is about to be done ("Checking"), unless this process is quiet.
+// Prints at once what is about to be done, an action such as "Checking", unless the settings want
+// no progress lines.
 void announce(const char *action, const char *manifest, const char *instdir);
 
 #endif

@@ -3,7 +3,8 @@
 #ifndef KESTREL_KESTREL_PROGRESS_H
 #define KESTREL_KESTREL_PROGRESS_H
 
-#include <atomic>
+#include "manifest/board.h"
+
 #include <cstdint>
 #include <string>
 
@@ -22,11 +23,12 @@ void progress_begin(uint64_t total);
 // Whether the line is shown, sooner or later.
 bool progress_is_on();
 
-// In a task: counts for its parent, which has given its counts this name.
-void progress_begin_task(const char *name);
+// In a task: counts for its parent, if that watches the board. Nothing for null.
+void progress_begin_task(Board *board);
 
-// The name by which tasks find the counts of this process; null if nothing is shown.
-const char *progress_name();
+// In the parent: from now on what the tasks count on a board is shown, too. With null nobody knows
+// how far they are, and nothing is shown.
+void progress_share(const char *board_file);
 
 // Draws what this process and its tasks have counted, if it is time.
 void progress_poll();
@@ -37,19 +39,8 @@ void progress_wipe();
 // Takes the line away for good.
 void progress_end();
 
-// What a process and its tasks have counted together, and whether the line shows anything: the
-// memory that they share.
-struct ProgressTally {
-    std::atomic<uint64_t> files;
-    std::atomic<uint64_t> bytes;
-    std::atomic<bool> is_drawn;
-};
-
-// What is counted, and the line that shows it after so many seconds.
-struct ProgressCounts {
-    uint64_t files;
-    uint64_t bytes;
-};
-std::string progress_line(const ProgressCounts &counts, uint64_t total, double seconds);
+// The line that shows what is counted after so many seconds. The time left is that of the bytes:
+// large files come last.
+std::string progress_line(const HashingCounts &counts, uint64_t total, double seconds);
 
 #endif

@@ -8,9 +8,7 @@
 
 #include <cerrno>
 #include <cinttypes>
-#include <cstdarg>
 #include <cstdio>
-#include <cstring>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -154,10 +152,8 @@ void report_extra(const char *path) {
 }
 
 const char *report_error(const char *format, ...) {
-    va_list args;
-    va_start(args, format);
-    const char *text = sc_vformat(format, args);
-    va_end(args);
+    const char *text;
+    WITH_VA_LIST(args, format, text = sc_vformat(format, args));
     note_reason(text);
     report_record("error", text);
     return text;

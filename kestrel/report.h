@@ -16,7 +16,7 @@
 // error, if it cannot be written, or would be written over the manifest (null for none).
 bool report_begin(const char *path, const char *manifest);
 
-// Whether there is a report. Nothing below does anything without one.
+// Whether there is a report. Without one the functions below do nothing.
 bool report_is_on();
 
 // Returns the file that the report is in, as it was given; null for none.
@@ -50,17 +50,19 @@ void report_extra_search();
 // Records a file that the manifest does not list.
 void report_extra(const char *path);
 
-// Records what has no function of its own.
+// Records what no function above is for: its kind, its path or a text, and a reason unless that is
+// null.
 void report_record(const char *kind, const char *text, const char *reason = nullptr);
 
 // Adds to the totals of the last record: lines that were to be checked, and those that were not.
 void report_count(uint64_t lines, uint64_t unchecked = 0);
 
-// Counts as unchecked what is missing to `lines`, the manifest's total.
+// Counts the lines that are missing to `lines`, the total of the manifest, as unchecked.
 void report_cover(uint64_t lines);
 
-// Appends the report that a task has written about so many lines. False if it is incomplete: the
-// lines that have no record then count as unchecked, and so is the whole report.
+// Appends the report that a task has written to a file about so many lines. False if it is
+// incomplete, or the path is null: the lines that have no record then count as unchecked, and the
+// whole report is incomplete too.
 bool report_part(const char *path, uint64_t lines);
 
 // Writes the last record: what became of the lines; or the files and bytes of a new manifest.

@@ -15,11 +15,11 @@ struct Settings {
     const char *instdir = nullptr;
     bool generate = false;
     bool check = false;
-    bool range_check = false; // of the lines below, as check_manifest_range() takes them
+    bool range_check = false; // the next three are given, as check_manifest_range() takes them
     int32_t position = -1;
     int32_t start = -1;
     int32_t end = -1;
-    const char *digests = nullptr; // the range is of a list, and this file is for its digests
+    const char *digests = nullptr; // a file for the digests of the range, which is of a list then
     bool report = false;
     const char *report_file = nullptr; // null: standard output
     bool extra = false;                // a check looks for files that the manifest does not list

@@ -129,8 +129,6 @@ static ProcessHandle start_task(const TaskSetting &setting, const Task &task) {
     if (task.part != nullptr)
         vec_append(args.get(),
                    sc_format("%s%s", setting.part_option, cmdline_escape(task.part.get())));
-    if (const char *counts = progress_name(); counts != nullptr)
-        vec_append(args.get(), sc_format("--progress=%s", counts));
     const char *log = sc_format("%s_%u-%u.out", host_tool_name, start, end);
     if (const char *debug = zvdebug_beside(log))
         vec_append(args.get(), debug);
@@ -143,14 +141,13 @@ static ProcessHandle start_task(const TaskSetting &setting, const Task &task) {
 bool wait_for_task(ProcessHandle process, uint32_t number, int *status) {
     int got;
     int &result = status != nullptr ? *status : got;
+    result = 1;
     TRACE_MESSAGE("Waiting for process %d to finish", number);
     if (process == 0)
         TRACE_MESSAGE("proc id is zero, process mustn't have started");
     do
         progress_poll();
-    while (process != 0 && progress_is_on() && !host_await_end(process, 200));
-    if (!host_wait_process(process, &result))
-        result = 1;
+    while (!host_wait_process(process, &result, progress_is_on() ? 200 : NO_LIMIT));
     if (result == 0)
         TRACE_MESSAGE("Process %d successfully verify its hashes", number);
     else
@@ -172,6 +169,31 @@ void end_with_parent() {
         host_end_with(static_cast<uint32_t>(strtoul(parent, nullptr, 10)));
 }
 
+// The environment variable that tells a task which board it shares: its number there, a comma, and
+// the board's file.
+static constexpr const char *BOARD = "kestrel_board";
+
+Board *task_board() {
+    const char *told = host_getenv(BOARD);
+    const char *comma = told != nullptr ? strchr(told, ',') : nullptr;
+    if (comma == nullptr)
+        return nullptr;
+    static Board board(comma + 1, static_cast<uint32_t>(strtoul(told, nullptr, 10)));
+    return &board;
+}
+
+// The file of a board for the tasks; null if there is none, and each of them works alone.
+static OwnedString new_board(const Plan &plan) {
+    const TraceSilence silence;
+    OwnedString board = plan.given.size() > 1 ? os_tempname_plain() : nullptr;
+    os_remove_at_exit(board.get());
+    if (board != nullptr && !Board::make(board.get(), static_cast<uint32_t>(plan.given.size()),
+                                         plan.lines, static_cast<uint32_t>(os_ncores(true))))
+        board.reset();
+    progress_share(board.get());
+    return board;
+}
+
 // A file for what a task writes; null if there can be none.
 static OwnedString new_part() {
     static bool reported = false;
@@ -185,24 +207,31 @@ static OwnedString new_part() {
 void start_tasks(const TaskSetting &setting, Plan &plan) {
     TRACE_MESSAGE("Each core will do %d hashes", plan.lines / plan.tasks);
     os_setenv(PARENT, std::to_string(host_process_id()).c_str());
+    const OwnedString board = new_board(plan);
+    uint32_t number = 0; // on the board
     auto task = plan.given.begin();
     for (uint32_t i = 0; i < plan.tasks; i = next_task(plan, i)) {
         TRACE_MESSAGE("Starting process %d", i);
         ProcessHandle process = 0;
         if (task != plan.given.end() && task->number == i) {
             task->part = setting.part_option != nullptr ? new_part() : nullptr;
+            if (board != nullptr)
+                os_setenv(BOARD, (std::to_string(number++) + "," + board.get()).c_str());
             task->process = process = start_task(setting, *task);
             task++->reason = errno;
         }
         TRACE_MESSAGE("got proc id %lld\n", static_cast<long long>(process));
     }
     os_setenv(PARENT, "");
+    os_setenv(BOARD, "");
 }
 
 bool run_tasks(const TaskSetting &setting, Plan plan, const FinishTask &finish) {
     start_tasks(setting, plan);
     bool passed = plan.lines > plan.tasks; // with as many tasks as lines some get no line
-    if (!passed)
+    if (plan.lines == 0)
+        report_error("The manifest is empty");
+    else if (!passed)
         report_error("%zu of %u tasks had no line to check; use --tasks=1",
                      plan.tasks - plan.given.size(), plan.tasks);
     for (uint32_t i = 0; i < plan.tasks; i = next_task(plan, i)) {

@@ -3,6 +3,7 @@
 #define KESTREL_KESTREL_TASKS_H
 
 #include "containers/vector.h"
+#include "manifest/board.h"
 #include "platform/osdep.h"
 
 #include <cstdint>
@@ -83,6 +84,9 @@ void start_tasks(const TaskSetting &setting, Plan &plan);
 // order, even after a failure. True if all of these calls are, and every task has lines.
 using FinishTask = std::function<bool(const Task &task)>;
 bool run_tasks(const TaskSetting &setting, Plan plan, const FinishTask &finish);
+
+// In a task: the board that it shares with the others; null in other runs.
+Board *task_board();
 
 // In a task: has it end with the process that started it. Nothing in other runs.
 void end_with_parent();

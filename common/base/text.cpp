@@ -4,6 +4,7 @@
 #include <array>
 #include <cctype>
 #include <cstring>
+#include <string_view>
 
 OwnedString str_concat(const char *a, const char *b) {
     const size_t a_length = strlen(a);
@@ -19,10 +20,8 @@ OwnedString str_concat_free(OwnedString a, const char *b) {
 }
 
 OwnedString str_format(const char *format, ...) {
-    va_list args;
-    va_start(args, format);
-    OwnedString text = str_vformat(format, args);
-    va_end(args);
+    OwnedString text;
+    WITH_VA_LIST(args, format, text = str_vformat(format, args));
     return text;
 }
 
@@ -68,8 +67,11 @@ static size_t character_length(const char *text) {
     return length;
 }
 
-// The upper control characters take two bytes, or one where the text is not UTF-8.
+// The upper control characters take two bytes, or one where the text is not UTF-8. A byte order
+// mark is one too: it shows nothing.
 static bool is_control(const char *text, size_t length) {
+    if (std::string_view(text, length) == "\xef\xbb\xbf")
+        return true;
     const auto last = static_cast<unsigned char>(text[length - 1]);
     const bool upper = length == 1 || (length == 2 && *text == '\xc2');
     return upper && (last < ' ' || (last >= 0x7f && last < 0xa0));

@@ -28,7 +28,8 @@ int str_nicmp(const char *a, const char *b, size_t length);
 int32_t str_to_int32(const char *text);
 
 // A copy to show to people, with each control character (C0, delete and C1, as UTF-8 or as a single
-// byte) replaced by "?": a name could otherwise make a terminal do anything.
+// byte) and each byte order mark replaced by "?": a name could otherwise make a terminal do
+// anything.
 OwnedString str_printable(const char *text);
 
 // Prints `text` in double quotes.

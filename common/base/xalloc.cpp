@@ -9,12 +9,10 @@
 #error "kestrel needs its assertions: compile it without -DNDEBUG"
 #endif
 
-static void report_and_exit() {
+void (*out_of_memory_hook)() = [] {
     fputs("out of memory\n", stderr);
     exit(1);
-}
-
-void (*out_of_memory_hook)() = report_and_exit;
+};
 
 void out_of_memory() {
     out_of_memory_hook();

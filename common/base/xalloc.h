@@ -2,6 +2,7 @@
 #ifndef KESTREL_BASE_XALLOC_H
 #define KESTREL_BASE_XALLOC_H
 
+#include <cstdarg>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -14,6 +15,15 @@
 #define KESTREL_PRINTF printf
 #endif
 #define PRINTF_LIKE(fmt, first) __attribute__((format(KESTREL_PRINTF, fmt, first)))
+
+// Evaluates an expression in which `list` stands for the arguments behind the parameter `last`.
+#define WITH_VA_LIST(list, last, ...)                                                              \
+    do {                                                                                           \
+        va_list list;                                                                              \
+        va_start(list, last);                                                                      \
+        __VA_ARGS__;                                                                               \
+        va_end(list);                                                                              \
+    } while (false)
 
 struct FreeDeleter {
     void operator()(void *block) const { free(block); }

@@ -18,14 +18,12 @@ static int report_error(const char *text) {
     return 1;
 }
 
-// Elements 1 onward, joined by spaces; null if there are none.
-static const char *argument_text(Vector *options) {
-    if (vec_size(options) < 2)
-        return nullptr;
+// Elements 1 onward, joined by spaces.
+static std::string argument_text(Vector *options) {
     std::string text;
     for (uint32_t i = 1; i < vec_size(options); i++)
         text += (i > 1 ? " " : "") + std::string(vec_at<const char>(options, i));
-    return sc_strdup(text.c_str());
+    return text;
 }
 
 // --- Command files
@@ -73,7 +71,7 @@ static const char *make_command_file(Vector *options) {
     return sc_format("@%s", path.get());
 }
 
-static bool needs_command_file(const char *program, const char *text, uint32_t mode) {
+static bool needs_command_file(const char *program, const std::string &text, uint32_t mode) {
     if (mode == EXEC_COMMAND_FILE)
         return true;
     if (mode != EXEC_AUTOMATIC) {
@@ -81,7 +79,7 @@ static bool needs_command_file(const char *program, const char *text, uint32_t m
             DEBUG_ASSERT(0);
         return false;
     }
-    const size_t length = strlen(program) + (text != nullptr ? strlen(text) : 0) + 1;
+    const size_t length = strlen(program) + text.size() + 1;
     if (length <= static_cast<size_t>(os_max_cmdline()))
         return false;
     TRACE_MESSAGE("Command line length is too long for OS (%u), using command file",
@@ -92,52 +90,47 @@ static bool needs_command_file(const char *program, const char *text, uint32_t m
 // --- Running
 
 // Runs the program with its output going to a temporary file that is then removed. What was
-// redirected before a failure stays so.
-static bool run_discarding(const char *program, Vector *args, int *status, const char **failure) {
-    const auto fails = [&](const char *reason) {
-        *failure = reason;
-        return false;
-    };
+// redirected before a failure stays so. Returns why that failed, or null.
+static const char *run_discarding(const char *program, Vector *args, int *status) {
     const int saved_out = host_dup(STDOUT_DESCRIPTOR);
     if (saved_out == -1)
-        return fails("stdout dup failed");
+        return "stdout dup failed";
     const int saved_err = host_dup(STDERR_DESCRIPTOR);
     if (saved_err == -1)
-        return fails("stderr dup failed");
+        return "stderr dup failed";
     const OwnedString tmpfile = os_tempname_plain();
     if (tmpfile == nullptr)
-        return fails("obtaining temp filename failed");
+        return "obtaining temp filename failed";
     TRACE_MESSAGE("tmpfile = \"%s\"", tmpfile.get());
     FILE *caught = host_fopen(tmpfile.get(), "w");
     if (caught == nullptr)
-        return fails("fopen to write to tmpfile failed");
+        return "fopen to write to tmpfile failed";
     if (host_dup2(host_fileno(caught), STDOUT_DESCRIPTOR) == -1)
-        return fails("redirect stdout failed");
+        return "redirect stdout failed";
     if (host_dup2(host_fileno(caught), STDERR_DESCRIPTOR) == -1)
-        return fails("redirect stderr failed");
+        return "redirect stderr failed";
     *status = db_debugger(program, args, false);
     fclose(caught);
     if (host_dup2(saved_out, STDOUT_DESCRIPTOR) == -1)
-        return fails("dup2 restore stdout failed");
+        return "dup2 restore stdout failed";
     if (host_close(saved_out) != 0)
-        return fails("could not close saved stdout");
+        return "could not close saved stdout";
     if (host_dup2(saved_err, STDERR_DESCRIPTOR) == -1)
-        return fails("dup2 restore stderr failed");
+        return "dup2 restore stderr failed";
     if (host_close(saved_err) != 0)
-        return fails("could not close saved stderr");
+        return "could not close saved stderr";
     if (os_exists(tmpfile.get()))
         host_remove(tmpfile.get());
-    return true;
+    return nullptr;
 }
 
 static int run(const char *program, Vector *args, int32_t echo) {
     fflush(stdout);
     fflush(stderr);
     int status = 1;
-    const char *failure = nullptr;
     if (echo >= 0) {
         status = db_debugger(program, args, false);
-    } else if (!run_discarding(program, args, &status, &failure)) {
+    } else if (const char *failure = run_discarding(program, args, &status)) {
         TRACE_REPORT("cmdline_exe", "%s", failure);
         TRACE_REPORT("cmdline_spawn",
                      "qrncc_spawn could not redirect stdout/stderr, exiting with status 1");
@@ -153,8 +146,8 @@ int cmdline_exe(Vector *options, uint32_t mode, int32_t echo) {
     const char *program = vec_at<const char>(options, 0);
     if (program == nullptr)
         return 1;
-    const char *text = argument_text(options);
-    const char *shown = text != nullptr ? text : "";
+    const std::string text = argument_text(options);
+    std::string shown = text;
     const VectorPtr args(vec_new(__FILE__, __LINE__));
     if (needs_command_file(program, text, mode)) {
         const char *file = make_command_file(options);
@@ -162,15 +155,13 @@ int cmdline_exe(Vector *options, uint32_t mode, int32_t echo) {
             return 1;
         vec_append(args.get(), program);
         vec_append(args.get(), file);
-        if (echo > 0)
-            printf("%s %s [ %s ]\n", program, file, shown);
-        TRACE_MESSAGE("Executing: %s %s [ %s ]", program, file, shown);
+        shown = file + (" [ " + text + " ]");
     } else {
         vec_appendAll(args.get(), options);
-        if (echo > 0)
-            printf("%s %s\n", program, shown);
-        TRACE_MESSAGE("Executing: %s %s", program, shown);
     }
+    if (echo > 0)
+        printf("%s %s\n", program, shown.c_str());
+    TRACE_MESSAGE("Executing: %s %s", program, shown.c_str());
     const int status = run(program, args.get(), echo);
     return TRACE_RESULT(status, "%d", status);
 }

@@ -211,22 +211,24 @@ int hash_forEach(const HashTable *h, void *ctx, HashVisitFn fn) {
     return 0;
 }
 
+static Vector *collect(const HashTable *h, HashVisitFn append) {
+    Vector *collected = vec_new(__FILE__, __LINE__);
+    hash_forEach(h, collected, append);
+    return collected;
+}
+
 Vector *hash_values(const HashTable *h) {
-    Vector *values = vec_new(__FILE__, __LINE__);
-    hash_forEach(h, values, [](void *ctx, const void *, void *value) {
-        vec_append(static_cast<Vector *>(ctx), value);
+    return collect(h, [](void *values, const void *, void *value) {
+        vec_append(static_cast<Vector *>(values), value);
         return 0;
     });
-    return values;
 }
 
 Vector *hash_keys(const HashTable *h) {
-    Vector *keys = vec_new(__FILE__, __LINE__);
-    hash_forEach(h, keys, [](void *ctx, const void *key, void *) {
-        vec_append(static_cast<Vector *>(ctx), key);
+    return collect(h, [](void *keys, const void *key, void *) {
+        vec_append(static_cast<Vector *>(keys), key);
         return 0;
     });
-    return keys;
 }
 
 static HashEntry *reversed(HashEntry *chain) {
@@ -274,22 +276,19 @@ int voidcmp(const void *a, const void *b) {
     return a == b ? 0 : 1;
 }
 
-static uint32_t djb2_step(uint32_t h, int byte) {
-    return h * 33 + static_cast<uint32_t>(static_cast<signed char>(byte));
+template <class Fold> static uint32_t djb2(const void *s, Fold fold) {
+    uint32_t h = 5381;
+    for (const auto *at = static_cast<const unsigned char *>(s); *at != '\0'; at++)
+        h = h * 33 + static_cast<uint32_t>(static_cast<signed char>(fold(*at)));
+    return h;
 }
 
 uint32_t strhash(const void *s) {
-    uint32_t h = 5381;
-    for (const auto *at = static_cast<const unsigned char *>(s); *at != '\0'; at++)
-        h = djb2_step(h, *at);
-    return h;
+    return djb2(s, [](int byte) { return byte; });
 }
 
 uint32_t strihash(const void *s) {
-    uint32_t h = 5381;
-    for (const auto *at = static_cast<const unsigned char *>(s); *at != '\0'; at++)
-        h = djb2_step(h, tolower(*at));
-    return h;
+    return djb2(s, tolower);
 }
 
 int strkeycmp(const void *a, const void *b) {
@@ -329,8 +328,6 @@ void hash_masterReport() {
     trace_puts("# Hash Table Master List:");
     trace_puts("# ptr    file:line    max_util/capacity    max_usage/capacity    clashes    "
                "voidcmp    voidhash    alive");
-    if (vec_size(master_list) == 0) // never: the list is made for its first record
-        trace_puts("# No hash tables were used");
     for (const auto *record : VecEach<const HashMasterRec>(master_list))
         report_record(record);
 }

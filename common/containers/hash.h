@@ -7,6 +7,8 @@
 #include "containers/vector.h"
 
 #include <cstdint>
+#include <memory>
+#include <vector>
 
 using HashFn = uint32_t (*)(const void *key);
 using HashCmpFn = int (*)(const void *a, const void *b); // 0 means equal
@@ -93,5 +95,36 @@ void hash_trackInit(bool on);
 
 // Writes the list of tracked tables to the debug log. Nothing when none was ever tracked.
 void hash_masterReport();
+
+// --- Typed use
+
+struct HashDeleter {
+    void operator()(HashTable *h) const { hash_free(h); }
+};
+using HashPtr = std::unique_ptr<HashTable, HashDeleter>;
+
+// The entries of a table for a range-based for, in the order of hash_forEach:
+// for (const auto [key, value] : HashEach<const char, File>(table)). They are those that the table
+// has when the loop begins, so the body may change it.
+template <class Key, class Value> class HashEach {
+  public:
+    struct Entry {
+        Key *key;
+        Value *value;
+    };
+    explicit HashEach(const HashTable *h) {
+        hash_forEach(h, &entries, [](void *ctx, const void *key, void *value) {
+            static_cast<std::vector<Entry> *>(ctx)->push_back(
+                {static_cast<Key *>(key), static_cast<Value *>(value)});
+            return 0;
+        });
+    }
+    explicit HashEach(const HashPtr &h) : HashEach(h.get()) {}
+    auto begin() const { return entries.begin(); }
+    auto end() const { return entries.end(); }
+
+  private:
+    std::vector<Entry> entries;
+};
 
 #endif

@@ -127,7 +127,7 @@ const char *sc_ncopy(const char *s, size_t len) {
 // --- Formatting
 
 // vsnprintf into the scratch buffer as it is; whether all of it fitted.
-static bool format_scratch(int *length, const char *fmt, va_list args) PRINTF_LIKE(2, 0);
+PRINTF_LIKE(2, 0)
 static bool format_scratch(int *length, const char *fmt, va_list args) {
     va_list again;
     va_copy(again, args);
@@ -152,10 +152,8 @@ const char *sc_vformat(const char *fmt, va_list args) {
 }
 
 const char *sc_format(const char *fmt, ...) {
-    va_list args;
-    va_start(args, fmt);
-    const char *text = sc_vformat(fmt, args);
-    va_end(args);
+    const char *text;
+    WITH_VA_LIST(args, fmt, text = sc_vformat(fmt, args));
     return text;
 }
 
@@ -164,10 +162,8 @@ const char *sc_vformatExpand(const char *fmt, va_list args) {
 }
 
 const char *sc_formatExpand(const char *fmt, ...) {
-    va_list args;
-    va_start(args, fmt);
-    const char *text = sc_vformatExpand(fmt, args);
-    va_end(args);
+    const char *text;
+    WITH_VA_LIST(args, fmt, text = sc_vformatExpand(fmt, args));
     return text;
 }
 
@@ -353,17 +349,13 @@ const char *sc_readLine(FILE *stream) {
 
 // --- Paths
 
-static bool ends_with(std::string_view text, char c) {
-    return !text.empty() && text.back() == c;
-}
-
 const char *sc_pathJoin(const char *dir, const char *name) {
     if (dir == nullptr || *dir == '\0')
         return name;
     if (name == nullptr || *name == '\0')
         return dir;
     const char separator = host_path_style().separator;
-    return build({dir, one(ends_with(dir, separator) ? '\0' : separator),
+    return build({dir, one(std::string_view(dir).ends_with(separator) ? '\0' : separator),
                   *name == separator ? name + 1 : name});
 }
 
@@ -398,7 +390,7 @@ const char *sc_dirname(const char *path) {
 const char *sc_nativePath(const char *s) {
     if (s == nullptr || *s == '\0')
         return s;
-    if ((host_kind() & HOST_DRIVE_PATHS) != 0)
+    if (host_path_style().drives)
         return sc_translate(s, "/", "\\");
     const bool has_drive = isalpha(static_cast<unsigned char>(s[0])) != 0 && s[1] == ':';
     return has_drive ? s : intern(s);

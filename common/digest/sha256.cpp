@@ -37,11 +37,7 @@ static void compress_portable(uint32_t *const *states, const uint8_t *const *mes
 
 // --- The choice of a kernel
 
-static bool always() {
-    return true;
-}
-
-static constexpr Sha256Kernel PORTABLE = {"portable", 1, 100, always, compress_portable};
+static constexpr Sha256Kernel PORTABLE = {"portable", 1, 100, true, compress_portable};
 
 namespace {
 
@@ -53,7 +49,7 @@ struct Kernels {
 
     Kernels() {
         for (const Sha256Kernel &kernel : sha256_family_kernels())
-            if (kernel.is_supported())
+            if (kernel.is_supported)
                 supported.push_back(&kernel);
         for (size_t messages = 0; messages <= SHA256_MOST_LANES; messages++)
             best[messages] =
@@ -142,6 +138,10 @@ void sha256_digest(const uint32_t *state, uint8_t *digest) {
 
 size_t sha256_best_lanes() {
     return sha256_kernel_for(SHA256_MOST_LANES).lanes;
+}
+
+bool sha256_has_idle_lane(size_t messages) {
+    return messages != 0 && sha256_kernel_for(messages).lanes > messages;
 }
 
 void sha256_final(Sha256Context *ctx, uint8_t *digest) {

@@ -41,6 +41,9 @@ void sha256_update_many(uint32_t *const *states, const uint8_t *const *blocks, s
 // Returns the number of messages for which sha256_update_many takes least time per block.
 size_t sha256_best_lanes();
 
+// Whether one message more than so many takes sha256_update_many no longer.
+bool sha256_has_idle_lane(size_t messages);
+
 // Writes the padding behind a message of so many bytes, and returns its size.
 size_t sha256_pad(uint8_t *end, uint64_t length);
 

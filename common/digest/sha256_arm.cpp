@@ -62,21 +62,13 @@ static void compress_lanes(uint32_t *const *states, const uint8_t *const *blocks
     }
 }
 
-static bool has_sha2() {
-    return (getauxval(AT_HWCAP) & HWCAP_SHA2) != 0;
-}
-
-static bool always() {
-    return true;
-}
-
 // The costs are estimates.
-static constexpr Sha256Kernel KERNELS[] = {
-    {"neon", 4, 381, always, sha256_compress_neon},
-    {"sha2", 1, 38, has_sha2, compress_lanes<1>},
-    {"sha2-pair", 2, 39, has_sha2, compress_lanes<2>},
-};
-
 std::span<const Sha256Kernel> sha256_family_kernels() {
-    return KERNELS;
+    static const bool sha2 = (getauxval(AT_HWCAP) & HWCAP_SHA2) != 0;
+    static const Sha256Kernel kernels[] = {
+        {"neon", 4, 381, true, sha256_compress_neon},
+        {"sha2", 1, 38, sha2, compress_lanes<1>},
+        {"sha2-pair", 2, 39, sha2, compress_lanes<2>},
+    };
+    return kernels;
 }

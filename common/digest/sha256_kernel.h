@@ -14,9 +14,9 @@ using Sha256CompressFn = void(uint32_t *const *states, const uint8_t *const *blo
 
 struct Sha256Kernel {
     const char *name;
-    size_t lanes;  // messages that are compressed at the same time
-    unsigned cost; // percent of the portable kernel's time for one block; of all lanes together
-    bool (*is_supported)(); // by this processor and system
+    size_t lanes;      // messages that are compressed at the same time
+    unsigned cost;     // percent of the portable kernel's time for one block; of all lanes together
+    bool is_supported; // by this processor and system
     Sha256CompressFn *compress;
 };
 

@@ -97,36 +97,26 @@ static bool has_sha() {
            __get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx) != 0 && (ebx & 1u << 29) != 0;
 }
 
-// It asks the system, too, whether it keeps the registers (XCR0).
-static bool has_sse2() {
-    return __builtin_cpu_supports("sse2") != 0;
-}
-
-static bool has_avx2() {
-    return __builtin_cpu_supports("avx2") != 0;
-}
-
-static bool has_avx512vl() {
-    return __builtin_cpu_supports("avx512f") != 0 && __builtin_cpu_supports("avx512vl") != 0;
-}
-
-static bool has_avx512() {
-    return __builtin_cpu_supports("avx512f") != 0 && __builtin_cpu_supports("avx512bw") != 0;
-}
-
 // The first costs were measured on an Intel Emerald Rapids, in one core with its data in the first
 // caches. The second ones are estimates for an AMD Zen 5, measured beside a portable kernel that is
 // taken to be 1.5 times slower; avx512vl, with half of the lanes, is taken to cost as much as
 // avx512.
 std::span<const Sha256Kernel> sha256_family_kernels() {
     static const bool intel = __builtin_cpu_is("intel") != 0;
+    // The compiler's test asks the system, too, whether it keeps the registers (XCR0).
+    static const bool sse2 = __builtin_cpu_supports("sse2") != 0;
+    static const bool avx2 = __builtin_cpu_supports("avx2") != 0;
+    static const bool avx512f = __builtin_cpu_supports("avx512f") != 0;
+    static const bool avx512vl = avx512f && __builtin_cpu_supports("avx512vl") != 0;
+    static const bool avx512bw = avx512f && __builtin_cpu_supports("avx512bw") != 0;
+    static const bool sha = has_sha();
     static const Sha256Kernel kernels[] = {
-        {"sse2", 4, intel ? 204u : 381u, has_sse2, sha256_compress_sse2},
-        {"avx2", 8, intel ? 203u : 248u, has_avx2, sha256_compress_avx2},
-        {"avx512vl", 8, intel ? 105u : 165u, has_avx512vl, sha256_compress_avx512vl},
-        {"avx512", 16, intel ? 155u : 165u, has_avx512, sha256_compress_avx512},
-        {"sha", 1, intel ? 22u : 38u, has_sha, compress_lanes<1>},
-        {"sha-pair", 2, intel ? 33u : 39u, has_sha, compress_lanes<2>},
+        {"sse2", 4, intel ? 204u : 381u, sse2, sha256_compress_sse2},
+        {"avx2", 8, intel ? 203u : 248u, avx2, sha256_compress_avx2},
+        {"avx512vl", 8, intel ? 105u : 165u, avx512vl, sha256_compress_avx512vl},
+        {"avx512", 16, intel ? 155u : 165u, avx512bw, sha256_compress_avx512},
+        {"sha", 1, intel ? 22u : 38u, sha, compress_lanes<1>},
+        {"sha-pair", 2, intel ? 33u : 39u, sha, compress_lanes<2>},
     };
     return kernels;
 }

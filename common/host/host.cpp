@@ -1,9 +1,15 @@
 // What the primitives of host.h have in common on both hosts.
 #include "host/host.h"
 
+#include "base/text.h"
+
 #include <cerrno>
 
 const char *host_tool_name = "tool";
+
+int32_t host_kind() {
+    return host_path_style().drives ? HOST_DRIVE_PATHS : 0;
+}
 
 StatResult host_stat_result(const char *path) {
     HostStat status;
@@ -54,6 +60,22 @@ FileIdentity identity_of(const FileNumber &wide, const FileNumber &narrow,
         if (is_number(number))
             return {true, number.volume, number.high, number.low};
     return {!place.empty(), 0, 0, 0, place};
+}
+
+std::string identity_text(const FileIdentity &identity) {
+    if (!identity.known)
+        return host_unique_seed().get();
+    return str_format("%llx:%llx:%llx:%s", static_cast<unsigned long long>(identity.volume),
+                      static_cast<unsigned long long>(identity.high),
+                      static_cast<unsigned long long>(identity.low), identity.place.c_str())
+        .get();
+}
+
+std::string state_text(const FileState &state) {
+    return identity_text(state.identity) +
+           str_format(":%llx:%llx", static_cast<unsigned long long>(state.size),
+                      static_cast<unsigned long long>(state.changed))
+               .get();
 }
 
 // A file that is being written to may change between the two looks at it, so it is looked at again.

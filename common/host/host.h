@@ -128,7 +128,12 @@ struct FileState {
     bool operator==(const FileState &) const = default;
 };
 bool host_file_state(const char *path, FileState *result);
-bool host_opened_state(FILE *stream, FileState *result);
+bool host_opened_state(int descriptor, FileState *result);
+
+// Texts that compare as the identity or the state does: a file that is unknown gets one that no
+// other has, not even itself the next time.
+std::string identity_text(const FileIdentity &identity);
+std::string state_text(const FileState &state);
 
 // Looks at the states of two files, which are both held open meanwhile where numbers may be given
 // again.
@@ -269,6 +274,23 @@ bool host_lock_opened(FILE *stream);
 // Cuts the file to so many bytes. Nothing that was written may be left in the stream.
 bool host_truncate(FILE *stream, int64_t size);
 
+// --- Files that processes share, read and written in place
+
+// Opens an existing file for reading and writing; others may remove it meanwhile, and programs
+// started later do not inherit it. A descriptor for host_close, or -1 on failure.
+int host_open_shared(const char *path);
+
+// Reads, or writes, all of so many bytes at an offset.
+bool host_read_at(int descriptor, uint64_t offset, void *buffer, size_t size);
+bool host_write_at(int descriptor, uint64_t offset, const void *bytes, size_t size);
+
+// Locks a number of the file against every other opening of it, in this process too, until it is
+// unlocked, the file is closed, or its holder ends in any way. Sleeps until it is free if it is to
+// `wait`: circles are not noticed, so who waits holds none that another waits for. If not, errno is
+// EWOULDBLOCK where another has it; any other one says that there are no locks.
+bool host_lock_number(int descriptor, uint32_t number, bool wait);
+void host_unlock_number(int descriptor, uint32_t number);
+
 // --- Descriptors
 
 constexpr int STDOUT_DESCRIPTOR = 1;
@@ -292,10 +314,8 @@ int host_close(int descriptor);
 
 // --- Processes
 
-// Memory of so many bytes, all 0, that this process shares with those that it starts, which open it
-// by the name that it gets. It is never given back. Null if it cannot be had.
-void *host_make_shared(size_t size, std::string *name);
-void *host_open_shared(const char *name, size_t size);
+// Sleeps for about so many milliseconds.
+void host_pause(int milliseconds);
 
 // A started program, to be waited for once; 0 if there is none.
 using ProcessHandle = intptr_t;
@@ -306,18 +326,16 @@ using ProcessHandle = intptr_t;
 ProcessHandle host_start_process(const char *exe, const char *const *argv,
                                  const char *command_line);
 
-// Waits until a started program ends, but not longer than about so many milliseconds; false if it
-// is still running.
-bool host_await_end(ProcessHandle process, int milliseconds);
-
-// Waits for a started program and gives its exit status: false if the status cannot be had. A
-// program that died of a signal has a nonzero status.
-bool host_wait_process(ProcessHandle process, int *status);
+// Waits until a started program has ended, for about so many milliseconds at most or without limit;
+// false if it is still running. Gives its exit status, which is not 0 if it died of a signal;
+// `status` stays as it is if there is none.
+constexpr int NO_LIMIT = -1;
+bool host_wait_process(ProcessHandle process, int *status, int milliseconds = NO_LIMIT);
 
 // Ends all programs of host_start_process that have not been waited for. The first neither waits
 // nor allocates, so that a signal's handler may call it; the second waits until they have ended.
 void host_end_started();
-void host_await_started();
+void host_wait_started();
 
 // Has this process end when `parent`, which has started it, does; ends it at once if that has
 // happened. For a started program, where the system has undone what host_start_process has

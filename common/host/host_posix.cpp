@@ -17,7 +17,6 @@
 #include <sched.h>
 #include <sys/auxv.h>
 #include <sys/ioctl.h>
-#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/random.h>
 #include <sys/stat.h>
@@ -53,10 +52,6 @@ static OwnedString read_link(const char *path) {
 
 const PathStyle &host_path_style() {
     return slash_path_style;
-}
-
-int32_t host_kind() {
-    return 0;
 }
 
 const char *host_osname() {
@@ -209,9 +204,9 @@ bool host_file_state(const char *path, FileState *result) {
     return true;
 }
 
-bool host_opened_state(FILE *stream, FileState *result) {
+bool host_opened_state(int descriptor, FileState *result) {
     struct stat status = {};
-    if (fstat(fileno(stream), &status) != 0)
+    if (fstat(descriptor, &status) != 0)
         return false;
     *result = state_of(status);
     return true;
@@ -456,10 +451,16 @@ OwnedString host_stored_name(const char *path) {
 
 // The lock belongs to the open file description, not to the process, which may close other
 // descriptors of the file. A lock of flock() would block those who already run us under flock(1).
+static bool lock_bytes(int descriptor, int command, short type, off_t start, off_t length) {
+    struct flock bytes = {};
+    bytes.l_type = type;
+    bytes.l_start = start;
+    bytes.l_len = length;
+    return uninterrupted([&] { return fcntl(descriptor, command, &bytes); }) == 0;
+}
+
 static bool lock_whole(int descriptor, int command) {
-    struct flock whole = {};
-    whole.l_type = F_WRLCK;
-    return uninterrupted([&] { return fcntl(descriptor, command, &whole); }) == 0;
+    return lock_bytes(descriptor, command, F_WRLCK, 0, 0);
 }
 
 bool host_lock_opened(FILE *stream) {
@@ -467,10 +468,56 @@ bool host_lock_opened(FILE *stream) {
     for (int i = 1; !lock_whole(fileno(stream), F_OFD_SETLK); i++) {
         if ((errno != EAGAIN && errno != EACCES) || i == MOST_TRIES)
             return false;
-        constexpr timespec PAUSE = {0, 10'000'000};
-        nanosleep(&PAUSE, nullptr);
+        host_pause(10);
     }
     return true;
+}
+
+int host_open_shared(const char *path) {
+    return open_at_once(path, O_RDWR);
+}
+
+// Moves all of so many bytes with a call like pread.
+template <class Call> static bool move_at(Call call, uint64_t offset, size_t size) {
+    for (size_t moved = 0; moved < size;) {
+        const ssize_t some =
+            uninterrupted([&] { return call(moved, static_cast<off_t>(offset + moved)); });
+        if (some == 0)
+            errno = EIO;
+        if (some <= 0)
+            return false;
+        moved += static_cast<size_t>(some);
+    }
+    return true;
+}
+
+bool host_read_at(int descriptor, uint64_t offset, void *buffer, size_t size) {
+    const auto read = [&](size_t moved, off_t place) {
+        return pread(descriptor, static_cast<char *>(buffer) + moved, size - moved, place);
+    };
+    return move_at(read, offset, size);
+}
+
+bool host_write_at(int descriptor, uint64_t offset, const void *bytes, size_t size) {
+    const auto write = [&](size_t moved, off_t place) {
+        return pwrite(descriptor, static_cast<const char *>(bytes) + moved, size - moved, place);
+    };
+    return move_at(write, offset, size);
+}
+
+// Far behind the end of the file, as on the other host, where data that is locked cannot be read.
+static constexpr off_t NUMBERS = off_t{1} << 40;
+
+bool host_lock_number(int descriptor, uint32_t number, bool wait) {
+    if (lock_bytes(descriptor, wait ? F_OFD_SETLKW : F_OFD_SETLK, F_WRLCK, NUMBERS + number, 1))
+        return true;
+    if (errno == EACCES)
+        errno = EWOULDBLOCK;
+    return false;
+}
+
+void host_unlock_number(int descriptor, uint32_t number) {
+    lock_bytes(descriptor, F_OFD_SETLK, F_UNLCK, NUMBERS + number, 1);
 }
 
 bool host_truncate(FILE *stream, int64_t size) {
@@ -604,81 +651,51 @@ static pid_t start_program(const char *path, char *const *argv, bool tied) {
     return failure == 0 ? child : 0;
 }
 
-static void *map_shared(int descriptor, size_t size) {
-    void *memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
-    return memory != MAP_FAILED ? memory : nullptr;
-}
-
-// Its name is the number of a descriptor, which started programs inherit. All of its pages are
-// there: one that the system lacked later would be a fault.
-void *host_make_shared(size_t size, std::string *name) {
-    const int descriptor = memfd_create(host_tool_name, MFD_ALLOW_SEALING);
-    if (descriptor == -1)
-        return nullptr;
-    errno = posix_fallocate(descriptor, 0, static_cast<off_t>(size));
-    const bool sealed = errno == 0 && fcntl(descriptor, F_ADD_SEALS, F_SEAL_SHRINK) == 0;
-    void *memory = sealed ? map_shared(descriptor, size) : nullptr;
-    if (memory == nullptr)
-        close(descriptor);
-    *name = std::to_string(descriptor);
-    return memory;
-}
-
-// The seal tells it from whatever else has the number.
-void *host_open_shared(const char *name, size_t size) {
-    const int descriptor = str_to_int32(name);
-    struct stat found = {};
-    const int seals = fcntl(descriptor, F_GET_SEALS);
-    if (seals == -1 || fstat(descriptor, &found) != 0)
-        return nullptr;
-    if ((seals & F_SEAL_SHRINK) != 0 && static_cast<uint64_t>(found.st_size) >= size)
-        return map_shared(descriptor, size);
-    errno = EINVAL;
-    return nullptr;
+void host_pause(int milliseconds) {
+    const timespec pause = {milliseconds / 1000, milliseconds % 1000 * 1'000'000L};
+    nanosleep(&pause, nullptr);
 }
 
 ProcessHandle host_start_process(const char *exe, const char *const *argv, const char *) {
     return start_program(exe, const_cast<char *const *>(argv), true);
 }
 
-// Systems older than descriptors for processes (Linux 5.3) are asked again and again.
-bool host_await_end(ProcessHandle process, int milliseconds) {
-    const auto child = static_cast<pid_t>(process);
-    const auto descriptor = static_cast<int>(syscall(SYS_pidfd_open, child, 0));
-    pollfd ended = {descriptor, POLLIN, 0};
-    poll(&ended, 1, descriptor != -1 ? milliseconds : std::min(milliseconds, 10));
-    if (descriptor != -1)
-        close(descriptor);
-    siginfo_t state = {};
-    return waitid(P_PID, static_cast<id_t>(child), &state, WEXITED | WNOHANG | WNOWAIT) != 0 ||
-           state.si_pid == child;
-}
-
 // Waits without taking the status, which keeps the number from being given to another process.
-static bool await_end(pid_t child) {
-    siginfo_t ended = {};
-    const auto id = static_cast<id_t>(child);
-    return uninterrupted([&] { return waitid(P_PID, id, &ended, WEXITED | WNOWAIT); }) == 0;
+// True if the program has ended, or cannot be waited for. Systems older than descriptors for
+// processes (Linux 5.3) are asked again and again.
+static bool await_end(pid_t child, int milliseconds) {
+    if (milliseconds != NO_LIMIT) {
+        const auto descriptor = static_cast<int>(syscall(SYS_pidfd_open, child, 0));
+        pollfd ended = {descriptor, POLLIN, 0};
+        poll(&ended, 1, descriptor != -1 ? milliseconds : std::min(milliseconds, 10));
+        if (descriptor != -1)
+            close(descriptor);
+    }
+    siginfo_t state = {};
+    const int options = WEXITED | WNOWAIT | (milliseconds != NO_LIMIT ? WNOHANG : 0);
+    return uninterrupted(
+               [&] { return waitid(P_PID, static_cast<id_t>(child), &state, options); }) != 0 ||
+           state.si_pid == child;
 }
 
 // The number is forgotten before it is free. Programs are mostly waited for in order, so it is
 // found at once.
-bool host_wait_process(ProcessHandle process, int *status) {
-    int state = 0;
+bool host_wait_process(ProcessHandle process, int *status, int milliseconds) {
     const pid_t child = static_cast<pid_t>(process);
     if (child <= 0)
+        return true;
+    if (!await_end(child, milliseconds))
         return false;
-    const bool ended = await_end(child);
     std::list<pid_t> forgotten; // freed when signals may come again
     sigset_t signals;
     block_signals(&signals);
     if (const auto entry = std::find(started.begin(), started.end(), child); entry != started.end())
         forgotten.splice(forgotten.end(), started, entry);
-    const bool got = ended && uninterrupted([&] { return waitpid(child, &state, 0); }) == child;
-    sigprocmask(SIG_SETMASK, &signals, nullptr);
-    if (got)
+    int state = 0;
+    if (uninterrupted([&] { return waitpid(child, &state, 0); }) == child)
         *status = WIFEXITED(state) ? WEXITSTATUS(state) : 128 + WTERMSIG(state);
-    return got;
+    sigprocmask(SIG_SETMASK, &signals, nullptr);
+    return true;
 }
 
 void host_end_started() {
@@ -686,9 +703,9 @@ void host_end_started() {
         kill(child, SIGKILL);
 }
 
-void host_await_started() {
+void host_wait_started() {
     for (const pid_t child : started)
-        await_end(child);
+        await_end(child, NO_LIMIT);
 }
 
 void host_end_with(uint32_t parent) {
@@ -715,5 +732,6 @@ int host_spawn_wait(const char *path, const char *const *argv) {
 
     int status = -1;
     const pid_t child = start_program(path, pointers.data(), false);
-    return child != 0 && host_wait_process(child, &status) ? status : -1;
+    host_wait_process(child, &status);
+    return status;
 }

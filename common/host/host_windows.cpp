@@ -29,10 +29,6 @@ const PathStyle &host_path_style() {
     return drive_path_style;
 }
 
-int32_t host_kind() {
-    return HOST_DRIVE_PATHS;
-}
-
 const char *host_osname() {
     return "Microsoft Windows";
 }
@@ -148,6 +144,12 @@ bool host_stat(const char *path, HostStat *result) {
     return true;
 }
 
+// The entry of a directory at a path; false if there is none.
+static bool find_entry(const SystemPath &path, WIN32_FIND_DATAW *entry) {
+    const HANDLE search = FindFirstFileW(path.get(), entry);
+    return search == INVALID_HANDLE_VALUE ? system_failure() : FindClose(search) != 0;
+}
+
 // Reparse points of other kinds (files kept elsewhere, compressed files) are not links.
 bool host_is_link(const char *path) {
     const SystemPath system_path(path);
@@ -155,11 +157,7 @@ bool host_is_link(const char *path) {
     if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0)
         return false;
     WIN32_FIND_DATAW data;
-    const HANDLE search = FindFirstFileW(system_path.get(), &data);
-    if (search == INVALID_HANDLE_VALUE)
-        return false;
-    FindClose(search);
-    return IsReparseTagNameSurrogate(data.dwReserved0);
+    return find_entry(system_path, &data) && IsReparseTagNameSurrogate(data.dwReserved0);
 }
 
 // Where an opened file leads. Not every volume has a letter, and not every directory above may be
@@ -214,8 +212,12 @@ bool host_file_state(const char *path, FileState *result) {
     return file ? state_of(file.get(), result) : system_failure();
 }
 
-bool host_opened_state(FILE *stream, FileState *result) {
-    return state_of(reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stream))), result);
+static HANDLE handle_of(int descriptor) {
+    return reinterpret_cast<HANDLE>(_get_osfhandle(descriptor));
+}
+
+bool host_opened_state(int descriptor, FileState *result) {
+    return state_of(handle_of(descriptor), result);
 }
 
 // Some file systems number files only while they are open.
@@ -287,7 +289,7 @@ int host_open(const char *path) {
 void host_expect_reading(int) {}
 
 bool host_is_regular(int descriptor) {
-    return GetFileType(reinterpret_cast<HANDLE>(_get_osfhandle(descriptor))) == FILE_TYPE_DISK;
+    return GetFileType(handle_of(descriptor)) == FILE_TYPE_DISK;
 }
 
 FILE *host_fdopen(int descriptor) {
@@ -298,41 +300,84 @@ FILE *host_open_log(const char *path, bool append) {
     return host_fopen(path, append ? "a" : "w");
 }
 
-// The lock is on a byte beyond the end of any file, because nobody else can write to locked bytes.
-static OVERLAPPED beyond_end() {
+// Locks are on bytes beyond the end of any file, because nobody else can read or write locked ones.
+static OVERLAPPED beyond_end(uint32_t number) {
     OVERLAPPED beyond = {};
+    beyond.Offset = number;
     beyond.OffsetHigh = 0x40000000;
     return beyond;
 }
 
-static bool lock_beyond(FILE *stream, DWORD flags) {
-    const auto file = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stream)));
-    OVERLAPPED beyond = beyond_end();
-    return succeed_or_fail(LockFileEx(file, LOCKFILE_EXCLUSIVE_LOCK | flags, 0, 1, 0, &beyond));
+static bool lock_beyond(int descriptor, uint32_t number, DWORD flags) {
+    OVERLAPPED beyond = beyond_end(number);
+    return succeed_or_fail(
+        LockFileEx(handle_of(descriptor), LOCKFILE_EXCLUSIVE_LOCK | flags, 0, 1, 0, &beyond));
+}
+
+static void unlock_beyond(int descriptor, uint32_t number) {
+    OVERLAPPED beyond = beyond_end(number);
+    UnlockFileEx(handle_of(descriptor), 0, 1, 0, &beyond);
 }
 
 bool host_lock_opened(FILE *stream) {
     constexpr int MOST_TRIES = 500;
-    for (int i = 1; !lock_beyond(stream, LOCKFILE_FAIL_IMMEDIATELY); i++) {
+    for (int i = 1; !lock_beyond(_fileno(stream), 0, LOCKFILE_FAIL_IMMEDIATELY); i++) {
         if (GetLastError() != ERROR_LOCK_VIOLATION || i == MOST_TRIES)
             return false;
-        Sleep(10);
+        host_pause(10);
     }
     return true;
+}
+
+int host_open_shared(const char *path) {
+    return open_shared(path, GENERIC_READ | GENERIC_WRITE, OPEN_EXISTING, _O_RDWR | _O_BINARY);
+}
+
+static OVERLAPPED place_of(uint64_t offset) {
+    OVERLAPPED place = {};
+    place.Offset = static_cast<DWORD>(offset);
+    place.OffsetHigh = static_cast<DWORD>(offset >> 32);
+    return place;
+}
+
+bool host_read_at(int descriptor, uint64_t offset, void *buffer, size_t size) {
+    OVERLAPPED place = place_of(offset);
+    DWORD got = 0;
+    return succeed_or_fail(
+        ReadFile(handle_of(descriptor), buffer, static_cast<DWORD>(size), &got, &place) &&
+        got == size);
+}
+
+bool host_write_at(int descriptor, uint64_t offset, const void *bytes, size_t size) {
+    OVERLAPPED place = place_of(offset);
+    DWORD written = 0;
+    return succeed_or_fail(
+        WriteFile(handle_of(descriptor), bytes, static_cast<DWORD>(size), &written, &place) &&
+        written == size);
+}
+
+bool host_lock_number(int descriptor, uint32_t number, bool wait) {
+    if (lock_beyond(descriptor, number, wait ? 0 : LOCKFILE_FAIL_IMMEDIATELY))
+        return true;
+    if (GetLastError() == ERROR_LOCK_VIOLATION)
+        errno = EWOULDBLOCK;
+    return false;
+}
+
+void host_unlock_number(int descriptor, uint32_t number) {
+    unlock_beyond(descriptor, number);
 }
 
 // Going to the end and writing are two steps, whatever mode the file was opened in, so both are
 // done under a lock. A stream without an end or locks is simply written to.
 bool host_append(FILE *log, const std::string &text) {
-    const auto file = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(log)));
-    OVERLAPPED beyond = beyond_end();
-    const bool locked = lock_beyond(log, 0);
+    const bool locked = lock_beyond(_fileno(log), 0, 0);
     fseek(log, 0, SEEK_END);
     const bool taken = fwrite(text.data(), 1, text.size(), log) == text.size();
     const bool written = fflush(log) == 0 && taken;
     const int failure = errno;
     if (locked)
-        UnlockFileEx(file, 0, 1, 0, &beyond);
+        unlock_beyond(_fileno(log), 0);
     errno = failure;
     return written;
 }
@@ -346,7 +391,7 @@ bool host_truncate(FILE *stream, int64_t size) {
 }
 
 int64_t host_read(int descriptor, void *buffer, size_t size) {
-    const auto file = reinterpret_cast<HANDLE>(_get_osfhandle(descriptor));
+    const auto file = handle_of(descriptor);
     const size_t most = INT_MAX;
     DWORD got = 0;
     if (ReadFile(file, buffer, static_cast<DWORD>(std::min(size, most)), &got, nullptr))
@@ -476,7 +521,7 @@ bool host_remove(const char *path) {
 
 // Some file systems cannot say when that is done.
 bool host_flush_to_disk(int descriptor) {
-    const auto file = reinterpret_cast<HANDLE>(_get_osfhandle(descriptor));
+    const auto file = handle_of(descriptor);
     if (FlushFileBuffers(file))
         return true;
     const DWORD error = GetLastError();
@@ -584,13 +629,7 @@ OwnedString host_shortpath(const char *path) {
 
 OwnedString host_stored_name(const char *path) {
     WIN32_FIND_DATAW data;
-    const HANDLE search = FindFirstFileW(SystemPath(path).get(), &data);
-    if (search == INVALID_HANDLE_VALUE) {
-        system_failure();
-        return nullptr;
-    }
-    FindClose(search);
-    return to_narrow(data.cFileName);
+    return find_entry(SystemPath(path), &data) ? to_narrow(data.cFileName) : nullptr;
 }
 
 // A file that is open cannot be replaced, so the lock is a named mutex. Its name is the identity of

@@ -142,24 +142,8 @@ class StartAttributes {
 
 } // namespace
 
-// Null for the section null. Its handle is kept: without one it would lose its name.
-static void *map_section(HANDLE section, size_t size) {
-    void *memory =
-        section != nullptr ? MapViewOfFile(section, FILE_MAP_WRITE, 0, 0, size) : nullptr;
-    if (memory == nullptr)
-        system_failure();
-    return memory;
-}
-
-void *host_make_shared(size_t size, std::string *name) {
-    *name = std::string("Local\\") + host_tool_name + "-" + host_unique_seed().get();
-    return map_section(CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
-                                          static_cast<DWORD>(size), to_wide(name->c_str()).c_str()),
-                       size);
-}
-
-void *host_open_shared(const char *name, size_t size) {
-    return map_section(OpenFileMappingW(FILE_MAP_WRITE, FALSE, to_wide(name).c_str()), size);
+void host_pause(int milliseconds) {
+    Sleep(static_cast<DWORD>(milliseconds));
 }
 
 // It shares our console if we have one, so that no other is made for it. Ctrl-C is not for it.
@@ -205,22 +189,21 @@ ProcessHandle host_start_process(const char *exe, const char *const *, const cha
     return reinterpret_cast<ProcessHandle>(process);
 }
 
-bool host_await_end(ProcessHandle process, int milliseconds) {
-    return WaitForSingleObject(reinterpret_cast<HANDLE>(process),
-                               static_cast<DWORD>(milliseconds)) != WAIT_TIMEOUT;
-}
+static_assert(static_cast<DWORD>(NO_LIMIT) == INFINITE);
 
-bool host_wait_process(ProcessHandle process, int *status) {
-    const auto ended = reinterpret_cast<HANDLE>(process);
+bool host_wait_process(ProcessHandle process, int *status, int milliseconds) {
+    if (process == 0)
+        return true;
+    const auto waited_for = reinterpret_cast<HANDLE>(process);
+    if (WaitForSingleObject(waited_for, static_cast<DWORD>(milliseconds)) == WAIT_TIMEOUT)
+        return false;
     DWORD code = 0;
-    const bool known = process != 0 && WaitForSingleObject(ended, INFINITE) == WAIT_OBJECT_0 &&
-                       GetExitCodeProcess(ended, &code);
+    if (GetExitCodeProcess(waited_for, &code))
+        *status = static_cast<int>(code);
     halt_if_interrupted();
-    *status = static_cast<int>(code);
-    std::erase(jobless, ended);
-    if (process != 0)
-        CloseHandle(ended);
-    return known;
+    std::erase(jobless, waited_for);
+    CloseHandle(waited_for);
+    return true;
 }
 
 void host_end_started() {
@@ -232,7 +215,7 @@ void host_end_started() {
 }
 
 // The job has no signal that its last process has ended.
-void host_await_started() {
+void host_wait_started() {
     JOBOBJECT_BASIC_ACCOUNTING_INFORMATION account = {};
     while (job != nullptr &&
            QueryInformationJobObject(job, JobObjectBasicAccountingInformation, &account,

@@ -114,12 +114,9 @@ static void append_vformat(std::string &text, const char *format, va_list args) 
     }
 }
 
-static void append_format(std::string &text, const char *format, ...) PRINTF_LIKE(2, 3);
+PRINTF_LIKE(2, 3)
 static void append_format(std::string &text, const char *format, ...) {
-    va_list args;
-    va_start(args, format);
-    append_vformat(text, format, args);
-    va_end(args);
+    WITH_VA_LIST(args, format, append_vformat(text, format, args));
 }
 
 // Writes a text to the open log in one piece, so that processes that append to it mix whole lines
@@ -173,10 +170,6 @@ static void append_lines(std::string &text, const char *src, uint32_t line, std:
 
 // --- Reports on the debug layer itself
 
-static void print_warning(const char *text) {
-    fprintf(stderr, "ZVDEBUG (warning): %s\n", text);
-}
-
 // The message of a failed assertion has this number, less the mode.
 static constexpr uint32_t ASSERTION_MESSAGES = 1504;
 
@@ -187,16 +180,15 @@ static void print_assertion(uint32_t number, const char *condition, const char *
         exit(1);
 }
 
-void (*zvdebug_warn_hook)(const char *text) = print_warning;
+void (*zvdebug_warn_hook)(const char *text) = [](const char *text) {
+    fprintf(stderr, "ZVDEBUG (warning): %s\n", text);
+};
 void (*zvdebug_assert_hook)(uint32_t number, const char *condition, const char *file,
                             uint32_t line) = print_assertion;
 
 void zvdebug_warn(const char *format, ...) {
     std::string text;
-    va_list args;
-    va_start(args, format);
-    append_vformat(text, format, args);
-    va_end(args);
+    WITH_VA_LIST(args, format, append_vformat(text, format, args));
     zvdebug_warn_hook(text.c_str());
 }
 
@@ -301,32 +293,21 @@ static void write_exit(const char *src, uint32_t line, const char *func, const c
 }
 
 void trace_enter(const char *src, uint32_t line, const char *func, const char *format, ...) {
-    va_list args;
-    va_start(args, format);
-    write_entry(src, line, func, format, args);
-    va_end(args);
+    WITH_VA_LIST(args, format, write_entry(src, line, func, format, args));
 }
 
 void trace_exit(const char *src, uint32_t line, const char *func, const char *format, ...) {
-    va_list args;
-    va_start(args, format);
-    write_exit(src, line, func, format, args);
-    va_end(args);
+    WITH_VA_LIST(args, format, write_exit(src, line, func, format, args));
 }
 
 TraceScope::TraceScope(const char *src, uint32_t line, const char *func, const char *format, ...)
     : source(src), entry_line(line), function(func) {
-    va_list args;
-    va_start(args, format);
-    write_entry(src, line, func, format, args);
-    va_end(args);
+    WITH_VA_LIST(args, format, write_entry(src, line, func, format, args));
 }
 
 void TraceScope::leave(const char *src, uint32_t line, const char *format, ...) {
-    va_list args;
-    va_start(args, format);
-    write_exit(src, line, std::exchange(function, nullptr), format, args);
-    va_end(args);
+    WITH_VA_LIST(args, format,
+                 write_exit(src, line, std::exchange(function, nullptr), format, args));
 }
 
 TraceScope::~TraceScope() {
@@ -347,10 +328,7 @@ void tracef(const char *src, uint32_t line, const char *fmt, ...) {
     }
     std::string text;
     append_prefix(text, src, line);
-    va_list args;
-    va_start(args, fmt);
-    append_vformat(text, first.c_str(), args);
-    va_end(args);
+    WITH_VA_LIST(args, fmt, append_vformat(text, first.c_str(), args));
     text += '\n';
     append_lines(text, src, line, rest);
     emit(text);
@@ -432,7 +410,7 @@ void trace_alert(const char *msg) {
     if (gAlertSrc == nullptr) {
         text = "ALERT> ";
     } else {
-        DEBUG_ASSERT(gAlertSrc != NULL); // cannot fail here; its text is documented
+        DEBUG_ASSERT(gAlertSrc != NULL); // cannot fail; its text stays (CONTRIBUTING.md)
         append_prefix(text, gAlertSrc, alert_line);
     }
     text += msg;
@@ -460,10 +438,7 @@ void trace_vprintf(const char *fmt, va_list args) {
 }
 
 void trace_printf(const char *fmt, ...) {
-    va_list args;
-    va_start(args, fmt);
-    trace_vprintf(fmt, args);
-    va_end(args);
+    WITH_VA_LIST(args, fmt, trace_vprintf(fmt, args));
 }
 
 void trace_puts(const char *str) {

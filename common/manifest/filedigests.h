@@ -10,57 +10,103 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <list>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
+class Board;
+
 struct FileDigest {
     OpenOutcome outcome;
     int reason; // errno, if it was not opened and read; 0: it is not a regular file
     uint8_t digest[SHA256_DIGEST_SIZE]; // of the whole file, when it was opened and read
+    uint64_t size;                      // bytes of it, then
 };
 
-// Called, unless it is null, after each read of a file with the number of bytes, and with 0 when a
-// file is done.
-extern void (*hashing_hook)(uint64_t bytes);
+// What a process that hashes has just come to, for who counts and for who tries what may happen
+// there.
+enum class HashingPoint {
+    found,    // a file of so many bytes
+    reading,  // so many bytes of one
+    hashed,   // the end of one of its own
+    offered,  // with an offer on a board
+    taken,    // with one of these
+    writing,  // to the board, before the state of an offer, which makes it count
+    awaiting, // what another process has taken
+};
+
+// Called, unless it is null, at each of these points; the number is 0 where none is named.
+extern void (*hashing_hook)(HashingPoint point, uint64_t bytes);
+void hashing_at(HashingPoint point, uint64_t bytes = 0);
 
 // The text of a FileDigest's reason.
 const char *file_reason(int reason);
 
+// What a process shares with other tasks of a run: the board, which stays the caller's, or null;
+// and a function that gives the path of the file whose line is at an offset in the file that all of
+// them read; empty if there is none.
+struct SharedWork {
+    Board *board = nullptr;
+    std::function<std::string(uint64_t offset)> path_at = {};
+};
+
 // Hashes small files as soon as there is one for each lane, while the system still has their names
-// at hand, and large ones when enough files are known, the largest first, so that at the end no
-// lane has a long way to go alone. The results, failures included, are handed over in the order in
-// which the files were added.
+// at hand, and large ones when all files are known, or as many as fit into the memory for that, the
+// largest first, so that at the end no lane has a long way to go alone. With a board, the largest
+// files are hashed by whoever has nothing better to do. The results, failures included, are handed
+// over in the order in which the files were added.
 class FileHasher {
   public:
     // Takes a result; false stops everything: no further ones are handed over.
     using Receiver = std::function<bool(const char *path, const FileDigest &result)>;
 
-    explicit FileHasher(Receiver receiver) : receive(std::move(receiver)) {}
+    // Says of the result of a file, by its number from 0 in the order of adding, whether it is one
+    // that the receiver goes on after. It is asked as soon as there is a result, so that everything
+    // behind one that ends the run need not be hashed.
+    using Judge = std::function<bool(uint64_t number, const FileDigest &result)>;
+
+    explicit FileHasher(Receiver receiver, Judge goes_on = nullptr, SharedWork with = {})
+        : receive(std::move(receiver)), judge(std::move(goes_on)), shared(std::move(with)) {}
     ~FileHasher();
     FileHasher(const FileHasher &) = delete;
     FileHasher &operator=(const FileHasher &) = delete;
 
-    // Adds a file that was looked for, or looks for it. False once the receiver has stopped
-    // everything.
-    bool add(const char *path, const StatResult &found);
-    bool add(const char *path) { return add(path, host_stat_result(path)); }
+    // Adds a file that was looked for, or looks for it; its line is at an offset in the file that
+    // all tasks read. False once the receiver has stopped everything.
+    bool add(const char *path, const StatResult &found, uint64_t place = 0);
+    bool add(const char *path, uint64_t place = 0) {
+        return add(path, host_stat_result(path), place);
+    }
 
     // Hashes what is left and hands it over. False if the receiver has stopped everything.
     bool finish();
 
   private:
-    // Held at a time: enough that a large file seldom comes so late that it goes on alone.
-    static constexpr size_t MOST_JOBS = 2048;
+    // What may be known about files that are not handed over yet, in bytes. The receiver knows
+    // about as much of each. So much that a large file seldom comes so late that it goes on alone.
+    static constexpr size_t MOST_KNOWN = 2 << 20;
     static constexpr size_t READ_SIZE = 32768;
     static constexpr size_t CACHE_LINE = 64; // the system copies fastest to the start of one
 
+    static constexpr uint32_t NO_OFFER = UINT32_MAX;
+
+    static constexpr uint64_t FOREIGN = UINT64_MAX;
+
     struct Job {
         std::string path;
-        HostStat found;
-        bool done;
-        FileDigest result;
+        HostStat found = {};
+        uint64_t number = FOREIGN; // in the order of adding; FOREIGN for another process's
+        bool done = false;
+        bool is_taken = false;     // from the board
+        uint32_t offer = NO_OFFER; // on the board
+        FileDigest result = {};
+        size_t known() const { return sizeof(Job) + path.size(); } // bytes
+    };
+    struct ForeignJob {
+        Job job;
+        FileState seen = {}; // by its owner
     };
 
     // A file being hashed; none while `job` is null. The lanes do not lie a multiple of 4 KiB
@@ -77,11 +123,18 @@ class FileHasher {
         alignas(CACHE_LINE) uint8_t buffer[READ_SIZE + SHA256_MOST_PADDING];
     };
 
+    bool is_full() const { return known >= MOST_KNOWN || last != FOREIGN; }
+    bool offer(Job &job, uint64_t place);
+    void drop_behind();
     void queue_large();
     void hash_waiting();
+    bool advance(bool is_limited);
+    void take_offer(bool is_limited);
+    bool await_offer();
     void step();
     void change_file(Lane &lane);
     bool start(Lane &lane);
+    bool is_as_seen(const Job &job, int descriptor) const;
     void read(Lane &lane);
     void end(Lane &lane, OpenOutcome outcome);
     void hash_blocks();
@@ -89,10 +142,18 @@ class FileHasher {
     void hand_over();
 
     Receiver receive;
+    Judge judge;
+    SharedWork shared;
     bool ended = false;
-    std::deque<Job> jobs;       // not handed over yet, in order
-    std::vector<Job *> large;   // that need more than one buffer, and do not wait for a lane yet
-    std::vector<Job *> waiting; // for a lane; the next one is the last
+    uint64_t added = 0;
+    uint64_t last = FOREIGN;       // the first that the receiver does not go on after
+    size_t known = 0;              // bytes about the jobs
+    std::deque<Job> jobs;          // not handed over yet, in order
+    std::vector<Job *> large;      // that need more than one buffer, and do not wait for a lane yet
+    std::vector<Job *> waiting;    // for a lane; the next one is the last
+    std::vector<Job *> offered;    // on the board, and not taken by this process
+    std::list<ForeignJob> foreign; // taken by this process
+    unsigned steps_to_wait = 0;    // before the board is asked again
     size_t lane_count = sha256_best_lanes();
     size_t busy = 0; // lanes that have a file
     std::unique_ptr<Lane[]> lanes{new Lane[lane_count]};

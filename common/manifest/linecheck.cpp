@@ -1,16 +1,28 @@
 #include "manifest/linecheck.h"
 
 #include "host/trace.h"
-#include "platform/osdep.h"
 
 #include <cerrno>
 
-bool LineCheck::add(std::string_view line) {
+static bool stands(const ManifestLine &line, const FileDigest &result) {
+    return result.outcome == OpenOutcome::opened && sha256_text(result.digest) == line.digest;
+}
+
+LineCheck::LineCheck(Receiver receiver, CheckFor check_for, SharedWork shared)
+    : receive(std::move(receiver)), purpose(check_for),
+      files([this](const char *path, const FileDigest &result) { return judge(path, result); },
+            [this](uint64_t number, const FileDigest &result) {
+                return purpose != CheckFor::verdict ||
+                       stands(lines[number - lines.front().number].line, result);
+            },
+            std::move(shared)) {}
+
+bool LineCheck::add(std::string_view line, uint64_t place) {
     ManifestLine fields;
     const bool sound = shahash_parse_line(line, &fields) &&
-                       (purpose == CheckFor::verdict || shahash_line_can_verify(line));
+                       (purpose != CheckFor::report || shahash_line_can_verify(line));
     if (sound && !path_leads_out(host_path_style(), fields.path))
-        return add_file(std::move(fields));
+        return add_file(std::move(fields), place);
     if (!sound)
         fields.path = line.substr(0, line.find_first_of("\r\n"));
     lines.push_back(
@@ -18,10 +30,10 @@ bool LineCheck::add(std::string_view line) {
     return files.add("", StatResult()); // fails in its turn
 }
 
-bool LineCheck::add_file(ManifestLine line) {
+bool LineCheck::add_file(ManifestLine line, uint64_t place) {
     const std::string path = shahash_native_path(line.path);
     lines.push_back({added++, {}, std::move(line)});
-    return files.add(path.c_str());
+    return files.add(path.c_str(), place);
 }
 
 bool LineCheck::finish() {
@@ -43,10 +55,10 @@ bool LineCheck::judge(const char *path, const FileDigest &result) {
     lines.pop_front();
     if (result.outcome == OpenOutcome::refused) {
         TRACE_MESSAGE("Cannot read file \"%s\": %s", path, file_reason(result.reason));
-        if (purpose == CheckFor::verdict)
+        if (purpose != CheckFor::report)
             shahash_fatal_cannot_open(path);
     }
-    if (result.outcome == OpenOutcome::opened && sha256_text(result.digest) == pending.line.digest)
+    if (stands(pending.line, result))
         return true;
     passed = false;
     return receive != nullptr && receive({pending.number, pending.known.value_or(fault_of(result)),

@@ -29,25 +29,27 @@ struct FaultyLine {
     int reason;        // of an unreadable file, for file_reason()
 };
 
-// What a check is for. For a verdict a file that exists and cannot be opened or read ends the
-// process, in its turn. For a report it is a fault, and lines that cannot verify are malformed.
-enum class CheckFor { verdict, report };
+// What a check is for. For a verdict the first line that does not verify ends it. For a verdict,
+// and where all lines are looked at for one, a file that exists and cannot be opened or read ends
+// the process, in its turn. For a report it is a fault, and lines that cannot verify are malformed.
+enum class CheckFor { verdict, verdict_on_all, report };
 
 // Verifies lines of a manifest against the files below the current directory, several at a time.
 class LineCheck {
   public:
-    // Receives each line that does not verify, in the order of the lines; false ends the check.
+    // Receives each line that does not verify, in the order of the lines; false ends the check, as
+    // it has to for a verdict.
     using Receiver = std::function<bool(const FaultyLine &)>;
 
     // Begins a check; without a receiver the first line that does not verify ends it.
-    explicit LineCheck(Receiver receiver = nullptr, CheckFor check_for = CheckFor::verdict)
-        : receive(std::move(receiver)), purpose(check_for) {}
+    explicit LineCheck(Receiver receiver = nullptr, CheckFor check_for = CheckFor::verdict,
+                       SharedWork shared = {});
 
-    // Adds a line; false once the check has ended.
-    bool add(std::string_view line);
+    // Adds a line, which is at an offset in the manifest; false once the check has ended.
+    bool add(std::string_view line, uint64_t place = 0);
 
     // Adds a line that is sound, wherever its path leads; false once the check has ended.
-    bool add_file(ManifestLine line);
+    bool add_file(ManifestLine line, uint64_t place = 0);
 
     // Ends the check; true if all lines have verified.
     bool finish();
@@ -66,8 +68,7 @@ class LineCheck {
     uint64_t added = 0;
     bool passed = true;
     std::deque<PendingLine> lines; // that are not judged yet, in order
-    FileHasher files{
-        [this](const char *path, const FileDigest &result) { return judge(path, result); }};
+    FileHasher files;
 };
 
 #endif

@@ -6,6 +6,7 @@
 #include <unordered_map>
 #include <unordered_set>
 
+// A set of files, each with the names under which it is listed.
 class ListedFiles {
   public:
     // Lists a file by its path in a manifest, and by no other name that it has.

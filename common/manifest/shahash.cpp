@@ -123,9 +123,10 @@ bool shahash_verify_file(const char *digest, const char *path) {
 
 static bool check_lines(FILE *file) {
     LineCheck check;
-    for (std::string_view line; !(line = shahash_next_line(file)).empty() && check.add(line);) {
-    }
-    return check.finish() && ferror(file) == 0;
+    bool empty = true;
+    for (std::string_view line; !(line = shahash_next_line(file)).empty() && check.add(line);)
+        empty = false;
+    return check.finish() && !empty && ferror(file) == 0;
 }
 
 bool shahash_check_manifest(const char *manifest, const char *dir) {
@@ -142,7 +143,7 @@ bool shahash_check_manifest(const char *manifest, const char *dir) {
 }
 
 bool shahash_check_entries(Vector *entries) {
-    LineCheck check([](const FaultyLine &) { return true; });
+    LineCheck check([](const FaultyLine &) { return true; }, CheckFor::verdict_on_all);
     bool complete = true;
     for (const auto *entry : VecEach<ManifestEntry>(entries)) {
         if (entry->digest != nullptr && entry->path != nullptr && *entry->path != '\0')

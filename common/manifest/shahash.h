@@ -54,16 +54,17 @@ void shahash_complain(const char *format, ...) PRINTF_LIKE(1, 2);
 
 // --- Manifest
 
+// A line of a manifest.
 struct ManifestEntry {
     const char *path;   // as in the manifest; the entry's own
-    const char *digest; // interned: the digits, or what a line that was read has in their place;
-                        // null for a file that could not be read
+    const char *digest; // interned: the digits, or what a line that was read has in their place,
+                        // of any length; null for a file that could not be read
 };
 
 // Frees a vector of entries with them and their paths.
 void shahash_free_entries(Vector *entries);
 
-// The functions that a walk calls which goes on after problems.
+// Functions that a walk calls when it is to go on after problems.
 struct WalkReport {
     bool (*leaves_out)(const char *path); // whether the file that `path` opens is not to be listed
     void (*file)(uint64_t size);          // counts a file of so many bytes
@@ -86,8 +87,9 @@ struct WalkChoice {
 
 // Writes the manifest of all files under `dir`. Nothing appears at `manifest` before it is
 // complete, and a manifest that stood there stays if anything fails, except where only writing in
-// place is permitted (copyfile_helper). `flags` is for the walk, which ignores it. A file that
-// cannot be opened or read ends the process, unless there is a report.
+// place is permitted (copyfile_helper). `flags` is for the walk, which ignores it; the second
+// function gives it the host's, of os_kind(). A file that cannot be opened or read ends the
+// process, unless there is a report.
 bool shahash_write_manifest(uint32_t flags, const char *dir, const char *manifest,
                             const WalkReport *report = nullptr, const HashFiles &hash = hash_files,
                             const WalkChoice &choice = {});
@@ -105,7 +107,7 @@ bool shahash_walk(uint32_t flags, Vector *files, const char *dir, const char *re
                   const WalkReport *report = nullptr, const HashFiles &hash = hash_files,
                   const PathPatterns *excluded = nullptr);
 
-// True if the file's digest is `digest`, byte for byte. False for null, for a missing file and for
+// Whether the file's digest is `digest`, byte for byte. False for null, for a missing file and for
 // one that is neither a file nor a directory; a file that cannot be opened or read ends the
 // process. In the path, backslashes separate on every host.
 bool shahash_verify_file(const char *digest, const char *path);
@@ -141,16 +143,18 @@ bool shahash_parse_line(std::string_view line, ManifestLine *fields);
 // long. A check fails at any other line, so the lines after that need not be read.
 bool shahash_line_can_verify(std::string_view line);
 
-// The entries of a whole manifest, each path joined to `base`; null if it cannot be read, or if a
-// line is malformed or its path leads out. To be freed by shahash_free_entries.
+// The entries of a whole manifest, each path joined to `base`, none if it is empty; null if it
+// cannot be read, or if a line is malformed or its path leads out. To be freed by
+// shahash_free_entries.
 Vector *shahash_read_manifest(const char *manifest, const char *base);
 
-// Checks every line, after changing to `dir` (and back) when it is given; stops at the first line
-// that is malformed, missing or different, or whose path leads out.
+// Checks every line of a manifest, after changing to `dir` (and back) when it is given; stops at
+// the first line that is malformed, missing or different, or whose path leads out. False for an
+// empty manifest, as one that was cut off can be.
 bool shahash_check_manifest(const char *manifest, const char *dir);
 
 // Checks a vector of ManifestEntry, all of them; false if a path is null, empty or missing, or a
-// file differs.
+// file differs. True for a vector without entries: whoever has read a manifest asks vec_size.
 bool shahash_check_entries(Vector *entries);
 
 #endif

@@ -3,16 +3,13 @@
 #include "containers/stringcache.h"
 #include "manifest/shahash.h"
 
-#include <cstdarg>
 #include <cstdlib>
 
 void (*before_complaint_hook)() = nullptr;
 
 void shahash_complain(const char *format, ...) {
-    va_list args;
-    va_start(args, format);
-    const char *text = sc_vformat(format, args);
-    va_end(args);
+    const char *text;
+    WITH_VA_LIST(args, format, text = sc_vformat(format, args));
     if (before_complaint_hook != nullptr)
         before_complaint_hook();
     fprintf(stderr, "%s\n", text);

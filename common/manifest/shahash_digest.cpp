@@ -4,7 +4,7 @@
 #include "containers/stringcache.h"
 #include "digest/sha1.h"
 #include "digest/sha256.h"
-#include "platform/osdep.h"
+#include "host/host.h"
 
 static constexpr size_t READ_SIZE = 16384;
 

@@ -62,7 +62,14 @@ class Lister : public TreeVisitor {
             report->record(event, listed, detail);
     }
 
-    bool goes_on(const char *problem);
+    // Whether the walk goes on after a problem.
+    bool goes_on(const char *problem) {
+        complete = false;
+        if (report == nullptr)
+            complaint = problem;
+        return report != nullptr;
+    }
+
     void report_link(const char *path, const char *listed) const;
 
     Vector *files;
@@ -71,14 +78,6 @@ class Lister : public TreeVisitor {
 };
 
 } // namespace
-
-// Whether the walk goes on after a problem.
-bool Lister::goes_on(const char *problem) {
-    complete = false;
-    if (report == nullptr)
-        complaint = problem;
-    return report != nullptr;
-}
 
 // Links that stay inside the tree go with it. Not everything that can be opened has a name from the
 // root.

@@ -7,8 +7,8 @@
 
 #include <cstdint>
 
-// What is done with what a walk finds; a function that returns false ends it. `path` opens an
-// entry, and `listed` is its path in a manifest.
+// Receives what a walk finds. A function that returns false ends the walk; `path` opens an entry,
+// and `listed` is its path in a manifest.
 class TreeVisitor {
   public:
     virtual ~TreeVisitor() = default;
@@ -17,19 +17,19 @@ class TreeVisitor {
     const PathPatterns *excluded = nullptr;
     uint64_t excluded_count = 0; // entries that the walk has found and left out
 
-    // An entry, before the system is asked what it is.
+    // Takes an entry, before the system is asked what it is.
     virtual bool entry(const char *path, const char *listed) = 0;
 
-    // What is not a directory, or cannot be looked at.
+    // Takes what is not a directory, or cannot be looked at.
     virtual bool file(const char *path, OwnedString listed, const StatResult &found) = 0;
 
-    // An entry whose name cannot stand in a manifest.
+    // Takes an entry whose name cannot stand in a manifest.
     virtual bool unlisted(const char *path, const char *listed) = 0;
 
-    // A directory below the top that this user may not list.
+    // Takes a directory below the top that this user may not list.
     virtual bool skipped(const char *path, const char *listed) = 0;
 
-    // A directory that cannot be listed to its end for another reason, an errno.
+    // Takes a directory that cannot be listed to its end for another reason, an errno.
     virtual bool unreadable(const char *path, const char *listed, int reason) = 0;
 };
 

@@ -12,11 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 
-static void exit_plainly(int status) {
-    exit(status);
-}
-
-void (*alert_exit_hook)(int status) = exit_plainly;
+void (*alert_exit_hook)(int status) = exit;
 
 static bool initialised = false;
 static uint32_t error_limit = 20;
@@ -196,10 +192,7 @@ static constexpr AlertScope OF_FILE = {true, false};
 static constexpr AlertScope OF_PROGRAM = {true, true};
 
 static void lay_out(AlertCall call, ...) {
-    va_list args;
-    va_start(args, call);
-    alert_format(call, args);
-    va_end(args);
+    WITH_VA_LIST(args, call, alert_format(call, args));
 }
 
 // The complaint is about what the error is about.
@@ -250,45 +243,19 @@ int valert_nl_repeat(uint32_t number, va_list args) {
     return raise_row(OF_FILE, false, number, args);
 }
 
-int alert(uint32_t number, ...) {
-    va_list args;
-    va_start(args, number);
-    const int shown = valert(number, args);
-    va_end(args);
-    return shown;
-}
+// A function that takes its arguments one by one.
+#define ALERT(name, raise)                                                                         \
+    int name(uint32_t number, ...) {                                                               \
+        int shown;                                                                                 \
+        WITH_VA_LIST(args, number, shown = (raise));                                               \
+        return shown;                                                                              \
+    }
 
-int alert_nl(uint32_t number, ...) {
-    va_list args;
-    va_start(args, number);
-    const int shown = valert_nl(number, args);
-    va_end(args);
-    return shown;
-}
-
-int alert_repeat(uint32_t number, ...) {
-    va_list args;
-    va_start(args, number);
-    const int shown = valert_core(number, args);
-    va_end(args);
-    return shown;
-}
-
-int alert_nl_repeat(uint32_t number, ...) {
-    va_list args;
-    va_start(args, number);
-    const int shown = valert_nl_repeat(number, args);
-    va_end(args);
-    return shown;
-}
-
-int alert_nopos(uint32_t number, ...) {
-    va_list args;
-    va_start(args, number);
-    const int shown = raise_row(OF_PROGRAM, false, number, args);
-    va_end(args);
-    return shown;
-}
+ALERT(alert, valert(number, args))
+ALERT(alert_nl, valert_nl(number, args))
+ALERT(alert_repeat, valert_core(number, args))
+ALERT(alert_nl_repeat, valert_nl_repeat(number, args))
+ALERT(alert_nopos, raise_row(OF_PROGRAM, false, number, args))
 
 // --- Messages of the caller's own
 
@@ -316,18 +283,16 @@ static int raise_text(uint32_t number, const char *type, bool observed, const ch
 }
 
 int alert_text(uint32_t number, const char *type, const char *format, ...) {
-    va_list args;
-    va_start(args, format);
-    const int shown = raise_text(number, type != nullptr ? type : "", false, format, args);
-    va_end(args);
+    int shown;
+    WITH_VA_LIST(args, format,
+                 shown = raise_text(number, type != nullptr ? type : "", false, format, args));
     return shown;
 }
 
 int alert_adhoc(const char *type, const char *format, ...) {
-    va_list args;
-    va_start(args, format);
-    const int shown = raise_text(0, type != nullptr ? type : "", true, format, args);
-    va_end(args);
+    int shown;
+    WITH_VA_LIST(args, format,
+                 shown = raise_text(0, type != nullptr ? type : "", true, format, args));
     return shown;
 }
 

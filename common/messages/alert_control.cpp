@@ -2,7 +2,6 @@
 
 #include "base/text.h"
 #include "containers/vector.h"
-#include "host/trace.h"
 
 #include <charconv>
 #include <cstring>

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <string_view>
 
@@ -32,10 +31,7 @@ template <size_t SIZE> class TextBuffer {
     }
 
     PRINTF_LIKE(2, 3) void print(const char *format, ...) {
-        va_list args;
-        va_start(args, format);
-        vprint(format, args);
-        va_end(args);
+        WITH_VA_LIST(args, format, vprint(format, args));
     }
 
     PRINTF_LIKE(2, 0) void vprint(const char *format, va_list args) {
@@ -171,10 +167,7 @@ static void alert_emit() {
 }
 
 void rawmsg(const char *format, ...) {
-    va_list args;
-    va_start(args, format);
-    vrawmsg(format, args);
-    va_end(args);
+    WITH_VA_LIST(args, format, vrawmsg(format, args));
 }
 
 void vrawmsg(const char *format, va_list args) {
@@ -187,10 +180,7 @@ void contmsg(int last, const char *format, ...) {
     static TextBuffer<8192> pending; // other messages may come between the pieces
     if (pending.empty())
         pending.append("\t");
-    va_list args;
-    va_start(args, format);
-    pending.vprint(format, args);
-    va_end(args);
+    WITH_VA_LIST(args, format, pending.vprint(format, args));
     if (last == 0)
         return;
     line = pending;

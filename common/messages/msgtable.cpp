@@ -5,6 +5,7 @@
 #include "platform/osdep.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -47,12 +48,10 @@ static Vector *texts = nullptr;   // the last one
 static const char *file_in_force = nullptr;
 static uint32_t highest_number = 0;
 
-static void print_malformed(uint32_t line, const char *file) {
+void (*msgtable_malformed_hook)(uint32_t, const char *) = [](uint32_t line, const char *file) {
     fprintf(stderr, "Malformed error information on line %u, in file %s\n", line,
             str_printable(file != nullptr ? file : "(null)").get());
-}
-
-void (*msgtable_malformed_hook)(uint32_t line, const char *file) = print_malformed;
+};
 
 // The characters that may come between the "%" and the letter of a conversion.
 static constexpr std::string_view CONVERSION_MIDDLE = "-+ #'0123456789.*hljztLq";
@@ -116,16 +115,13 @@ static int32_t decimal(std::string_view token) {
 
 // False for a type that is not known, which leaves the row's type 0.
 static bool set_type(MsgRec *row, std::string_view token) {
-    switch (token[0]) {
-    case 'F':
+    switch (tolower(static_cast<unsigned char>(token[0]))) {
     case 'f':
         row->type = MSG_FATAL;
         return true;
-    case 'E':
     case 'e':
         row->type = MSG_ERROR;
         return true;
-    case 'M':
     case 'm':
         row->type = MSG_MESSAGE;
         return true;

@@ -10,7 +10,6 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <ctime>
 #include <string>
 
 // --- Host facts and processes (osdep_process.cpp)

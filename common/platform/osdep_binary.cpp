@@ -32,58 +32,27 @@ template <std::endian order, class T> static size_t write_value(FILE *f, T val) 
     return fwrite(&val, sizeof val, 1, f);
 }
 
-size_t os_read_u8(FILE *f, uint8_t *val) {
-    return read_value<std::endian::little>(f, val);
-}
+// One function for each width and order.
+#define READER(name, type, order)                                                                  \
+    size_t name(FILE *f, type val) {                                                               \
+        return read_value<std::endian::order>(f, val);                                             \
+    }
+#define WRITER(name, type, order)                                                                  \
+    size_t name(FILE *f, type val) {                                                               \
+        return write_value<std::endian::order>(f, val);                                            \
+    }
 
-size_t os_read_le16(FILE *f, uint16_t *val) {
-    return read_value<std::endian::little>(f, val);
-}
-
-size_t os_read_be16(FILE *f, uint16_t *val) {
-    return read_value<std::endian::big>(f, val);
-}
-
-size_t os_read_le32(FILE *f, uint32_t *val) {
-    return read_value<std::endian::little>(f, val);
-}
-
-size_t os_read_be32(FILE *f, uint32_t *val) {
-    return read_value<std::endian::big>(f, val);
-}
-
-size_t os_read_le64(FILE *f, uint64_t *val) {
-    return read_value<std::endian::little>(f, val);
-}
-
-size_t os_read_be64(FILE *f, uint64_t *val) {
-    return read_value<std::endian::big>(f, val);
-}
-
-size_t os_write_u8(FILE *f, uint8_t val) {
-    return write_value<std::endian::little>(f, val);
-}
-
-size_t os_write_le16(FILE *f, uint16_t val) {
-    return write_value<std::endian::little>(f, val);
-}
-
-size_t os_write_be16(FILE *f, uint16_t val) {
-    return write_value<std::endian::big>(f, val);
-}
-
-size_t os_write_le32(FILE *f, uint32_t val) {
-    return write_value<std::endian::little>(f, val);
-}
-
-size_t os_write_be32(FILE *f, uint32_t val) {
-    return write_value<std::endian::big>(f, val);
-}
-
-size_t os_write_le64(FILE *f, uint64_t val) {
-    return write_value<std::endian::little>(f, val);
-}
-
-size_t os_write_be64(FILE *f, uint64_t val) {
-    return write_value<std::endian::big>(f, val);
-}
+READER(os_read_u8, uint8_t *, little)
+READER(os_read_le16, uint16_t *, little)
+READER(os_read_be16, uint16_t *, big)
+READER(os_read_le32, uint32_t *, little)
+READER(os_read_be32, uint32_t *, big)
+READER(os_read_le64, uint64_t *, little)
+READER(os_read_be64, uint64_t *, big)
+WRITER(os_write_u8, uint8_t, little)
+WRITER(os_write_le16, uint16_t, little)
+WRITER(os_write_be16, uint16_t, big)
+WRITER(os_write_le32, uint32_t, little)
+WRITER(os_write_be32, uint32_t, big)
+WRITER(os_write_le64, uint64_t, little)
+WRITER(os_write_be64, uint64_t, big)

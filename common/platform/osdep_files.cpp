@@ -128,7 +128,7 @@ static bool write_copy(FILE *source, FILE *target, bool durable) {
 static bool is_ours(FILE *target, uint64_t size) {
     FileState state;
     errno = EBUSY;
-    return host_seek(target, 0) && getc(target) == '\0' && host_opened_state(target, &state) &&
+    return host_seek(target, 0) && getc(target) == '\0' && host_opened_state(host_fileno(target), &state) &&
            state.size == size;
 }
 

@@ -51,7 +51,7 @@ static void remove_temps() {
     host_end_started();
     if (remove_registered())
         return;
-    host_await_started();
+    host_wait_started();
     for (uint32_t i = 0; i < vec_size(temp_dirs_to_remove); i++)
         os_rmtree(vec_at<char>(temp_dirs_to_remove, i));
 }

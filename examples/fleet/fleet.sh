@@ -4,7 +4,9 @@ set -euo pipefail
 export LC_ALL=C
 # shellcheck disable=SC2034 # for those who source it
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
-KESTREL=${KESTREL:-kestrel} # the program's name or full path on the hosts
+# What runs the program on the hosts: words, in which a backslash keeps a blank. KESTREL_SEND is a
+# program of this machine that takes the place of the last word.
+KESTREL=${KESTREL:-kestrel}
 
 # A host that is gone must become an error in finite time. That a name leads to the right host is
 # known from the keys in known_hosts, so a key that is new or another is an error too.
@@ -21,16 +23,32 @@ usage() {
     [ $# -gt "$1" ] || fail "$(sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$0")"
 }
 
+# need <program>: that starts the jobs.
+need() { command -v "$1" >/dev/null || fail "$1 is not installed here"; }
+
 quote() { printf '%q ' "$@"; }
 
 # own <host>: what the host has written, from standard input. No host can speak for another.
 own() {
     LC_ALL=C awk -F '\t' -v OFS='\t' -v host="$1" \
-        '$1 == "begin" && ($3 "") != (host "") { $3 = "for " $3; $4 = host } { print }'
+        '$1 ~ /^(begin|lost)$/ && ($3 "") != (host "") { $3 = "for " $3; $4 = host } { print }'
+}
+
+# lost <run> <host> <what ssh says>: tells collect why there is no report.
+lost() {
+    local why='the connection ended'
+    case $3 in
+    *'ost key verification failed'*) why='its key was refused' ;;
+    *'ermission denied'*) why='it refused the login' ;;
+    *'imeout, server'* | *'timed out'*) why='no answer in time' ;;
+    *'connect to host'* | *'resolve hostname'*) why='not reachable' ;;
+    esac
+    printf '\nlost\t%s\t%s\t%s\n' "$1" "$2" "$why"
 }
 
 # prepare <manifest> <installation>: copies the manifest to a new directory, `dir`, and sets what
-# all reports are compared with: `run`, which no other run has, `digest` and `lines`.
+# all reports are compared with: `run`, which no other run has, `digest` and `lines`. `program` is
+# the full path of KESTREL_SEND, or "-".
 prepare() {
     local path
     for path; do
@@ -44,6 +62,11 @@ prepare() {
     lines=$(grep -ac '' "$dir/manifest") || fail "the manifest is empty"
     run=$(od -An -N8 -tx8 /dev/urandom)
     run=${run// /}
+    program=-
+    [ -n "${KESTREL_SEND-}" ] || return 0
+    [[ -f $KESTREL_SEND && -x $KESTREL_SEND ]] || fail "not a program: \"$KESTREL_SEND\""
+    # shellcheck disable=SC2034 # for those who source it
+    program=$(realpath -s -- "$KESTREL_SEND")
 }
 
 # The plan has a line for each part of the run: its name, the number of its lines, and what kestrel

@@ -49,14 +49,22 @@ int main(int argc, char **argv) {
     runtime_init("treesize", cleanup);
     host_arguments(&argc, &argv);
     const VectorPtr arguments(cmdline_args(argc, argv));
-    for (const char *directory : VecEach<const char>(arguments.get())) {
+    bool asked = false;
+    for (const char *directory : VecEach<const char>(arguments)) {
         if (*directory == '-') // the option of the debug log
             continue;
+        asked = true;
         Count count;
         walk_tree(count, directory, ".");
         printf("%s: %llu files, %llu bytes\n", directory,
                static_cast<unsigned long long>(count.files),
                static_cast<unsigned long long>(count.bytes));
+    }
+    if (!asked) {
+        fputs("Counts the files below directories, and their bytes.\n"
+              "Usage: treesize [--zvdebug=on,out:<file>] <directory or @file>...\n",
+              stderr);
+        cleanup(1);
     }
     cleanup(alert_failed() ? 1 : 0);
 }

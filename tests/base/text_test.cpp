@@ -32,6 +32,7 @@ TEST(Text, NamesAreShownQuotedAndWithoutControlCharacters) {
     EXPECT_STREQ(str_printable("a\x1b[2J\x7f\t\n\x01 z").get(), "a?[2J???? z");
     EXPECT_STREQ(str_printable("\xc2\x80\xc2\x9f\xc2\xa0\xc3\x84\xc2").get(),
                  "??\xc2\xa0\xc3\x84\xc2");
+    EXPECT_STREQ(str_printable("\xef\xbb\xbf\xef\xbb\xbe").get(), "?\xef\xbb\xbe");
     EXPECT_STREQ(str_printable("\x80\x9f\xa0\xe2\x82\xac\xf0\x9f\x98\x80\xe2\x82 \xc1\x9b").get(),
                  "??\xa0\xe2\x82\xac\xf0\x9f\x98\x80\xe2? \xc1?");
 }

@@ -17,7 +17,10 @@ TEST(Slip, NearlyAnOption) {
           "extra"}},
         {"--extra", false, {"extra", "--ext", "--extract", "--xetar", "--", "", "--=extra"}},
         {"--report=", true, {"--repor", "--reprot=x", "--REPOST=x"}},
-        {"--report=", false, {"--rexxrt", "--rpeotr", "\xe2\x80", "\xe2\x82\xacreport"}},
+        {"--report=",
+         false,
+         {"--rexxrt", "--rpeotr", "\xe2\x80", "\xe2\x80\x8breport", "\xe2\x80\x99report",
+          "\xe2\x82\xacreport"}},
     };
     for (const auto &c : cases)
         for (const char *argument : c.arguments)

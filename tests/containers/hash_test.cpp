@@ -15,15 +15,6 @@
 #include <utility>
 #include <vector>
 
-namespace {
-
-struct HashDeleter {
-    void operator()(HashTable *h) const { hash_free(h); }
-};
-using HashPtr = std::unique_ptr<HashTable, HashDeleter>;
-
-} // namespace
-
 static const char *const WORDS[] = {"h", "a", "l", "e", "d", "i", "j", "k", "b", "c", "f", "g"};
 
 static uint32_t by_letter(const void *key) {
@@ -96,6 +87,13 @@ TEST(Hash, VisitorMayRemoveItsEntryAndStop) {
     });
     EXPECT_EQ(result, 7);
     EXPECT_EQ(joined(hash_keys(h.get())), "d");
+    hash_insert(h.get(), "e", "E", "test", 3);
+    std::string seen;
+    for (const auto [key, value] : HashEach<const char, char>(h)) {
+        seen += std::string(key) + value;
+        hash_clear(h.get());
+    }
+    EXPECT_EQ(seen, "ddeE");
     EXPECT_EQ(strhash("\xff"), 5381u * 33 - 1); // bytes are signed
     EXPECT_EQ(strihash("KesTrel"), 0x245299dfu);
     EXPECT_DEATH(hash_new(0, nullptr, nullptr, "test", 2), "size != 0");

@@ -7,6 +7,7 @@
 #include "support/scratch.h"
 
 #include <algorithm>
+#include <cstring>
 #include <functional>
 #include <gtest/gtest.h>
 #include <vector>
@@ -82,9 +83,12 @@ TEST(FileDigests, ResultsComeInOrder) {
 // done. Descriptors are closed when all files are finished, and when they are given up.
 TEST(FileDigests, LongFilesHoldUpOthers) {
     const Scratch scratch;
-    const std::string kinds[] = {scratch.write("long", noise(3'000'000, 1)),
-                                 scratch.write("large", noise(40'000, 2)),
-                                 scratch.write("small", noise(20'000, 3))};
+    std::string kinds[] = {scratch.write("long", noise(3'000'000, 1)),
+                           scratch.write("large", noise(40'000, 2)),
+                           scratch.write("small", noise(20'000, 3))};
+    for (std::string &path : kinds) // what is known about a file is as much as its path is long
+        for (int i = 0; i < 500; i++)
+            path.insert(strlen(scratch.directory()), {host_path_style().separator, '.'});
     const std::string digests_of[] = {sha256_file_hex(kinds[0].c_str()),
                                       sha256_file_hex(kinds[1].c_str()),
                                       sha256_file_hex(kinds[2].c_str())};
@@ -132,12 +136,10 @@ TEST(FileDigests, ResultsAreNotHeldBack) {
         digests.add(small.c_str(), StatResult());
     }
     digests.add(large.c_str());
-    for (; added < 7046; added++)
+    for (added++; received == 5000 && added < 50000; added++)
         digests.add(small.c_str());
-    EXPECT_EQ(received, 5000);
+    EXPECT_TRUE(added > 10000 && received > 5000) << added;
     digests.add(longer.c_str());
-    added++;
-    EXPECT_EQ(received, sha256_best_lanes() > 1 ? added : added + 1);
     digests.finish();
     EXPECT_EQ(received, added + 1);
 }

@@ -30,11 +30,13 @@ TEST(LineCheck, FaultsComeInTheOrderOfTheLines) {
         "5 outside .\\sub\\..\\..\\empty", "6 different .\\empty"};
     for (size_t end = 1; end <= faults.size() + 1; end++) {
         std::vector<std::string> found;
-        LineCheck check([&](const FaultyLine &faulty) {
-            found.push_back(std::to_string(faulty.number) +
-                            KINDS[static_cast<size_t>(faulty.fault)] + faulty.line.path);
-            return found.size() < end;
-        });
+        LineCheck check(
+            [&](const FaultyLine &faulty) {
+                found.push_back(std::to_string(faulty.number) +
+                                KINDS[static_cast<size_t>(faulty.fault)] + faulty.line.path);
+                return found.size() < end;
+            },
+            end == 1 ? CheckFor::verdict : CheckFor::verdict_on_all);
         for (const std::string &line : lines)
             check.add(line);
         EXPECT_FALSE(check.finish());

@@ -269,7 +269,7 @@ TEST_F(ShahashTree, WholeManifests) {
                  {EMPTY_DIGEST + " *./sub/../e\n", 1, true},
                  {EMPTY_DIGEST + " *../tree/e\n", -1, false},
                  {EMPTY_DIGEST + " *" + here + "/tree/e\n", -1, false},
-                 {"", 0, true},
+                 {"", 0, false},
                  {a + "\n" + ABC_DIGEST + " *.\\e\n", 2, false},
                  {ABC_DIGEST + " *.\\gone\n" + e, 2, false},
                  {a + e + "\n", 1, false},
@@ -288,7 +288,7 @@ TEST_F(ShahashTree, WholeManifests) {
             << c.text;
         if (entries == nullptr)
             continue;
-        EXPECT_EQ(shahash_check_entries(entries), c.passes) << c.text;
+        EXPECT_EQ(shahash_check_entries(entries), c.passes || c.records == 0) << c.text;
         shahash_free_entries(entries);
     }
     scratch.write("m", a + "\n");

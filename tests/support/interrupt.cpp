@@ -1,5 +1,5 @@
-// Linked into a copy of the program: the first of its processes that reads from a file to be hashed
-// does there what the environment says, once.
+// Linked into a copy of the program: the first of its processes that reads from a file to be
+// hashed, or comes to another point of that, does there what the environment says, once.
 #include "manifest/filedigests.h"
 #include "support/scratch.h"
 
@@ -45,9 +45,12 @@ static void act(const std::vector<std::string> &words) {
     }
 }
 
-static void interrupt(uint64_t) {
-    const char *what = getenv("KESTREL_INTERRUPT");
-    if (what == nullptr || *what == '\0' || !host_make_file(getenv("KESTREL_INTERRUPTED")))
+static void interrupt(HashingPoint point, uint64_t) {
+    const char *what = getenv("KESTREL_INTERRUPT"), *where = getenv("KESTREL_INTERRUPT_AT");
+    const int at =
+        where != nullptr && *where != '\0' ? atoi(where) : static_cast<int>(HashingPoint::reading);
+    if (at != static_cast<int>(point) || what == nullptr || *what == '\0' ||
+        !host_make_file(getenv("KESTREL_INTERRUPTED")))
         return;
     std::vector<std::string> words;
     std::istringstream stream(what);

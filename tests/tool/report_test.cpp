@@ -101,7 +101,7 @@ TEST(KestrelReport, SaysWhyNothingWasChecked) {
         {{"--manifest=" + gone},
          "Could not open manifest file \"" + gone + "\": " + strerror(ENOENT)},
         {{"--manifest=" + empty, "--tasks=1"}, "ERROR: no data was read from the manifest"},
-        {{"--manifest=" + empty, "--tasks=3"}, "3 of 3 tasks had no line to check; use --tasks=1"},
+        {{"--manifest=" + empty, "--tasks=3"}, "The manifest is empty"},
         {{"--tasks=4"},
          "1 of 4 tasks had no line to check; use --tasks=1",
          {"4", "0", "0", "0", "0", "0", "0"}},
