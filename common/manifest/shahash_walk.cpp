@@ -129,12 +129,15 @@ static bool hash_entries(Vector *files, uint32_t first, const PathOf &path_of,
 
 // Of several problems the first one is complained of: files come before what has ended the walk.
 bool shahash_walk(uint32_t, Vector *files, const char *dir, const char *relative,
-                  const WalkReport *report, const HashFiles &hash) {
+                  const WalkReport *report, const HashFiles &hash, const PathPatterns *excluded) {
     assert(files != NULL);
     assert(dir != NULL);
     const uint32_t first = vec_size(files);
     Lister lister(files, dir, report);
+    lister.excluded = excluded;
     walk_tree(lister, dir, relative, Look::as_needed);
+    if (report != nullptr)
+        report->excluded(lister.excluded_count);
     const std::string prefix = prefix_of(host_path_style(), dir);
     const size_t listed_prefix = prefix_of(drive_path_style, relative).size();
     const auto path_of = [&](uint32_t number) {

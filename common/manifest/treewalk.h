@@ -2,13 +2,20 @@
 #ifndef KESTREL_MANIFEST_TREEWALK_H
 #define KESTREL_MANIFEST_TREEWALK_H
 
+#include "manifest/pathpattern.h"
 #include "platform/osdep.h"
+
+#include <cstdint>
 
 // Receives what a walk finds. A function that returns false ends the walk; `path` opens an entry,
 // and `listed` is its path in a manifest.
 class TreeVisitor {
   public:
     virtual ~TreeVisitor() = default;
+
+    // What the visitor is not shown: the walk does not enter such a directory. Null for none.
+    const PathPatterns *excluded = nullptr;
+    uint64_t excluded_count = 0; // entries that the walk has found and left out
 
     // Takes an entry, before the system is asked what it is.
     virtual bool entry(const char *path, const char *listed) = 0;

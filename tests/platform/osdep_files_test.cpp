@@ -134,7 +134,8 @@ TEST(OsFiles, StatesDifferWhenAFileHasChanged) {
     const std::string file = scratch.write("file", "old"), other = scratch.write("other", "old");
     FileState before, opened, after;
     ASSERT_TRUE(host_file_state(file.c_str(), &before));
-    EXPECT_TRUE(host_opened_state(host_fileno(FilePtr(host_fopen(file.c_str(), "r")).get()), &opened));
+    EXPECT_TRUE(
+        host_opened_state(host_fileno(FilePtr(host_fopen(file.c_str(), "r")).get()), &opened));
     EXPECT_EQ(opened, before);
     const auto changed = [&] { return host_file_state(file.c_str(), &after) && after != before; };
     EXPECT_FALSE(changed());
