@@ -8,11 +8,11 @@
 #include "kestrel/kestrel.h"
 #include "kestrel/manifest.h"
 #include "kestrel/output.h"
-#include "kestrel/progress.h"
 #include "kestrel/report.h"
 #include "kestrel/settings.h"
 #include "kestrel/tasks.h"
 #include "manifest/linecheck.h"
+#include "manifest/progress.h"
 
 #include <string_view>
 

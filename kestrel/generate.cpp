@@ -4,9 +4,9 @@
 #include "kestrel/kestrel.h"
 #include "kestrel/manifest.h"
 #include "kestrel/output.h"
-#include "kestrel/progress.h"
 #include "kestrel/report.h"
 #include "kestrel/settings.h"
+#include "manifest/progress.h"
 #include "manifest/shahash.h"
 #include "platform/osdep.h"
 

@@ -4,8 +4,8 @@
 #include "kestrel/hash_tasks.h"
 
 #include "host/trace.h"
-#include "kestrel/progress.h"
 #include "kestrel/tasks.h"
+#include "manifest/progress.h"
 #include "platform/osdep.h"
 
 #include <cerrno>

@@ -6,10 +6,10 @@
 #include "kestrel/kestrel.h"
 #include "kestrel/options.h"
 #include "kestrel/output.h"
-#include "kestrel/progress.h"
 #include "kestrel/report.h"
 #include "kestrel/settings.h"
 #include "kestrel/tasks.h"
+#include "manifest/progress.h"
 #include "runtime.h"
 
 #include <csignal>
@@ -73,7 +73,7 @@ static void report_refusal(const char *reason) {
 
 // Tells a person who has not asked for a report why the run has failed; `unknown` may be empty.
 static void print_reason(const char *unknown) {
-    if (settings.report || settings.verbose == 0 || !is_terminal(STDERR_DESCRIPTOR))
+    if (settings.report || settings.verbose == 0 || !host_is_terminal(STDERR_DESCRIPTOR))
         return;
     const std::string reason = report_first_reason();
     const std::string text = !reason.empty() ? reason : unknown;

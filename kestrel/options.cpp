@@ -177,7 +177,7 @@ static void ignore(const char *argument) {
     if (std::string_view(argument).starts_with("--zvdebug"))
         return;
     settings.ignored.push_back(argument);
-    if (!is_terminal(STDERR_DESCRIPTOR))
+    if (!host_is_terminal(STDERR_DESCRIPTOR))
         return;
     for (const Option &option : OPTIONS)
         if (option.value != nullptr && option.name.substr(0, option.name.size() - 1) == argument) {
@@ -238,7 +238,7 @@ void print_usage() {
           "  To check hashes in manifest file \"foo\" against the files under the directory "
           "\"bar\", use;\n"
           "    kestrel -v -c --manifest=foo --instdir=bar\n\n");
-    if (!is_terminal(STDOUT_DESCRIPTOR))
+    if (!host_is_terminal(STDOUT_DESCRIPTOR))
         return;
     print("Further options, which the manual describes (kestrel.1, docs/kestrel.md):\n");
     print_options(true);

@@ -2,8 +2,8 @@
 
 #include "containers/stringcache.h"
 #include "kestrel/output.h"
-#include "kestrel/progress.h"
 #include "kestrel/settings.h"
+#include "manifest/progress.h"
 #include "platform/osdep.h"
 
 #include <cerrno>

@@ -4,9 +4,9 @@
 #include "containers/stringcache.h"
 #include "debuglog/zvdebug.h"
 #include "host/trace.h"
-#include "kestrel/progress.h"
 #include "kestrel/report.h"
 #include "kestrel/settings.h"
+#include "manifest/progress.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -4,6 +4,7 @@
 #include "base/text.h"
 
 #include <cerrno>
+#include <cstring>
 
 const char *host_tool_name = "tool";
 
@@ -91,4 +92,10 @@ bool host_same_file(const char *a, const char *b) {
             return false;
     }
     return false;
+}
+
+bool host_is_terminal(int descriptor) {
+    const char *terminal = host_getenv("TERM");
+    return host_terminal_width(descriptor) != 0 &&
+           (terminal == nullptr || strcmp(terminal, "dumb") != 0);
 }

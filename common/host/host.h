@@ -304,6 +304,10 @@ void host_open_standard_streams();
 // The width of a terminal in columns; 0 for what is none.
 int host_terminal_width(int descriptor);
 
+// Whether a person may read what is written to the descriptor: it is a terminal, and not one that
+// TERM calls dumb.
+bool host_is_terminal(int descriptor);
+
 // Whether this process may write to the terminal without disturbing the one that its user works
 // with, or being stopped: it is of the terminal's foreground, or there are no such groups.
 bool host_is_foreground(int descriptor);

@@ -1,7 +1,7 @@
 // How far a long run is: one line on standard error, if that is a terminal and this run is in its
 // foreground, drawn a few times a second from the first second on.
-#ifndef KESTREL_KESTREL_PROGRESS_H
-#define KESTREL_KESTREL_PROGRESS_H
+#ifndef KESTREL_MANIFEST_PROGRESS_H
+#define KESTREL_MANIFEST_PROGRESS_H
 
 #include "manifest/board.h"
 

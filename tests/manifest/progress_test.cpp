@@ -1,4 +1,4 @@
-#include "kestrel/progress.h"
+#include "manifest/progress.h"
 
 #include "manifest/filedigests.h"
 #include "tool/tool.h"

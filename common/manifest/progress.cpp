@@ -1,6 +1,5 @@
-#include "kestrel/progress.h"
+#include "manifest/progress.h"
 
-#include "kestrel/output.h"
 #include "manifest/filedigests.h"
 #include "manifest/shahash.h"
 #include "platform/osdep.h"
@@ -146,7 +145,7 @@ static void start_counting() {
 }
 
 void progress_begin(uint64_t total) {
-    if (is_counting || !is_terminal(STDERR_DESCRIPTOR))
+    if (is_counting || !host_is_terminal(STDERR_DESCRIPTOR))
         return;
     is_on = true;
     total_lines = total;
