@@ -18,7 +18,7 @@ _kestrel() {
         ;;
     *)
         mapfile -t COMPREPLY < <(compgen -W '-g -c -v -h --help --version --instdir= --manifest=
-            --tasks= --report --report= --extra --check= --digests= --progress= --zvdebug=' \
+            --tasks= --report --report= --extra --check= --digests= --zvdebug=' \
             -- "$word")
         [[ ${COMPREPLY-} != *= ]] || compopt -o nospace
         ;;
