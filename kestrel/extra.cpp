@@ -3,6 +3,7 @@
 #include "kestrel/kestrel.h"
 #include "kestrel/manifest.h"
 #include "kestrel/report.h"
+#include "kestrel/settings.h"
 #include "manifest/listed.h"
 #include "manifest/shahash.h"
 #include "manifest/treewalk.h"
@@ -63,6 +64,7 @@ bool find_extra_files(const char *manifest, const char *instdir) {
     if (!file)
         return TRACE_RESULT(false, "%s", file.failure());
     ExtraVisitor visitor;
+    visitor.excluded = &settings.excluded;
     visitor.listed.add_given(manifest, instdir);
     if (report_path() != nullptr)
         visitor.listed.add_given(report_path(), instdir);

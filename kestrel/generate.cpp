@@ -6,19 +6,22 @@
 #include "kestrel/output.h"
 #include "kestrel/progress.h"
 #include "kestrel/report.h"
+#include "kestrel/settings.h"
 #include "manifest/shahash.h"
 #include "platform/osdep.h"
 
 #include <cerrno>
 #include <string>
 
-static constexpr WalkReport RECORDS = {report_is_in, report_file, report_record};
+static constexpr WalkReport RECORDS = {report_is_in, report_file, report_record, report_excluded};
 
 // Whether the path still leads to the directory; a line on standard error says if not.
 static bool is_still_there(const char *instdir, const std::string &directory) {
     const char *moved = moved_installation(instdir, directory);
-    if (moved != nullptr)
+    if (moved != nullptr) {
         shahash_complain("%s", str_printable(moved).get());
+        report_reason_told();
+    }
     return moved == nullptr;
 }
 
@@ -32,7 +35,8 @@ static bool write_manifest(const char *manifest, const char *instdir,
                           const FileHasher::Receiver &receive) {
         return hash_by_tasks(count, path_of, receive) && is_still_there(instdir, directory);
     };
-    return shahash_write_manifest_default_flags(".", manifest, report, hash);
+    return shahash_write_manifest_default_flags(".", manifest, report, hash,
+                                                {&settings.excluded, settings.sorted});
 }
 
 bool generate_manifest(const char *manifest, const char *instdir) {

@@ -10,7 +10,13 @@ _kestrel() {
     case $before in
     # Left to bash's own completion of files, which knows about quotes.
     =--instdir) compopt -o dirnames +o default ;;
-    =--digests | =--manifest | =--report | =--zvdebug) ;;
+    =--manifest | =--report) ;;
+    =--zvdebug)
+        local items=${word%"${word##*,}"}
+        compopt -o nospace +o default
+        mapfile -t COMPREPLY < <(compgen -P "$items" -W 'on out: default num: alerts adt sdb dwarf
+            assert: zip debug:' -- "${word##*,}")
+        ;;
     =*) compopt +o default ;;
     @*)
         compopt -o filenames
@@ -18,8 +24,7 @@ _kestrel() {
         ;;
     *)
         mapfile -t COMPREPLY < <(compgen -W '-g -c -v -h --help --version --instdir= --manifest=
-            --tasks= --report --report= --extra --check= --digests= --zvdebug=' \
-            -- "$word")
+            --tasks= --report --report= --extra --exclude= --sort --zvdebug=' -- "$word")
         [[ ${COMPREPLY-} != *= ]] || compopt -o nospace
         ;;
     esac

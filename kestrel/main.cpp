@@ -15,6 +15,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 
 // A run whose output could not be written has not succeeded.
 void cleanup(int status) {
@@ -70,6 +71,16 @@ static void report_refusal(const char *reason) {
     report_end_check();
 }
 
+// Tells a person who has not asked for a report why the run has failed; `unknown` may be empty.
+static void print_reason(const char *unknown) {
+    if (settings.report || settings.verbose == 0 || !is_terminal(STDERR_DESCRIPTOR))
+        return;
+    const std::string reason = report_first_reason();
+    const std::string text = !reason.empty() ? reason : unknown;
+    if (!text.empty())
+        fprintf(stderr, "%s\n", text.c_str());
+}
+
 static void print_verdict(bool passed) {
     if (settings.verbose != 0)
         print(passed ? "Verification passed\n" : "Verification failed\n");
@@ -87,6 +98,7 @@ static Ending generate() {
     const bool written = report_end_generate();
     if (!generated) {
         flush_output(); // records come first where both streams are one
+        print_reason("");
         fputs("There was a problem generating the manifest file\n", stderr);
         return {1, "Could not create manifest"};
     }
@@ -95,12 +107,25 @@ static Ending generate() {
     return {written ? 0 : 1, "Manifest was successfully created"};
 }
 
+// An option that a check would not heed; null if there is none. Nobody is to rely on it.
+static const char *idle_option() {
+    if (settings.sorted)
+        return "--sort is for -g";
+    return settings.excluded.empty() || (settings.check && settings.extra)
+               ? nullptr
+               : "--exclude is for -g, and for -c with --extra";
+}
+
 // If a range is given too, the whole check runs first, and the range decides.
 static Ending check() {
     if (!settings.check && !settings.range_check) {
         print_usage();
         fputs("Missing generate -g or check -c options. One of them must be provided\n", stderr);
         return {1, "No generate/check/range check option was given"};
+    }
+    if (const char *idle = idle_option(); idle != nullptr) {
+        fprintf(stderr, "%s\n", idle);
+        return {1, idle};
     }
     bool passed = false;
     if (settings.check) {
@@ -116,6 +141,8 @@ static Ending check() {
     progress_end();
     passed = report_ignored() && passed;
     const bool written = report_end_check();
+    if (!passed)
+        print_reason("Not every line could be verified; --report says which and why");
     print_verdict(passed);
     return {passed && written ? 0 : 1};
 }

@@ -13,6 +13,7 @@
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <utility>
 
 // Sets a path, which the debug log calls by a name.
 static void set_path(const char **setting, const char *path, const char *name) {
@@ -102,48 +103,91 @@ static void read_extra(const char *) {
     TRACE_MESSAGE("Got extra option");
 }
 
+static void read_exclude(const char *value) {
+    std::optional<PathPattern> pattern = path_pattern(host_path_style(), value);
+    if (!pattern) {
+        settings.refusal =
+            sc_format("Invalid syntax for option: --exclude=%s", str_printable(value).get());
+        fprintf(stderr, "%s\n", settings.refusal);
+        return;
+    }
+    settings.excluded.push_back(std::move(*pattern));
+    TRACE_MESSAGE("Got exclude option for \"%s\"", value);
+}
+
+static void read_sort(const char *) {
+    settings.sorted = true;
+    TRACE_MESSAGE("Got sort option");
+}
+
 // --- All options
 
 namespace {
 
 struct Option {
     std::string_view name; // a value follows a name that ends in "="
-    const char *help;      // null for one that the help text leaves out
+    const char *value;     // what that is; null for none
+    const char *help;      // null for what only tasks are given
     void (*read)(const char *value);
-    bool is_guarded = false; // a slip in it is refused: without it the check would say less
+    bool is_further = false; // the help has it on a terminal only
+    bool is_guarded = false; // a slip in it is refused: the run would do other than is asked for
 };
 
 } // namespace
 
 // In the order of the help text. The manual page and the completion have the same options.
 static constexpr Option OPTIONS[] = {
-    {"-g",
+    {"-g", nullptr,
      "Generate a manifest containing hashes of files found under the directory specified by "
      "--instdir",
      read_generate},
-    {"-c",
+    {"-c", nullptr,
      "Check a manifest containing hashes of files found under the directory specified by --instdir",
      read_check},
-    {"-v", "Turn on verbose (default is on)", read_verbose},
-    {"-h", "Display this help text", read_help},
-    {"--manifest=", "The path to the manifest file", read_manifest},
-    {"--instdir=", "The top-level directory where under the files to be verified or hashed exist",
-     read_instdir},
-    {"--tasks=",
+    {"-v", nullptr, "Turn on verbose (default is on)", read_verbose},
+    {"-h", nullptr, "Display this help text", read_help},
+    {"--manifest=", "file", "The path to the manifest file", read_manifest},
+    {"--instdir=", "directory",
+     "The top-level directory where under the files to be verified or hashed exist", read_instdir},
+    {"--tasks=", "n",
      "Specify how many parallel tasks should be used. If not specified, it will be calculated "
      "automatically",
      read_tasks},
-    {"--help", "Display this help text", read_help},
-    {"--version", nullptr, read_version, true},
-    {"--report", nullptr, read_report, true},
-    {"--report=", nullptr, read_report_file},
-    {"--extra", nullptr, read_extra, true},
-    {"--check=", nullptr, read_range},
-    {"--digests=", nullptr, read_digests},
-    {"--zvdebug=", nullptr, pass_over},
+    {"--help", nullptr, "Display this help text", read_help},
+    {"--version", nullptr, "Print the version", read_version, true, true},
+    {"--report", nullptr, "Check every line, and say what is wrong, or why nothing can be checked",
+     read_report, true, true},
+    {"--report=", "file", "The same, to a file", read_report_file, true},
+    {"--extra", nullptr, "With -c: also report files that the manifest does not list", read_extra,
+     true, true},
+    {"--exclude=", "pattern",
+     "With -g or --extra: leave out what matches, like \"*.pyc\" or \"/build\"", read_exclude, true,
+     true},
+    {"--sort", nullptr, "With -g: list files by their paths; equal trees have equal manifests",
+     read_sort, true, true},
+    {"--zvdebug=", "items", "Write a log of what the program does, like --zvdebug=on,out:<file>",
+     pass_over, true},
+    {"--check=", nullptr, nullptr, read_range},
+    {"--digests=", nullptr, nullptr, read_digests},
 };
 
-// Arguments that are not options are ignored, but the debug log takes any that begins like its own.
+// Arguments that are not options are ignored, which only a terminal hears of unless there is a
+// report. The debug log takes any that begins like its own.
+static void ignore(const char *argument) {
+    if (std::string_view(argument).starts_with("--zvdebug"))
+        return;
+    settings.ignored.push_back(argument);
+    if (!is_terminal(STDERR_DESCRIPTOR))
+        return;
+    for (const Option &option : OPTIONS)
+        if (option.value != nullptr && option.name.substr(0, option.name.size() - 1) == argument) {
+            fprintf(stderr, "A value follows \"=\": %s<%s>\n", option.name.data(), option.value);
+            return;
+        }
+    fprintf(stderr, "Argument \"%s\" is not an option, and was ignored\n",
+            str_printable(argument).get());
+}
+
 static void read_unknown(const char *argument) {
     for (const Option &option : OPTIONS)
         if (option.is_guarded && is_slip_in(option.name, argument)) {
@@ -152,8 +196,7 @@ static void read_unknown(const char *argument) {
             fprintf(stderr, "%s\n", settings.refusal);
             return;
         }
-    if (!std::string_view(argument).starts_with("--zvdebug"))
-        settings.ignored.push_back(argument);
+    ignore(argument);
 }
 
 bool read_option(const char *argument) {
@@ -169,16 +212,23 @@ bool read_option(const char *argument) {
     return settings.refusal == nullptr;
 }
 
+static void print_options(bool further) {
+    for (const Option &option : OPTIONS) {
+        if (option.help == nullptr || option.is_further != further)
+            continue;
+        std::string name(option.name);
+        if (option.value != nullptr)
+            name += std::string("<") + (further ? option.value : "argument") + ">";
+        print(sc_format("  %-25s    %s\n", name.c_str(), option.help));
+    }
+}
+
+// Programs may compare the text: what is added to it is for a person's eyes.
 void print_usage() {
     print("Norvane Kestrel V" KESTREL_VERSION "\n"
           "Copyright (c) 2023 Norvane\n\n"
           "Options:\n");
-    for (const Option &option : OPTIONS) {
-        const std::string name =
-            std::string(option.name) + (option.name.ends_with('=') ? "<argument>" : "");
-        if (option.help != nullptr)
-            print(sc_format("  %-25s    %s\n", name.c_str(), option.help));
-    }
+    print_options(false);
     print("\n\n"
           "Example usage:\n"
           "  To generate a new manifest file named \"foo\" for the files under the directory "
@@ -188,4 +238,9 @@ void print_usage() {
           "  To check hashes in manifest file \"foo\" against the files under the directory "
           "\"bar\", use;\n"
           "    kestrel -v -c --manifest=foo --instdir=bar\n\n");
+    if (!is_terminal(STDOUT_DESCRIPTOR))
+        return;
+    print("Further options, which the manual describes (kestrel.1, docs/kestrel.md):\n");
+    print_options(true);
+    print("\n");
 }

@@ -6,9 +6,16 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <utility>
 
 static int output_error = 0; // why the first write that failed did so
+
+bool is_terminal(int descriptor) {
+    const char *terminal = host_getenv("TERM");
+    return host_terminal_width(descriptor) != 0 &&
+           (terminal == nullptr || strcmp(terminal, "dumb") != 0);
+}
 
 void print(std::string_view text) {
     if (output_error != 0)

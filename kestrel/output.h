@@ -4,6 +4,10 @@
 
 #include <string_view>
 
+// Whether a person may read what is written to a descriptor: it is a terminal, and not one that
+// TERM calls dumb.
+bool is_terminal(int descriptor);
+
 // Writes to standard output, unless that has failed before: what follows a lost piece would seem
 // complete.
 void print(std::string_view text);

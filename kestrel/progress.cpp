@@ -1,5 +1,6 @@
 #include "kestrel/progress.h"
 
+#include "kestrel/output.h"
 #include "manifest/filedigests.h"
 #include "manifest/shahash.h"
 #include "platform/osdep.h"
@@ -8,7 +9,6 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <string>
 
@@ -146,9 +146,7 @@ static void start_counting() {
 }
 
 void progress_begin(uint64_t total) {
-    const char *terminal = host_getenv("TERM");
-    if (is_counting || host_terminal_width(STDERR_DESCRIPTOR) == 0 ||
-        (terminal != nullptr && strcmp(terminal, "dumb") == 0))
+    if (is_counting || !is_terminal(STDERR_DESCRIPTOR))
         return;
     is_on = true;
     total_lines = total;

@@ -3,11 +3,13 @@
 #include "containers/stringcache.h"
 #include "kestrel/output.h"
 #include "kestrel/progress.h"
+#include "kestrel/settings.h"
 #include "platform/osdep.h"
 
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -29,7 +31,9 @@ static uint64_t file_count = 0;
 static uint64_t byte_count = 0;
 static bool extra_searched = false;
 static uint64_t extra_count = 0;
+static uint64_t excluded_count = 0;
 static bool is_incomplete = false;
+static std::optional<std::string> first_reason;
 
 static bool report_unwritten() {
     fprintf(stderr, "Cannot write report \"%s\": %s\n", str_printable(file_path).get(),
@@ -100,6 +104,19 @@ static void write_record(std::string_view kind, uint64_t line, const char *text,
     write_text(record + '\n');
 }
 
+static void note_reason(const std::string &reason) {
+    if (!first_reason)
+        first_reason = str_printable(reason.c_str()).get();
+}
+
+std::string report_first_reason() {
+    return first_reason.value_or("");
+}
+
+void report_reason_told() {
+    first_reason = "";
+}
+
 void report_record(const char *kind, const char *text, const char *reason) {
     write_record(kind, 0, text, reason);
 }
@@ -110,6 +127,8 @@ void report_line(uint64_t number, const FaultyLine &faulty) {
     std::string text = faulty.line.path;
     if (faulty.fault == LineFault::malformed && text.size() > MALFORMED_LIMIT)
         text.replace(MALFORMED_LIMIT, text.npos, "...");
+    note_reason(std::string(FAULTS[fault]) + ": " + text + " (line " + std::to_string(number) +
+                "); --report names all that fail");
     write_record(FAULTS[fault], number, text.c_str(),
                  faulty.fault == LineFault::unreadable ? file_reason(faulty.reason) : nullptr);
 }
@@ -117,6 +136,10 @@ void report_line(uint64_t number, const FaultyLine &faulty) {
 void report_file(uint64_t size) {
     file_count++;
     byte_count += size;
+}
+
+void report_excluded(uint64_t entries) {
+    excluded_count += entries;
 }
 
 void report_extra_search() {
@@ -131,6 +154,7 @@ void report_extra(const char *path) {
 const char *report_error(const char *format, ...) {
     const char *text;
     WITH_VA_LIST(args, format, text = sc_vformat(format, args));
+    note_reason(text);
     report_record("error", text);
     return text;
 }
@@ -215,7 +239,8 @@ bool report_end_check() {
 }
 
 bool report_end_generate() {
-    return end_with(file_count,
-                    std::to_string(file_count) + " files, " + std::to_string(byte_count) + " bytes",
-                    nullptr);
+    return end_with(
+        file_count, std::to_string(file_count) + " files, " + std::to_string(byte_count) + " bytes",
+        settings.excluded.empty() ? nullptr
+                                  : (std::to_string(excluded_count) + " excluded").c_str());
 }

@@ -10,6 +10,7 @@
 #include "manifest/linecheck.h"
 
 #include <cstdint>
+#include <string>
 
 // Begins the report in a file, or on standard output for null. False, after a message on standard
 // error, if it cannot be written, or would be written over the manifest (null for none).
@@ -29,6 +30,16 @@ void report_line(uint64_t number, const FaultyLine &faulty);
 
 // Records an error, which concerns no single line. Returns its text, interned.
 const char *report_error(const char *format, ...) PRINTF_LIKE(1, 2);
+
+// The first reason for failing that a report would have had, if there is none; empty if that is
+// not known, or has been told.
+std::string report_first_reason();
+
+// Notes that standard error has told the reason.
+void report_reason_told();
+
+// Counts entries that --exclude has left out of a new manifest.
+void report_excluded(uint64_t entries);
 
 // Counts a file of a new manifest; its size is in bytes.
 void report_file(uint64_t size);

@@ -2,6 +2,8 @@
 #ifndef KESTREL_KESTREL_SETTINGS_H
 #define KESTREL_KESTREL_SETTINGS_H
 
+#include "manifest/pathpattern.h"
+
 #include <cstdint>
 #include <vector>
 
@@ -21,6 +23,8 @@ struct Settings {
     bool report = false;
     const char *report_file = nullptr; // null: standard output
     bool extra = false;                // a check looks for files that the manifest does not list
+    PathPatterns excluded;             // what a new manifest does not list, and is not extra
+    bool sorted = false;               // a new manifest is
     std::vector<const char *> ignored; // arguments that are not options
     const char *refusal = nullptr;     // why the run cannot be begun, for the log and the report
 };

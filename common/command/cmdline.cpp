@@ -149,7 +149,8 @@ static bool is_endless(const Expansion &expansion, const OpenFile &file) {
 static bool read_file(Expansion &expansion, const char *path, const OpenFile &file,
                       std::string *text) {
     FileState input;
-    const bool is_input = file.is_special && file.known && host_opened_state(host_fileno(stdin), &input) &&
+    const bool is_input = file.is_special && file.known &&
+                          host_opened_state(host_fileno(stdin), &input) &&
                           input.identity == file.state.identity;
     FilePtr opened(is_input ? nullptr : host_fopen(path, "r"));
     FILE *const stream = is_input ? stdin : opened.get();

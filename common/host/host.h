@@ -205,7 +205,8 @@ size_t host_read_cached(int descriptor, void *buffer, size_t size);
 
 struct DirectoryEntry {
     std::string name;
-    bool reachable; // whether a path with this name opens the entry; if not, it is approximate
+    bool reachable;  // whether a path with this name opens the entry; if not, it is approximate
+    bool is_regular; // a file, as the listing says; if not, host_stat tells what it is
 };
 
 // Appends the entries of the directory except "." and "..", in the system's order. If reading

@@ -320,7 +320,7 @@ Listing host_list_directory(const char *path, std::vector<DirectoryEntry> *entri
         for (long at = 0; at < size;) {
             const auto *found = reinterpret_cast<const dirent64 *>(block.data() + at);
             if (strcmp(found->d_name, ".") != 0 && strcmp(found->d_name, "..") != 0)
-                entries->push_back({found->d_name, true});
+                entries->push_back({found->d_name, true, found->d_type == DT_REG});
             at += found->d_reclen;
         }
     const int failure = errno;

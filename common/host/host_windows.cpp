@@ -418,6 +418,10 @@ static bool is_reachable(const char *narrow, const std::wstring &wide) {
     return to_wide(narrow) == wide && !wide.ends_with(L'.') && !wide.ends_with(L' ');
 }
 
+// Attributes of what may be something else, or not on this machine.
+constexpr DWORD NO_REGULAR_FILE = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT |
+                                  FILE_ATTRIBUTE_DEVICE | FILE_ATTRIBUTE_OFFLINE;
+
 Listing host_list_directory(const char *path, std::vector<DirectoryEntry> *entries) {
     std::string pattern = path;
     if (!pattern.empty() && strchr("\\/:", pattern.back()) == nullptr)
@@ -439,7 +443,8 @@ Listing host_list_directory(const char *path, std::vector<DirectoryEntry> *entri
         const std::wstring name = data.cFileName;
         const OwnedString narrow = to_narrow(name.c_str());
         if (name != L"." && name != L"..")
-            entries->push_back({narrow.get(), is_reachable(narrow.get(), name)});
+            entries->push_back({narrow.get(), is_reachable(narrow.get(), name),
+                                (data.dwFileAttributes & NO_REGULAR_FILE) == 0});
     } while (FindNextFileW(search, &data));
     const DWORD error = GetLastError();
     FindClose(search);

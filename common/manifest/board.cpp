@@ -90,8 +90,8 @@ bool Board::lock_table() {
 
 bool Board::read_table() {
     constexpr size_t at = offsetof(Header, used);
-    if (!host_read_at(file, at, &header.used, sizeof header.used) ||
-        header.used > header.places || header.used < entries.size())
+    if (!host_read_at(file, at, &header.used, sizeof header.used) || header.used > header.places ||
+        header.used < entries.size())
         return false;
     entries.resize(header.used);
     return entries.empty() ||

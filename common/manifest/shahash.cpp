@@ -8,6 +8,7 @@
 #include "platform/osdep.h"
 
 #include <cerrno>
+#include <cstring>
 #include <string_view>
 #include <utility>
 
@@ -44,8 +45,16 @@ static bool report_unwritten(const char *manifest, const WalkReport *report) {
     return false;
 }
 
+static int compare_paths(const void *a, const void *b) {
+    const auto path = [](const void *slot) {
+        return (*static_cast<const ManifestEntry *const *>(slot))->path;
+    };
+    return strcmp(path(a), path(b));
+}
+
 bool shahash_write_manifest(uint32_t flags, const char *dir, const char *manifest,
-                            const WalkReport *report, const HashFiles &hash) {
+                            const WalkReport *report, const HashFiles &hash,
+                            const WalkChoice &choice) {
     if (!os_can_write(manifest))
         return report_unwritten(manifest, report);
     // The file is made after the walk, which would list it if the temporaries lie under `dir`.
@@ -54,7 +63,9 @@ bool shahash_write_manifest(uint32_t flags, const char *dir, const char *manifes
         return report_unwritten(nullptr, report);
     os_remove_at_exit(temporary.get());
     Vector *entries = vec_new(__FILE__, __LINE__);
-    bool done = shahash_walk(flags, entries, dir, dir, report, hash);
+    bool done = shahash_walk(flags, entries, dir, dir, report, hash, choice.excluded);
+    if (choice.sorted)
+        vec_sort(entries, compare_paths);
     if (done && !write_entries(entries, temporary.get()))
         done = report_unwritten(nullptr, report);
     if (done && !os_copy_to_other(temporary.get(), manifest))
@@ -64,8 +75,10 @@ bool shahash_write_manifest(uint32_t flags, const char *dir, const char *manifes
 }
 
 bool shahash_write_manifest_default_flags(const char *dir, const char *manifest,
-                                          const WalkReport *report, const HashFiles &hash) {
-    return shahash_write_manifest(static_cast<uint32_t>(os_kind()), dir, manifest, report, hash);
+                                          const WalkReport *report, const HashFiles &hash,
+                                          const WalkChoice &choice) {
+    return shahash_write_manifest(static_cast<uint32_t>(os_kind()), dir, manifest, report, hash,
+                                  choice);
 }
 
 // --- Reading one

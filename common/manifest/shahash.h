@@ -9,6 +9,7 @@
 #include "base/xalloc.h"
 #include "containers/vector.h"
 #include "manifest/filedigests.h"
+#include "manifest/pathpattern.h"
 
 #include <cstdint>
 #include <cstdio>
@@ -74,6 +75,14 @@ struct WalkReport {
     // cannot stand in one, "unreadable" a file or directory with the reason, and "error" the
     // manifest itself, with a text in the path's place.
     void (*record)(const char *event, const char *path, const char *detail);
+
+    void (*excluded)(uint64_t entries); // counts entries that patterns have left out
+};
+
+// What a manifest lists, and in which order.
+struct WalkChoice {
+    const PathPatterns *excluded = nullptr; // left out, and not entered; null for nothing
+    bool sorted = false;                    // by the bytes of the paths, not in listing order
 };
 
 // Writes the manifest of all files under `dir`. Nothing appears at `manifest` before it is
@@ -82,18 +91,21 @@ struct WalkReport {
 // function gives it the host's, of os_kind(). A file that cannot be opened or read ends the
 // process, unless there is a report.
 bool shahash_write_manifest(uint32_t flags, const char *dir, const char *manifest,
-                            const WalkReport *report = nullptr, const HashFiles &hash = hash_files);
+                            const WalkReport *report = nullptr, const HashFiles &hash = hash_files,
+                            const WalkChoice &choice = {});
 bool shahash_write_manifest_default_flags(const char *dir, const char *manifest,
                                           const WalkReport *report = nullptr,
-                                          const HashFiles &hash = hash_files);
+                                          const HashFiles &hash = hash_files,
+                                          const WalkChoice &choice = {});
 
 // Appends a ManifestEntry for every file under `dir`, depth first in listing order, with `relative`
-// in the place of `dir` in its path; when all are there, `hash` hashes the files. A directory below
-// `dir` that this user may not list adds nothing. False, after a line on standard error, if a name
-// cannot stand in a manifest or a directory cannot be read for another reason; with a report the
-// walk goes on in all cases.
+// in the place of `dir` in its path; when all are there, `hash` hashes the files. What `excluded`
+// matches is left out (null for nothing), and a directory that this user may not list, below `dir`.
+// False, after a line on standard error, if a name cannot stand in a manifest or a directory cannot
+// be read for another reason; with a report the walk goes on in all cases.
 bool shahash_walk(uint32_t flags, Vector *files, const char *dir, const char *relative,
-                  const WalkReport *report = nullptr, const HashFiles &hash = hash_files);
+                  const WalkReport *report = nullptr, const HashFiles &hash = hash_files,
+                  const PathPatterns *excluded = nullptr);
 
 // Whether the file's digest is `digest`, byte for byte. False for null, for a missing file and for
 // one that is neither a file nor a directory; a file that cannot be opened or read ends the

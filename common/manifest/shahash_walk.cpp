@@ -28,11 +28,9 @@ class Lister : public TreeVisitor {
         return true;
     }
 
-    bool file(const char *path, OwnedString listed, const StatResult &found) override {
+    bool file(const char *path, OwnedString listed, const StatResult &) override {
         if (report != nullptr && report->leaves_out(path))
             return true;
-        if (report != nullptr && found.status)
-            report->file(found.status->size);
         auto *entry = xnew<ManifestEntry>();
         entry->path = listed.release();
         vec_append(files, entry);
@@ -100,6 +98,12 @@ static std::string prefix_of(const PathStyle &style, const char *dir) {
     return path != nullptr ? std::string(path.get(), strlen(path.get()) - 1) : "";
 }
 
+static void count_file(const WalkReport &report, const char *path, const FileDigest &result) {
+    HostStat status = {FileKind::regular, result.size};
+    if (result.outcome == OpenOutcome::opened || host_stat(path, &status))
+        report.file(status.size);
+}
+
 // Gives entries their digests, from the `first` of them on; false if a file cannot be read.
 static bool hash_entries(Vector *files, uint32_t first, const PathOf &path_of,
                          const WalkReport *report, const HashFiles &hash) {
@@ -107,6 +111,8 @@ static bool hash_entries(Vector *files, uint32_t first, const PathOf &path_of,
     bool complete = true;
     const auto receive = [&](const char *path, const FileDigest &result) {
         auto *entry = vec_at<ManifestEntry>(files, next++);
+        if (report != nullptr)
+            count_file(*report, path, result);
         if (result.outcome == OpenOutcome::opened) {
             entry->digest = sha256_hex(result.digest);
             return true;
@@ -123,12 +129,15 @@ static bool hash_entries(Vector *files, uint32_t first, const PathOf &path_of,
 
 // Of several problems the first one is complained of: files come before what has ended the walk.
 bool shahash_walk(uint32_t, Vector *files, const char *dir, const char *relative,
-                  const WalkReport *report, const HashFiles &hash) {
+                  const WalkReport *report, const HashFiles &hash, const PathPatterns *excluded) {
     assert(files != NULL);
     assert(dir != NULL);
     const uint32_t first = vec_size(files);
     Lister lister(files, dir, report);
-    walk_tree(lister, dir, relative);
+    lister.excluded = excluded;
+    walk_tree(lister, dir, relative, Look::as_needed);
+    if (report != nullptr)
+        report->excluded(lister.excluded_count);
     const std::string prefix = prefix_of(host_path_style(), dir);
     const size_t listed_prefix = prefix_of(drive_path_style, relative).size();
     const auto path_of = [&](uint32_t number) {

@@ -109,7 +109,7 @@ uint32_t findMsgFiles(const char *dir, uint32_t langid, Vector *list) {
         TRACE_MESSAGE("msgFileSuffix = \"%s\"", suffix);
         std::vector<DirectoryEntry> entries;
         host_list_directory(dir, &entries);
-        for (const auto &[name, reachable] : entries) {
+        for (const auto &[name, reachable, is_regular] : entries) {
             if (!reachable || (name != legacy_name && !sc_hasSuffix(name.c_str(), suffix)))
                 continue;
             TRACE_MESSAGE("Found: %s", name.c_str());

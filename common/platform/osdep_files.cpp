@@ -128,8 +128,8 @@ static bool write_copy(FILE *source, FILE *target, bool durable) {
 static bool is_ours(FILE *target, uint64_t size) {
     FileState state;
     errno = EBUSY;
-    return host_seek(target, 0) && getc(target) == '\0' && host_opened_state(host_fileno(target), &state) &&
-           state.size == size;
+    return host_seek(target, 0) && getc(target) == '\0' &&
+           host_opened_state(host_fileno(target), &state) && state.size == size;
 }
 
 // The old file is lost with the first byte, and an incomplete new one could be taken for a complete

@@ -63,11 +63,13 @@ TEST(OsFiles, ListingHasEveryNameOnce) {
     std::vector<std::string> names = {".hidden", "a b", "\xc3\xa4", longest};
     for (const std::string &name : names)
         EXPECT_EQ(read_file(scratch.write(name.c_str(), name)), name);
+    host_mkdir(scratch.path(names.emplace_back("directory").c_str()).c_str());
     std::vector<DirectoryEntry> entries;
     EXPECT_EQ(host_list_directory(scratch.directory(), &entries), Listing::complete);
     std::vector<std::string> listed;
-    for (const auto &[name, reachable] : entries) {
+    for (const auto &[name, reachable, is_regular] : entries) {
         EXPECT_TRUE(reachable) << name;
+        EXPECT_EQ(is_regular, name != "directory") << name; // where file systems say so
         listed.push_back(name);
     }
     std::sort(listed.begin(), listed.end());
@@ -132,7 +134,8 @@ TEST(OsFiles, StatesDifferWhenAFileHasChanged) {
     const std::string file = scratch.write("file", "old"), other = scratch.write("other", "old");
     FileState before, opened, after;
     ASSERT_TRUE(host_file_state(file.c_str(), &before));
-    EXPECT_TRUE(host_opened_state(host_fileno(FilePtr(host_fopen(file.c_str(), "r")).get()), &opened));
+    EXPECT_TRUE(
+        host_opened_state(host_fileno(FilePtr(host_fopen(file.c_str(), "r")).get()), &opened));
     EXPECT_EQ(opened, before);
     const auto changed = [&] { return host_file_state(file.c_str(), &after) && after != before; };
     EXPECT_FALSE(changed());

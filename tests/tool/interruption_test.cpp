@@ -1,4 +1,5 @@
 // What happens to a run while it hashes: to its manifest, its tree, its tasks and itself.
+#include "manifest/filedigests.h"
 #include "support/files.h"
 #include "tool/tool.h"
 
@@ -86,6 +87,43 @@ TEST(KestrelInterruption, ARunIsAboutOneDirectory) {
             for (const char *tasks : {"--tasks=1", "--tasks=3"})
                 if (const TwoTrees inst(by_link); inst.possible)
                     expect_failure(inst, mode, tasks);
+}
+
+// A task ends while large files are shared: a check fails, and says who has ended; -g writes the
+// whole manifest. Nothing waits for ever.
+TEST(KestrelInterruption, TasksMayEndAtAnyPointOfAnExchange) {
+    const Installation inst("dir", 3);
+    for (int i = 0; i < 6; i++)
+        inst.add(("large" + std::to_string(i)).c_str(),
+                 std::string((1 << 20) + static_cast<size_t>(i), 'x'));
+    const Lines lines = inst.generate();
+    for (const Lines &mode : {Lines{"-c"}, Lines{"-c", "--report"}, Lines{"-g"}})
+        for (const HashingPoint point : {HashingPoint::reading, HashingPoint::offered,
+                                         HashingPoint::taken, HashingPoint::writing})
+            for (const char *what : {"raise|9", "exit|3"}) {
+                if (os_kind() != 0 && what == std::string("raise|9"))
+                    continue; // there is none
+                Lines arguments = mode;
+                arguments.push_back("--tasks=3");
+                os_setenv("KESTREL_INTERRUPT_AT", std::to_string(static_cast<int>(point)).c_str());
+                const Outcome outcome = inst.interrupted(what, arguments);
+                os_setenv("KESTREL_INTERRUPT_AT", "");
+                const std::string which = mode.back() + what + std::to_string(int(point));
+                if (mode[0] == "-g") {
+                    EXPECT_EQ(outcome, inst.generated()) << which;
+                    EXPECT_EQ(split(read_file(inst.manifest)), lines) << which;
+                } else if (mode.size() == 1) {
+                    EXPECT_EQ(outcome, inst.verdict(false)) << which;
+                } else {
+                    EXPECT_EQ(outcome.status, 1) << which;
+                    EXPECT_NE(outcome.out.find(" ended by signal "), std::string::npos) << which;
+                }
+            }
+    // Without a directory for the board nothing is shared.
+    const std::string before = getenv("TEMP") != nullptr ? getenv("TEMP") : "";
+    os_setenv("TEMP", inst.manifest.c_str());
+    EXPECT_EQ(inst.check(3), inst.verdict(true));
+    os_setenv("TEMP", before.c_str());
 }
 
 TEST(KestrelInterruption, SignalsEndTheRun) {

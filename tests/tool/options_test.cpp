@@ -34,6 +34,8 @@ TEST(KestrelOptions, HelpAndComplaints) {
     const std::string both =
         "Both the generate -g and check -c options were provided. Only one can be accepted\n";
     const std::string syntax = "Invalid syntax for option: --check\n";
+    const std::string bad_pattern = "Invalid syntax for option: --exclude=";
+    const std::string idle_pattern = "--exclude is for -g, and for -c with --extra\n";
     const Installation inst("dir", 1);
     const std::string here = "--instdir=" + inst.tree, gone = "--instdir=" + inst.manifest;
     const std::string no_log = native_join(inst.manifest.c_str(), "log");
@@ -55,6 +57,16 @@ TEST(KestrelOptions, HelpAndComplaints) {
         {{"--check=0,0,0", here, "-v"}, {1, "Verification failed\n", ""}},
         {{"-g", gone}, {1, "", "There was a problem generating the manifest file\n"}},
         {{"-c", gone}, {1, "Verification failed\n", ""}},
+        {{"-g", here, "--exclude="}, {1, "", bad_pattern + "\n"}},
+        {{"-g", here, "--exclude=a/../b\x1b"}, {1, "", bad_pattern + "a/../b?\n"}},
+        {{"-c", here, "--exclude=a"}, {1, "", idle_pattern}},
+        {{"--check=0,0,0", here, "--exclude=a", "--extra"},
+         {1,
+          "error\t0\t" + idle_pattern +
+              "error\t0\t--extra is for -c, and was ignored\nend\t0\t0 good, 0 different, "
+              "0 missing, 0 unreadable, 0 malformed, 0 outside, 0 unchecked\n",
+          idle_pattern}},
+        {{"-c", here, "--sort"}, {1, "", "--sort is for -g\n"}},
         {{"--zvdebug=on,out:" + no_log, "-g", here},
          {1, "",
           "(141) can't open debug-out file \"" + no_log + "\": No such file or directory\n"}},
@@ -64,13 +76,80 @@ TEST(KestrelOptions, HelpAndComplaints) {
     EXPECT_FALSE(os_exists(native_join(inst.tree.c_str(), "manifest").c_str()));
     EXPECT_EQ(inst.run({"-c"}), inst.verdict(false)) << "no manifest";
 
-    for (const auto &[argument, meant] :
-         {std::pair("--Extra\x1b", "extra"), {"--reprot=x", "report"}, {"--version=1", "version"}})
+    for (const auto &[argument, meant] : {std::pair("--Extra\x1b", "extra"),
+                                          {"--reprot=x", "report"},
+                                          {"--version=1", "version"},
+                                          {"--exclud=x", "exclude="},
+                                          {"--sort=yes", "sort"}})
         EXPECT_EQ(kestrel({argument, "-h"}),
                   (Outcome{1, "",
                            std::string("Argument \"") + str_printable(argument).get() +
                                "\" is not an option; is --" + meant + " meant?\n"}));
     EXPECT_EQ(kestrel({"--extract", "--zvdebugX=num:2", "-h"}), (Outcome{0, help, ""}));
+}
+
+// Each stream that is a terminal gets more than the documented text; $K draws its progress, too.
+TEST(KestrelOptions, TerminalsAreToldMore) {
+    if (!has_terminals())
+        GTEST_SKIP() << "no terminal can be had here";
+    const Installation inst("dir", 9);
+    const Lines lines = inst.generate();
+    const std::string checking = inst.announced("Checking"), failed = "Verification failed\n";
+    const std::string name = lines[2].substr(66);
+    inst.add(name.substr(2), "changed");
+    const std::string different =
+        "different: " + name + " (line 3); --report names all that fail\n";
+    const std::string unknown = "Not every line could be verified; --report says which and why\n";
+    const std::string nowhere = "Given installation path \"" +
+                                native_join(inst.top.c_str(), "gone") + "\" does not exist\n";
+    const std::string problem = "There was a problem generating the manifest file\n";
+    const std::string record = "different\t3\t" + name +
+                               "\nend\t9\t8 good, 1 different, 0 missing, 0 unreadable, "
+                               "0 malformed, 0 outside, 0 unchecked\n";
+    const std::string ignored = " is not an option, and was ignored\n";
+    const struct {
+        const char *command;
+        std::string screen;
+    } cases[] = {
+        {"$K -c --tasks=1", checking + different + failed},
+        {"$K -c --tasks=2", checking + unknown + failed},
+        {"$K -c --tasks=12",
+         checking + "10 of 12 tasks had no line to check; use --tasks=1\n" + failed},
+        {"$K --check=-1,0,9", ""},
+        {"$K --check=-1,0,9 -v", different + failed},
+        {"$K -c --tasks=1 --report", checking + record + failed},
+        {"$K -c --tasks=1 2>err; cat err", checking + failed},
+        {"$K -c --tasks=1 >out; cat out", different + checking + failed},
+        {"TERM=dumb $K -c --tasks=1", checking + failed},
+        {"$K -c --instdir=gone", nowhere + failed},
+        {"$K -g --instdir=gone", nowhere + problem},
+        {"$K -g --instdir=gone 2>err; cat err", problem},
+        {"rm -r tree/f1; ln -s f1 tree/f1; $K -g",
+         inst.announced("Generating") + "!! Cannot open file \"./f1\"\n"},
+        {"$K --check=-1,0,0 --manifest m --tasks -exit --check --zvdebug",
+         "ZVDEBUG (warning): unknown option \"--zvdebug\"\n"
+         "A value follows \"=\": --manifest=<file>\nArgument \"m\"" +
+             ignored + "A value follows \"=\": --tasks=<n>\nArgument \"-exit\"" + ignored +
+             "Argument \"--check\"" + ignored},
+        {"$K --check=-1,0,0 --manifest m 2>err; cat err", ""},
+        {"printf \"no\\033thing\\n\" >manifest; $K -c --tasks=1",
+         checking + "malformed: no?thing (line 1); --report names all that fail\n" + failed},
+        {"export KESTREL_INTERRUPTED=$PWD/done KESTREL_INTERRUPT=\"rename|$PWD/tree|$PWD/old\"; "
+         "${K%%_eager*}_interrupted -g --exclude=f1 --instdir=tree --manifest=manifest",
+         inst.announced("Generating") + "Installation path \"" + inst.tree +
+             "\" does not lead to the same directory any more\n" + problem},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(screen_of(on_terminal(inst, c.command)), c.screen) << c.command;
+    const std::string help = kestrel({"-h"}).out;
+    for (const char *command : {"$K -h 2>err", "$K -h >out; cat out", "TERM=dumb $K -h"}) {
+        const std::string screen = screen_of(on_terminal(inst, command));
+        const bool is_more = strstr(command, "err") != nullptr;
+        EXPECT_TRUE(screen.starts_with(help)) << screen;
+        EXPECT_EQ(screen.find("\n  --exclude=<pattern>  ") != screen.npos, is_more) << command;
+        EXPECT_EQ(screen.size() > help.size(), is_more) << command;
+        EXPECT_EQ(screen.find("--check"), screen.npos);
+    }
 }
 
 TEST(KestrelOptions, ManifestIsWrittenAndChecked) {

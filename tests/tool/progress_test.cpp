@@ -82,30 +82,8 @@ TEST(KestrelProgress, TasksCountAndTakeTheLineAwayIfThereIsOne) {
     hashing_hook = nullptr;
 }
 
-// Runs a copy of the program that draws all the time, on a terminal of its own; what that gets.
-static std::string on_terminal(const Installation &inst, const std::string &command) {
-    inst.run({"-h"}, "export SHELL=/bin/sh TERM=xterm K=\"$(dirname \"$1\")/kestrel_eager "
-                     "--instdir=tree --manifest=manifest\"\nset -- script -qec '" +
-                         command + "' /dev/null\nexec </dev/null >terminal");
-    return read_file(native_join(inst.top.c_str(), "terminal"));
-}
-
-// What is left on a terminal, without the blanks at the ends of lines.
-static std::string screen_of(const std::string &output) {
-    std::string screen;
-    std::istringstream lines(output);
-    for (std::string line; std::getline(lines, line);) {
-        std::string shown;
-        std::istringstream pieces(line);
-        for (std::string piece; std::getline(pieces, piece, '\r');)
-            shown.replace(0, piece.size(), piece);
-        screen += shown.substr(0, shown.find_last_not_of(' ') + 1) + '\n';
-    }
-    return screen;
-}
-
 TEST(KestrelProgress, IsShownInTheForegroundAndTakenAway) {
-    if (os_kind() != 0 || kestrel({}, "exec script -qec true /dev/null </dev/null").status != 0)
+    if (!has_terminals())
         GTEST_SKIP() << "no terminal can be had here";
     const Installation inst("dir", 5);
     const Lines lines = inst.generate();

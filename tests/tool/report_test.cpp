@@ -179,6 +179,64 @@ TEST(KestrelReport, ExtraFilesFail) {
     EXPECT_EQ(kestrel({"-c", "--extra", "--instdir=" + inst.tree, "--manifest=" + own}).status, 1);
 }
 
+// A pattern cannot hide a change to a file that is listed.
+TEST(KestrelReport, ExcludedFilesAreNeitherListedNorExtra) {
+    const Installation inst("dir", 0);
+    for (const char *directory : {"a", "a/cache", "cache"})
+        host_mkdir(native_join(inst.tree.c_str(), native(directory).c_str()).c_str());
+    // In the order of the bytes.
+    const Lines all = {".\\B",    ".\\a.tmp",        ".\\a0",      ".\\a\\cache\\c",
+                       ".\\a\\x", ".\\cache\\x.tmp", ".\\\xc3\xa4"};
+    for (std::string path : all) {
+        std::replace(path.begin(), path.end(), '\\', '/');
+        inst.add(native(path.substr(2)), path);
+    }
+    const std::string list = inst.scratch.write("list", "--exclude=a0\n \"--exclude=/a*\"");
+    const struct {
+        Lines patterns;
+        std::vector<size_t> listed; // of `all`
+        const char *excluded;
+    } cases[] = {
+        {{"--exclude=nothing"}, {0, 1, 2, 3, 4, 5, 6}, "0"},
+        {{"--exclude=cache/", "--exclude=a0/"}, {0, 1, 2, 4, 6}, "2"},
+        {{"--exclude=*.tmp", "--exclude=./cache"}, {0, 2, 3, 4, 6}, "2"},
+        {{"--exclude=a\\**"}, {0, 1, 2, 5, 6}, "2"},
+        {{"@" + list}, {0, 5, 6}, "3"},
+    };
+    for (const auto &c : cases) {
+        Lines generate = {"-g", "--sort", "--report"}, check = {"-c", "--extra", "--tasks=1"};
+        generate.insert(generate.end(), c.patterns.begin(), c.patterns.end());
+        const std::string end = split(inst.run(generate).out)[1];
+        EXPECT_TRUE(end.ends_with(std::string(" bytes\t") + c.excluded + " excluded")) << end;
+        const Lines lines = split(read_file(inst.manifest));
+        Lines listed, expected;
+        for (const std::string &line : lines)
+            listed.push_back(line.substr(66));
+        for (const size_t index : c.listed)
+            expected.push_back(all[index]);
+        EXPECT_EQ(listed, expected) << end;
+
+        const auto extra = [&](size_t count) {
+            const Outcome outcome = inst.run(check);
+            EXPECT_EQ(outcome.status, count == 0 ? 0 : 1);
+            EXPECT_NE(outcome.out.find("\t" + std::to_string(count) + " extra\n"),
+                      std::string::npos)
+                << outcome;
+        };
+        extra(all.size() - listed.size());
+        check.insert(check.end(), c.patterns.begin(), c.patterns.end());
+        extra(0);
+    }
+    inst.add("B", "changed");
+    EXPECT_EQ(split(inst.run({"-c", "--extra", "--tasks=1", "--exclude=**"}).out)[1],
+              "different\t1\t.\\B");
+    if (host_path_style().drives)
+        return;
+    inst.add("no\\name", "");
+    EXPECT_EQ(inst.run({"-g"}).status, 1);
+    EXPECT_EQ(inst.run({"-g", "--exclude=no?name"}).status, 0) << "it need not fit";
+}
+
 // Everything that keeps a manifest from being written, and what is remarkable.
 TEST(KestrelReport, GenerationNamesEveryProblem) {
     const Installation inst("dir", 3);
