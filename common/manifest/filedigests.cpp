@@ -292,9 +292,11 @@ void FileHasher::hash_blocks() {
 }
 
 void FileHasher::complete(Job &job) {
-    if (job.is_taken)
-        shared.board->finish(
-            job.offer, job.result.outcome == OpenOutcome::opened ? job.result.digest : nullptr);
+    if (job.is_taken) {
+        const bool as_found =
+            job.result.outcome == OpenOutcome::opened && job.result.size == job.found.size;
+        shared.board->finish(job.offer, as_found ? job.result.digest : nullptr);
+    }
     if (job.number == FOREIGN) {
         foreign.remove_if([&](const ForeignJob &other) { return &other.job == &job; });
         return;
