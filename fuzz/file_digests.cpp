@@ -7,7 +7,9 @@
 #include "support/scratch.h"
 
 #include <algorithm>
+#include <array>
 #include <cassert>
+#include <map>
 #include <utility>
 #include <vector>
 
@@ -44,12 +46,19 @@ static Script &opened(int descriptor) {
     return scripts.at(static_cast<size_t>(descriptor - FIRST));
 }
 
-static uint8_t byte_of(const Script &script, size_t at) {
-    return static_cast<uint8_t>(at % 251 + static_cast<size_t>(&script - scripts.data()));
-}
-
 static bool is_changed(const Script &script) {
     return is_second && script.at >= change;
+}
+
+// What is in a file by its number: the same at another place.
+static const uint8_t *content(size_t number) {
+    static const std::vector<uint8_t> all = [] {
+        std::vector<uint8_t> bytes(Board::LEAST_SIZE + 20000);
+        for (size_t i = 0; i < bytes.size(); i++)
+            bytes[i] = static_cast<uint8_t>(i % 251);
+        return bytes;
+    }();
+    return all.data() + number;
 }
 
 static FileState state_of(const Script &script) {
@@ -90,10 +99,12 @@ extern "C" int64_t __wrap__Z9host_readiPvm(int descriptor, void *buffer, size_t 
     Script &script = opened(descriptor);
     constexpr size_t BUFFER = 32768; // which is filled before the length is looked at
     assert(script.open && (script.nature != changing || script.at < script.size + BUFFER));
-    const size_t length = std::min({size, script.portion, script.length - script.at});
-    for (size_t i = 0; i < length; i++, script.at++)
-        static_cast<uint8_t *>(buffer)[i] =
-            byte_of(script, script.at) ^ (is_changed(script) ? 1 : 0);
+    const size_t to_change = is_second && script.at < change ? change - script.at : SIZE_MAX;
+    const size_t length = std::min({size, script.portion, script.length - script.at, to_change});
+    const auto number = static_cast<size_t>(&script - scripts.data());
+    std::copy_n(content(number + (is_changed(script) ? 100 : 0)) + script.at, length,
+                static_cast<uint8_t *>(buffer));
+    script.at += length;
     return length == 0 && script.nature == failing ? -1 : static_cast<int64_t>(length);
 }
 
@@ -129,17 +140,20 @@ static OpenOutcome outcome_of(const Script &script) {
 static bool receive(const char *path, const FileDigest &result) {
     const Script &script = scripts.at(received);
     assert(received < wanted && path == std::to_string(received));
-    std::vector<uint8_t> bytes(script.length);
-    for (size_t i = 0; i < bytes.size(); i++)
-        bytes[i] = byte_of(script, i);
-    Sha256Context ctx;
-    uint8_t digest[SHA256_DIGEST_SIZE];
-    sha256_init(&ctx);
-    sha256_update(&ctx, bytes.data(), bytes.size());
-    sha256_final(&ctx, digest);
+    using Digest = std::array<uint8_t, SHA256_DIGEST_SIZE>;
+    static std::map<std::pair<size_t, size_t>, Digest> digests; // by number and length
+    const auto [found, is_new] = digests.try_emplace({received, script.length});
+    auto &digest = found->second;
+    if (is_new) {
+        Sha256Context ctx;
+        sha256_init(&ctx);
+        sha256_update(&ctx, content(received), script.length);
+        sha256_final(&ctx, digest.data());
+    }
     assert(result.outcome == outcome_of(script));
-    assert(result.outcome != OpenOutcome::opened ||
-           (result.size == script.length && std::equal(digest, std::end(digest), result.digest)));
+    assert(
+        result.outcome != OpenOutcome::opened ||
+        (result.size == script.length && std::equal(digest.begin(), digest.end(), result.digest)));
     return ++received < wanted;
 }
 
