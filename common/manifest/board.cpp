@@ -52,11 +52,12 @@ void Board::give_up() {
 
 // --- Transactions
 
-// All entries, read under the table's lock, which is held meanwhile.
+// Some entries, or all from one on, read under the table's lock, which is held meanwhile.
 class Board::Transaction {
   public:
-    explicit Transaction(Board &of) : board(of), held(of.lock_table()) {
-        if (held && !board.read_table()) {
+    explicit Transaction(Board &of, uint32_t first = 0, uint32_t count = MOST_PLACES)
+        : board(of), held(of.lock_table()) {
+        if (held && !board.read_table(first, count)) {
             board.give_up();
             held = false;
         }
@@ -88,14 +89,15 @@ bool Board::lock_table() {
     return false;
 }
 
-bool Board::read_table() {
+bool Board::read_table(uint32_t first, uint32_t count) {
     constexpr size_t at = offsetof(Header, used);
     if (!host_read_at(file, at, &header.used, sizeof header.used) || header.used > header.places ||
         header.used < entries.size())
         return false;
     entries.resize(header.used);
-    return entries.empty() ||
-           host_read_at(file, entry_at(0), entries.data(), entries.size() * sizeof(Entry));
+    count = std::min(count, header.used - std::min(first, header.used));
+    return count == 0 ||
+           host_read_at(file, entry_at(first), &entries[first], count * sizeof(Entry));
 }
 
 bool Board::write(uint64_t offset, const void *bytes, size_t size) {
@@ -118,7 +120,7 @@ std::optional<uint32_t> Board::offer(uint64_t place, const FileState &seen) {
     const FileIdentity &identity = seen.identity;
     if (!identity.known || !identity.place.empty())
         return {};
-    const Transaction table(*this);
+    const Transaction table(*this, 0, 0);
     if (!table || header.used == header.places)
         return {};
     const uint32_t number = header.used++;
@@ -135,7 +137,7 @@ std::optional<uint32_t> Board::offer(uint64_t place, const FileState &seen) {
 }
 
 void Board::withdraw(uint32_t number) {
-    const Transaction table(*this);
+    const Transaction table(*this, number, 1);
     if (table && entries[number].state == State::open)
         write_state(number, State::withdrawn);
 }
@@ -150,6 +152,8 @@ uint64_t Board::open_bytes() const {
 // Others are busy: not longer than they need at least for what nobody has taken.
 void Board::wait_for_change() {
     constexpr uint64_t AT_MOST = 4'000'000; // bytes a processor hashes in a millisecond
+    if (const Transaction table(*this); !table)
+        return;
     const uint64_t needed = open_bytes() / header.processors / AT_MOST;
     const auto pause = static_cast<int>(std::clamp<uint64_t>(needed, 1, 100));
     uint64_t states = 0;
@@ -162,7 +166,7 @@ void Board::wait_for_change() {
 
 Board::Outcome Board::await(uint32_t number, uint8_t *digest) {
     const auto state = [&] {
-        const Transaction table(*this);
+        const Transaction table(*this, number, 1);
         if (table && entries[number].state == State::done)
             std::copy_n(entries[number].digest, sizeof entries[number].digest, digest);
         return table ? entries[number].state : State::undone;
@@ -215,9 +219,11 @@ void Board::rise() {
 std::optional<Board::Offer> Board::take(const Load &load) {
     if (!usable() || !sit())
         return {};
-    const Transaction table(*this);
+    const Transaction table(*this, first_open);
     if (!table)
         return {};
+    while (first_open < entries.size() && entries[first_open].state != State::open)
+        first_open++;
     const uint64_t share = (open_bytes() + load.rest) / header.processors;
     const uint64_t most =
         load.rest == 0 ? UINT64_MAX : std::max(share - std::min(share, load.rest), load.spare);
@@ -246,7 +252,7 @@ std::optional<Board::Offer> Board::take(const Load &load) {
 
 void Board::finish(uint32_t number, const uint8_t *digest) {
     {
-        const Transaction table(*this);
+        const Transaction table(*this, number, 1);
         if (!table)
             return;
         if (digest != nullptr &&

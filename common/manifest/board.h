@@ -122,7 +122,7 @@ class Board {
     uint64_t entry_at(uint32_t number) const;
     uint32_t lock_of(uint32_t number) const { return 1 + header.processors + number; }
     bool lock_table();
-    bool read_table();
+    bool read_table(uint32_t first, uint32_t count);
     bool write(uint64_t offset, const void *bytes, size_t size);
     bool write_state(uint32_t number, State state);
     uint64_t open_bytes() const;
@@ -134,7 +134,8 @@ class Board {
     int file = -1;
     uint32_t task;
     Header header = {};
-    std::vector<Entry> entries; // as they were in the last transaction
+    std::vector<Entry> entries; // as they were when they were read last
+    uint32_t first_open = 0;    // all before it have been taken or withdrawn, for good
     uint32_t next_seat;         // to try
     uint32_t seat = 0;          // its lock; 0 for none
     uint64_t quiet_states = 0;  // of all entries, summed up, when this process looked last
