@@ -7,8 +7,8 @@
 
 #include <cstdint>
 
-// Hashes files below the current directory by tasks, or here if there are too few for that. What a
-// task has not done, for whatever reason, is done here. As in hash_files().
+// Hashes so many files below the current directory by tasks; in this process if there are not more
+// files than tasks, and what a task has not done. Result and `receive` are those of HashFiles.
 bool hash_by_tasks(uint32_t count, const PathOf &path_of, const FileHasher::Receiver &receive);
 
 // In a task: hashes the files whose paths are the lines of a range of a list, from the current

@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-// Ends the debug log's run and the process.
+// Flushes standard output, ends the debug log's run and exits; with 1 for 0 if output was lost.
 [[noreturn]] void cleanup(int status);
 
 // The modes. `instdir` is an absolute path; a null `manifest` is the file "manifest" in it.
@@ -14,7 +14,8 @@
 // Writes the manifest of every file under the installation; true when it was written.
 bool generate_manifest(const char *manifest, const char *instdir);
 
-// Checks the whole manifest, divided among copies of the program; true when every line verified.
+// Checks the whole manifest, by tasks or, if there is only one, in this process. True if all lines
+// verified, nothing has changed meanwhile, and with --extra no other files were found.
 bool check_manifest(const char *manifest, const char *instdir);
 
 // Checks the lines from `start` to `end`, both included and counted from 0; true if there are any
@@ -24,7 +25,7 @@ bool check_manifest_range(const char *manifest, const char *instdir, int32_t pos
                           uint32_t start, uint32_t end);
 
 // Reports every file under the installation that the manifest does not list, other than itself and
-// the report; true if there are none, and no directory was skipped. `manifest` is not null.
+// the report; true if there are none, and every directory could be listed. `manifest` is not null.
 bool find_extra_files(const char *manifest, const char *instdir);
 
 #endif

@@ -17,8 +17,8 @@ constexpr uint64_t MANIFEST_LIMIT = uint64_t{1} << 31;
 // Returns `manifest` or, for null, the path of the file "manifest" in the installation, interned.
 const char *manifest_path(const char *manifest, const char *instdir);
 
-// Returns null if the installation exists; else a text that says so, interned, after recording it
-// in the report.
+// Returns null if the installation exists; else a text that says that it does not, interned, after
+// recording it in the report.
 const char *missing_installation(const char *instdir);
 
 // Changes the current directory and says so in the debug log; false if that fails.
@@ -50,7 +50,7 @@ bool is_expected_file(const FileState &state);
 const char *moved_installation(const char *instdir, const std::string &directory);
 
 // Returns null if the manifest is still in the state in which its lines were counted; else a text
-// that says so, as moved_installation() does: what has passed is not what is there now.
+// that says that it has changed, as moved_installation() does: what has passed is not there now.
 const char *changed_manifest(const char *manifest, const FileState &counted);
 
 // --- Lines
@@ -63,9 +63,9 @@ struct LineRange {
     uint32_t end;
 };
 
-// Calls `take` with the number of each line up to the end of the range, the line, of one over the
-// limit its beginning, and its offset, until it returns false or the file ends. False if the
-// file cannot be read.
+// Calls `take` for each line from the range's start, or from line 0 if `position` is below 1, to
+// its end: with its number, its bytes (with the line end; of a line over the limit the beginning)
+// and its offset. Ends when that returns false or the file ends. False if the file cannot be read.
 using TakeLine = std::function<bool(uint64_t number, std::string_view line, uint64_t offset)>;
 bool read_range(FILE *file, const LineRange &range, const TakeLine &take);
 
@@ -107,7 +107,8 @@ class ManifestFile {
     // Whether everything could be read so far.
     bool is_read();
 
-    // The path in the line at an offset; empty if there is none that may be opened.
+    // The host's path of the file in the line at an offset; empty if the line is malformed or its
+    // path leads out of the installation.
     std::string path_at(uint64_t offset) const;
 
     Subject subject; // the manifest's state and the directory's identity when they were opened

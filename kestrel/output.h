@@ -12,8 +12,7 @@ void print(std::string_view text);
 // reported on standard error.
 bool flush_output();
 
-// Prints at once what is about to be done, an action such as "Checking", unless the settings want
-// no progress lines.
+// Prints "<action> manifest ... for installation ..." at once, unless settings.verbose is 0.
 void announce(const char *action, const char *manifest, const char *instdir);
 
 #endif

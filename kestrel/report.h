@@ -16,7 +16,8 @@
 // error, if it cannot be written, or would be written over the manifest (null for none).
 bool report_begin(const char *path, const char *manifest);
 
-// Whether there is a report. Without one the functions below do nothing.
+// Whether there is a report. Without one the functions below write nothing, but still count, and
+// keep the first reason.
 bool report_is_on();
 
 // Returns the file that the report is in, as it was given; null for none.
@@ -54,10 +55,10 @@ void report_extra(const char *path);
 // null.
 void report_record(const char *kind, const char *text, const char *reason = nullptr);
 
-// Adds to the totals of the last record: lines that were to be checked, and those that were not.
+// Adds to the totals of the last record: lines, and how many of these were not checked.
 void report_count(uint64_t lines, uint64_t unchecked = 0);
 
-// Counts the lines that are missing to `lines`, the total of the manifest, as unchecked.
+// Counts lines as unchecked until the total is `lines`, the number in the manifest.
 void report_cover(uint64_t lines);
 
 // Appends the report that a task has written to a file about so many lines. False if it is

@@ -41,12 +41,13 @@ struct Task {
 // The tasks of a run.
 struct Plan {
     uint32_t lines;
-    uint32_t tasks;         // asked for
+    uint32_t tasks;         // ranges that the lines are divided into, some of which may be empty
     std::deque<Task> given; // those that have lines, in ascending order
 };
 
-// Divides lines among tasks. Together these have every line, and all but the last the same number
-// of them, which is one more for the first. With as many tasks as lines, or more, some have none.
+// Divides lines among tasks, each line to one. With q = lines / tasks, rounded down, the first task
+// has q + 1 lines, the last those that are left, and each other one q. With as many tasks as lines,
+// or more, some have none.
 Plan divide(uint32_t lines, uint32_t tasks);
 
 // --- Programs
@@ -77,15 +78,16 @@ TaskSetting task_setting(const char *file, const char *instdir, const char *part
 // Names a task in messages; lines are counted from 1. Interned.
 const char *task_name(const Task &task);
 
-// Starts all tasks that have lines. They accept what is expected only (see manifest.h).
+// Starts all tasks that have lines, with a board for their large files if there can be one. They
+// accept only what expect_subject() has been told of.
 void start_tasks(const TaskSetting &setting, Plan &plan);
 
-// Starts all tasks, and calls `finish`, which has to wait for a task, for each of those started, in
-// order, even after a failure. True if all of these calls are, and every task has lines.
+// Starts all tasks, and calls `finish` for each that has lines, started or not, in order, even
+// after a failure; it has to wait for the task. True if all calls are, and every task has lines.
 using FinishTask = std::function<bool(const Task &task)>;
 bool run_tasks(const TaskSetting &setting, Plan plan, const FinishTask &finish);
 
-// In a task: the board that it shares with the others; null in other runs.
+// In a task: the board that start_tasks() has made for it and the others; null in other runs.
 Board *task_board();
 
 // In a task: has it end with the process that started it. Nothing in other runs.

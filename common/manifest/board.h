@@ -4,7 +4,8 @@
 // The board is a small file that is read and written in place. Every change is a transaction: lock,
 // read, write, unlock. What a process holds, it holds by locks of that file, which the system takes
 // back when the process ends, however it ends; a state in the table is only a word beside a lock.
-// So a task that dies delays nobody, and one that is stopped delays only what it holds.
+// So a task that dies keeps nobody waiting. One that is stopped delays those who need what it
+// holds; if that is the table, all others work alone after some seconds.
 #ifndef KESTREL_MANIFEST_BOARD_H
 #define KESTREL_MANIFEST_BOARD_H
 
@@ -24,11 +25,12 @@ struct HashingCounts {
 
 class Board {
   public:
-    // Files of this size, in bytes, are worth a transaction.
+    // Files of at least this size, in bytes, are offered: smaller ones are not worth a transaction.
     static constexpr uint64_t LEAST_SIZE = 1 << 20;
 
-    // Writes a board for so many tasks, whose files are at most `files`, to a new file. So many of
-    // them hash offers at a time as there are processors. All of it is written, so that a full disk
+    // Writes a board for so many tasks, with room for `files` offers, or for the most there can be,
+    // to a new file. So many tasks hash offers at a time as there are processors: each of them has
+    // taken one of as many seats, which are locks, too. All of it is written, so that a full disk
     // is found out here. False if that fails, or if there are too many tasks.
     static bool make(const char *path, uint32_t tasks, uint32_t files, uint32_t processors);
 
@@ -47,14 +49,14 @@ class Board {
     // file.
     std::optional<uint32_t> offer(uint64_t place, const FileState &seen);
 
-    // Takes back an offer; nobody begins it any more.
+    // Takes back an offer, unless somebody has taken it; nobody begins it any more.
     void withdraw(uint32_t number);
 
     // Waits for what comes of one's own offer, holding nothing that others could wait for.
     enum class Outcome {
         done,
         undone, // it could not be hashed, or who took it has ended: the owner has to
-        open    // nobody has taken it; that was looked at for a moment
+        open    // nobody has taken it so far: the owner takes it if it can, or waits again
     };
     Outcome await(uint32_t number, uint8_t *digest);
 
@@ -63,7 +65,7 @@ class Board {
     struct Offer {
         uint32_t number;
         bool is_own;
-        uint64_t place;
+        uint64_t place; // of the file's line
         FileState seen;
     };
 
@@ -75,7 +77,7 @@ class Board {
     };
 
     // Takes the largest open offer that leaves others their share; none if there is no such offer,
-    // or all seats are taken.
+    // or all seats are taken. If nothing has changed for a second, own offers need no seat.
     std::optional<Offer> take(const Load &load);
 
     // Ends what was taken: with the digest, or null if the file is not as it was seen, or cannot be

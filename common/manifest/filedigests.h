@@ -25,19 +25,19 @@ struct FileDigest {
     uint64_t size;                      // bytes of it, then
 };
 
-// What a process that hashes has just come to, for who counts and for who tries what may happen
-// there.
+// What a process that hashes has just done, for the progress line and for tests. Only the first two
+// have a number of bytes; that of the others is 0.
 enum class HashingPoint {
-    found,    // a file of so many bytes
-    reading,  // so many bytes of one
-    hashed,   // the end of one of its own
-    offered,  // with an offer on a board
-    taken,    // with one of these
-    writing,  // to the board, before the state of an offer, which makes it count
-    awaiting, // what another process has taken
+    found,    // looked for a file of so many bytes
+    reading,  // read so many bytes of one
+    hashed,   // ended one of its own, with or without a digest
+    offered,  // put one on the board
+    taken,    // took an offer, its own or another's
+    writing,  // is about to write an offer's state to the board, from when on it counts
+    awaiting, // found its offer taken by another process, and is about to wait for that
 };
 
-// Called, unless it is null, at each of these points; the number is 0 where none is named.
+// Called by hashing_at(), unless it is null.
 extern void (*hashing_hook)(HashingPoint point, uint64_t bytes);
 void hashing_at(HashingPoint point, uint64_t bytes = 0);
 
@@ -62,9 +62,8 @@ class FileHasher {
     // Takes a result; false stops everything: no further ones are handed over.
     using Receiver = std::function<bool(const char *path, const FileDigest &result)>;
 
-    // Says of the result of a file, by its number from 0 in the order of adding, whether it is one
-    // that the receiver goes on after. It is asked as soon as there is a result, so that everything
-    // behind one that ends the run need not be hashed.
+    // Says of each result, as soon as it is there, whether the receiver will go on after it. Files
+    // added later are not hashed if not. `number` counts the files in the order of adding, from 0.
     using Judge = std::function<bool(uint64_t number, const FileDigest &result)>;
 
     explicit FileHasher(Receiver receiver, Judge goes_on = nullptr, SharedWork with = {})
@@ -84,8 +83,8 @@ class FileHasher {
     bool finish();
 
   private:
-    // What may be known about files that are not handed over yet, in bytes. The receiver knows
-    // about as much of each. So much that a large file seldom comes so late that it goes on alone.
+    // The memory, in bytes, that files not handed over may take; the receiver takes about as much.
+    // So much that a large file seldom comes so late that it goes on alone.
     static constexpr size_t MOST_KNOWN = 2 << 20;
     static constexpr size_t READ_SIZE = 32768;
     static constexpr size_t CACHE_LINE = 64; // the system copies fastest to the start of one

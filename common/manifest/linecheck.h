@@ -16,8 +16,7 @@
 enum class LineFault {
     different,
     missing,
-    unreadable, // the file cannot be opened or read, or is not a file; nor is a directory on its
-                // way
+    unreadable, // the file, or a directory on its way, cannot be opened or read; or is not a file
     malformed,
     outside // the path leads out of the current directory, and nothing is opened
 };
@@ -29,10 +28,13 @@ struct FaultyLine {
     int reason;        // of an unreadable file, for file_reason()
 };
 
-// What a check is for. For a verdict the first line that does not verify ends it. For a verdict,
-// and where all lines are looked at for one, a file that exists and cannot be opened or read ends
-// the process, in its turn. For a report it is a fault, and lines that cannot verify are malformed.
-enum class CheckFor { verdict, verdict_on_all, report };
+// What a check is for.
+enum class CheckFor {
+    verdict,        // ends at the first line that does not verify; if its file exists and cannot be
+                    // opened or read, the process ends
+    verdict_on_all, // looks at all lines; such a file ends the process, too
+    report          // looks at all lines; such a file is a fault, as is a line that cannot verify
+};
 
 // Verifies lines of a manifest against the files below the current directory, several at a time.
 class LineCheck {

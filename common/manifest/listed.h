@@ -12,9 +12,8 @@ class ListedFiles {
     // Lists a file by its path in a manifest, and by no other name that it has.
     void add(const std::string &path);
 
-    // Lists a file by a path from the root, where that leads below `directory`, which is the
-    // current one: as it is given, at its place without the directory's links, and where it leads
-    // in the end.
+    // Lists a file by a path from the root, if it is below `directory`, the current one, under each
+    // of three names: as given; with the links in its directory resolved; with all resolved.
     void add_given(const char *path, const char *directory);
 
     // Whether a file is listed that a walk has found: `path` opens it, and `name` is its path in a

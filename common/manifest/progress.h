@@ -1,5 +1,5 @@
 // How far a long run is: one line on standard error, if that is a terminal and this run is in its
-// foreground, drawn a few times a second from the first second on.
+// foreground, drawn a few times a second after the first one.
 #ifndef KESTREL_MANIFEST_PROGRESS_H
 #define KESTREL_MANIFEST_PROGRESS_H
 

@@ -139,8 +139,8 @@ std::string shahash_native_path(std::string path);
 // NUL or over the limit.
 bool shahash_parse_line(std::string_view line, ManifestLine *fields);
 
-// Whether any file can verify against a line: it begins with the digits of a digest, and is not too
-// long. A check fails at any other line, so the lines after that need not be read.
+// Whether a file can verify against a line: it begins with 64 lower-case digits and a space, and is
+// not too long. A check without a report ends at any other line.
 bool shahash_line_can_verify(std::string_view line);
 
 // The entries of a whole manifest, each path joined to `base`, none if it is empty; null if it
