@@ -14,6 +14,7 @@
 #include "manifest/linecheck.h"
 #include "manifest/progress.h"
 
+#include <string>
 #include <string_view>
 
 // --- A range of lines
@@ -31,6 +32,17 @@ static void log_different(const ManifestLine &line) {
     TRACE_MESSAGE("File \"%s\" did not verify against manifest hash.", line.path.c_str());
 }
 
+// As a report calls it: a verdict looks for the file of any line that has fields.
+static FaultyLine as_reported(const FaultyLine &faulty) {
+    FaultyLine reported = faulty;
+    const std::string line = faulty.line.digest + " " + faulty.line.path;
+    if (faulty.fault != LineFault::malformed && !shahash_line_can_verify(line)) {
+        reported.fault = LineFault::malformed;
+        reported.line.path = line;
+    }
+    return reported;
+}
+
 // Such a line fails a check even before its range.
 static bool is_no_text(std::string_view line) {
     return line.find('\0') != line.npos || line.size() > MANIFEST_LINE_LIMIT;
@@ -44,7 +56,7 @@ static bool verify_lines(ManifestFile &manifest, const LineRange &range, const c
     LineCheck check(
         [&](const FaultyLine &faulty) {
             const uint64_t number = range.start + faulty.number;
-            report_line(number + 1, faulty);
+            report_line(number + 1, as_reported(faulty));
             if (faulty.fault != LineFault::malformed)
                 log_different(faulty.line);
             else if (const char *text = malformed(number); !all)

@@ -73,7 +73,8 @@ static void report_refusal(const char *reason) {
 
 // Tells a person who has not asked for a report why the run has failed; `unknown` may be empty.
 static void print_reason(const char *unknown) {
-    if (settings.report || settings.verbose == 0 || !host_is_terminal(STDERR_DESCRIPTOR))
+    if (settings.report || settings.verbose == 0 || !host_is_terminal(STDERR_DESCRIPTOR) ||
+        !host_is_foreground(STDERR_DESCRIPTOR))
         return;
     const std::string reason = report_first_reason();
     const std::string text = !reason.empty() ? reason : unknown;

@@ -177,7 +177,7 @@ static void ignore(const char *argument) {
     if (std::string_view(argument).starts_with("--zvdebug"))
         return;
     settings.ignored.push_back(argument);
-    if (!host_is_terminal(STDERR_DESCRIPTOR))
+    if (!host_is_terminal(STDERR_DESCRIPTOR) || !host_is_foreground(STDERR_DESCRIPTOR))
         return;
     for (const Option &option : OPTIONS)
         if (option.value != nullptr && option.name.substr(0, option.name.size() - 1) == argument) {

@@ -127,10 +127,12 @@ void report_line(uint64_t number, const FaultyLine &faulty) {
     std::string text = faulty.line.path;
     if (faulty.fault == LineFault::malformed && text.size() > MALFORMED_LIMIT)
         text.replace(MALFORMED_LIMIT, text.npos, "...");
-    note_reason(std::string(FAULTS[fault]) + ": " + text + " (line " + std::to_string(number) +
+    const char *reason =
+        faulty.fault == LineFault::unreadable ? file_reason(faulty.reason) : nullptr;
+    note_reason(std::string(FAULTS[fault]) + ": " + text.c_str() + " (line " +
+                std::to_string(number) + (reason != nullptr ? std::string(", ") + reason : "") +
                 "); --report names all that fail");
-    write_record(FAULTS[fault], number, text.c_str(),
-                 faulty.fault == LineFault::unreadable ? file_reason(faulty.reason) : nullptr);
+    write_record(FAULTS[fault], number, text.c_str(), reason);
 }
 
 void report_file(uint64_t size) {

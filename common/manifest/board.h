@@ -36,7 +36,7 @@ class Board {
 
     // Opens a board as one of its tasks, counted from 0. It cannot be used if `path` is null or not
     // a board's, or once the system fails: then nothing is held, and nothing is offered or taken.
-    Board(const char *path, uint32_t task);
+    Board(const char *path, uint32_t number);
     ~Board() { give_up(); }
     Board(const Board &) = delete;
     Board &operator=(const Board &) = delete;

@@ -104,7 +104,7 @@ static bool step(PathPattern::Token token, const Subject &subject, const Places 
                 to[after_character(text, i)] = 1;
             break;
         case PathPattern::NAME_PART:
-            to[i] |= from[i];
+            to[i] = to[i] != 0 || from[i] != 0 ? 1 : 0;
             if (to[i] != 0 && in_name)
                 to[i + 1] = 1;
             break;

@@ -24,7 +24,7 @@ void progress_begin(uint64_t total);
 bool progress_is_on();
 
 // In a task: counts for its parent, if that watches the board. Nothing for null.
-void progress_begin_task(Board *board);
+void progress_begin_task(Board *shared);
 
 // In the parent: from now on what the tasks count on a board is shown, too. With null nobody knows
 // how far they are, and nothing is shown.

@@ -134,6 +134,9 @@ TEST(KestrelOptions, TerminalsAreToldMore) {
         {"$K --check=-1,0,0 --manifest m 2>err; cat err", ""},
         {"printf \"no\\033thing\\n\" >manifest; $K -c --tasks=1",
          checking + "malformed: no?thing (line 1); --report names all that fail\n" + failed},
+        {"echo a comment >manifest; $K -c --tasks=1",
+         checking + "malformed: a comment (line 1); --report names all that fail\n" + failed},
+        {"stty tostop; set -m; $K -c --tasks=1 >out & wait $!; cat out", checking + failed},
         {"export KESTREL_INTERRUPTED=$PWD/done KESTREL_INTERRUPT=\"rename|$PWD/tree|$PWD/old\"; "
          "${K%%_eager*}_interrupted -g --exclude=f1 --instdir=tree --manifest=manifest",
          inst.announced("Generating") + "Installation path \"" + inst.tree +
