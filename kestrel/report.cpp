@@ -129,7 +129,7 @@ void report_line(uint64_t number, const FaultyLine &faulty) {
         text.replace(MALFORMED_LIMIT, text.npos, "...");
     const char *reason =
         faulty.fault == LineFault::unreadable ? file_reason(faulty.reason) : nullptr;
-    note_reason(std::string(FAULTS[fault]) + ": " + text.c_str() + " (line " +
+    note_reason(std::string(FAULTS[fault]) + ": " + text.substr(0, text.find('\0')) + " (line " +
                 std::to_string(number) + (reason != nullptr ? std::string(", ") + reason : "") +
                 "); --report names all that fail");
     write_record(FAULTS[fault], number, text.c_str(), reason);
