@@ -87,9 +87,23 @@ TEST(Board, SeatsAreAsManyAsProcessors) {
     // All who sit have been stopped: after a while the owner may do what is its own.
     uint8_t bytes[32];
     EXPECT_EQ(boards.take(3), 0u);
-    while (boards.take(3) == 0)
+    boards.offer(0, 9);
+    uint64_t taken;
+    while ((taken = boards.take(3)) == 0)
         ASSERT_EQ(boards[3].await(0, bytes), Outcome::open);
+    EXPECT_EQ(taken, 1u);
     EXPECT_EQ(boards[3].await(3, bytes), Outcome::undone) << "whose process has ended";
+}
+
+TEST(Board, WhoWaitsGivesUpItsSeat) {
+    Boards boards(2, 1);
+    const uint32_t own = boards.offer(1, 5), other = boards.offer(0, 10);
+    EXPECT_EQ(boards.take(1), 10u);
+    boards[1].finish(other, digest());
+    uint8_t bytes[32];
+    EXPECT_EQ(boards.take(0), 0u);
+    EXPECT_EQ(boards[1].await(own, bytes), Outcome::open);
+    EXPECT_EQ(boards.take(0), 5u);
 }
 
 TEST(Board, AnOfferIsDoneOrItsOwnerHasToDoIt) {
@@ -179,6 +193,11 @@ TEST(Board, WithoutASoundFileNothingIsShared) {
     write_file(other.c_str(), text.substr(0, 100));
     Board cut(other.c_str(), 0);
     EXPECT_TRUE(cut.usable() && cut.offer(1, seen) && cut.usable());
+    std::string overfull = text;
+    overfull[16] = '\xff'; // the number of offers
+    write_file(other.c_str(), overfull);
+    Board full(other.c_str(), 0);
+    EXPECT_FALSE(full.offer(1, seen) || full.usable());
     host_remove(other.c_str());
     ASSERT_TRUE(Board::make(other.c_str(), 1, 1, 1));
     Board small(other.c_str(), 0);
