@@ -198,9 +198,9 @@ TEST(Board, WithoutASoundFileNothingIsShared) {
     write_file(other.c_str(), overfull);
     Board full(other.c_str(), 0);
     EXPECT_FALSE(full.offer(1, seen) || full.usable());
-    host_remove(other.c_str());
-    ASSERT_TRUE(Board::make(other.c_str(), 1, 1, 1));
-    Board small(other.c_str(), 0);
+    const std::string one = boards.scratch.path("one");
+    ASSERT_TRUE(Board::make(one.c_str(), 1, 1, 1));
+    Board small(one.c_str(), 0);
     FileState placed = seen, unknown = seen;
     placed.identity.place = "p";
     unknown.identity.known = false;

@@ -49,7 +49,9 @@ static void interrupt(HashingPoint point, uint64_t) {
     const char *what = getenv("KESTREL_INTERRUPT"), *where = getenv("KESTREL_INTERRUPT_AT");
     const int at =
         where != nullptr && *where != '\0' ? atoi(where) : static_cast<int>(HashingPoint::reading);
-    if (at != static_cast<int>(point) || what == nullptr || *what == '\0' ||
+    const char *parent = getenv("KESTREL_INTERRUPT_PARENT"), *board = getenv("kestrel_board");
+    const bool is_first = parent != nullptr && *parent != '\0' && board != nullptr && *board == '0';
+    if (at != static_cast<int>(point) || what == nullptr || *what == '\0' || is_first ||
         !host_make_file(getenv("KESTREL_INTERRUPTED")))
         return;
     std::vector<std::string> words;
@@ -59,7 +61,7 @@ static void interrupt(HashingPoint point, uint64_t) {
     act(words);
 }
 
-// In the first process: a signal strikes in a thread of its own as soon as another process is
+// In the first process: a signal strikes in a thread of its own as soon as its second task is
 // interrupted, as interruptions do on Windows.
 static bool install() {
     hashing_hook = interrupt;
