@@ -220,8 +220,10 @@ void host_wait_started() {
     while (job != nullptr &&
            QueryInformationJobObject(job, JobObjectBasicAccountingInformation, &account,
                                      sizeof account, nullptr) &&
-           account.ActiveProcesses != 0)
+           account.ActiveProcesses != 0) {
+        TerminateJobObject(job, 1); // another thread may have started one meanwhile
         Sleep(1);
+    }
     for (const HANDLE process : jobless)
         WaitForSingleObject(process, INFINITE);
 }
